@@ -1,0 +1,18 @@
+#include <iostream>
+
+#include "orvane_tamsel/cli/commands.h"
+
+namespace orvane_tamsel::cli {
+
+void add_serve_command(CLI::App& app, Action& action) {
+  auto* cmd = app.add_subcommand("serve", "not built yet");
+  cmd->allow_extras();
+  cmd->callback([&action] {
+    action = [] {
+      std::cerr << "tamsel serve: not available in this build\n";
+      return 1;
+    };
+  });
+}
+
+}  // namespace orvane_tamsel::cli

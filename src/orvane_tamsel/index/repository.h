@@ -1,0 +1,190 @@
+#pragma once
+// The code index as the tools read it: files, symbols, evidence-backed calls, tests, components.
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+namespace orvane_tamsel::index {
+
+using Json = nlohmann::ordered_json;
+using SymbolId = std::int64_t;
+using FileId = std::int64_t;
+
+struct FileRecord {
+  std::optional<FileId> id;
+  std::string path;
+  std::string language;
+  std::int64_t size = 0;
+  std::int64_t line_count = 0;
+  bool is_test = false;
+  std::string module;  // dotted module path, e.g. "shop.cart"
+};
+
+struct Symbol {
+  std::optional<SymbolId> id;
+  std::string fqn;
+  std::string name;
+  std::string kind;
+  FileId file_id = 0;
+  std::int64_t start_line = 0;
+  std::int64_t end_line = 0;
+  std::optional<std::string> signature;
+  std::optional<std::string> docstring;
+  bool is_test = false;
+};
+
+// How a neighbour relates to the symbol it was reached from: "caller" or "callee".
+using Relation = std::string;
+inline const Relation CALLER = "caller";
+inline const Relation CALLEE = "callee";
+
+// A caller or callee of an asked symbol. Fields are optional because a record may hold nulls.
+struct Neighbour {
+  std::optional<SymbolId> id;
+  std::optional<std::string> fqn;
+  std::optional<std::string> name;
+  std::optional<std::string> kind;
+  std::optional<std::string> path;
+  std::optional<std::int64_t> line;  // the neighbour's own definition line
+  Relation relation;
+  SymbolId of = 0;  // the asked id it was reached from
+  bool is_test = false;
+  std::int64_t call_sites = 0;  // evidence count behind the edge
+};
+
+enum class TestFilter { include, exclude, only };
+
+struct SymbolSearch {
+  std::vector<Symbol> symbols;
+  std::int64_t total = 0;
+  bool more = false;
+};
+
+// One call site: who calls whom, where, and on what evidence.
+struct CallSite {
+  Neighbour other;  // the caller (for relation "caller") or the callee
+  std::string site_path;
+  std::int64_t site_line = 0;
+  std::string evidence;  // e.g. "import", "same-file", "self", "module-attribute"
+};
+
+struct ImportRecord {
+  std::string path;  // the importing file
+  std::int64_t line = 0;
+  std::string module;  // the module named by the statement
+  std::string name;    // the imported name, empty for `import module`
+  std::string alias;
+  std::optional<std::string> target_path;  // the indexed file it resolves to
+  std::optional<SymbolId> target_symbol;   // the indexed symbol it binds, when one
+};
+
+struct ScoredSymbol {
+  SymbolId id = 0;
+  double score = 0;  // larger is better
+};
+
+struct FileLink {
+  std::string path;
+  std::int64_t symbols = 0;  // distinct symbols involved
+  std::int64_t call_sites = 0;
+};
+
+struct IndexStats {
+  std::int64_t files = 0;
+  std::int64_t symbols = 0;
+  std::int64_t calls = 0;
+  std::int64_t unresolved_calls = 0;
+  std::map<std::string, std::int64_t> skipped;  // reason -> count
+};
+
+class Repository {
+ public:
+  virtual ~Repository() = default;
+
+  // --- What the explore tool reads. Every list is bounded by its limit in SQL. ---
+  virtual std::optional<FileRecord> get_file_by_path(const std::string& path) = 0;
+  // Paths under a folder ("" is the whole repository) in path order, and the true total.
+  virtual std::pair<std::vector<std::string>, std::int64_t> paths_under(const std::string& folder,
+                                                                        int limit) = 0;
+  // Paths whose text without extension equals the stem or ends with "/" + stem; shortest first.
+  virtual std::vector<std::string> paths_with_stem(const std::string& stem, int limit) = 0;
+  virtual std::vector<Symbol> get_symbols_by_file(FileId file_id) = 0;
+  virtual std::optional<Symbol> get_symbol_by_fqn(const std::string& fqn) = 0;
+  // Code symbols (never modules) by name; production code before test code.
+  virtual SymbolSearch search_symbols(const std::vector<std::string>& names, bool exact_match,
+                                      int limit) = 0;
+  virtual std::map<SymbolId, std::string> get_file_paths_batch(
+      const std::vector<Symbol>& symbols) = 0;
+  virtual std::map<SymbolId, std::pair<Symbol, std::string>> symbols_with_paths(
+      const std::vector<SymbolId>& ids) = 0;
+  virtual std::vector<Neighbour> evidence_neighbours(
+      const std::vector<SymbolId>& ids, TestFilter tests, int limit,
+      const std::optional<std::vector<Relation>>& relations = std::nullopt) = 0;
+  // {"tests": [{"path", "reason"}...], "total_count": N}, best first.
+  virtual Json get_tests_for(const std::string& path) = 0;
+  virtual std::map<std::string, std::string> components_of(
+      const std::vector<std::string>& paths) = 0;
+
+  // --- Host reads for the retriever, the suggestions and the other tools. ---
+  // Defaults are empty so that small fakes need only the reads above.
+  virtual std::filesystem::path root() const { return {}; }
+  // BM25 over the symbol text table; `match` is an FTS5 MATCH expression.
+  virtual std::vector<ScoredSymbol> search_text(const std::string& match, int limit,
+                                                bool include_tests) {
+    (void)match, (void)limit, (void)include_tests;
+    return {};
+  }
+  // Evidence-backed callers per symbol.
+  virtual std::map<SymbolId, std::int64_t> caller_counts(const std::vector<SymbolId>& ids) {
+    (void)ids;
+    return {};
+  }
+  // Candidate paths / names that look like the text (trigram or prefix), bounded.
+  virtual std::vector<std::string> similar_paths(const std::string& text, int limit) {
+    (void)text, (void)limit;
+    return {};
+  }
+  virtual std::vector<Symbol> similar_symbols(const std::string& name, int limit) {
+    (void)name, (void)limit;
+    return {};
+  }
+  // Every call site of a symbol in one relation ("caller": who calls it; "callee": what it calls).
+  virtual std::vector<CallSite> call_sites(SymbolId id, const Relation& relation, int limit) {
+    (void)id, (void)relation, (void)limit;
+    return {};
+  }
+  virtual std::vector<ImportRecord> imports_of_file(const std::string& path, int limit) {
+    (void)path, (void)limit;
+    return {};
+  }
+  // Imports (in any file) that resolve to this file or to a symbol of it.
+  virtual std::vector<ImportRecord> importers_of_file(const std::string& path, int limit) {
+    (void)path, (void)limit;
+    return {};
+  }
+  virtual std::vector<ImportRecord> importers_of_symbol(SymbolId id, int limit) {
+    (void)id, (void)limit;
+    return {};
+  }
+  // Files whose symbols this file calls ("callee") or that call this file's symbols ("caller").
+  virtual std::vector<FileLink> linked_files(const std::string& path, const Relation& relation,
+                                             int limit) {
+    (void)path, (void)relation, (void)limit;
+    return {};
+  }
+  virtual std::pair<std::vector<std::string>, std::int64_t> paths_page(const std::string& folder,
+                                                                       int offset, int limit) {
+    (void)folder, (void)offset, (void)limit;
+    return {};
+  }
+  virtual IndexStats stats() { return {}; }
+};
+
+}  // namespace orvane_tamsel::index

@@ -1,0 +1,49 @@
+#pragma once
+// Writes parsed files into the SQLite index in transactions, and links call sites to symbols.
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "orvane_tamsel/index/repository.h"
+#include "orvane_tamsel/indexer/parsed_file.h"
+
+namespace orvane_tamsel::indexer {
+
+// What the index remembers of a file to tell whether it changed.
+struct FileState {
+  std::int64_t mtime_ns = 0;
+  std::int64_t size = 0;
+  std::string hash;  // content hash, to skip re-parsing a touched but unchanged file
+};
+
+class IndexWriter {
+ public:
+  // Opens (creating or rebuilding on a schema change) DIR/.tamsel/index.db for writing.
+  explicit IndexWriter(const std::filesystem::path& repository_root);
+  ~IndexWriter();
+  IndexWriter(const IndexWriter&) = delete;
+  IndexWriter& operator=(const IndexWriter&) = delete;
+
+  std::map<std::string, FileState> file_states();
+
+  // One batch of changes; nothing is visible to readers until commit().
+  void begin();
+  void put_file(const ParsedFile& file, const FileState& state);
+  void touch_file(const std::string& path, const FileState& state);  // content unchanged
+  void remove_file(const std::string& path);
+  void set_skipped(const std::map<std::string, std::string>& path_to_reason);  // replaces all
+  // Links call sites to symbols, refreshes derived tables, and commits.
+  void commit();
+  void rollback();
+
+  index::IndexStats stats();
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace orvane_tamsel::indexer

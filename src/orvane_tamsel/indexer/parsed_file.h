@@ -1,0 +1,54 @@
+#pragma once
+// What parsing one source file yields: the hand-off from the parser to the index writer.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orvane_tamsel::indexer {
+
+struct ParsedSymbol {
+  std::string fqn;  // dotted: module path, enclosing classes, name
+  std::string name;
+  std::string kind;             // module, class, function, method, variable, ...
+  std::int64_t start_line = 0;  // 1-based
+  std::int64_t end_line = 0;
+  std::optional<std::string> signature;
+  std::optional<std::string> docstring;
+  bool is_test = false;
+  std::string parent_fqn;  // enclosing symbol (the module for top-level ones)
+  std::vector<std::string>
+      bases;  // classes: base classes as fqns, as far as evidence resolves them
+};
+
+struct ParsedImport {
+  std::int64_t line = 0;
+  std::string module;  // absolute dotted module (relative imports already resolved)
+  std::string name;    // the imported name for `from m import name`; empty for `import m`
+  std::string alias;   // the bound name when `as` is used
+};
+
+// A call site resolved by local evidence to the fqn it names. The writer links it to a symbol
+// when one with that fqn exists (else the first existing fallback); otherwise it stays unresolved.
+struct ParsedCall {
+  std::string caller_fqn;  // the enclosing function/method/class, or the module for top level
+  std::int64_t line = 0;
+  std::string target;                  // empty when nothing local names the callee
+  std::vector<std::string> fallbacks;  // e.g. the same method on the bases, in lookup order
+  std::string evidence;                // same-scope, same-file, import, self, cls, super,
+                                       // constructor, module-attribute, decorator
+};
+
+struct ParsedFile {
+  std::string path;  // relative to the repository root, "/" separators
+  std::string language;
+  std::string module;  // dotted module path of the file ("" when none)
+  bool is_test = false;
+  std::int64_t line_count = 0;
+  std::vector<ParsedSymbol> symbols;  // the module symbol first
+  std::vector<ParsedImport> imports;
+  std::vector<ParsedCall> calls;  // unresolved sites included, with an empty target
+};
+
+}  // namespace orvane_tamsel::indexer
