@@ -1,0 +1,41 @@
+#pragma once
+// Brings the index of a repository up to date: walk, parse what changed, write in one transaction.
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+
+namespace orvane_tamsel::indexer {
+
+struct IndexOptions {
+  std::int64_t max_file_size = 1 << 20;  // larger files are skipped ("too large")
+};
+
+struct Progress {
+  std::int64_t done = 0;
+  std::int64_t total = 0;
+  std::string path;  // the file being parsed
+};
+
+struct IndexReport {
+  std::int64_t indexed = 0;                     // files in the index after the run
+  std::int64_t parsed = 0;                      // files parsed in this run (new or changed)
+  std::int64_t removed = 0;                     // files dropped from the index in this run
+  std::map<std::string, std::int64_t> skipped;  // reason -> count
+  std::int64_t symbols = 0;
+  std::int64_t calls = 0;
+  std::int64_t unresolved_calls = 0;
+  double seconds = 0;
+};
+
+// Safe to call on every request: an unchanged repository re-parses nothing.
+IndexReport update_index(const std::filesystem::path& repository_root,
+                         const IndexOptions& options = {},
+                         const std::function<void(const Progress&)>& on_progress = {});
+
+// One line for stderr: files indexed, skipped per reason, symbols, calls, seconds.
+std::string summary_line(const IndexReport& report);
+
+}  // namespace orvane_tamsel::indexer
