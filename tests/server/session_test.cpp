@@ -133,12 +133,19 @@ TEST(Session, CancelledRequestsGetNoAnswer) {
   EchoHost host;
   Session s(host);
   reply(s, INIT);
-  EXPECT_TRUE(Session::looks_like_cancel(
-      R"({"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":"r7"}})"));
-  EXPECT_FALSE(s.handle_line(
-      R"({"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":"r7"}})"));
+  const std::string cancel7 =
+      R"({"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":"r7"}})";
+  // Noted ahead of its turn (as the reader does), then handled in order: no answer to either.
+  s.note_cancel(cancel7);
   EXPECT_FALSE(s.handle_line(R"({"jsonrpc":"2.0","id":"r7","method":"ping"})"));
+  EXPECT_FALSE(s.handle_line(cancel7));
+  // A request that merely mentions the method is not a cancellation.
+  s.note_cancel(
+      R"({"jsonrpc":"2.0","id":"r8","method":"ping","params":{"q":"notifications/cancelled"}})");
   EXPECT_TRUE(s.handle_line(R"({"jsonrpc":"2.0","id":"r8","method":"ping"})"));
+  EXPECT_FALSE(s.handle_line(
+      R"({"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":9}})"));
+  EXPECT_FALSE(s.handle_line(R"({"jsonrpc":"2.0","id":9,"method":"ping"})"));
 }
 
 TEST(LineSplitter, SplitsLinesAndSkipsOversizedOnesWithoutLosingTheNext) {

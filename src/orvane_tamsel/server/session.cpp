@@ -38,8 +38,17 @@ Json text_result(const std::string& text, bool is_error) {
 
 }  // namespace
 
-bool Session::looks_like_cancel(std::string_view line) {
-  return line.find("notifications/cancelled") != std::string_view::npos;
+void Session::note_cancel(std::string_view line) {
+  if (line.find("notifications/cancelled") == std::string_view::npos) return;
+  auto message = Json::parse(line.begin(), line.end(), nullptr, false);
+  if (!message.is_object() || message.contains("id") ||
+      message.value("method", Json()) != "notifications/cancelled") {
+    return;
+  }
+  auto params = message.find("params");
+  if (params != message.end() && params->is_object() && params->contains("requestId")) {
+    cancel((*params)["requestId"]);
+  }
 }
 
 void Session::cancel(const Json& id) {

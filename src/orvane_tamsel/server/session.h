@@ -42,8 +42,9 @@ class Session {
   std::string oversized_line(std::size_t limit) const;
   // Marks a request as cancelled; safe from another thread while a request runs.
   void cancel(const Json& id);
-  // Whether a line is a cancellation, cheaply, before it is parsed in order.
-  static bool looks_like_cancel(std::string_view line);
+  // Notes the cancellation a line carries, if it is one, ahead of its turn; safe from another
+  // thread. The line is still handled in order afterwards.
+  void note_cancel(std::string_view line);
 
  private:
   std::optional<Json> handle_request(const Json& message);
