@@ -57,6 +57,15 @@ TEST(Session, BadMessagesGetTheirErrorAndTheNextRequestIsAnswered) {
   EXPECT_EQ(code_of(s, R"({"jsonrpc":"2.0","id":3,"method":"tools/list"})"), -32600);
   EXPECT_EQ(code_of(s, R"({"jsonrpc":"2.0","id":3,"method":"initialize","params":{}})"), -32602);
   EXPECT_EQ(Json::parse(s.oversized_line(10))["error"]["code"], -32600);
+  EXPECT_EQ(code_of(s, R"({"jsonrpc":"2.0","id":3,"method":"ping","params":{"a":)" +
+                           std::string(100000, '[') + std::string(100000, ']') + "}}"),
+            -32600);
+  EXPECT_EQ(
+      code_of(
+          s,
+          R"({"jsonrpc":"2.0","id":3,"method":"ping","params":{"a":"[[[[[[[[[[[[[[[[)"
+          R"([[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[\""}})"),
+      0);
   // Pings work before initialize; ids are echoed as sent.
   EXPECT_EQ(reply(s, R"({"jsonrpc":"2.0","id":"a-1","method":"ping"})")["id"], "a-1");
   auto init = reply(s, INIT)["result"];

@@ -1,5 +1,6 @@
 #include "orvane_tamsel/server/session.h"
 
+#include <algorithm>
 #include <exception>
 
 #include <spdlog/spdlog.h>
@@ -15,6 +16,31 @@ namespace orvane_tamsel::server {
 namespace {
 
 constexpr std::size_t MAX_CANCELLED = 1024;
+// Deeper messages are refused before parsing: copying or printing them would recurse that deep.
+constexpr std::size_t MAX_DEPTH = 64;
+
+// The deepest nesting of arrays and objects in the text, strings skipped.
+std::size_t nesting_depth(std::string_view text) {
+  std::size_t depth = 0, deepest = 0;
+  bool in_string = false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    char c = text[i];
+    if (in_string) {
+      if (c == '\\') {
+        ++i;
+      } else if (c == '"') {
+        in_string = false;
+      }
+    } else if (c == '"') {
+      in_string = true;
+    } else if (c == '[' || c == '{') {
+      deepest = std::max(deepest, ++depth);
+    } else if ((c == ']' || c == '}') && depth > 0) {
+      --depth;
+    }
+  }
+  return deepest;
+}
 
 // An error the handler of one request raises; becomes the JSON-RPC error of that request.
 struct RpcError {
@@ -75,6 +101,11 @@ std::string Session::oversized_line(std::size_t limit) const {
 }
 
 std::optional<std::string> Session::handle_line(std::string_view line) {
+  if (nesting_depth(line) > MAX_DEPTH) {
+    return wire_text(error_message(
+        nullptr, INVALID_REQUEST,
+        "invalid request: nested deeper than " + std::to_string(MAX_DEPTH) + " levels"));
+  }
   Json message;
   try {
     message = Json::parse(line.begin(), line.end());
