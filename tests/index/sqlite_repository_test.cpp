@@ -177,6 +177,25 @@ TEST(SqliteRepository, TestsOfAFileRankedWithReasons) {
     EXPECT_EQ(index.get_tests_for(path)["total_count"], 0) << path;
     EXPECT_TRUE(index.get_tests_for(path)["tests"].empty()) << path;
   }
+  // the list is bounded, the total is not; an edge through a subclass counts as a call
+  std::vector<ParsedFile> many;
+  for (int i = 0; i < 60; ++i) {
+    auto name = "test_s" + std::to_string(100 + i);
+    auto f = file("tests/" + name + ".py", name, true);
+    f.symbols.push_back(sym(name + ".test_it", "function", 2, 4, true));
+    f.calls.push_back(call(name + ".test_it", 3, "shop.special.SpecialCart.checkout"));
+    many.push_back(f);
+  }
+  write(shop.writer, many);
+  auto special = index.get_tests_for("src/shop/special.py");
+  EXPECT_EQ(special["total_count"], 60);
+  EXPECT_EQ(special["tests"].size(), 50u);
+  EXPECT_EQ(special["tests"][0]["path"], "tests/test_s100.py");
+  EXPECT_EQ(special["tests"][0]["reason"], "calls SpecialCart.checkout (1 call site)");
+  for (auto path : {"tests/test_s100.py"}) {
+    EXPECT_EQ(index.get_tests_for(path)["total_count"], 0) << path;
+    EXPECT_TRUE(index.get_tests_for(path)["tests"].empty()) << path;
+  }
 }
 
 TEST(SqliteRepository, TextSearchSubwordsStemmingAndSuggestions) {
