@@ -229,6 +229,7 @@ TEST(SqliteRepository, TextSearchSubwordsStemmingAndSuggestions) {
   EXPECT_EQ(index.similar_paths("src/shop/crat.py", 3).front(), "src/shop/cart.py");
   EXPECT_EQ(index.similar_paths("pr", 3).front(), "src/shop/pricing.py");
   EXPECT_EQ(index.similar_symbols("aplyDiscount", 5).front().name, "applyDiscount");
+  EXPECT_EQ(index.similar_symbols("TO", 5).front().name, "total");
 }
 
 TEST(SqliteRepository, ImportsAndLinkedFiles) {

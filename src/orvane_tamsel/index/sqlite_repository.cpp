@@ -402,8 +402,8 @@ class SqliteRepository : public Repository {
     std::vector<std::string> paths;
     if (text.empty() || limit <= 0) return paths;
     auto st = fuzzy_candidates("SELECT path FROM path_grams", "path_grams",
-                               "SELECT path FROM files WHERE instr(lower(path), lower(?1)) > 0 "
-                               "ORDER BY length(path), path LIMIT ?2",
+                               "SELECT path FROM files WHERE base >= ?1 AND base < ?1 || "
+                               "char(1114111) ORDER BY base LIMIT ?2",
                                text, limit * CANDIDATES_PER_SUGGESTION);
     std::vector<std::pair<double, std::string>> ranked;
     while (st.step()) {
@@ -431,10 +431,10 @@ class SqliteRepository : public Repository {
       std::lock_guard lock(mutex_);
       if (name.empty() || limit <= 0) return {};
       auto st = fuzzy_candidates("SELECT rowid FROM name_grams", "name_grams",
-                                 "SELECT id FROM symbols WHERE kind <> 'module' AND "
-                                 "instr(name_folded, lower(?1)) > 0 "
-                                 "ORDER BY length(name), name LIMIT ?2",
-                                 name, limit * CANDIDATES_PER_SUGGESTION);
+                                 "SELECT id FROM symbols WHERE name_folded >= ?1 AND "
+                                 "name_folded < ?1 || char(1114111) AND kind <> 'module' "
+                                 "ORDER BY name_folded LIMIT ?2",
+                                 utils::lower(name), limit * CANDIDATES_PER_SUGGESTION);
       while (st.step()) ids.push_back(st.integer(0));
     }
     std::vector<Symbol> symbols;
@@ -561,7 +561,8 @@ class SqliteRepository : public Repository {
     return records;
   }
 
-  // Rows sharing the most trigrams with the text (bounded), or a substring scan for short text.
+  // Rows sharing the most trigrams with the text, or for text too short for trigrams the rows
+  // that start with it (an index range); bounded either way.
   Statement fuzzy_candidates(const std::string& select, const std::string& table,
                              const std::string& short_sql, const std::string& text, int limit) {
     auto points = utils::decode(utils::lower(text));
