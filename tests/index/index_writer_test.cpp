@@ -183,6 +183,9 @@ TEST(IndexWriter, AnotherSchemaVersionIsRebuiltAndReadersSayWhatToDo) {
   std::filesystem::remove(index::index_file(repo.root).string() + "-shm");
   std::ofstream(index::index_file(repo.root)) << "not a database, just text long enough to matter";
   EXPECT_THAT(message(), ::testing::HasSubstr("cannot read the index"));
+  indexer::IndexWriter writer(repo.root);  // a damaged index is rebuilt
+  write(writer, {cart()});
+  EXPECT_EQ(index::open_repository(repo.root)->stats().files, 1);
 }
 
 TEST(IndexWriter, TwoWritersWaitForEachOther) {

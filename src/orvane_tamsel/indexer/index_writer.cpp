@@ -1,5 +1,7 @@
 #include "orvane_tamsel/indexer/index_writer.h"
 
+#include <spdlog/spdlog.h>
+
 #include <deque>
 #include <set>
 #include <unordered_map>
@@ -144,9 +146,20 @@ struct IndexWriter::Impl {
     }
   }
 
+  // A damaged index is rebuilt from scratch rather than failing every later run.
   static std::filesystem::path open(const std::filesystem::path& root) {
     std::filesystem::create_directories(root / ".tamsel");
-    return index::index_file(root);
+    auto file = index::index_file(root);
+    try {
+      Database probe(file, Database::Mode::write);
+      index::prepare_for_writing(probe);
+    } catch (const index::SqliteError& e) {
+      if (!e.unreadable()) throw;
+      spdlog::warn("the index {} cannot be read ({}): rebuilding it", file.string(), e.what());
+      for (const char* suffix : {"", "-wal", "-shm"})
+        std::filesystem::remove(file.string() + suffix);
+    }
+    return file;
   }
 
   void ensure_batch() {
