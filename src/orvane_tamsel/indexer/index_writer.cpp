@@ -179,6 +179,7 @@ struct IndexWriter::Impl {
   }
 
   void affect(const std::string& fqn) {
+    if (bulk) return;  // everything is linked anyway
     auto dot = fqn.rfind('.');
     std::string head = dot == std::string::npos ? "" : fqn.substr(0, dot);
     std::string tail = dot == std::string::npos ? fqn : fqn.substr(dot + 1);
