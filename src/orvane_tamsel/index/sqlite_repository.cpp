@@ -355,16 +355,22 @@ class SqliteRepository : public Repository {
     return answer;
   }
 
-  // The rule is component_of in index/paths.h, applied when the file is written.
+  // The rules are component_of and split_component in index/paths.h.
   std::map<std::string, std::string> components_of(const std::vector<std::string>& paths) override {
     std::lock_guard lock(mutex_);
     std::map<std::string, std::string> found;
     if (paths.empty()) return found;
+    std::string dominant;
+    auto meta = db_->prepare("SELECT value FROM meta WHERE key = 'dominant_package'");
+    if (meta.step()) dominant = meta.text(0);
     auto st = db_->prepare(
-        "SELECT f.path, f.component FROM json_each(?) j JOIN files f ON f.path = j.value "
+        "SELECT f.path, f.component, f.module FROM json_each(?) j JOIN files f ON f.path = j.value "
         "WHERE f.component IS NOT NULL AND f.component <> ''");
     st.bind(1, json_strings(paths));
-    while (st.step()) found[st.text(0)] = st.text(1);
+    while (st.step()) {
+      auto split = split_component(st.text(2), dominant);
+      found[st.text(0)] = split.empty() ? st.text(1) : split;
+    }
     return found;
   }
 

@@ -332,10 +332,23 @@ struct IndexWriter::Impl {
     db.exec(bulk ? RELINK_ALL : RELINK_CHANGED);
     db.exec(LINK_CALLS);
     db.exec(LINK_IMPORTS);
+    update_dominant_package();
     if (bulk) index::create_deferrable_indexes(db);
     db.exec(CLEAR_BATCH_TABLES);
     db.exec("COMMIT");
     in_batch = false;
+  }
+
+  // Which package, if any, holds most production files (see split_component).
+  void update_dominant_package() {
+    std::string dominant;
+    {
+      auto st = db.prepare(
+          "SELECT component, count(*), (SELECT count(*) FROM files WHERE is_test = 0) "
+          "FROM files WHERE is_test = 0 GROUP BY component ORDER BY 2 DESC, 1 LIMIT 1");
+      if (st.step() && st.integer(1) >= index::DOMINANT_SHARE * st.real(2)) dominant = st.text(0);
+    }
+    db.prepare("INSERT OR REPLACE INTO meta VALUES('dominant_package', ?)").bind(1, dominant).run();
   }
 
   void rollback() {
