@@ -3,8 +3,11 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <fstream>
+#include <thread>
 
 #include "index/shop_batch.h"
 #include "orvane_tamsel/index/schema.h"
@@ -180,4 +183,26 @@ TEST(IndexWriter, AnotherSchemaVersionIsRebuiltAndReadersSayWhatToDo) {
   std::filesystem::remove(index::index_file(repo.root).string() + "-shm");
   std::ofstream(index::index_file(repo.root)) << "not a database, just text long enough to matter";
   EXPECT_THAT(message(), ::testing::HasSubstr("cannot read the index"));
+  indexer::IndexWriter writer(repo.root);  // a damaged index is rebuilt
+  write(writer, {cart()});
+  EXPECT_EQ(index::open_repository(repo.root)->stats().files, 1);
+}
+
+TEST(IndexWriter, TwoWritersWaitForEachOther) {
+  TempRepo repo("writer-two");
+  indexer::IndexWriter first(repo.root);
+  first.begin();
+  first.put_file(cart(), state());
+  std::atomic<bool> done = false;
+  std::thread second([&] {
+    indexer::IndexWriter writer(repo.root);  // waits for the first batch instead of failing
+    write(writer, {pricing()});
+    done = true;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_FALSE(done);
+  first.commit();
+  second.join();
+  EXPECT_EQ(first.stats().files, 2);
+  EXPECT_EQ(first.stats().calls, 4);  // cart's two and pricing's two
 }

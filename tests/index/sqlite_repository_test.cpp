@@ -46,7 +46,7 @@ std::vector<std::string> described(const std::vector<index::Neighbour>& ns) {
 }  // namespace
 
 TEST(SqliteRepository, FilesPathsStemsAndComponents) {
-  Shop shop("files", {file("cart.py", "cart")});
+  Shop shop("files", {file("cart.py", "cart"), file("src/shop/sub/deep.py", "shop.sub.deep")});
   auto& index = *shop.index;
   auto cart = index.get_file_by_path("src/shop/cart.py");
   ASSERT_TRUE(cart && cart->id);
@@ -55,9 +55,9 @@ TEST(SqliteRepository, FilesPathsStemsAndComponents) {
 
   auto [some, total] = index.paths_under("src/shop/", 2);
   EXPECT_THAT(some, ElementsAre("src/shop/cart.py", "src/shop/pricing.py"));
-  EXPECT_EQ(total, 3);
-  EXPECT_EQ(index.paths_under("src/shop", 10).second, 3);
-  EXPECT_EQ(index.paths_under("", 1).second, 7);
+  EXPECT_EQ(total, 4);
+  EXPECT_EQ(index.paths_under("src/shop", 10).second, 4);
+  EXPECT_EQ(index.paths_under("", 1).second, 8);
   EXPECT_EQ(index.paths_under("src/sho", 10).second, 0);  // a folder, not a text prefix
   EXPECT_THAT(index.paths_page("tests", 1, 1).first, ElementsAre("tests/test_cart.py"));
 
@@ -66,13 +66,17 @@ TEST(SqliteRepository, FilesPathsStemsAndComponents) {
   EXPECT_THAT(index.paths_with_stem("shop/cart", 10), ElementsAre("src/shop/cart.py"));
   EXPECT_THAT(index.paths_with_stem("hop/cart", 10), IsEmpty());
 
-  auto components = index.components_of(
-      {"src/shop/cart.py", "tests/test_cart.py", "cart.py", "src/shop/none.py"});
+  auto components = index.components_of({"src/shop/cart.py", "tests/test_cart.py", "cart.py",
+                                         "src/shop/none.py", "src/shop/sub/deep.py"});
   EXPECT_EQ(components, (std::map<std::string, std::string>{{"cart.py", "cart"},
                                                             {"src/shop/cart.py", "shop"},
+                                                            {"src/shop/sub/deep.py", "shop.sub"},
                                                             {"tests/test_cart.py", "tests"}}));
   EXPECT_EQ(index::component_of("packages/api/src/api/views.py", "api.views"), "api");
   EXPECT_EQ(index::component_of("scripts/run.py", "run"), "scripts");
+  EXPECT_EQ(index::split_component("django.db.models.base", "django"), "django.db");
+  EXPECT_EQ(index::split_component("django.shortcuts", "django"), "");
+  EXPECT_EQ(index::split_component("djangoo.db.x", "django"), "");
   EXPECT_EQ(index::path_stem("a/archive.tar.gz"), "a/archive.tar");
   EXPECT_EQ(index::path_stem("src.d/.env"), "src.d/.env");
 }
@@ -177,6 +181,25 @@ TEST(SqliteRepository, TestsOfAFileRankedWithReasons) {
     EXPECT_EQ(index.get_tests_for(path)["total_count"], 0) << path;
     EXPECT_TRUE(index.get_tests_for(path)["tests"].empty()) << path;
   }
+  // the list is bounded, the total is not; an edge through a subclass counts as a call
+  std::vector<ParsedFile> many;
+  for (int i = 0; i < 60; ++i) {
+    auto name = "test_s" + std::to_string(100 + i);
+    auto f = file("tests/" + name + ".py", name, true);
+    f.symbols.push_back(sym(name + ".test_it", "function", 2, 4, true));
+    f.calls.push_back(call(name + ".test_it", 3, "shop.special.SpecialCart.checkout"));
+    many.push_back(f);
+  }
+  write(shop.writer, many);
+  auto special = index.get_tests_for("src/shop/special.py");
+  EXPECT_EQ(special["total_count"], 60);
+  EXPECT_EQ(special["tests"].size(), 50u);
+  EXPECT_EQ(special["tests"][0]["path"], "tests/test_s100.py");
+  EXPECT_EQ(special["tests"][0]["reason"], "calls SpecialCart.checkout (1 call site)");
+  for (auto path : {"tests/test_s100.py"}) {
+    EXPECT_EQ(index.get_tests_for(path)["total_count"], 0) << path;
+    EXPECT_TRUE(index.get_tests_for(path)["tests"].empty()) << path;
+  }
 }
 
 TEST(SqliteRepository, TextSearchSubwordsStemmingAndSuggestions) {
@@ -210,6 +233,7 @@ TEST(SqliteRepository, TextSearchSubwordsStemmingAndSuggestions) {
   EXPECT_EQ(index.similar_paths("src/shop/crat.py", 3).front(), "src/shop/cart.py");
   EXPECT_EQ(index.similar_paths("pr", 3).front(), "src/shop/pricing.py");
   EXPECT_EQ(index.similar_symbols("aplyDiscount", 5).front().name, "applyDiscount");
+  EXPECT_EQ(index.similar_symbols("TO", 5).front().name, "total");
 }
 
 TEST(SqliteRepository, ImportsAndLinkedFiles) {

@@ -38,4 +38,15 @@ std::string component_of(std::string_view path, std::string_view module) {
   return path_stem(last_component(path));
 }
 
+std::string split_component(std::string_view module, std::string_view dominant) {
+  if (dominant.empty() || !module.starts_with(dominant) || module.size() <= dominant.size() ||
+      module[dominant.size()] != '.') {
+    return {};
+  }
+  auto rest = module.substr(dominant.size() + 1);
+  auto dot = rest.find('.');
+  if (dot == std::string_view::npos || dot == 0) return {};  // a module of the package itself
+  return std::string(module.substr(0, dominant.size() + 1 + dot));
+}
+
 }  // namespace orvane_tamsel::index

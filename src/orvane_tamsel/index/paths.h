@@ -21,4 +21,11 @@ std::string_view last_component(std::string_view path);
 //  3. otherwise (a file at the root) its own module, or its stem when it has none: cli.py -> cli.
 std::string component_of(std::string_view path, std::string_view module);
 
+// A package that holds most of a repository's production files (DOMINANT_SHARE of them) would be
+// one component for everything, so it is split into its subpackages: with django/ holding nearly
+// all, django/db/models/base.py is in django.db while django/shortcuts.py stays in django.
+inline constexpr double DOMINANT_SHARE = 0.8;
+// The subpackage component of a module inside the dominant package, or "" when none applies.
+std::string split_component(std::string_view module, std::string_view dominant);
+
 }  // namespace orvane_tamsel::index

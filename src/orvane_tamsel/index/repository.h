@@ -137,7 +137,8 @@ class Repository {
   // an import of the file, a name like test_<name>.py. Empty for a test file or an unreached one.
   virtual Json get_tests_for(const std::string& path) = 0;
   // The top-level package of a file, else its first folder under the source root ("src" or the
-  // repository root), else (a file at the root) its own module.
+  // repository root), else (a file at the root) its own module; a package holding most of the
+  // repository is split into its subpackages (django.db, django.contrib, ...).
   virtual std::map<std::string, std::string> components_of(
       const std::vector<std::string>& paths) = 0;
 

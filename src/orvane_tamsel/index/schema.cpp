@@ -2,6 +2,7 @@
 
 #include <spdlog/spdlog.h>
 
+#include <array>
 #include <string>
 #include <vector>
 
@@ -48,8 +49,6 @@ CREATE TABLE symbols(
   bases TEXT NOT NULL);        -- base class fqns separated by blanks
 CREATE INDEX symbols_file ON symbols(file_id, start_line);
 CREATE INDEX symbols_fqn ON symbols(fqn);
-CREATE INDEX symbols_name ON symbols(name);
-CREATE INDEX symbols_folded ON symbols(name_folded);
 
 CREATE TABLE imports(
   id INTEGER PRIMARY KEY,
@@ -61,9 +60,6 @@ CREATE TABLE imports(
   target_file_id INTEGER,
   target_symbol_id INTEGER);
 CREATE INDEX imports_file ON imports(file_id, line);
-CREATE INDEX imports_module ON imports(module, name);
-CREATE INDEX imports_target_file ON imports(target_file_id);
-CREATE INDEX imports_target_symbol ON imports(target_symbol_id);
 
 -- A call site as the parser resolved it by name; callee_id is the symbol it links to.
 CREATE TABLE call_sites(
@@ -75,14 +71,11 @@ CREATE TABLE call_sites(
   target_fqn TEXT NOT NULL,
   callee_id INTEGER);
 CREATE INDEX call_sites_file ON call_sites(file_id);
-CREATE INDEX call_sites_target ON call_sites(target_fqn);
-CREATE INDEX call_sites_callee ON call_sites(callee_id);
 CREATE TABLE call_fallbacks(
   site_id INTEGER NOT NULL,
   rank INTEGER NOT NULL,
   fqn TEXT NOT NULL,
   PRIMARY KEY(site_id, rank)) WITHOUT ROWID;
-CREATE INDEX call_fallbacks_fqn ON call_fallbacks(fqn);
 
 -- The linked calls: one row per (site, callee); a constructor call also reaches __init__.
 CREATE TABLE edges(
@@ -92,10 +85,6 @@ CREATE TABLE edges(
   file_id INTEGER NOT NULL,
   line INTEGER NOT NULL,
   derived INTEGER NOT NULL DEFAULT 0);  -- 1: the __init__ reached through its class
-CREATE INDEX edges_callee ON edges(callee_id, caller_id);
-CREATE INDEX edges_caller ON edges(caller_id, callee_id);
-CREATE INDEX edges_site ON edges(site_id);
-CREATE INDEX edges_file ON edges(file_id);
 
 CREATE TABLE skipped(path TEXT PRIMARY KEY, reason TEXT NOT NULL) WITHOUT ROWID;
 
@@ -109,6 +98,23 @@ INSERT INTO symbol_text(symbol_text, rank) VALUES('rank', 'bm25(10.0, 4.0, 2.0, 
 CREATE VIRTUAL TABLE path_grams USING fts5(path, tokenize = 'trigram');
 CREATE VIRTUAL TABLE name_grams USING fts5(name, tokenize = 'trigram');
 )sql";
+
+// Lookup indexes that a first full build creates after its bulk inserts, which is much faster
+// than keeping them up to date row by row.
+constexpr std::array<const char*, 12> DEFERRABLE_INDEXES = {
+    "CREATE INDEX symbols_name ON symbols(name)",
+    "CREATE INDEX symbols_folded ON symbols(name_folded)",
+    "CREATE INDEX imports_module ON imports(module, name)",
+    "CREATE INDEX imports_target_file ON imports(target_file_id)",
+    "CREATE INDEX imports_target_symbol ON imports(target_symbol_id)",
+    "CREATE INDEX call_sites_target ON call_sites(target_fqn)",
+    "CREATE INDEX call_sites_callee ON call_sites(callee_id)",
+    "CREATE INDEX call_fallbacks_fqn ON call_fallbacks(fqn)",
+    "CREATE INDEX edges_callee ON edges(callee_id, caller_id)",
+    "CREATE INDEX edges_caller ON edges(caller_id, callee_id)",
+    "CREATE INDEX edges_site ON edges(site_id)",
+    "CREATE INDEX edges_file ON edges(file_id)",
+};
 
 int pragma_int(Database& db, const char* pragma) {
   auto st = db.prepare(std::string("PRAGMA ") + pragma);
@@ -134,11 +140,23 @@ void drop_everything(Database& db) {
 
 void create(Database& db) {
   db.exec(SCHEMA);
+  create_deferrable_indexes(db);
   db.exec("PRAGMA user_version = " + std::to_string(SCHEMA_VERSION));
   db.exec("INSERT INTO meta VALUES('schema_version', '" + std::to_string(SCHEMA_VERSION) + "')");
 }
 
 }  // namespace
+
+void drop_deferrable_indexes(Database& db) {
+  for (std::string sql : DEFERRABLE_INDEXES) {
+    auto name = sql.substr(13, sql.find(' ', 13) - 13);  // after "CREATE INDEX "
+    db.exec("DROP INDEX IF EXISTS " + name);
+  }
+}
+
+void create_deferrable_indexes(Database& db) {
+  for (std::string sql : DEFERRABLE_INDEXES) db.exec("CREATE INDEX IF NOT EXISTS" + sql.substr(12));
+}
 
 std::filesystem::path index_file(const std::filesystem::path& repository_root) {
   return repository_root / ".tamsel" / "index.db";

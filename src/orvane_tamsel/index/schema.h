@@ -17,6 +17,10 @@ std::filesystem::path index_file(const std::filesystem::path& repository_root);
 // recreated (said on stderr). Returns true when it rebuilt an existing index.
 bool prepare_for_writing(Database& db);
 
+// A first full build drops the lookup indexes that only reads need, and creates them at the end.
+void drop_deferrable_indexes(Database& db);
+void create_deferrable_indexes(Database& db);
+
 // The schema version the index was written with (0 when it holds no tables).
 int schema_version_of(Database& db);
 

@@ -9,13 +9,18 @@ namespace orvane_tamsel::index {
 namespace {
 
 [[noreturn]] void fail(sqlite3* db, std::string_view what) {
-  throw SqliteError(std::string(what) + ": " + (db ? sqlite3_errmsg(db) : "out of memory"));
+  throw SqliteError(std::string(what) + ": " + (db ? sqlite3_errmsg(db) : "out of memory"),
+                    db ? sqlite3_extended_errcode(db) : SQLITE_NOMEM);
 }
 
 // Writers wait this long for one another instead of failing with "database is locked".
 constexpr int BUSY_TIMEOUT_MS = 60'000;
 
 }  // namespace
+
+bool SqliteError::unreadable() const {
+  return (code_ & 0xff) == SQLITE_NOTADB || (code_ & 0xff) == SQLITE_CORRUPT;
+}
 
 Statement::Statement(sqlite3* db, std::string_view sql) : db_(db) {
   if (sqlite3_prepare_v2(db, sql.data(), static_cast<int>(sql.size()), &stmt_, nullptr) !=
@@ -77,7 +82,7 @@ bool Statement::step() {
   if (rc == SQLITE_DONE) return false;
   std::string message = sqlite3_errmsg(db_);
   sqlite3_reset(stmt_);
-  throw SqliteError(message);
+  throw SqliteError(message, rc);
 }
 
 void Statement::run() {
@@ -126,9 +131,10 @@ Database::Database(const std::filesystem::path& file, Mode mode) : file_(file) {
   flags |= SQLITE_OPEN_NOMUTEX;
   if (sqlite3_open_v2(file.c_str(), &db_, flags, nullptr) != SQLITE_OK) {
     std::string message = db_ ? sqlite3_errmsg(db_) : "out of memory";
+    int code = db_ ? sqlite3_extended_errcode(db_) : SQLITE_NOMEM;
     sqlite3_close(db_);
     db_ = nullptr;
-    throw SqliteError(message);
+    throw SqliteError(file.string() + ": " + message, code);
   }
   sqlite3_busy_timeout(db_, BUSY_TIMEOUT_MS);
   sqlite3_extended_result_codes(db_, 1);
@@ -144,7 +150,7 @@ void Database::exec(std::string_view sql) {
   if (sqlite3_exec(db_, text.c_str(), nullptr, nullptr, &error) != SQLITE_OK) {
     std::string message = error ? error : sqlite3_errmsg(db_);
     sqlite3_free(error);
-    throw SqliteError(message);
+    throw SqliteError(message, sqlite3_extended_errcode(db_));
   }
 }
 

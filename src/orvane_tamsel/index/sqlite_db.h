@@ -16,7 +16,13 @@ namespace orvane_tamsel::index {
 
 class SqliteError : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit SqliteError(const std::string& message, int code = 0)
+      : std::runtime_error(message), code_(code) {}
+  // The file is not a database or is damaged (as opposed to busy, full, ...).
+  bool unreadable() const;
+
+ private:
+  int code_;
 };
 
 class Statement {

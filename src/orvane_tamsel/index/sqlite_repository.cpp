@@ -355,16 +355,22 @@ class SqliteRepository : public Repository {
     return answer;
   }
 
-  // The rule is component_of in index/paths.h, applied when the file is written.
+  // The rules are component_of and split_component in index/paths.h.
   std::map<std::string, std::string> components_of(const std::vector<std::string>& paths) override {
     std::lock_guard lock(mutex_);
     std::map<std::string, std::string> found;
     if (paths.empty()) return found;
+    std::string dominant;
+    auto meta = db_->prepare("SELECT value FROM meta WHERE key = 'dominant_package'");
+    if (meta.step()) dominant = meta.text(0);
     auto st = db_->prepare(
-        "SELECT f.path, f.component FROM json_each(?) j JOIN files f ON f.path = j.value "
+        "SELECT f.path, f.component, f.module FROM json_each(?) j JOIN files f ON f.path = j.value "
         "WHERE f.component IS NOT NULL AND f.component <> ''");
     st.bind(1, json_strings(paths));
-    while (st.step()) found[st.text(0)] = st.text(1);
+    while (st.step()) {
+      auto split = split_component(st.text(2), dominant);
+      found[st.text(0)] = split.empty() ? st.text(1) : split;
+    }
     return found;
   }
 
@@ -402,8 +408,8 @@ class SqliteRepository : public Repository {
     std::vector<std::string> paths;
     if (text.empty() || limit <= 0) return paths;
     auto st = fuzzy_candidates("SELECT path FROM path_grams", "path_grams",
-                               "SELECT path FROM files WHERE instr(lower(path), lower(?1)) > 0 "
-                               "ORDER BY length(path), path LIMIT ?2",
+                               "SELECT path FROM files WHERE base >= ?1 AND base < ?1 || "
+                               "char(1114111) ORDER BY base LIMIT ?2",
                                text, limit * CANDIDATES_PER_SUGGESTION);
     std::vector<std::pair<double, std::string>> ranked;
     while (st.step()) {
@@ -431,10 +437,10 @@ class SqliteRepository : public Repository {
       std::lock_guard lock(mutex_);
       if (name.empty() || limit <= 0) return {};
       auto st = fuzzy_candidates("SELECT rowid FROM name_grams", "name_grams",
-                                 "SELECT id FROM symbols WHERE kind <> 'module' AND "
-                                 "instr(name_folded, lower(?1)) > 0 "
-                                 "ORDER BY length(name), name LIMIT ?2",
-                                 name, limit * CANDIDATES_PER_SUGGESTION);
+                                 "SELECT id FROM symbols WHERE name_folded >= ?1 AND "
+                                 "name_folded < ?1 || char(1114111) AND kind <> 'module' "
+                                 "ORDER BY name_folded LIMIT ?2",
+                                 utils::lower(name), limit * CANDIDATES_PER_SUGGESTION);
       while (st.step()) ids.push_back(st.integer(0));
     }
     std::vector<Symbol> symbols;
@@ -561,7 +567,8 @@ class SqliteRepository : public Repository {
     return records;
   }
 
-  // Rows sharing the most trigrams with the text (bounded), or a substring scan for short text.
+  // Rows sharing the most trigrams with the text, or for text too short for trigrams the rows
+  // that start with it (an index range); bounded either way.
   Statement fuzzy_candidates(const std::string& select, const std::string& table,
                              const std::string& short_sql, const std::string& text, int limit) {
     auto points = utils::decode(utils::lower(text));

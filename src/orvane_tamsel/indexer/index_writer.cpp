@@ -1,5 +1,7 @@
 #include "orvane_tamsel/indexer/index_writer.h"
 
+#include <spdlog/spdlog.h>
+
 #include <deque>
 #include <set>
 #include <unordered_map>
@@ -18,7 +20,8 @@ using index::Statement;
 
 namespace {
 
-// Per-batch bookkeeping lives in temporary tables so that linking runs as a few joins.
+// Per-batch bookkeeping lives in temporary tables so that linking runs as a few joins. The
+// temporary tables drive each join (CROSS JOIN fixes the order): they are small for a small update.
 constexpr const char* BATCH_TABLES = R"sql(
 CREATE TEMP TABLE IF NOT EXISTS changed_files(id INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS affected(fqn TEXT PRIMARY KEY, head TEXT, tail TEXT);
@@ -30,10 +33,22 @@ constexpr const char* CLEAR_BATCH_TABLES =
     "DELETE FROM changed_files; DELETE FROM affected; DELETE FROM relink; DELETE FROM reimport;";
 
 // Sites to link again: those of changed files, and those naming an fqn that appeared or vanished.
+constexpr const char* RELINK_CHANGED = R"sql(
+INSERT OR IGNORE INTO relink SELECT c.id FROM changed_files f CROSS JOIN call_sites c ON c.file_id = f.id;
+INSERT OR IGNORE INTO relink SELECT c.id FROM affected a CROSS JOIN call_sites c ON c.target_fqn = a.fqn;
+INSERT OR IGNORE INTO relink SELECT b.site_id FROM affected a CROSS JOIN call_fallbacks b ON b.fqn = a.fqn;
+INSERT OR IGNORE INTO reimport SELECT i.id FROM changed_files f CROSS JOIN imports i ON i.file_id = f.id;
+INSERT OR IGNORE INTO reimport SELECT i.id FROM affected a CROSS JOIN imports i ON i.module = a.fqn;
+INSERT OR IGNORE INTO reimport
+  SELECT i.id FROM affected a CROSS JOIN imports i ON i.module = a.head AND i.name = a.tail;
+)sql";
+
+constexpr const char* RELINK_ALL = R"sql(
+INSERT INTO relink SELECT id FROM call_sites;
+INSERT INTO reimport SELECT id FROM imports;
+)sql";
+
 constexpr const char* LINK_CALLS = R"sql(
-INSERT OR IGNORE INTO relink SELECT c.id FROM changed_files f JOIN call_sites c ON c.file_id = f.id;
-INSERT OR IGNORE INTO relink SELECT c.id FROM affected a JOIN call_sites c ON c.target_fqn = a.fqn;
-INSERT OR IGNORE INTO relink SELECT b.site_id FROM affected a JOIN call_fallbacks b ON b.fqn = a.fqn;
 DELETE FROM edges WHERE site_id IN (SELECT site_id FROM relink);
 UPDATE call_sites SET callee_id = coalesce(
     (SELECT min(s.id) FROM symbols s WHERE s.fqn = call_sites.target_fqn AND s.kind <> 'module'),
@@ -42,23 +57,19 @@ UPDATE call_sites SET callee_id = coalesce(
   WHERE id IN (SELECT site_id FROM relink);
 INSERT INTO edges(site_id, caller_id, callee_id, file_id, line)
   SELECT c.id, c.caller_id, c.callee_id, c.file_id, c.line
-  FROM relink r JOIN call_sites c ON c.id = r.site_id
+  FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id
   WHERE c.callee_id IS NOT NULL AND c.caller_id IS NOT NULL;
 INSERT INTO edges(site_id, caller_id, callee_id, file_id, line, derived)
   SELECT site, caller, init, file_id, line, 1 FROM (
     SELECT c.id AS site, c.caller_id AS caller, c.file_id, c.line,
       (SELECT min(i.id) FROM symbols i WHERE i.fqn = k.fqn || '.__init__' AND i.kind <> 'module') AS init
-    FROM relink r JOIN call_sites c ON c.id = r.site_id JOIN symbols k ON k.id = c.callee_id
+    FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id CROSS JOIN symbols k ON k.id = c.callee_id
     WHERE k.kind = 'class' AND c.caller_id IS NOT NULL)
   WHERE init IS NOT NULL;
 )sql";
 
 // `from m import n` binds the symbol m.n or the module m.n; `import m` the module m.
 constexpr const char* LINK_IMPORTS = R"sql(
-INSERT OR IGNORE INTO reimport SELECT i.id FROM changed_files f JOIN imports i ON i.file_id = f.id;
-INSERT OR IGNORE INTO reimport SELECT i.id FROM affected a JOIN imports i ON i.module = a.fqn;
-INSERT OR IGNORE INTO reimport
-  SELECT i.id FROM affected a JOIN imports i ON i.module = a.head AND i.name = a.tail;
 UPDATE imports SET
   target_symbol_id = CASE WHEN name = '' THEN NULL ELSE
     (SELECT min(s.id) FROM symbols s
@@ -82,6 +93,7 @@ struct OldSymbol {
 struct IndexWriter::Impl {
   Database db;
   bool in_batch = false;
+  bool bulk = false;  // the batch fills an empty index
   Statement find_file, insert_file, update_file, touch, old_symbols, delete_file, insert_symbol,
       insert_text, insert_name_gram, delete_text, delete_name_gram, insert_path_gram,
       delete_path_gram, insert_site, insert_fallback, insert_import, mark_changed, mark_affected;
@@ -134,9 +146,20 @@ struct IndexWriter::Impl {
     }
   }
 
+  // A damaged index is rebuilt from scratch rather than failing every later run.
   static std::filesystem::path open(const std::filesystem::path& root) {
     std::filesystem::create_directories(root / ".tamsel");
-    return index::index_file(root);
+    auto file = index::index_file(root);
+    try {
+      Database probe(file, Database::Mode::write);
+      index::prepare_for_writing(probe);
+    } catch (const index::SqliteError& e) {
+      if (!e.unreadable()) throw;
+      spdlog::warn("the index {} cannot be read ({}): rebuilding it", file.string(), e.what());
+      for (const char* suffix : {"", "-wal", "-shm"})
+        std::filesystem::remove(file.string() + suffix);
+    }
+    return file;
   }
 
   void ensure_batch() {
@@ -148,9 +171,15 @@ struct IndexWriter::Impl {
     db.exec("BEGIN IMMEDIATE");
     in_batch = true;
     db.exec(CLEAR_BATCH_TABLES);
+    {
+      auto empty = db.prepare("SELECT NOT EXISTS (SELECT 1 FROM files)");
+      bulk = empty.step() && empty.integer(0) != 0;
+    }
+    if (bulk) index::drop_deferrable_indexes(db);
   }
 
   void affect(const std::string& fqn) {
+    if (bulk) return;  // everything is linked anyway
     auto dot = fqn.rfind('.');
     std::string head = dot == std::string::npos ? "" : fqn.substr(0, dot);
     std::string tail = dot == std::string::npos ? fqn : fqn.substr(dot + 1);
@@ -300,11 +329,26 @@ struct IndexWriter::Impl {
 
   void commit() {
     if (!in_batch) return;
+    db.exec(bulk ? RELINK_ALL : RELINK_CHANGED);
     db.exec(LINK_CALLS);
     db.exec(LINK_IMPORTS);
+    update_dominant_package();
+    if (bulk) index::create_deferrable_indexes(db);
     db.exec(CLEAR_BATCH_TABLES);
     db.exec("COMMIT");
     in_batch = false;
+  }
+
+  // Which package, if any, holds most production files (see split_component).
+  void update_dominant_package() {
+    std::string dominant;
+    {
+      auto st = db.prepare(
+          "SELECT component, count(*), (SELECT count(*) FROM files WHERE is_test = 0) "
+          "FROM files WHERE is_test = 0 GROUP BY component ORDER BY 2 DESC, 1 LIMIT 1");
+      if (st.step() && st.integer(1) >= index::DOMINANT_SHARE * st.real(2)) dominant = st.text(0);
+    }
+    db.prepare("INSERT OR REPLACE INTO meta VALUES('dominant_package', ?)").bind(1, dominant).run();
   }
 
   void rollback() {
