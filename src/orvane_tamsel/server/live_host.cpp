@@ -1,0 +1,79 @@
+#include "orvane_tamsel/server/live_host.h"
+
+#include <chrono>
+
+#include <spdlog/spdlog.h>
+
+#include "orvane_tamsel/index/sqlite_repository.h"
+#include "orvane_tamsel/indexer/indexer.h"
+#include "orvane_tamsel/tool_handlers/tools.h"
+
+namespace orvane_tamsel::server {
+
+LiveHost::LiveHost(std::filesystem::path root) : root_(std::move(root)) {}
+
+LiveHost::~LiveHost() {
+  finish();
+}
+
+void LiveHost::start() {
+  started_ = true;
+  indexing_ = std::thread([this] {
+    try {
+      index_at_start();
+    } catch (...) {
+      start_error_ = std::current_exception();
+    }
+  });
+}
+
+void LiveHost::finish() {
+  if (indexing_.joinable()) indexing_.join();
+}
+
+void LiveHost::index_at_start() {
+  using Clock = std::chrono::steady_clock;
+  auto last = Clock::now();
+  auto report = indexer::update_index(root_, {}, [&last](const indexer::Progress& p) {
+    auto now = Clock::now();
+    if (now - last < std::chrono::milliseconds(500) && p.done != p.total) return;
+    last = now;
+    spdlog::info("serve: indexing {}/{} {}", p.done, p.total, p.path);
+  });
+  spdlog::info("serve: {}", indexer::summary_line(report));
+  repository_ = index::open_repository(root_);
+}
+
+void LiveHost::refresh() {
+  try {
+    auto report = indexer::update_index(root_);
+    if (report.parsed > 0 || report.removed > 0) {
+      spdlog::info("serve: refreshed: {}", indexer::summary_line(report));
+      retriever_.reset();
+    }
+  } catch (const std::exception& e) {
+    // A refresh that fails (another writer, a vanished file) leaves the last
+    // index in use.
+    spdlog::warn("serve: the index could not be brought up to date: {}", e.what());
+  }
+}
+
+Json LiveHost::call_tool(const std::string& name, const Json& arguments) {
+  if (!started_) start();
+  finish();
+  if (start_error_) {
+    try {
+      std::rethrow_exception(start_error_);
+    } catch (const std::exception& e) {
+      throw tool_handlers::ToolError(
+          std::string("the repository could not be indexed: ") + e.what(),
+          Json{{"hint", "fix the cause, then run `tamsel index` and call again"}});
+    }
+  }
+  refresh();
+  if (!retriever_) retriever_ = std::make_unique<workers::HybridRetriever>(*repository_);
+  tool_handlers::ToolContext context{*repository_, retriever_.get(), nullptr, {}};
+  return tool_handlers::call_tool(name, arguments, context);
+}
+
+}  // namespace orvane_tamsel::server
