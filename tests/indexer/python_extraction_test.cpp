@@ -54,6 +54,8 @@ TEST(PythonModules, SourceRootIsTheFirstFolderThatIsNotAPackage) {
   indexer::PackageDirs flat = {"shop", "shop/api"};
   EXPECT_EQ(indexer::module_name(py, "shop/api/views.py", flat), "shop.api.views");
   EXPECT_EQ(indexer::module_name(py, "shop/api/__init__.py", flat), "shop.api");
+  indexer::PackageDirs checkout = {"", "db"};  // the repository root is the package `django`
+  EXPECT_EQ(indexer::module_name(py, "db/models.py", checkout, "django"), "django.db.models");
 }
 
 TEST(PythonExtraction, SymbolsCarryFqnKindLinesSignatureAndDocstring) {

@@ -45,7 +45,8 @@ struct Outcome {
   std::optional<ParsedFile> parsed;
 };
 
-Outcome read_and_parse(const fs::path& root, const WalkedFile& f, const PackageDirs& packages,
+Outcome read_and_parse(const fs::path& root, const std::string& root_name, const WalkedFile& f,
+                       const PackageDirs& packages,
                        const std::map<std::string, FileState>& states) {
   Outcome out;
   out.state.mtime_ns = f.mtime_ns;
@@ -75,7 +76,7 @@ Outcome read_and_parse(const fs::path& root, const WalkedFile& f, const PackageD
     return out;
   }
   try {
-    out.parsed = extract(*f.language, f.path, module_name(*f.language, f.path, packages), content);
+    out.parsed = extract(*f.language, f.path, module_name(*f.language, f.path, packages, root_name), content);
     out.kind = Outcome::put;
   } catch (const std::exception&) {
     out.reason = "parse failed";
@@ -92,6 +93,9 @@ IndexReport update_index(const fs::path& repository_root, const IndexOptions& op
     throw std::runtime_error("not a directory: " + repository_root.string());
   }
   auto walked = walk(repository_root, options.max_file_size);
+  std::error_code ec;
+  auto real_root = fs::canonical(repository_root, ec);
+  std::string root_name = (ec ? repository_root : real_root).filename().string();
   IndexWriter writer(repository_root);
   auto states = writer.file_states();
 
@@ -112,7 +116,7 @@ IndexReport update_index(const fs::path& repository_root, const IndexOptions& op
   std::mutex progress_mutex;
   auto worker = [&] {
     for (std::size_t i = next++; i < work.size(); i = next++) {
-      outcomes[i] = read_and_parse(repository_root, *work[i], walked.packages, states);
+      outcomes[i] = read_and_parse(repository_root, root_name, *work[i], walked.packages, states);
       if (on_progress) {
         std::lock_guard lock(progress_mutex);
         on_progress({++done, static_cast<std::int64_t>(work.size()), work[i]->path});

@@ -31,8 +31,10 @@ std::string join_dotted(std::string_view a, std::string_view b) {
 // The source root of a file is its nearest ancestor folder that is not a package (holds no
 // __init__.py); the module is the path below it, dotted. `src/shop/cart.py` with `src/shop/`
 // a package and `src/` not gives `shop.cart`; `tests/test_cart.py` without tests/__init__.py
-// gives `test_cart`; a package's __init__.py is the package itself.
-std::string module_from(std::string_view path, const PackageDirs& packages) {
+// gives `test_cart`; a package's __init__.py is the package itself. When the repository root is
+// itself a package (a checkout of one package), its folder name leads the module.
+std::string module_from(std::string_view path, const PackageDirs& packages,
+                        std::string_view root_name) {
   std::string p(path);
   auto dot = p.rfind('.');
   auto slash = p.rfind('/');
@@ -46,6 +48,9 @@ std::string module_from(std::string_view path, const PackageDirs& packages) {
     auto s = dir.rfind('/');
     parts.push_back(s == std::string::npos ? dir : dir.substr(s + 1));
     dir = s == std::string::npos ? "" : dir.substr(0, s);
+  }
+  if (dir.empty() && packages.count("") != 0 && !root_name.empty()) {
+    parts.emplace_back(root_name);
   }
   if (parts.empty()) return name;  // an __init__.py outside any package folder
   std::string out;
@@ -537,8 +542,9 @@ class Extraction {
 
 }  // namespace
 
-std::string module_name(std::string_view path, const PackageDirs& packages) {
-  return module_from(path, packages);
+std::string module_name(std::string_view path, const PackageDirs& packages,
+                        std::string_view root_name) {
+  return module_from(path, packages, root_name);
 }
 
 ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
