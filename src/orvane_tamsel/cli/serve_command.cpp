@@ -1,18 +1,53 @@
+#include <filesystem>
 #include <iostream>
 
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/spdlog.h>
+
 #include "orvane_tamsel/cli/commands.h"
+#include "orvane_tamsel/server/stdio_server.h"
 
 namespace orvane_tamsel::cli {
 
-void add_serve_command(CLI::App& app, Action& action) {
-  auto* cmd = app.add_subcommand("serve", "not built yet");
-  cmd->allow_extras();
-  cmd->callback([&action] {
-    action = [] {
-      std::cerr << "tamsel serve: not available in this build\n";
+namespace {
+
+struct ServeArgs {
+  std::string repo = ".";
+  bool log_file = false;
+};
+
+int run_serve(const ServeArgs& args) {
+  std::error_code ec;
+  auto root = std::filesystem::canonical(args.repo, ec);
+  if (ec || !std::filesystem::is_directory(root)) {
+    std::cerr << "tamsel serve: " << args.repo << " is not a folder; pass --repo DIR\n";
+    return 1;
+  }
+  auto logger = spdlog::default_logger();
+  if (args.log_file) {
+    std::filesystem::create_directories(root / ".tamsel", ec);
+    try {
+      logger->sinks().push_back(std::make_shared<spdlog::sinks::basic_file_sink_mt>(
+          (root / ".tamsel" / "server.log").string()));
+    } catch (const spdlog::spdlog_ex& e) {
+      std::cerr << "tamsel serve: cannot write the log file: " << e.what() << "\n";
       return 1;
-    };
-  });
+    }
+  }
+  logger->set_level(spdlog::level::info);
+  logger->flush_on(spdlog::level::info);
+  return server::serve_stdio(root);
+}
+
+}  // namespace
+
+void add_serve_command(CLI::App& app, Action& action) {
+  static ServeArgs args;
+  auto* cmd = app.add_subcommand(
+      "serve", "The MCP server on standard input and output (logs on standard error)");
+  cmd->add_option("--repo", args.repo, "The repository to serve (default: the current folder)");
+  cmd->add_flag("--log-file", args.log_file, "Also write the log to DIR/.tamsel/server.log");
+  cmd->callback([&action] { action = [] { return run_serve(args); }; });
 }
 
 }  // namespace orvane_tamsel::cli
