@@ -169,6 +169,7 @@ TEST_F(HostTools, FilesAreListedByPageWithTheTotal) {
   auto tests = run("tests", {{"path", "shop/cart.py"}});
   EXPECT_EQ(tests["tests"][0]["path"], "tests/test_cart.py");
   EXPECT_THROW(run("tests", {{"path", "shop/nope.py"}}), ToolError);
+  EXPECT_THROW(run("files", {{"path", "nowhere"}}), ToolError);
 }
 
 TEST_F(HostTools, SearchFindsLiteralTextAndRegularExpressions) {

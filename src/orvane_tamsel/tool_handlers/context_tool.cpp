@@ -70,7 +70,7 @@ Json context_tool(const Json& arguments, ToolContext& context) {
   }
 
   Json head = Json::object();
-  head["task"] = task;
+  head["task"] = echoed(task);
   head["files_to_read"] = std::move(files);
   if (result.note && !result.note->empty()) head["note"] = *result.note;
   head["symbols"] = Json::array();

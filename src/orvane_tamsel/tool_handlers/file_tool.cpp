@@ -27,7 +27,7 @@ Json file_tool(const Json& arguments, ToolContext& context) {
   const auto path = checked_path(repository.root(), given);
   auto file = path.empty() ? std::nullopt : repository.get_file_by_path(path);
   if (!file) {
-    throw ToolError("the index holds no file '" + given + "'",
+    throw ToolError("the index holds no file '" + echoed(given) + "'",
                     path_suggestions(repository, path.empty() ? given : path));
   }
   auto imports = repository.imports_of_file(path, MAX_ROWS + 1);

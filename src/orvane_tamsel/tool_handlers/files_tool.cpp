@@ -14,8 +14,12 @@ Json files_tool(const Json& arguments, ToolContext& context) {
   // Offsets past the end give an empty page, not an error: the total says why.
   const int page_offset = offset > 1'000'000'000 ? 1'000'000'000 : static_cast<int>(offset);
   auto [paths, total] = repository.paths_page(folder, page_offset, static_cast<int>(limit));
-  if (total == 0 && !folder.empty() && repository.get_file_by_path(folder)) {
-    // A file rather than a folder: list it alone.
+  if (total == 0 && !folder.empty()) {
+    // A file rather than a folder is listed alone; a path the index does not hold is an error.
+    if (!repository.get_file_by_path(folder)) {
+      throw ToolError("the index holds no file under '" + echoed(folder) + "'",
+                      path_suggestions(repository, folder));
+    }
     paths = {folder};
     total = 1;
   }

@@ -33,7 +33,7 @@ std::string checked_path(const fs::path& root, const std::string& given) {
     if (c == '\\') c = '/';
   }
   auto outside = [&] {
-    return ToolError("path '" + given +
+    return ToolError("path '" + echoed(given) +
                      "' is outside the repository; give a path relative to the repository root");
   };
   fs::path path(text);
@@ -63,7 +63,7 @@ std::string checked_path(const fs::path& root, const std::string& given) {
     auto resolved = fs::weakly_canonical(root / out, ec);
     auto base = real_root(root);
     if (!ec && resolved != base && !inside(base, resolved)) {
-      throw ToolError("path '" + given +
+      throw ToolError("path '" + echoed(given) +
                       "' leads outside the repository through a symbolic link; give a path "
                       "inside it");
     }

@@ -37,6 +37,9 @@ Pattern compile(const std::string& query, bool regex) {
   Pattern p;
   p.code.reset(pcre2_compile(reinterpret_cast<PCRE2_SPTR>(query.data()), query.size(), options,
                              &error, &offset, nullptr));
+  if (!p.code && !regex) {
+    throw ToolError("the query is too long to search for; shorten it");
+  }
   if (!p.code) {
     PCRE2_UCHAR message[256];
     pcre2_get_error_message(error, message, sizeof message);

@@ -33,7 +33,7 @@ Found find_symbol(index::Repository& repository, const std::string& given) {
     if (!names.empty()) details["did_you_mean"] = std::move(names);
     details["hint"] =
         "give a fully qualified name as explore lists it, e.g. package.module.Class.method";
-    throw ToolError("no symbol '" + given + "' in the index", std::move(details));
+    throw ToolError("no symbol '" + echoed(given) + "' in the index", std::move(details));
   }
   auto paths = repository.get_file_paths_batch({*symbol});
   return {*symbol, paths.count(*symbol->id) ? paths[*symbol->id] : std::string()};

@@ -11,7 +11,7 @@ Json tests_tool(const Json& arguments, ToolContext& context) {
   const auto given = arguments["path"].get<std::string>();
   const auto path = checked_path(repository.root(), given);
   if (path.empty() || !repository.get_file_by_path(path)) {
-    throw ToolError("the index holds no file '" + given + "'",
+    throw ToolError("the index holds no file '" + echoed(given) + "'",
                     path_suggestions(repository, path.empty() ? given : path));
   }
   auto found = repository.get_tests_for(path);

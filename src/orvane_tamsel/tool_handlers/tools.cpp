@@ -36,7 +36,7 @@ Json checked_value(const ToolDescription& tool, const ToolParam& p, const Json& 
       for (const auto& e : p.enum_values) known = known || e == s;
       if (!known) {
         throw ToolError("argument '" + p.name + "' must be one of " + joined(p.enum_values) +
-                        ", not '" + s + "'");
+                        ", not '" + echoed(s) + "'");
       }
     }
     return value;
@@ -95,7 +95,7 @@ Json checked_arguments(const ToolDescription& tool, const Json& arguments) {
       bool known = false;
       for (const auto& p : tool.params) known = known || p.name == key;
       if (!known) {
-        throw InvalidArguments("tool '" + tool.name + "' has no argument '" + key +
+        throw InvalidArguments("tool '" + tool.name + "' has no argument '" + echoed(key) +
                                "'; it takes: " + names_of(tool));
       }
     }
@@ -132,7 +132,15 @@ Json call_tool(const std::string& name, const Json& arguments, ToolContext& cont
   if (name == "tests") return tests_tool(arguments, context);
   if (name == "search") return search_tool(arguments, context);
   if (name == "memory") return memory_tool(arguments, context);
-  throw InvalidArguments("no tool named '" + name + "'");
+  throw InvalidArguments("no tool named '" + echoed(name) + "'");
+}
+
+std::string echoed(const std::string& text) {
+  constexpr std::size_t MAX_ECHO = 120;
+  if (text.size() <= MAX_ECHO) return text;
+  std::size_t end = MAX_ECHO;
+  while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+  return text.substr(0, end) + "...";
 }
 
 Json error_answer(const ToolError& error) {

@@ -53,6 +53,9 @@ Json checked_arguments(const ToolDescription& tool, const Json& arguments);
 // Runs a tool on checked arguments; its answer, or throws ToolError.
 Json call_tool(const std::string& name, const Json& arguments, ToolContext& context);
 
+// A client's text as an error message repeats it: cut to a readable length.
+std::string echoed(const std::string& text);
+
 // The text of an isError result.
 Json error_answer(const ToolError& error);
 
