@@ -113,29 +113,47 @@ class Repository {
   // Paths under a folder ("" is the whole repository) in path order, and the true total.
   virtual std::pair<std::vector<std::string>, std::int64_t> paths_under(const std::string& folder,
                                                                         int limit) = 0;
-  // Paths whose text without extension equals the stem or ends with "/" + stem; shortest first.
+  // Paths whose text without extension equals the stem or ends with "/" + stem; shortest first,
+  // then path order.
   virtual std::vector<std::string> paths_with_stem(const std::string& stem, int limit) = 0;
   virtual std::vector<Symbol> get_symbols_by_file(FileId file_id) = 0;
   virtual std::optional<Symbol> get_symbol_by_fqn(const std::string& fqn) = 0;
-  // Code symbols (never modules) by name; production code before test code.
+  // Code symbols (never modules) by name; production code before test code. exact_match: the name
+  // as written; otherwise the name in any case or a name starting with it in any case (closest
+  // first). Within that: classes, functions, methods, variables, other kinds; shorter fqn first.
   virtual SymbolSearch search_symbols(const std::vector<std::string>& names, bool exact_match,
                                       int limit) = 0;
   virtual std::map<SymbolId, std::string> get_file_paths_batch(
       const std::vector<Symbol>& symbols) = 0;
   virtual std::map<SymbolId, std::pair<Symbol, std::string>> symbols_with_paths(
       const std::vector<SymbolId>& ids) = 0;
+  // Callers and callees; `limit` counts records in total over all asked ids. Order: production
+  // before test, more call sites first, then path and line. `of` is always an asked id.
   virtual std::vector<Neighbour> evidence_neighbours(
       const std::vector<SymbolId>& ids, TestFilter tests, int limit,
       const std::optional<std::vector<Relation>>& relations = std::nullopt) = 0;
-  // {"tests": [{"path", "reason"}...], "total_count": N}, best first.
+  // {"tests": [{"path", "reason"}...], "total_count": N}, best first: test files ranked by the
+  // distinct symbols of the file their code calls, the call sites, calls through a test helper,
+  // an import of the file, a name like test_<name>.py. Empty for a test file or an unreached one.
   virtual Json get_tests_for(const std::string& path) = 0;
+  // The top-level package of a file, else its first folder under the source root ("src" or the
+  // repository root), else (a file at the root) its own module; a package holding most of the
+  // repository is split into its subpackages (django.db, django.contrib, ...).
   virtual std::map<std::string, std::string> components_of(
       const std::vector<std::string>& paths) = 0;
 
   // --- Host reads for the retriever, the suggestions and the other tools. ---
   // Defaults are empty so that small fakes need only the reads above.
   virtual std::filesystem::path root() const { return {}; }
-  // BM25 over the symbol text table; `match` is an FTS5 MATCH expression.
+  // BM25 over the symbol text table; `match` is an FTS5 MATCH expression. Larger scores are better.
+  // The table holds code symbols (no modules) in the columns, weighted 10, 4, 2, 1, 2:
+  //   name       the name as written, then its sub-words ("applyDiscount apply discount")
+  //   fqn        the fully qualified name ("shop.cart.Cart.total")
+  //   signature  the definition's header
+  //   docstring  the docstring
+  //   path       the path of the symbol's file
+  // Tokens are lower-cased Unicode words ("_" and "." separate them) with Porter stemming, so
+  // `name:discount`, `"apply discount"` and `fqn:"shop cart"` all match applyDiscount in shop.cart.
   virtual std::vector<ScoredSymbol> search_text(const std::string& match, int limit,
                                                 bool include_tests) {
     (void)match, (void)limit, (void)include_tests;

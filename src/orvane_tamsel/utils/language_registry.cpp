@@ -1,14 +1,32 @@
 #include "orvane_tamsel/utils/language_registry.h"
 
+#include <fnmatch.h>
+
 #include <algorithm>
+#include <cstddef>
+#include <string>
 
 extern "C" const TSLanguage* tree_sitter_python(void);
 
 namespace orvane_tamsel::utils {
 
+namespace detail {
+// Generated at build time from the .scm files (cmake/embed_queries.cmake).
+extern const char* const EMBEDDED_QUERIES[][2];
+extern const std::size_t EMBEDDED_QUERY_COUNT;
+}  // namespace detail
+
 const std::vector<LanguageSpec>& languages() {
   static const std::vector<LanguageSpec> table = {
-      {"python", {".py", ".pyi"}, {}, tree_sitter_python, "tree-sitter-python"},
+      {"python",
+       {".py", ".pyi"},
+       {},
+       tree_sitter_python,
+       "tree-sitter-python",
+       {"tags", "signatures", "docstrings", "imports", "calls", "locals"},
+       {"test_*.py", "*_test.py", "conftest.py"},
+       {"tests", "test"},
+       {"__init__.py", "__init__.pyi"}},
   };
   return table;
 }
@@ -31,6 +49,34 @@ std::optional<std::string> detect_language(std::string_view word) {
   const auto* lang = language_for_path(word);
   if (lang == nullptr) return std::nullopt;
   return lang->name;
+}
+
+std::string_view query_source(std::string_view language, std::string_view name) {
+  std::string key = std::string(language) + "/" + std::string(name) + ".scm";
+  for (std::size_t i = 0; i < detail::EMBEDDED_QUERY_COUNT; ++i) {
+    if (key == detail::EMBEDDED_QUERIES[i][0]) return detail::EMBEDDED_QUERIES[i][1];
+  }
+  return {};
+}
+
+bool is_test_path(const LanguageSpec& language, std::string_view path) {
+  std::string p(path);
+  auto slash = p.rfind('/');
+  std::string name = slash == std::string::npos ? p : p.substr(slash + 1);
+  for (const auto& glob : language.test_file_globs) {
+    if (fnmatch(glob.c_str(), name.c_str(), 0) == 0) return true;
+  }
+  std::size_t start = 0;
+  while (slash != std::string::npos && start < slash) {
+    auto end = p.find('/', start);
+    std::string_view dir(p.data() + start, end - start);
+    if (std::find(language.test_dirs.begin(), language.test_dirs.end(), dir) !=
+        language.test_dirs.end()) {
+      return true;
+    }
+    start = end + 1;
+  }
+  return false;
 }
 
 }  // namespace orvane_tamsel::utils

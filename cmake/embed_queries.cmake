@@ -1,0 +1,17 @@
+# Turns query files into a C++ table so the binary does not read the source tree at run time.
+# Called as: cmake -DOUT=file.cpp -DQUERIES="key=path|key=path" -P embed_queries.cmake
+set(body "// Generated from the .scm query files; do not edit.\n#include <cstddef>\n\nnamespace orvane_tamsel::utils::detail {\n\nextern const char* const EMBEDDED_QUERIES[][2];\nextern const std::size_t EMBEDDED_QUERY_COUNT;\n\nconst char* const EMBEDDED_QUERIES[][2] = {\n")
+string(REPLACE "|" ";" QUERIES "${QUERIES}")
+set(count 0)
+foreach(entry IN LISTS QUERIES)
+  string(FIND "${entry}" "=" eq)
+  string(SUBSTRING "${entry}" 0 ${eq} key)
+  math(EXPR from "${eq} + 1")
+  string(SUBSTRING "${entry}" ${from} -1 file)
+  file(READ "${file}" text)
+  string(APPEND body "    {\"${key}\", R\"tamselscm(${text})tamselscm\"},\n")
+  math(EXPR count "${count} + 1")
+endforeach()
+string(APPEND body "};\n\nconst std::size_t EMBEDDED_QUERY_COUNT = ${count};\n\n}  // namespace orvane_tamsel::utils::detail\n")
+file(WRITE "${OUT}.tmp" "${body}")
+file(COPY_FILE "${OUT}.tmp" "${OUT}" ONLY_IF_DIFFERENT)

@@ -1,0 +1,196 @@
+#include "orvane_tamsel/index/schema.h"
+
+#include <spdlog/spdlog.h>
+
+#include <array>
+#include <string>
+#include <vector>
+
+namespace orvane_tamsel::index {
+
+namespace {
+
+// Symbols, files and imports keep stable ids across re-indexing (a re-parsed file keeps its row,
+// a symbol keeps its id while its fqn stays in its file), so links by id survive updates.
+constexpr const char* SCHEMA = R"sql(
+CREATE TABLE meta(key TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
+
+CREATE TABLE files(
+  id INTEGER PRIMARY KEY,
+  path TEXT NOT NULL UNIQUE,
+  stem TEXT NOT NULL,         -- the path without its extension
+  base TEXT NOT NULL,         -- the last component of stem
+  language TEXT NOT NULL,
+  size INTEGER NOT NULL,
+  mtime_ns INTEGER NOT NULL,
+  hash TEXT NOT NULL,
+  is_test INTEGER NOT NULL,
+  module TEXT NOT NULL,
+  component TEXT,
+  line_count INTEGER NOT NULL);
+CREATE INDEX files_base ON files(base);
+CREATE INDEX files_module ON files(module);
+
+-- is_test: the symbol is test code, or lies in a test file.
+CREATE TABLE symbols(
+  id INTEGER PRIMARY KEY,
+  file_id INTEGER NOT NULL,
+  fqn TEXT NOT NULL,
+  name TEXT NOT NULL,
+  name_folded TEXT NOT NULL,
+  kind TEXT NOT NULL,
+  start_line INTEGER NOT NULL,
+  end_line INTEGER NOT NULL,
+  signature TEXT,
+  docstring TEXT,
+  is_test INTEGER NOT NULL,
+  parent_id INTEGER,
+  parent_fqn TEXT NOT NULL,
+  bases TEXT NOT NULL);        -- base class fqns separated by blanks
+CREATE INDEX symbols_file ON symbols(file_id, start_line);
+CREATE INDEX symbols_fqn ON symbols(fqn);
+
+CREATE TABLE imports(
+  id INTEGER PRIMARY KEY,
+  file_id INTEGER NOT NULL,
+  line INTEGER NOT NULL,
+  module TEXT NOT NULL,
+  name TEXT NOT NULL,
+  alias TEXT NOT NULL,
+  target_file_id INTEGER,
+  target_symbol_id INTEGER);
+CREATE INDEX imports_file ON imports(file_id, line);
+
+-- A call site as the parser resolved it by name; callee_id is the symbol it links to.
+CREATE TABLE call_sites(
+  id INTEGER PRIMARY KEY,
+  file_id INTEGER NOT NULL,
+  caller_id INTEGER,
+  line INTEGER NOT NULL,
+  evidence TEXT NOT NULL,
+  target_fqn TEXT NOT NULL,
+  callee_id INTEGER);
+CREATE INDEX call_sites_file ON call_sites(file_id);
+CREATE TABLE call_fallbacks(
+  site_id INTEGER NOT NULL,
+  rank INTEGER NOT NULL,
+  fqn TEXT NOT NULL,
+  PRIMARY KEY(site_id, rank)) WITHOUT ROWID;
+
+-- The linked calls: one row per (site, callee); a constructor call also reaches __init__.
+CREATE TABLE edges(
+  site_id INTEGER NOT NULL,
+  caller_id INTEGER NOT NULL,
+  callee_id INTEGER NOT NULL,
+  file_id INTEGER NOT NULL,
+  line INTEGER NOT NULL,
+  derived INTEGER NOT NULL DEFAULT 0);  -- 1: the __init__ reached through its class
+
+CREATE TABLE skipped(path TEXT PRIMARY KEY, reason TEXT NOT NULL) WITHOUT ROWID;
+
+-- Code symbols (no modules) for ranked text search; rowid = symbols.id.
+CREATE VIRTUAL TABLE symbol_text USING fts5(
+  name, fqn, signature, docstring, path,
+  tokenize = 'porter unicode61 remove_diacritics 2');
+INSERT INTO symbol_text(symbol_text, rank) VALUES('rank', 'bm25(10.0, 4.0, 2.0, 1.0, 2.0)');
+
+-- Trigrams for did-you-mean: paths (rowid = files.id) and code symbol names (rowid = symbols.id).
+CREATE VIRTUAL TABLE path_grams USING fts5(path, tokenize = 'trigram');
+CREATE VIRTUAL TABLE name_grams USING fts5(name, tokenize = 'trigram');
+)sql";
+
+// Lookup indexes that a first full build creates after its bulk inserts, which is much faster
+// than keeping them up to date row by row.
+constexpr std::array<const char*, 12> DEFERRABLE_INDEXES = {
+    "CREATE INDEX symbols_name ON symbols(name)",
+    "CREATE INDEX symbols_folded ON symbols(name_folded)",
+    "CREATE INDEX imports_module ON imports(module, name)",
+    "CREATE INDEX imports_target_file ON imports(target_file_id)",
+    "CREATE INDEX imports_target_symbol ON imports(target_symbol_id)",
+    "CREATE INDEX call_sites_target ON call_sites(target_fqn)",
+    "CREATE INDEX call_sites_callee ON call_sites(callee_id)",
+    "CREATE INDEX call_fallbacks_fqn ON call_fallbacks(fqn)",
+    "CREATE INDEX edges_callee ON edges(callee_id, caller_id)",
+    "CREATE INDEX edges_caller ON edges(caller_id, callee_id)",
+    "CREATE INDEX edges_site ON edges(site_id)",
+    "CREATE INDEX edges_file ON edges(file_id)",
+};
+
+int pragma_int(Database& db, const char* pragma) {
+  auto st = db.prepare(std::string("PRAGMA ") + pragma);
+  return st.step() ? static_cast<int>(st.integer(0)) : 0;
+}
+
+bool has_tables(Database& db) {
+  auto st = db.prepare("SELECT count(*) FROM sqlite_master WHERE type = 'table'");
+  return st.step() && st.integer(0) > 0;
+}
+
+void drop_everything(Database& db) {
+  // Virtual tables first: dropping them drops their shadow tables.
+  for (const char* which : {"sql LIKE 'CREATE VIRTUAL%'", "1"}) {
+    std::vector<std::string> names;
+    auto st = db.prepare(std::string("SELECT name FROM sqlite_master WHERE type = 'table' AND "
+                                     "name NOT LIKE 'sqlite_%' AND ") +
+                         which);
+    while (st.step()) names.push_back(st.text(0));
+    for (const auto& name : names) db.exec("DROP TABLE IF EXISTS \"" + name + "\"");
+  }
+}
+
+void create(Database& db) {
+  db.exec(SCHEMA);
+  create_deferrable_indexes(db);
+  db.exec("PRAGMA user_version = " + std::to_string(SCHEMA_VERSION));
+  db.exec("INSERT INTO meta VALUES('schema_version', '" + std::to_string(SCHEMA_VERSION) + "')");
+}
+
+}  // namespace
+
+void drop_deferrable_indexes(Database& db) {
+  for (std::string sql : DEFERRABLE_INDEXES) {
+    auto name = sql.substr(13, sql.find(' ', 13) - 13);  // after "CREATE INDEX "
+    db.exec("DROP INDEX IF EXISTS " + name);
+  }
+}
+
+void create_deferrable_indexes(Database& db) {
+  for (std::string sql : DEFERRABLE_INDEXES) db.exec("CREATE INDEX IF NOT EXISTS" + sql.substr(12));
+}
+
+std::filesystem::path index_file(const std::filesystem::path& repository_root) {
+  return repository_root / ".tamsel" / "index.db";
+}
+
+int schema_version_of(Database& db) {
+  return has_tables(db) ? pragma_int(db, "user_version") : 0;
+}
+
+bool prepare_for_writing(Database& db) {
+  db.exec("PRAGMA journal_mode = WAL");
+  db.exec("PRAGMA synchronous = NORMAL");
+  db.exec("BEGIN IMMEDIATE");
+  try {
+    bool rebuilt = false;
+    if (has_tables(db)) {
+      int version = pragma_int(db, "user_version");
+      if (version == SCHEMA_VERSION) {
+        db.exec("COMMIT");
+        return false;
+      }
+      spdlog::warn(
+          "the index {} has schema version {}, this tamsel writes version {}: rebuilding it",
+          db.file().string(), version, SCHEMA_VERSION);
+      drop_everything(db);
+      rebuilt = true;
+    }
+    create(db);
+    db.exec("COMMIT");
+    return rebuilt;
+  } catch (...) {
+    db.exec("ROLLBACK");
+    throw;
+  }
+}
+
+}  // namespace orvane_tamsel::index

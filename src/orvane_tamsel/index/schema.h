@@ -1,0 +1,27 @@
+#pragma once
+// The one SQLite schema of the code index, and its version.
+
+#include <filesystem>
+
+#include "orvane_tamsel/index/sqlite_db.h"
+
+namespace orvane_tamsel::index {
+
+// Bump on every change to the tables below: an index of another version is rebuilt.
+inline constexpr int SCHEMA_VERSION = 1;
+
+// DIR/.tamsel/index.db
+std::filesystem::path index_file(const std::filesystem::path& repository_root);
+
+// Sets WAL mode and creates the tables; an index of another schema version is emptied and
+// recreated (said on stderr). Returns true when it rebuilt an existing index.
+bool prepare_for_writing(Database& db);
+
+// A first full build drops the lookup indexes that only reads need, and creates them at the end.
+void drop_deferrable_indexes(Database& db);
+void create_deferrable_indexes(Database& db);
+
+// The schema version the index was written with (0 when it holds no tables).
+int schema_version_of(Database& db);
+
+}  // namespace orvane_tamsel::index

@@ -1,0 +1,161 @@
+#include "orvane_tamsel/index/sqlite_db.h"
+
+#include <sqlite3.h>
+
+#include <utility>
+
+namespace orvane_tamsel::index {
+
+namespace {
+
+[[noreturn]] void fail(sqlite3* db, std::string_view what) {
+  throw SqliteError(std::string(what) + ": " + (db ? sqlite3_errmsg(db) : "out of memory"),
+                    db ? sqlite3_extended_errcode(db) : SQLITE_NOMEM);
+}
+
+// Writers wait this long for one another instead of failing with "database is locked".
+constexpr int BUSY_TIMEOUT_MS = 60'000;
+
+}  // namespace
+
+bool SqliteError::unreadable() const {
+  return (code_ & 0xff) == SQLITE_NOTADB || (code_ & 0xff) == SQLITE_CORRUPT;
+}
+
+Statement::Statement(sqlite3* db, std::string_view sql) : db_(db) {
+  if (sqlite3_prepare_v2(db, sql.data(), static_cast<int>(sql.size()), &stmt_, nullptr) !=
+      SQLITE_OK) {
+    fail(db, "cannot prepare \"" + std::string(sql.substr(0, 80)) + "\"");
+  }
+}
+
+Statement::~Statement() {
+  sqlite3_finalize(stmt_);
+}
+
+Statement::Statement(Statement&& other) noexcept
+    : db_(std::exchange(other.db_, nullptr)), stmt_(std::exchange(other.stmt_, nullptr)) {}
+
+Statement& Statement::operator=(Statement&& other) noexcept {
+  if (this != &other) {
+    sqlite3_finalize(stmt_);
+    db_ = std::exchange(other.db_, nullptr);
+    stmt_ = std::exchange(other.stmt_, nullptr);
+  }
+  return *this;
+}
+
+Statement& Statement::bind(int index, std::int64_t value) {
+  if (sqlite3_bind_int64(stmt_, index, value) != SQLITE_OK) fail(db_, "bind");
+  return *this;
+}
+
+Statement& Statement::bind(int index, double value) {
+  if (sqlite3_bind_double(stmt_, index, value) != SQLITE_OK) fail(db_, "bind");
+  return *this;
+}
+
+Statement& Statement::bind(int index, std::string_view value) {
+  if (sqlite3_bind_text(stmt_, index, value.data(), static_cast<int>(value.size()),
+                        SQLITE_TRANSIENT) != SQLITE_OK) {
+    fail(db_, "bind");
+  }
+  return *this;
+}
+
+Statement& Statement::bind(int index, const std::optional<std::string>& value) {
+  return value ? bind(index, std::string_view(*value)) : bind_null(index);
+}
+
+Statement& Statement::bind(int index, const std::optional<std::int64_t>& value) {
+  return value ? bind(index, *value) : bind_null(index);
+}
+
+Statement& Statement::bind_null(int index) {
+  if (sqlite3_bind_null(stmt_, index) != SQLITE_OK) fail(db_, "bind");
+  return *this;
+}
+
+bool Statement::step() {
+  int rc = sqlite3_step(stmt_);
+  if (rc == SQLITE_ROW) return true;
+  if (rc == SQLITE_DONE) return false;
+  std::string message = sqlite3_errmsg(db_);
+  sqlite3_reset(stmt_);
+  throw SqliteError(message, rc);
+}
+
+void Statement::run() {
+  while (step()) {
+  }
+  reset();
+}
+
+void Statement::reset() {
+  sqlite3_reset(stmt_);
+  sqlite3_clear_bindings(stmt_);
+}
+
+std::int64_t Statement::integer(int column) const {
+  return sqlite3_column_int64(stmt_, column);
+}
+
+double Statement::real(int column) const {
+  return sqlite3_column_double(stmt_, column);
+}
+
+std::string Statement::text(int column) const {
+  const auto* p = sqlite3_column_text(stmt_, column);
+  if (!p) return {};
+  return std::string(reinterpret_cast<const char*>(p),
+                     static_cast<std::size_t>(sqlite3_column_bytes(stmt_, column)));
+}
+
+std::optional<std::string> Statement::optional_text(int column) const {
+  if (is_null(column)) return std::nullopt;
+  return text(column);
+}
+
+std::optional<std::int64_t> Statement::optional_integer(int column) const {
+  if (is_null(column)) return std::nullopt;
+  return integer(column);
+}
+
+bool Statement::is_null(int column) const {
+  return sqlite3_column_type(stmt_, column) == SQLITE_NULL;
+}
+
+Database::Database(const std::filesystem::path& file, Mode mode) : file_(file) {
+  int flags = mode == Mode::write ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE
+                                  : SQLITE_OPEN_READWRITE;  // WAL readers may need to write -shm
+  flags |= SQLITE_OPEN_NOMUTEX;
+  if (sqlite3_open_v2(file.c_str(), &db_, flags, nullptr) != SQLITE_OK) {
+    std::string message = db_ ? sqlite3_errmsg(db_) : "out of memory";
+    int code = db_ ? sqlite3_extended_errcode(db_) : SQLITE_NOMEM;
+    sqlite3_close(db_);
+    db_ = nullptr;
+    throw SqliteError(file.string() + ": " + message, code);
+  }
+  sqlite3_busy_timeout(db_, BUSY_TIMEOUT_MS);
+  sqlite3_extended_result_codes(db_, 1);
+}
+
+Database::~Database() {
+  sqlite3_close_v2(db_);
+}
+
+void Database::exec(std::string_view sql) {
+  char* error = nullptr;
+  std::string text(sql);
+  if (sqlite3_exec(db_, text.c_str(), nullptr, nullptr, &error) != SQLITE_OK) {
+    std::string message = error ? error : sqlite3_errmsg(db_);
+    sqlite3_free(error);
+    throw SqliteError(message, sqlite3_extended_errcode(db_));
+  }
+}
+
+std::int64_t Database::last_insert_id() const {
+  return sqlite3_last_insert_rowid(db_);
+}
+
+}  // namespace orvane_tamsel::index

@@ -1,0 +1,89 @@
+#pragma once
+// A thin RAII layer over the SQLite C API: one connection, prepared statements, errors as
+// exceptions.
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace orvane_tamsel::index {
+
+class SqliteError : public std::runtime_error {
+ public:
+  explicit SqliteError(const std::string& message, int code = 0)
+      : std::runtime_error(message), code_(code) {}
+  // The file is not a database or is damaged (as opposed to busy, full, ...).
+  bool unreadable() const;
+
+ private:
+  int code_;
+};
+
+class Statement {
+ public:
+  Statement() = default;
+  Statement(sqlite3* db, std::string_view sql);
+  ~Statement();
+  Statement(Statement&& other) noexcept;
+  Statement& operator=(Statement&& other) noexcept;
+  Statement(const Statement&) = delete;
+  Statement& operator=(const Statement&) = delete;
+
+  // Binds by 1-based position; returns *this so that calls chain.
+  Statement& bind(int index, std::int64_t value);
+  Statement& bind(int index, int value) { return bind(index, static_cast<std::int64_t>(value)); }
+  Statement& bind(int index, bool value) { return bind(index, static_cast<std::int64_t>(value)); }
+  Statement& bind(int index, double value);
+  Statement& bind(int index, std::string_view value);
+  Statement& bind(int index, const std::string& value) {
+    return bind(index, std::string_view(value));
+  }
+  Statement& bind(int index, const char* value) { return bind(index, std::string_view(value)); }
+  Statement& bind(int index, const std::optional<std::string>& value);
+  Statement& bind(int index, const std::optional<std::int64_t>& value);
+  Statement& bind_null(int index);
+
+  // Steps once: true while a row is available.
+  bool step();
+  // Runs to completion and resets, for statements without rows.
+  void run();
+  void reset();
+
+  std::int64_t integer(int column) const;
+  double real(int column) const;
+  std::string text(int column) const;
+  std::optional<std::string> optional_text(int column) const;
+  std::optional<std::int64_t> optional_integer(int column) const;
+  bool is_null(int column) const;
+
+ private:
+  sqlite3* db_ = nullptr;
+  sqlite3_stmt* stmt_ = nullptr;
+};
+
+class Database {
+ public:
+  enum class Mode { read, write };
+  Database(const std::filesystem::path& file, Mode mode);
+  ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  void exec(std::string_view sql);
+  Statement prepare(std::string_view sql) { return Statement(db_, sql); }
+  std::int64_t last_insert_id() const;
+  sqlite3* handle() { return db_; }
+  const std::filesystem::path& file() const { return file_; }
+
+ private:
+  sqlite3* db_ = nullptr;
+  std::filesystem::path file_;
+};
+
+}  // namespace orvane_tamsel::index

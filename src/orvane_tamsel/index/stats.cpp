@@ -1,0 +1,20 @@
+#include "orvane_tamsel/index/stats.h"
+
+namespace orvane_tamsel::index {
+
+IndexStats read_stats(Database& db) {
+  IndexStats stats;
+  auto count = [&db](const char* sql) {
+    auto st = db.prepare(sql);
+    return st.step() ? st.integer(0) : 0;
+  };
+  stats.files = count("SELECT count(*) FROM files");
+  stats.symbols = count("SELECT count(*) FROM symbols");
+  stats.calls = count("SELECT count(*) FROM call_sites WHERE callee_id IS NOT NULL");
+  stats.unresolved_calls = count("SELECT count(*) FROM call_sites WHERE callee_id IS NULL");
+  auto st = db.prepare("SELECT reason, count(*) FROM skipped GROUP BY reason");
+  while (st.step()) stats.skipped[st.text(0)] = st.integer(1);
+  return stats;
+}
+
+}  // namespace orvane_tamsel::index

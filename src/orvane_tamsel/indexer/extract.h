@@ -1,0 +1,24 @@
+#pragma once
+// Turns one source file into symbols, imports and call sites, by its language's extractor.
+
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "orvane_tamsel/indexer/parsed_file.h"
+#include "orvane_tamsel/utils/language_registry.h"
+
+namespace orvane_tamsel::indexer {
+
+// The folders that make packages (for Python: those holding an __init__.py), repository-relative.
+using PackageDirs = std::set<std::string, std::less<>>;
+
+// The dotted module of a file; see languages/python.cpp for the source-root rule.
+std::string module_name(const utils::LanguageSpec& language, std::string_view path,
+                        const PackageDirs& packages);
+
+// Safe to call from several threads at once.
+ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
+                   std::string_view module, std::string_view content);
+
+}  // namespace orvane_tamsel::indexer

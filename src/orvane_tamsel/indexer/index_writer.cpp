@@ -1,0 +1,415 @@
+#include "orvane_tamsel/indexer/index_writer.h"
+
+#include <spdlog/spdlog.h>
+
+#include <deque>
+#include <set>
+#include <unordered_map>
+
+#include "orvane_tamsel/index/paths.h"
+#include "orvane_tamsel/index/schema.h"
+#include "orvane_tamsel/index/sqlite_db.h"
+#include "orvane_tamsel/index/stats.h"
+#include "orvane_tamsel/index/subwords.h"
+#include "orvane_tamsel/utils/unicode.h"
+
+namespace orvane_tamsel::indexer {
+
+using index::Database;
+using index::Statement;
+
+namespace {
+
+// Per-batch bookkeeping lives in temporary tables so that linking runs as a few joins. The
+// temporary tables drive each join (CROSS JOIN fixes the order): they are small for a small update.
+constexpr const char* BATCH_TABLES = R"sql(
+CREATE TEMP TABLE IF NOT EXISTS changed_files(id INTEGER PRIMARY KEY);
+CREATE TEMP TABLE IF NOT EXISTS affected(fqn TEXT PRIMARY KEY, head TEXT, tail TEXT);
+CREATE TEMP TABLE IF NOT EXISTS relink(site_id INTEGER PRIMARY KEY);
+CREATE TEMP TABLE IF NOT EXISTS reimport(id INTEGER PRIMARY KEY);
+)sql";
+
+constexpr const char* CLEAR_BATCH_TABLES =
+    "DELETE FROM changed_files; DELETE FROM affected; DELETE FROM relink; DELETE FROM reimport;";
+
+// Sites to link again: those of changed files, and those naming an fqn that appeared or vanished.
+constexpr const char* RELINK_CHANGED = R"sql(
+INSERT OR IGNORE INTO relink SELECT c.id FROM changed_files f CROSS JOIN call_sites c ON c.file_id = f.id;
+INSERT OR IGNORE INTO relink SELECT c.id FROM affected a CROSS JOIN call_sites c ON c.target_fqn = a.fqn;
+INSERT OR IGNORE INTO relink SELECT b.site_id FROM affected a CROSS JOIN call_fallbacks b ON b.fqn = a.fqn;
+INSERT OR IGNORE INTO reimport SELECT i.id FROM changed_files f CROSS JOIN imports i ON i.file_id = f.id;
+INSERT OR IGNORE INTO reimport SELECT i.id FROM affected a CROSS JOIN imports i ON i.module = a.fqn;
+INSERT OR IGNORE INTO reimport
+  SELECT i.id FROM affected a CROSS JOIN imports i ON i.module = a.head AND i.name = a.tail;
+)sql";
+
+constexpr const char* RELINK_ALL = R"sql(
+INSERT INTO relink SELECT id FROM call_sites;
+INSERT INTO reimport SELECT id FROM imports;
+)sql";
+
+constexpr const char* LINK_CALLS = R"sql(
+DELETE FROM edges WHERE site_id IN (SELECT site_id FROM relink);
+UPDATE call_sites SET callee_id = coalesce(
+    (SELECT min(s.id) FROM symbols s WHERE s.fqn = call_sites.target_fqn AND s.kind <> 'module'),
+    (SELECT s.id FROM call_fallbacks b JOIN symbols s ON s.fqn = b.fqn AND s.kind <> 'module'
+      WHERE b.site_id = call_sites.id ORDER BY b.rank, s.id LIMIT 1))
+  WHERE id IN (SELECT site_id FROM relink);
+INSERT INTO edges(site_id, caller_id, callee_id, file_id, line)
+  SELECT c.id, c.caller_id, c.callee_id, c.file_id, c.line
+  FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id
+  WHERE c.callee_id IS NOT NULL AND c.caller_id IS NOT NULL;
+INSERT INTO edges(site_id, caller_id, callee_id, file_id, line, derived)
+  SELECT site, caller, init, file_id, line, 1 FROM (
+    SELECT c.id AS site, c.caller_id AS caller, c.file_id, c.line,
+      (SELECT min(i.id) FROM symbols i WHERE i.fqn = k.fqn || '.__init__' AND i.kind <> 'module') AS init
+    FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id CROSS JOIN symbols k ON k.id = c.callee_id
+    WHERE k.kind = 'class' AND c.caller_id IS NOT NULL)
+  WHERE init IS NOT NULL;
+)sql";
+
+// `from m import n` binds the symbol m.n or the module m.n; `import m` the module m.
+constexpr const char* LINK_IMPORTS = R"sql(
+UPDATE imports SET
+  target_symbol_id = CASE WHEN name = '' THEN NULL ELSE
+    (SELECT min(s.id) FROM symbols s
+      WHERE s.fqn = imports.module || '.' || imports.name AND s.kind <> 'module') END,
+  target_file_id = coalesce(
+    CASE WHEN name = '' THEN NULL ELSE
+      (SELECT f.id FROM files f WHERE f.module = imports.module || '.' || imports.name
+        ORDER BY length(f.path), f.path LIMIT 1) END,
+    (SELECT f.id FROM files f WHERE f.module = imports.module
+      ORDER BY length(f.path), f.path LIMIT 1))
+  WHERE id IN (SELECT id FROM reimport);
+)sql";
+
+struct OldSymbol {
+  std::int64_t id;
+  std::string fqn;
+};
+
+}  // namespace
+
+struct IndexWriter::Impl {
+  Database db;
+  bool in_batch = false;
+  bool bulk = false;  // the batch fills an empty index
+  Statement find_file, insert_file, update_file, touch, old_symbols, delete_file, insert_symbol,
+      insert_text, insert_name_gram, delete_text, delete_name_gram, insert_path_gram,
+      delete_path_gram, insert_site, insert_fallback, insert_import, mark_changed, mark_affected;
+  std::vector<Statement> clear_contents;
+
+  explicit Impl(const std::filesystem::path& root) : db(open(root), Database::Mode::write) {
+    index::prepare_for_writing(db);
+    db.exec("PRAGMA temp_store = MEMORY");
+    db.exec("PRAGMA cache_size = -65536");
+    db.exec(BATCH_TABLES);
+    find_file = db.prepare("SELECT id FROM files WHERE path = ?");
+    insert_file = db.prepare(
+        "INSERT INTO files(path, stem, base, language, size, mtime_ns, hash, is_test, module, "
+        "component, line_count) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    update_file = db.prepare(
+        "UPDATE files SET path = ?, stem = ?, base = ?, language = ?, size = ?, mtime_ns = ?, "
+        "hash = ?, is_test = ?, module = ?, component = ?, line_count = ? WHERE id = ?");
+    touch = db.prepare("UPDATE files SET mtime_ns = ?, size = ?, hash = ? WHERE path = ?");
+    old_symbols = db.prepare("SELECT id, fqn FROM symbols WHERE file_id = ? ORDER BY id");
+    delete_file = db.prepare("DELETE FROM files WHERE id = ?");
+    insert_symbol = db.prepare(
+        "INSERT INTO symbols(id, file_id, fqn, name, name_folded, kind, start_line, end_line, "
+        "signature, docstring, is_test, parent_id, parent_fqn, bases) "
+        "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    insert_text = db.prepare(
+        "INSERT INTO symbol_text(rowid, name, fqn, signature, docstring, path) "
+        "VALUES(?, ?, ?, ?, ?, ?)");
+    insert_name_gram = db.prepare("INSERT INTO name_grams(rowid, name) VALUES(?, ?)");
+    delete_text = db.prepare("DELETE FROM symbol_text WHERE rowid = ?");
+    delete_name_gram = db.prepare("DELETE FROM name_grams WHERE rowid = ?");
+    insert_path_gram = db.prepare("INSERT INTO path_grams(rowid, path) VALUES(?, ?)");
+    delete_path_gram = db.prepare("DELETE FROM path_grams WHERE rowid = ?");
+    insert_site = db.prepare(
+        "INSERT INTO call_sites(file_id, caller_id, line, evidence, target_fqn) "
+        "VALUES(?, ?, ?, ?, ?)");
+    insert_fallback = db.prepare("INSERT OR IGNORE INTO call_fallbacks VALUES(?, ?, ?)");
+    insert_import =
+        db.prepare("INSERT INTO imports(file_id, line, module, name, alias) VALUES(?, ?, ?, ?, ?)");
+    mark_changed = db.prepare("INSERT OR IGNORE INTO changed_files VALUES(?)");
+    mark_affected = db.prepare("INSERT OR IGNORE INTO affected VALUES(?, ?, ?)");
+    for (const char* sql : {
+             "DELETE FROM edges WHERE site_id IN (SELECT id FROM call_sites WHERE file_id = ?)",
+             "DELETE FROM call_fallbacks WHERE site_id IN "
+             "(SELECT id FROM call_sites WHERE file_id = ?)",
+             "DELETE FROM call_sites WHERE file_id = ?",
+             "DELETE FROM imports WHERE file_id = ?",
+             "DELETE FROM symbols WHERE file_id = ?",
+         }) {
+      clear_contents.push_back(db.prepare(sql));
+    }
+  }
+
+  // A damaged index is rebuilt from scratch rather than failing every later run.
+  static std::filesystem::path open(const std::filesystem::path& root) {
+    std::filesystem::create_directories(root / ".tamsel");
+    auto file = index::index_file(root);
+    try {
+      Database probe(file, Database::Mode::write);
+      index::prepare_for_writing(probe);
+    } catch (const index::SqliteError& e) {
+      if (!e.unreadable()) throw;
+      spdlog::warn("the index {} cannot be read ({}): rebuilding it", file.string(), e.what());
+      for (const char* suffix : {"", "-wal", "-shm"})
+        std::filesystem::remove(file.string() + suffix);
+    }
+    return file;
+  }
+
+  void ensure_batch() {
+    if (!in_batch) begin();
+  }
+
+  void begin() {
+    if (in_batch) return;
+    db.exec("BEGIN IMMEDIATE");
+    in_batch = true;
+    db.exec(CLEAR_BATCH_TABLES);
+    {
+      auto empty = db.prepare("SELECT NOT EXISTS (SELECT 1 FROM files)");
+      bulk = empty.step() && empty.integer(0) != 0;
+    }
+    if (bulk) index::drop_deferrable_indexes(db);
+  }
+
+  void affect(const std::string& fqn) {
+    if (bulk) return;  // everything is linked anyway
+    auto dot = fqn.rfind('.');
+    std::string head = dot == std::string::npos ? "" : fqn.substr(0, dot);
+    std::string tail = dot == std::string::npos ? fqn : fqn.substr(dot + 1);
+    mark_affected.bind(1, fqn).bind(2, head).bind(3, tail).run();
+    // sites that name a class also reach its __init__
+    if (tail == "__init__" && !head.empty()) affect(head);
+  }
+
+  std::optional<std::int64_t> file_id_of(const std::string& path) {
+    find_file.bind(1, path);
+    std::optional<std::int64_t> id;
+    if (find_file.step()) id = find_file.integer(0);
+    find_file.reset();
+    return id;
+  }
+
+  // Removes what a file holds (symbols, sites, imports, text rows) and returns its old symbols.
+  std::vector<OldSymbol> clear_file(std::int64_t file_id) {
+    std::vector<OldSymbol> old;
+    old_symbols.bind(1, file_id);
+    while (old_symbols.step()) old.push_back({old_symbols.integer(0), old_symbols.text(1)});
+    old_symbols.reset();
+    for (const auto& s : old) {
+      delete_text.bind(1, s.id).run();
+      delete_name_gram.bind(1, s.id).run();
+    }
+    for (auto& st : clear_contents) st.bind(1, file_id).run();
+    return old;
+  }
+
+  void put_file(const ParsedFile& file, const FileState& state) {
+    ensure_batch();
+    auto stem = index::path_stem(file.path);
+    auto base = std::string(index::last_component(stem));
+    auto component = index::component_of(file.path, file.module);
+    auto bind_file = [&](Statement& st) {
+      st.bind(1, file.path)
+          .bind(2, stem)
+          .bind(3, base)
+          .bind(4, file.language)
+          .bind(5, state.size)
+          .bind(6, state.mtime_ns)
+          .bind(7, state.hash)
+          .bind(8, file.is_test)
+          .bind(9, file.module)
+          .bind(10, component)
+          .bind(11, file.line_count);
+    };
+
+    std::unordered_map<std::string, std::deque<std::int64_t>> reusable;
+    auto file_id = file_id_of(file.path);
+    if (file_id) {
+      for (auto& s : clear_file(*file_id)) reusable[s.fqn].push_back(s.id);
+      bind_file(update_file);
+      update_file.bind(12, *file_id).run();
+    } else {
+      bind_file(insert_file);
+      insert_file.run();
+      file_id = db.last_insert_id();
+      insert_path_gram.bind(1, *file_id).bind(2, file.path).run();
+    }
+    mark_changed.bind(1, *file_id).run();
+    if (!file.module.empty()) affect(file.module);
+
+    std::unordered_map<std::string, std::int64_t> ids;  // fqn -> id, first definition wins
+    std::optional<std::int64_t> module_id;
+    for (const auto& s : file.symbols) {
+      std::optional<std::int64_t> id;
+      if (auto it = reusable.find(s.fqn); it != reusable.end() && !it->second.empty()) {
+        id = it->second.front();
+        it->second.pop_front();
+      }
+      std::optional<std::int64_t> parent;
+      if (auto it = ids.find(s.parent_fqn); it != ids.end()) parent = it->second;
+      std::string bases;
+      for (const auto& b : s.bases) bases += (bases.empty() ? "" : " ") + b;
+      insert_symbol.bind(1, id)
+          .bind(2, *file_id)
+          .bind(3, s.fqn)
+          .bind(4, s.name)
+          .bind(5, utils::lower(s.name))
+          .bind(6, s.kind)
+          .bind(7, s.start_line)
+          .bind(8, s.end_line)
+          .bind(9, s.signature)
+          .bind(10, s.docstring)
+          .bind(11, s.is_test || file.is_test)
+          .bind(12, parent)
+          .bind(13, s.parent_fqn)
+          .bind(14, bases)
+          .run();
+      if (!id) {
+        id = db.last_insert_id();
+        affect(s.fqn);
+      }
+      ids.emplace(s.fqn, *id);
+      if (s.kind == "module") {
+        if (!module_id) module_id = id;
+        continue;
+      }
+      insert_text.bind(1, *id)
+          .bind(2, index::name_text(s.name))
+          .bind(3, s.fqn)
+          .bind(4, s.signature)
+          .bind(5, s.docstring)
+          .bind(6, file.path)
+          .run();
+      insert_name_gram.bind(1, *id).bind(2, s.name).run();
+    }
+    for (const auto& [fqn, left] : reusable) {
+      if (!left.empty()) affect(fqn);
+    }
+
+    for (const auto& call : file.calls) {
+      std::optional<std::int64_t> caller = module_id;
+      if (auto it = ids.find(call.caller_fqn); it != ids.end()) caller = it->second;
+      insert_site.bind(1, *file_id)
+          .bind(2, caller)
+          .bind(3, call.line)
+          .bind(4, call.evidence)
+          .bind(5, call.target)
+          .run();
+      auto site = db.last_insert_id();
+      std::int64_t rank = 1;
+      for (const auto& fallback : call.fallbacks) {
+        insert_fallback.bind(1, site).bind(2, rank++).bind(3, fallback).run();
+      }
+    }
+    for (const auto& imp : file.imports) {
+      insert_import.bind(1, *file_id)
+          .bind(2, imp.line)
+          .bind(3, imp.module)
+          .bind(4, imp.name)
+          .bind(5, imp.alias)
+          .run();
+    }
+  }
+
+  void remove_file(const std::string& path) {
+    ensure_batch();
+    auto file_id = file_id_of(path);
+    if (!file_id) return;
+    for (auto& s : clear_file(*file_id)) affect(s.fqn);
+    delete_file.bind(1, *file_id).run();
+    delete_path_gram.bind(1, *file_id).run();
+  }
+
+  void commit() {
+    if (!in_batch) return;
+    db.exec(bulk ? RELINK_ALL : RELINK_CHANGED);
+    db.exec(LINK_CALLS);
+    db.exec(LINK_IMPORTS);
+    update_dominant_package();
+    if (bulk) index::create_deferrable_indexes(db);
+    db.exec(CLEAR_BATCH_TABLES);
+    db.exec("COMMIT");
+    in_batch = false;
+  }
+
+  // Which package, if any, holds most production files (see split_component).
+  void update_dominant_package() {
+    std::string dominant;
+    {
+      auto st = db.prepare(
+          "SELECT component, count(*), (SELECT count(*) FROM files WHERE is_test = 0) "
+          "FROM files WHERE is_test = 0 GROUP BY component ORDER BY 2 DESC, 1 LIMIT 1");
+      if (st.step() && st.integer(1) >= index::DOMINANT_SHARE * st.real(2)) dominant = st.text(0);
+    }
+    db.prepare("INSERT OR REPLACE INTO meta VALUES('dominant_package', ?)").bind(1, dominant).run();
+  }
+
+  void rollback() {
+    if (!in_batch) return;
+    in_batch = false;
+    db.exec("ROLLBACK");
+  }
+};
+
+IndexWriter::IndexWriter(const std::filesystem::path& repository_root)
+    : impl_(std::make_unique<Impl>(repository_root)) {}
+
+IndexWriter::~IndexWriter() {
+  try {
+    impl_->rollback();
+  } catch (...) {
+    // the connection closes anyway, and SQLite discards the open transaction with it
+  }
+}
+
+std::map<std::string, FileState> IndexWriter::file_states() {
+  std::map<std::string, FileState> states;
+  auto st = impl_->db.prepare("SELECT path, mtime_ns, size, hash FROM files");
+  while (st.step()) states[st.text(0)] = {st.integer(1), st.integer(2), st.text(3)};
+  return states;
+}
+
+void IndexWriter::begin() {
+  impl_->begin();
+}
+
+void IndexWriter::put_file(const ParsedFile& file, const FileState& state) {
+  impl_->put_file(file, state);
+}
+
+void IndexWriter::touch_file(const std::string& path, const FileState& state) {
+  impl_->ensure_batch();
+  impl_->touch.bind(1, state.mtime_ns).bind(2, state.size).bind(3, state.hash).bind(4, path).run();
+}
+
+void IndexWriter::remove_file(const std::string& path) {
+  impl_->remove_file(path);
+}
+
+void IndexWriter::set_skipped(const std::map<std::string, std::string>& path_to_reason) {
+  impl_->ensure_batch();
+  impl_->db.exec("DELETE FROM skipped");
+  auto st = impl_->db.prepare("INSERT OR REPLACE INTO skipped VALUES(?, ?)");
+  for (const auto& [path, reason] : path_to_reason) st.bind(1, path).bind(2, reason).run();
+}
+
+void IndexWriter::commit() {
+  impl_->commit();
+}
+
+void IndexWriter::rollback() {
+  impl_->rollback();
+}
+
+index::IndexStats IndexWriter::stats() {
+  return index::read_stats(impl_->db);
+}
+
+}  // namespace orvane_tamsel::indexer

@@ -1,0 +1,190 @@
+#include "orvane_tamsel/indexer/indexer.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <sstream>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "orvane_tamsel/indexer/extract.h"
+#include "orvane_tamsel/indexer/index_writer.h"
+#include "orvane_tamsel/indexer/walker.h"
+#include "orvane_tamsel/utils/unicode.h"
+
+namespace orvane_tamsel::indexer {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t BINARY_PROBE = 8192;
+constexpr unsigned PARSE_THREADS = 2;
+
+std::string content_hash(std::string_view text) {
+  std::uint64_t h = 1469598103934665603ULL;  // FNV-1a: stable across builds and runs
+  for (unsigned char c : text) {
+    h ^= c;
+    h *= 1099511628211ULL;
+  }
+  char buf[17];
+  std::snprintf(buf, sizeof buf, "%016llx", static_cast<unsigned long long>(h));
+  return buf;
+}
+
+struct Outcome {
+  enum Kind { skip, touch, put } kind = skip;
+  std::string reason;
+  FileState state;
+  std::optional<ParsedFile> parsed;
+};
+
+Outcome read_and_parse(const fs::path& root, const WalkedFile& f, const PackageDirs& packages,
+                       const std::map<std::string, FileState>& states) {
+  Outcome out;
+  out.state.mtime_ns = f.mtime_ns;
+  out.state.size = f.size;
+  std::ifstream in(root / f.path, std::ios::binary);
+  if (!in) {
+    out.reason = "unreadable";
+    return out;
+  }
+  std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  if (in.bad()) {
+    out.reason = "unreadable";
+    return out;
+  }
+  if (std::memchr(content.data(), 0, std::min(content.size(), BINARY_PROBE)) != nullptr) {
+    out.reason = "binary";
+    return out;
+  }
+  if (!utils::is_valid_utf8(content)) {
+    out.reason = "not utf-8";
+    return out;
+  }
+  out.state.size = static_cast<std::int64_t>(content.size());
+  out.state.hash = content_hash(content);
+  if (auto s = states.find(f.path); s != states.end() && s->second.hash == out.state.hash) {
+    out.kind = Outcome::touch;
+    return out;
+  }
+  try {
+    out.parsed = extract(*f.language, f.path, module_name(*f.language, f.path, packages), content);
+    out.kind = Outcome::put;
+  } catch (const std::exception&) {
+    out.reason = "parse failed";
+  }
+  return out;
+}
+
+}  // namespace
+
+IndexReport update_index(const fs::path& repository_root, const IndexOptions& options,
+                         const std::function<void(const Progress&)>& on_progress) {
+  auto started = std::chrono::steady_clock::now();
+  if (!fs::is_directory(repository_root)) {
+    throw std::runtime_error("not a directory: " + repository_root.string());
+  }
+  auto walked = walk(repository_root, options.max_file_size);
+  IndexWriter writer(repository_root);
+  auto states = writer.file_states();
+
+  std::vector<const WalkedFile*> work;
+  std::set<std::string, std::less<>> present;
+  for (const auto& f : walked.files) {
+    present.insert(f.path);
+    auto s = states.find(f.path);
+    if (s == states.end() || s->second.mtime_ns != f.mtime_ns || s->second.size != f.size) {
+      work.push_back(&f);
+    }
+  }
+
+  // Both cores parse; the writer stays on this thread.
+  std::vector<Outcome> outcomes(work.size());
+  std::atomic<std::size_t> next{0};
+  std::int64_t done = 0;
+  std::mutex progress_mutex;
+  auto worker = [&] {
+    for (std::size_t i = next++; i < work.size(); i = next++) {
+      outcomes[i] = read_and_parse(repository_root, *work[i], walked.packages, states);
+      if (on_progress) {
+        std::lock_guard lock(progress_mutex);
+        on_progress({++done, static_cast<std::int64_t>(work.size()), work[i]->path});
+      }
+    }
+  };
+  std::vector<std::thread> threads;
+  for (unsigned t = 1; t < PARSE_THREADS && work.size() > 1; ++t) threads.emplace_back(worker);
+  worker();
+  for (auto& t : threads) t.join();
+
+  IndexReport report;
+  auto skipped = walked.skipped;
+  writer.begin();
+  try {
+    for (std::size_t i = 0; i < work.size(); ++i) {
+      auto& o = outcomes[i];
+      const auto& path = work[i]->path;
+      if (o.kind == Outcome::skip) {
+        skipped[path] = o.reason;
+        present.erase(path);
+      } else if (o.kind == Outcome::touch) {
+        writer.touch_file(path, o.state);
+      } else {
+        writer.put_file(*o.parsed, o.state);
+        ++report.parsed;
+      }
+    }
+    for (const auto& [path, state] : states) {
+      if (present.count(path) == 0) {
+        writer.remove_file(path);
+        ++report.removed;
+      }
+    }
+    writer.set_skipped(skipped);
+    writer.commit();
+  } catch (...) {
+    writer.rollback();
+    throw;
+  }
+
+  auto stats = writer.stats();
+  report.indexed = stats.files;
+  report.symbols = stats.symbols;
+  report.calls = stats.calls;
+  report.unresolved_calls = stats.unresolved_calls;
+  for (const auto& [path, reason] : skipped) ++report.skipped[reason];
+  report.seconds =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+  return report;
+}
+
+std::string summary_line(const IndexReport& report) {
+  std::ostringstream out;
+  std::int64_t skipped = 0;
+  for (const auto& [reason, n] : report.skipped) skipped += n;
+  out << "indexed " << report.indexed << " files (" << report.parsed << " parsed, "
+      << report.removed << " removed), skipped " << skipped;
+  if (skipped > 0) {
+    out << " (";
+    bool first = true;
+    for (const auto& [reason, n] : report.skipped) {
+      out << (first ? "" : ", ") << reason << ": " << n;
+      first = false;
+    }
+    out << ")";
+  }
+  char secs[32];
+  std::snprintf(secs, sizeof secs, "%.2f", report.seconds);
+  out << ", " << report.symbols << " symbols, " << report.calls << " calls resolved, "
+      << report.unresolved_calls << " unresolved, " << secs << " s";
+  return out.str();
+}
+
+}  // namespace orvane_tamsel::indexer

@@ -1,0 +1,549 @@
+#include "orvane_tamsel/indexer/languages/python.h"
+
+#include <tree_sitter/api.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace orvane_tamsel::indexer::python {
+
+namespace {
+
+constexpr std::size_t MAX_VARIABLE_SIGNATURE = 200;
+
+std::string join_dotted(std::string_view a, std::string_view b) {
+  std::string out;
+  out.reserve(a.size() + 1 + b.size());
+  out.append(a);
+  out.push_back('.');
+  out.append(b);
+  return out;
+}
+
+// The source root of a file is its nearest ancestor folder that is not a package (holds no
+// __init__.py); the module is the path below it, dotted. `src/shop/cart.py` with `src/shop/`
+// a package and `src/` not gives `shop.cart`; `tests/test_cart.py` without tests/__init__.py
+// gives `test_cart`; a package's __init__.py is the package itself.
+std::string module_from(std::string_view path, const PackageDirs& packages) {
+  std::string p(path);
+  auto dot = p.rfind('.');
+  auto slash = p.rfind('/');
+  if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) p.resize(dot);
+  std::vector<std::string> parts;
+  slash = p.rfind('/');
+  std::string name = slash == std::string::npos ? p : p.substr(slash + 1);
+  std::string dir = slash == std::string::npos ? "" : p.substr(0, slash);
+  if (name != "__init__") parts.push_back(name);
+  while (!dir.empty() && packages.count(dir) != 0) {
+    auto s = dir.rfind('/');
+    parts.push_back(s == std::string::npos ? dir : dir.substr(s + 1));
+    dir = s == std::string::npos ? "" : dir.substr(0, s);
+  }
+  if (parts.empty()) return name;  // an __init__.py outside any package folder
+  std::string out;
+  for (auto it = parts.rbegin(); it != parts.rend(); ++it) {
+    if (!out.empty()) out += '.';
+    out += *it;
+  }
+  return out;
+}
+
+struct QueryDeleter {
+  void operator()(TSQuery* q) const { ts_query_delete(q); }
+};
+using QueryPtr = std::unique_ptr<TSQuery, QueryDeleter>;
+
+struct Queries {
+  QueryPtr tags, signatures, docstrings, imports, calls, locals;
+};
+
+QueryPtr compile(const utils::LanguageSpec& language, const char* name) {
+  auto source = utils::query_source(language.name, name);
+  if (source.empty()) throw std::runtime_error(std::string("query not embedded: ") + name);
+  std::uint32_t offset = 0;
+  TSQueryError error = TSQueryErrorNone;
+  TSQuery* q = ts_query_new(language.grammar(), source.data(),
+                            static_cast<std::uint32_t>(source.size()), &offset, &error);
+  if (q == nullptr) {
+    throw std::runtime_error(std::string("bad query ") + name + " at byte " +
+                             std::to_string(offset));
+  }
+  return QueryPtr(q);
+}
+
+// Compiled once; a TSQuery is read-only after creation, so threads share it.
+const Queries& queries(const utils::LanguageSpec& language) {
+  static const Queries q{compile(language, "tags"),       compile(language, "signatures"),
+                         compile(language, "docstrings"), compile(language, "imports"),
+                         compile(language, "calls"),      compile(language, "locals")};
+  return q;
+}
+
+struct ParserDeleter {
+  void operator()(TSParser* p) const { ts_parser_delete(p); }
+};
+struct TreeDeleter {
+  void operator()(TSTree* t) const { ts_tree_delete(t); }
+};
+struct CursorDeleter {
+  void operator()(TSQueryCursor* c) const { ts_query_cursor_delete(c); }
+};
+
+// What a name is bound to in one scope.
+struct Binding {
+  std::string fqn;
+  std::string evidence;  // same-file, same-scope, import, module-attribute
+  bool is_class = false;
+};
+
+struct Scope {
+  std::map<std::string, Binding, std::less<>> names;
+  std::map<std::string, bool, std::less<>> locals;  // bound at run time: shadows outer names
+};
+
+bool is_def(TSNode n) {
+  const char* t = ts_node_type(n);
+  return std::strcmp(t, "function_definition") == 0 || std::strcmp(t, "class_definition") == 0;
+}
+bool is_class(TSNode n) {
+  return std::strcmp(ts_node_type(n), "class_definition") == 0;
+}
+
+class Extraction {
+ public:
+  Extraction(const utils::LanguageSpec& language, std::string_view path, std::string_view module,
+             std::string_view content)
+      : language_(language), q_(queries(language)), path_(path), module_(module), src_(content) {}
+
+  ParsedFile run() {
+    thread_local std::unique_ptr<TSParser, ParserDeleter> parser(ts_parser_new());
+    ts_parser_set_language(parser.get(), language_.grammar());
+    std::unique_ptr<TSTree, TreeDeleter> tree(ts_parser_parse_string(
+        parser.get(), nullptr, src_.data(), static_cast<std::uint32_t>(src_.size())));
+    if (!tree) throw std::runtime_error("parser gave no tree for " + std::string(path_));
+    root_ = ts_tree_root_node(tree.get());
+
+    out_.path = path_;
+    out_.language = language_.name;
+    out_.module = module_;
+    out_.is_test = utils::is_test_path(language_, path_);
+    out_.line_count = line_count();
+    collect_signatures();
+    collect_docstrings();
+    collect_definitions();
+    collect_imports();
+    collect_locals();
+    finish_bases();
+    collect_calls();
+    return std::move(out_);
+  }
+
+ private:
+  std::string_view text(TSNode n) const {
+    auto a = ts_node_start_byte(n), b = ts_node_end_byte(n);
+    return src_.substr(a, b - a);
+  }
+  static std::int64_t line(TSNode n) { return ts_node_start_point(n).row + 1; }
+  static std::int64_t end_line(TSNode n) {
+    auto p = ts_node_end_point(n);
+    return p.column == 0 && p.row > ts_node_start_point(n).row ? p.row : p.row + 1;
+  }
+  std::string field_text(TSNode n, const char* field) const {
+    TSNode f = ts_node_child_by_field_name(n, field, static_cast<std::uint32_t>(strlen(field)));
+    return ts_node_is_null(f) ? std::string() : std::string(text(f));
+  }
+
+  std::int64_t line_count() const {
+    auto n = static_cast<std::int64_t>(std::count(src_.begin(), src_.end(), '\n'));
+    return !src_.empty() && src_.back() != '\n' ? n + 1 : n;
+  }
+
+  template <typename F>
+  void each_match(TSQuery* query, F&& f) {
+    std::unique_ptr<TSQueryCursor, CursorDeleter> cursor(ts_query_cursor_new());
+    ts_query_cursor_exec(cursor.get(), query, root_);
+    TSQueryMatch m;
+    while (ts_query_cursor_next_match(cursor.get(), &m)) {
+      std::map<std::string_view, TSNode> caps;
+      for (std::uint16_t i = 0; i < m.capture_count; ++i) {
+        std::uint32_t len = 0;
+        const char* name = ts_query_capture_name_for_id(query, m.captures[i].index, &len);
+        caps.emplace(std::string_view(name, len), m.captures[i].node);
+      }
+      f(caps);
+    }
+  }
+
+  void collect_signatures() {
+    each_match(q_.signatures.get(), [&](auto& caps) {
+      TSNode h = caps.at("header"), c = caps.at("colon");
+      auto a = ts_node_start_byte(h);
+      signatures_[a] = std::string(src_.substr(a, ts_node_end_byte(c) - a));
+    });
+  }
+
+  std::string string_body(TSNode s) const {
+    std::uint32_t count = ts_node_child_count(s);
+    if (count < 2) return std::string(text(s));
+    auto a = ts_node_end_byte(ts_node_child(s, 0));
+    auto b = ts_node_start_byte(ts_node_child(s, count - 1));
+    std::string_view body = b > a ? src_.substr(a, b - a) : std::string_view();
+    auto first = body.find_first_not_of(" \t\r\n");
+    if (first == std::string_view::npos) return "";
+    auto last = body.find_last_not_of(" \t\r\n");
+    return std::string(body.substr(first, last - first + 1));
+  }
+
+  void collect_docstrings() {
+    each_match(q_.docstrings.get(), [&](auto& caps) {
+      auto d = caps.find("definition");
+      std::uint32_t key = d == caps.end() ? UINT32_MAX : ts_node_start_byte(d->second);
+      docstrings_.emplace(key, string_body(caps.at("docstring")));
+    });
+  }
+
+  // The innermost function or class around a node, or a null node at module level.
+  static TSNode enclosing_def(TSNode n) {
+    for (TSNode p = ts_node_parent(n); !ts_node_is_null(p); p = ts_node_parent(p)) {
+      if (is_def(p)) return p;
+    }
+    return TSNode{};
+  }
+
+  std::string fqn_of(TSNode def) const {
+    if (ts_node_is_null(def)) return module_;
+    auto it = def_fqn_.find(ts_node_start_byte(def));
+    return it == def_fqn_.end() ? module_ : it->second;
+  }
+
+  std::uint32_t scope_key(TSNode def) const {
+    return ts_node_is_null(def) ? UINT32_MAX : ts_node_start_byte(def);
+  }
+
+  void bind(TSNode scope_def, const std::string& name, Binding b) {
+    scopes_[scope_key(scope_def)].names[name] = std::move(b);
+  }
+
+  void collect_definitions() {
+    ParsedSymbol mod;
+    mod.fqn = module_;
+    auto dot = module_.rfind('.');
+    mod.name = dot == std::string::npos ? module_ : module_.substr(dot + 1);
+    mod.kind = "module";
+    mod.start_line = 1;
+    mod.end_line = std::max<std::int64_t>(out_.line_count, 1);
+    if (auto d = docstrings_.find(UINT32_MAX); d != docstrings_.end()) mod.docstring = d->second;
+    mod.is_test = out_.is_test;
+    out_.symbols.push_back(std::move(mod));
+
+    // Matches come in document order, so an enclosing definition is named before its members.
+    std::map<std::string, bool> variables;
+    each_match(q_.tags.get(), [&](auto& caps) {
+      auto name_it = caps.find("name");
+      if (name_it == caps.end()) return;
+      std::string name(text(name_it->second));
+      ParsedSymbol s;
+      TSNode node;
+      if (auto c = caps.find("definition.class"); c != caps.end()) {
+        node = c->second;
+        s.kind = "class";
+      } else if (auto f = caps.find("definition.function"); f != caps.end()) {
+        node = f->second;
+        TSNode outer = enclosing_def(node);
+        s.kind = !ts_node_is_null(outer) && is_class(outer) ? "method" : "function";
+      } else if (auto v = caps.find("definition.constant"); v != caps.end()) {
+        node = v->second;
+        s.kind = "variable";
+      } else {
+        return;
+      }
+      TSNode outer = enclosing_def(node);
+      s.parent_fqn = fqn_of(outer);
+      s.fqn = join_dotted(s.parent_fqn, name);
+      s.name = name;
+      s.end_line = end_line(node);
+      TSNode parent = ts_node_parent(node);
+      bool decorated = std::strcmp(ts_node_type(parent), "decorated_definition") == 0;
+      s.start_line = line(decorated ? parent : node);
+      s.is_test = out_.is_test;
+      if (s.kind == "variable") {
+        if (!variables.emplace(s.fqn, true).second) return;  // rebinding of one constant
+        std::string_view first = text(node).substr(0, text(node).find('\n'));
+        if (first.size() > MAX_VARIABLE_SIGNATURE) {
+          std::size_t cut = MAX_VARIABLE_SIGNATURE;
+          while (cut > 0 && (static_cast<unsigned char>(first[cut]) & 0xC0) == 0x80) --cut;
+          first = first.substr(0, cut);
+        }
+        s.signature = std::string(first);
+      } else {
+        auto key = ts_node_start_byte(node);
+        def_fqn_[key] = s.fqn;
+        if (auto sig = signatures_.find(key); sig != signatures_.end()) s.signature = sig->second;
+        if (auto d = docstrings_.find(key); d != docstrings_.end()) s.docstring = d->second;
+        bind(outer, name,
+             {s.fqn, ts_node_is_null(outer) ? "same-file" : "same-scope", s.kind == "class"});
+        if (s.kind == "class") class_nodes_.emplace_back(node, out_.symbols.size());
+      }
+      out_.symbols.push_back(std::move(s));
+    });
+  }
+
+  // The package a relative import counts from: the module itself for an __init__.py.
+  std::string relative_base(std::size_t level) const {
+    std::vector<std::string> parts;
+    std::size_t start = 0;
+    while (start <= module_.size()) {
+      auto end = module_.find('.', start);
+      if (end == std::string::npos) end = module_.size();
+      parts.emplace_back(module_.substr(start, end - start));
+      start = end + 1;
+    }
+    bool is_package = path_.ends_with("__init__.py") || path_.ends_with("__init__.pyi");
+    std::size_t drop = (is_package ? 0 : 1) + (level > 0 ? level - 1 : 0);
+    parts.resize(parts.size() > drop ? parts.size() - drop : 0);
+    std::string out;
+    for (const auto& p : parts) {
+      if (!out.empty()) out.push_back('.');
+      out.append(p);
+    }
+    return out;
+  }
+
+  void collect_imports() {
+    each_match(q_.imports.get(), [&](auto& caps) {
+      TSNode stmt = caps.at("import");
+      TSNode scope = enclosing_def(stmt);
+      std::int64_t at = line(stmt);
+      bool from = std::strcmp(ts_node_type(stmt), "import_from_statement") == 0;
+      std::string base;
+      if (from) {
+        TSNode m = ts_node_child_by_field_name(stmt, "module_name", 11);
+        if (ts_node_is_null(m)) return;
+        if (std::strcmp(ts_node_type(m), "relative_import") == 0) {
+          std::size_t level = 0;
+          std::string rest;
+          for (std::uint32_t i = 0; i < ts_node_named_child_count(m); ++i) {
+            TSNode c = ts_node_named_child(m, i);
+            if (std::strcmp(ts_node_type(c), "import_prefix") == 0) {
+              auto t = text(c);
+              level = static_cast<std::size_t>(std::count(t.begin(), t.end(), '.'));
+            } else {
+              rest = text(c);
+            }
+          }
+          base = relative_base(level);
+          if (!rest.empty()) {
+            if (!base.empty()) base.push_back('.');
+            base.append(rest);
+          }
+        } else {
+          base = text(m);
+        }
+      }
+      for (std::uint32_t i = 0; i < ts_node_child_count(stmt); ++i) {
+        TSNode c = ts_node_child(stmt, i);
+        const char* field = ts_node_field_name_for_child(stmt, i);
+        const char* type = ts_node_type(c);
+        if (from && std::strcmp(type, "wildcard_import") == 0) {
+          out_.imports.push_back({at, base, "*", ""});
+          continue;
+        }
+        if (field == nullptr || std::strcmp(field, "name") != 0) continue;
+        std::string dotted, alias;
+        if (std::strcmp(type, "aliased_import") == 0) {
+          dotted = field_text(c, "name");
+          alias = field_text(c, "alias");
+        } else {
+          dotted = text(c);
+        }
+        if (from) {
+          out_.imports.push_back({at, base, dotted, alias});
+          bind(scope, alias.empty() ? dotted : alias, {join_dotted(base, dotted), "import"});
+        } else {
+          out_.imports.push_back({at, dotted, "", alias});
+          if (!alias.empty()) {
+            bind(scope, alias, {dotted, "module-attribute"});
+          } else {
+            auto head = dotted.substr(0, dotted.find('.'));
+            bind(scope, head, {head, "module-attribute"});
+          }
+        }
+      }
+    });
+  }
+
+  void collect_locals() {
+    each_match(q_.locals.get(), [&](auto& caps) {
+      TSNode n = caps.at("local");
+      TSNode scope = enclosing_def(n);
+      if (ts_node_is_null(scope) || is_class(scope)) return;  // module and class names stay
+      scopes_[scope_key(scope)].locals[std::string(text(n))] = true;
+    });
+  }
+
+  // Resolves a name as Python would look it up from `at`: enclosing functions, then the module.
+  std::optional<Binding> lookup(TSNode at, std::string_view name) const {
+    TSNode def = enclosing_def(at);
+    bool first = true;
+    for (; !ts_node_is_null(def); def = enclosing_def(def), first = false) {
+      if (is_class(def) && !first) continue;  // class bodies are not enclosing scopes
+      auto s = scopes_.find(scope_key(def));
+      if (s == scopes_.end()) continue;
+      if (auto b = s->second.names.find(name); b != s->second.names.end()) return b->second;
+      if (s->second.locals.count(name) != 0) return std::nullopt;
+    }
+    auto s = scopes_.find(UINT32_MAX);
+    if (s == scopes_.end()) return std::nullopt;
+    if (auto b = s->second.names.find(name); b != s->second.names.end()) return b->second;
+    return std::nullopt;
+  }
+
+  // `a.b.c` as its names, or nothing when the expression is not a plain dotted name.
+  std::vector<std::string_view> dotted(TSNode n) const {
+    std::vector<std::string_view> parts;
+    while (std::strcmp(ts_node_type(n), "attribute") == 0) {
+      TSNode attr = ts_node_child_by_field_name(n, "attribute", 9);
+      parts.push_back(text(attr));
+      n = ts_node_child_by_field_name(n, "object", 6);
+    }
+    if (std::strcmp(ts_node_type(n), "identifier") != 0) return {};
+    parts.push_back(text(n));
+    std::reverse(parts.begin(), parts.end());
+    return parts;
+  }
+
+  void finish_bases() {
+    for (auto& [node, index] : class_nodes_) {
+      TSNode supers = ts_node_child_by_field_name(node, "superclasses", 12);
+      if (ts_node_is_null(supers)) continue;
+      for (std::uint32_t i = 0; i < ts_node_named_child_count(supers); ++i) {
+        auto parts = dotted(ts_node_named_child(supers, i));
+        if (parts.empty()) continue;
+        auto b = lookup(node, parts[0]);
+        if (!b) continue;
+        std::string fqn = b->fqn;
+        for (std::size_t k = 1; k < parts.size(); ++k) fqn = join_dotted(fqn, parts[k]);
+        out_.symbols[index].bases.push_back(fqn);
+      }
+      bases_[out_.symbols[index].fqn] = out_.symbols[index].bases;
+    }
+  }
+
+  // The bases of a class in lookup order, following the ones defined in this file.
+  std::vector<std::string> ancestry(const std::string& cls) const {
+    std::vector<std::string> out, todo{cls};
+    for (std::size_t i = 0; i < todo.size() && todo.size() < 64; ++i) {
+      auto it = bases_.find(todo[i]);
+      if (it == bases_.end()) continue;
+      for (const auto& b : it->second) {
+        if (std::find(todo.begin(), todo.end(), b) == todo.end()) {
+          todo.push_back(b);
+          out.push_back(b);
+        }
+      }
+    }
+    return out;
+  }
+
+  // The class whose method holds a node (for self / cls / super), or null.
+  static TSNode method_class(TSNode at) {
+    TSNode fn = enclosing_def(at);
+    if (ts_node_is_null(fn) || is_class(fn)) return TSNode{};
+    TSNode cls = enclosing_def(fn);
+    return !ts_node_is_null(cls) && is_class(cls) ? cls : TSNode{};
+  }
+
+  void resolve(TSNode callee, ParsedCall& call) const {
+    const char* type = ts_node_type(callee);
+    if (std::strcmp(type, "attribute") == 0) {
+      TSNode object = ts_node_child_by_field_name(callee, "object", 6);
+      std::string attr(text(ts_node_child_by_field_name(callee, "attribute", 9)));
+      if (std::strcmp(ts_node_type(object), "call") == 0 &&
+          text(ts_node_child_by_field_name(object, "function", 8)) == "super") {
+        TSNode cls = method_class(callee);
+        if (ts_node_is_null(cls)) return;
+        auto bases = ancestry(fqn_of(cls));
+        if (bases.empty()) return;
+        call.target = join_dotted(bases[0], attr);
+        for (std::size_t i = 1; i < bases.size(); ++i)
+          call.fallbacks.push_back(join_dotted(bases[i], attr));
+        call.evidence = "super";
+        return;
+      }
+    }
+    auto parts = dotted(callee);
+    if (parts.empty()) return;
+    if (parts.size() == 2 && (parts[0] == "self" || parts[0] == "cls")) {
+      TSNode cls = method_class(callee);
+      if (!ts_node_is_null(cls) && lookup(callee, parts[0]) == std::nullopt) {
+        std::string c = fqn_of(cls);
+        call.target = join_dotted(c, parts[1]);
+        for (const auto& b : ancestry(c)) call.fallbacks.push_back(join_dotted(b, parts[1]));
+        call.evidence = std::string(parts[0]);
+        return;
+      }
+    }
+    auto b = lookup(callee, parts[0]);
+    if (!b) return;
+    call.target = b->fqn;
+    for (std::size_t k = 1; k < parts.size(); ++k) call.target = join_dotted(call.target, parts[k]);
+    call.evidence = parts.size() == 1 && b->is_class ? "constructor" : b->evidence;
+  }
+
+  void collect_calls() {
+    each_match(q_.calls.get(), [&](auto& caps) {
+      TSNode callee;
+      bool decorator = false;
+      if (auto c = caps.find("callee"); c != caps.end()) {
+        callee = c->second;
+        decorator = std::strcmp(ts_node_type(ts_node_parent(caps.at("call"))), "decorator") == 0;
+      } else if (auto d = caps.find("decorator"); d != caps.end()) {
+        callee = d->second;
+        decorator = true;
+      } else {
+        return;
+      }
+      ParsedCall call;
+      call.line = line(callee);
+      // A decorator runs where its definition stands, so the caller is the enclosing scope.
+      TSNode site = decorator ? ts_node_parent(ts_node_parent(callee)) : callee;
+      call.caller_fqn = fqn_of(enclosing_def(site));
+      resolve(callee, call);
+      if (decorator && !call.target.empty()) call.evidence = "decorator";
+      out_.calls.push_back(std::move(call));
+    });
+  }
+
+  const utils::LanguageSpec& language_;
+  const Queries& q_;
+  std::string path_;
+  std::string module_;
+  std::string_view src_;
+  TSNode root_{};
+  ParsedFile out_;
+  std::unordered_map<std::uint32_t, std::string> signatures_, docstrings_, def_fqn_;
+  std::unordered_map<std::uint32_t, Scope> scopes_;
+  std::vector<std::pair<TSNode, std::size_t>> class_nodes_;
+  std::map<std::string, std::vector<std::string>> bases_;
+};
+
+}  // namespace
+
+std::string module_name(std::string_view path, const PackageDirs& packages) {
+  return module_from(path, packages);
+}
+
+ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
+                   std::string_view module, std::string_view content) {
+  return Extraction(language, path, module, content).run();
+}
+
+}  // namespace orvane_tamsel::indexer::python

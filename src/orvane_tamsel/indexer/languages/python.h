@@ -1,0 +1,15 @@
+#pragma once
+// Python: module names from the package layout, and extraction through tree-sitter queries.
+
+#include <string>
+#include <string_view>
+
+#include "orvane_tamsel/indexer/extract.h"
+
+namespace orvane_tamsel::indexer::python {
+
+std::string module_name(std::string_view path, const PackageDirs& packages);
+ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
+                   std::string_view module, std::string_view content);
+
+}  // namespace orvane_tamsel::indexer::python

@@ -1,0 +1,3 @@
+; Call sites: plain calls (including decorator calls such as @app.route(...)) and bare decorators.
+(call function: (_) @callee) @call
+(decorator [(identifier) (attribute)] @decorator)

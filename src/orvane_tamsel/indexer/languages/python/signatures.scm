@@ -1,0 +1,3 @@
+; Definition headers: the text from the keyword (or `async`) to the colon before the body.
+(function_definition ":" @colon body: (_)) @header
+(class_definition ":" @colon body: (_)) @header

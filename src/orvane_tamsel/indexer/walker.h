@@ -1,0 +1,35 @@
+#pragma once
+// Finds the files of a repository that the index reads, and why the others were left out.
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "orvane_tamsel/indexer/extract.h"
+#include "orvane_tamsel/utils/language_registry.h"
+
+namespace orvane_tamsel::indexer {
+
+struct WalkedFile {
+  std::string path;  // repository-relative, "/" separators
+  const utils::LanguageSpec* language = nullptr;
+  std::int64_t size = 0;
+  std::int64_t mtime_ns = 0;
+};
+
+struct WalkResult {
+  std::vector<WalkedFile> files;               // sorted by path
+  std::map<std::string, std::string> skipped;  // path -> reason
+  PackageDirs packages;
+};
+
+// Ignored paths are left out silently, and so are files no registered language reads. Files a
+// language would read but cannot be are listed in `skipped` with a short reason: "too large",
+// "unreadable", "symlink outside", "symlink loop", "broken symlink" (the content checks,
+// "binary" and "not utf-8", happen when a file is read). Directory symlinks inside the
+// repository are followed once per real folder, so loops end.
+WalkResult walk(const std::filesystem::path& root, std::int64_t max_file_size);
+
+}  // namespace orvane_tamsel::indexer

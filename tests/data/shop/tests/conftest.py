@@ -1,0 +1,8 @@
+import pytest
+
+from shop.cart import Cart
+
+
+@pytest.fixture
+def cart():
+    return Cart("test")

@@ -1,0 +1,37 @@
+#pragma once
+// A throw-away copy of a fixture repository, removed when the test ends.
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace indexer_test {
+
+class TempRepo {
+ public:
+  explicit TempRepo(const std::string& fixture) {
+    char tmpl[] = "/tmp/tamsel-indexer-XXXXXX";
+    root_ = ::mkdtemp(tmpl);
+    std::filesystem::copy(std::filesystem::path(TAMSEL_TEST_DATA) / fixture, root_,
+                          std::filesystem::copy_options::recursive);
+  }
+  ~TempRepo() {
+    std::error_code ec;
+    std::filesystem::remove_all(root_, ec);
+  }
+  TempRepo(const TempRepo&) = delete;
+  TempRepo& operator=(const TempRepo&) = delete;
+
+  const std::filesystem::path& root() const { return root_; }
+  void write(const std::string& rel, const std::string& text) const {
+    std::filesystem::create_directories((root_ / rel).parent_path());
+    std::ofstream(root_ / rel, std::ios::binary) << text;
+  }
+
+ private:
+  std::filesystem::path root_;
+};
+
+}  // namespace indexer_test

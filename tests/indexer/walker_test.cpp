@@ -1,0 +1,90 @@
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "indexer/temp_repo.h"
+#include "orvane_tamsel/indexer/ignore_rules.h"
+#include "orvane_tamsel/indexer/walker.h"
+
+namespace {
+
+using namespace orvane_tamsel::indexer;
+namespace fs = std::filesystem;
+
+bool has(const WalkResult& r, const std::string& path) {
+  return std::any_of(r.files.begin(), r.files.end(), [&](const auto& f) { return f.path == path; });
+}
+
+TEST(IgnoreRules, GitignoreSemantics) {
+  IgnoreRules rules;
+  for (const char* line : {"# comment", "*.log", "build/", "/root_only.py", "docs/**/gen_*.py",
+                           "**/cache", "!keep.log", "sub/*.py", "\\#hash.py"}) {
+    rules.add_line(line, "");
+  }
+  rules.add_line("local.py", "pkg");
+  EXPECT_TRUE(rules.ignored("a/b/x.log", false));
+  EXPECT_FALSE(rules.ignored("a/keep.log", false));  // negation, later rule wins
+  EXPECT_TRUE(rules.ignored("a/build", true));
+  EXPECT_FALSE(rules.ignored("a/build", false));  // dir-only
+  EXPECT_TRUE(rules.ignored("root_only.py", false));
+  EXPECT_FALSE(rules.ignored("a/root_only.py", false));  // anchored
+  EXPECT_TRUE(rules.ignored("docs/gen_a.py", false));
+  EXPECT_TRUE(rules.ignored("docs/x/y/gen_a.py", false));
+  EXPECT_TRUE(rules.ignored("deep/er/cache", true));
+  EXPECT_TRUE(rules.ignored("sub/a.py", false));
+  EXPECT_FALSE(rules.ignored("sub/deeper/a.py", false));  // `*` stops at a slash
+  EXPECT_TRUE(rules.ignored("#hash.py", false));
+  EXPECT_TRUE(rules.ignored("pkg/local.py", false));
+  EXPECT_TRUE(rules.ignored("pkg/inner/local.py", false));
+  EXPECT_FALSE(rules.ignored("other/local.py", false));  // scoped to its folder
+}
+
+TEST(Walker, SkipsWithReasonsAndHonoursIgnoreFiles) {
+  indexer_test::TempRepo repo("shop");
+  repo.write("src/shop/blob.py", std::string("import x\0\x01\x02", 11));
+  repo.write("src/shop/latin1.py", "name = '\xe9t\xe9'\n");
+  repo.write("src/shop/huge.py", std::string(4096, '#'));
+  repo.write("src/shop/generated_prices.py", "X = 1\n");  // nested .gitignore
+  repo.write("src/shop/generated_keep.py", "X = 1\n");    // ... negated there
+  repo.write("build/lib/shop/cart.py", "X = 1\n");        // root .gitignore, anchored dir
+  repo.write("node_modules/pkg/index.py", "X = 1\n");
+  repo.write(".git/info/exclude", "scratch_*.py\n");
+  repo.write("scratch_1.py", "X = 1\n");
+  repo.write(".tamselignore", "vendor/\n");
+  repo.write("vendor/lib.py", "X = 1\n");
+  repo.write("notes.txt", "not code\n");
+  repo.write("src/shop/secret.py", "X = 1\n");
+  ::chmod((repo.root() / "src/shop/secret.py").c_str(), 0);
+  fs::create_directory_symlink(repo.root() / "src", repo.root() / "src/shop/loop");
+  fs::create_directory_symlink("/usr/lib/python3", repo.root() / "outside");
+  fs::create_symlink("/etc/hostname", repo.root() / "outside_file.py");
+  fs::create_symlink(repo.root() / "missing.py", repo.root() / "dangling.py");
+
+  auto r = walk(repo.root(), 1024);
+  EXPECT_TRUE(has(r, "src/shop/cart.py"));
+  EXPECT_TRUE(has(r, "tests/test_cart.py"));
+  EXPECT_TRUE(has(r, "src/shop/generated_keep.py"));
+  for (const char* gone :
+       {"src/shop/generated_prices.py", "build/lib/shop/cart.py", "node_modules/pkg/index.py",
+        "scratch_1.py", "vendor/lib.py", "notes.txt", "src/shop/loop/shop/cart.py"}) {
+    EXPECT_FALSE(has(r, gone)) << gone;
+    EXPECT_EQ(r.skipped.count(gone), 0u) << gone;  // ignored and unparsed files are not skips
+  }
+  EXPECT_EQ(r.skipped["src/shop/huge.py"], "too large");
+  EXPECT_EQ(r.skipped["src/shop/loop"], "symlink loop");
+  EXPECT_EQ(r.skipped["outside"], "symlink outside");
+  EXPECT_EQ(r.skipped["outside_file.py"], "symlink outside");
+  EXPECT_EQ(r.skipped["dangling.py"], "broken symlink");
+  EXPECT_EQ(r.packages.count("src/shop"), 1u);
+  EXPECT_EQ(r.packages.count("src"), 0u);
+  // Content checks (binary, not utf-8, unreadable) happen when the indexer reads the files.
+  EXPECT_TRUE(has(r, "src/shop/blob.py"));
+  EXPECT_TRUE(std::is_sorted(r.files.begin(), r.files.end(),
+                             [](const auto& a, const auto& b) { return a.path < b.path; }));
+}
+
+}  // namespace
