@@ -1,0 +1,177 @@
+#pragma once
+// Scripted stand-ins for the index, the retriever and the memory lookup, recording what they were
+// asked.
+
+#include <functional>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "orvane_tamsel/index/repository.h"
+#include "orvane_tamsel/tool_handlers/memory.h"
+#include "orvane_tamsel/workers/retrieval.h"
+
+namespace fakes {
+
+using namespace orvane_tamsel;
+using index::Json;
+
+struct NeighbourCall {
+  std::vector<index::SymbolId> ids;
+  index::TestFilter tests;
+  int limit;
+  std::optional<std::vector<index::Relation>> relations;
+};
+
+class FakeRepository : public index::Repository {
+ public:
+  std::map<std::string, index::FileRecord> files;
+  std::map<std::string, std::pair<std::vector<std::string>, std::int64_t>> folders;
+  std::map<std::string, std::vector<std::string>> stems;
+  std::map<index::FileId, std::vector<index::Symbol>> symbols_by_file;
+  std::map<std::string, index::Symbol> by_fqn;
+  std::vector<index::Symbol> namesakes;
+  std::map<index::SymbolId, std::string> paths;  // symbol id -> file path
+  std::map<index::SymbolId, std::pair<index::Symbol, std::string>> by_id;
+  std::vector<index::Neighbour> neighbours;
+  std::map<std::string, Json> tests_for;
+  std::map<std::string, std::string> placement;
+  bool components_throw = false;
+  bool neighbours_throw = false;
+
+  std::vector<std::string> calls;  // operation names in call order
+  std::vector<NeighbourCall> neighbour_calls;
+  std::vector<std::pair<std::string, int>> stem_calls;
+  std::vector<std::pair<std::string, int>> under_calls;
+  std::vector<std::vector<std::string>> search_calls;
+
+  std::optional<index::FileRecord> get_file_by_path(const std::string& path) override {
+    calls.push_back("get_file_by_path");
+    auto it = files.find(path);
+    if (it == files.end()) return std::nullopt;
+    return it->second;
+  }
+  std::pair<std::vector<std::string>, std::int64_t> paths_under(const std::string& folder,
+                                                                int limit) override {
+    under_calls.emplace_back(folder, limit);
+    auto it = folders.find(folder);
+    if (it == folders.end()) return {};
+    auto listed = it->second.first;
+    if (static_cast<int>(listed.size()) > limit) listed.resize(limit);
+    return {listed, it->second.second};
+  }
+  std::vector<std::string> paths_with_stem(const std::string& stem, int limit) override {
+    stem_calls.emplace_back(stem, limit);
+    auto found = stems[stem];
+    if (static_cast<int>(found.size()) > limit) found.resize(limit);
+    return found;
+  }
+  std::vector<index::Symbol> get_symbols_by_file(index::FileId id) override {
+    calls.push_back("get_symbols_by_file");
+    return symbols_by_file[id];
+  }
+  std::optional<index::Symbol> get_symbol_by_fqn(const std::string& fqn) override {
+    auto it = by_fqn.find(fqn);
+    if (it == by_fqn.end()) return std::nullopt;
+    return it->second;
+  }
+  index::SymbolSearch search_symbols(const std::vector<std::string>& names, bool,
+                                     int limit) override {
+    search_calls.push_back(names);
+    auto found = namesakes;
+    if (static_cast<int>(found.size()) > limit) found.resize(limit);
+    return {found, static_cast<std::int64_t>(found.size()), false};
+  }
+  std::map<index::SymbolId, std::string> get_file_paths_batch(
+      const std::vector<index::Symbol>& symbols) override {
+    calls.push_back("get_file_paths_batch");
+    std::map<index::SymbolId, std::string> out;
+    for (const auto& s : symbols)
+      if (s.id && paths.count(*s.id)) out[*s.id] = paths[*s.id];
+    return out;
+  }
+  std::map<index::SymbolId, std::pair<index::Symbol, std::string>> symbols_with_paths(
+      const std::vector<index::SymbolId>& ids) override {
+    std::map<index::SymbolId, std::pair<index::Symbol, std::string>> out;
+    for (auto id : ids)
+      if (by_id.count(id)) out.emplace(id, by_id.at(id));
+    return out;
+  }
+  std::vector<index::Neighbour> evidence_neighbours(
+      const std::vector<index::SymbolId>& ids, index::TestFilter tests, int limit,
+      const std::optional<std::vector<index::Relation>>& relations) override {
+    neighbour_calls.push_back({ids, tests, limit, relations});
+    if (neighbours_throw) throw std::runtime_error("neighbours down");
+    auto out = neighbours;
+    if (static_cast<int>(out.size()) > limit) out.resize(limit);
+    return out;
+  }
+  Json get_tests_for(const std::string& path) override {
+    auto it = tests_for.find(path);
+    return it == tests_for.end() ? Json::object() : it->second;
+  }
+  std::map<std::string, std::string> components_of(const std::vector<std::string>& paths) override {
+    if (components_throw) throw std::runtime_error("components down");
+    std::map<std::string, std::string> out;
+    for (const auto& p : paths)
+      if (placement.count(p)) out[p] = placement[p];
+    return out;
+  }
+};
+
+class FakeRetriever : public workers::Retriever {
+ public:
+  workers::RetrievalResult result;
+  struct Call {
+    std::string query;
+    int limit;
+    bool include_tests;
+    bool rerank;
+  };
+  std::vector<Call> calls;
+  workers::RetrievalResult retrieve(const std::string& query, int limit, bool include_tests,
+                                    bool rerank) override {
+    calls.push_back({query, limit, include_tests, rerank});
+    return result;
+  }
+};
+
+class FakeMemoryLookup : public tool_handlers::MemoryLookup {
+ public:
+  std::vector<tool_handlers::Memory> memories;
+  std::vector<std::string> asked;
+  std::vector<tool_handlers::Memory> operator()(const std::string& query) override {
+    asked.push_back(query);
+    return memories;
+  }
+};
+
+inline index::Symbol symbol(index::SymbolId id, const std::string& fqn, const std::string& kind,
+                            std::int64_t line = 1, index::FileId file = 1) {
+  index::Symbol s;
+  s.id = id;
+  s.fqn = fqn;
+  s.name = fqn.substr(fqn.rfind('.') == std::string::npos ? 0 : fqn.rfind('.') + 1);
+  s.kind = kind;
+  s.file_id = file;
+  s.start_line = line;
+  return s;
+}
+
+inline index::Neighbour neighbour(index::SymbolId id, const std::string& fqn,
+                                  const std::string& path, std::int64_t line,
+                                  index::SymbolId of = 0, const std::string& relation = "caller") {
+  index::Neighbour n;
+  n.id = id;
+  n.fqn = fqn;
+  n.name = fqn.substr(fqn.rfind('.') == std::string::npos ? 0 : fqn.rfind('.') + 1);
+  n.kind = "function";
+  n.path = path;
+  n.line = line;
+  n.of = of;
+  n.relation = relation;
+  return n;
+}
+
+}  // namespace fakes

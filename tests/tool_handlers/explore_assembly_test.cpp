@@ -1,0 +1,129 @@
+#include <gtest/gtest.h>
+
+#include "fakes/fake_repository.h"
+#include "orvane_tamsel/mcp_responses.h"
+#include "orvane_tamsel/tool_handlers/explore_internal.h"
+#include "orvane_tamsel/utils/unicode.h"
+
+using namespace orvane_tamsel;
+using namespace orvane_tamsel::tool_handlers;
+using namespace orvane_tamsel::tool_handlers::detail;
+
+namespace {
+std::vector<std::string> keys(const Json& map) {
+  std::vector<std::string> out;
+  for (const auto& [k, v] : map.items()) out.push_back(k);
+  return out;
+}
+}  // namespace
+
+TEST(ExploreAssembly, DraftFilesAndRows) {
+  Draft d("q", "path");
+  EXPECT_TRUE(d.files().empty());
+  d.blocks["symbols"] = Json::array({Json{{"file", "b.py"}}, Json{{"file", nullptr}},
+                                     Json{{"name", "x"}}, Json{{"file", ""}}, Json{{"file", 3}}});
+  d.blocks["files"] = Json::array({"a.py", "", "b.py", "a.py"});
+  EXPECT_EQ(d.files(), (std::vector<std::string>{"b.py", "a.py"}));
+
+  auto s = fakes::symbol(1, "shop.cart.total", "function", 7);
+  s.signature = "";
+  EXPECT_EQ(keys(symbol_row(s, "p.py")),
+            (std::vector<std::string>{"fqn", "name", "kind", "file", "line"}));
+  s.signature = "def total(self)";
+  s.docstring = "Sum the cart. More text.";
+  Json row = symbol_row(s, "p.py");
+  EXPECT_EQ(keys(row), (std::vector<std::string>{"fqn", "name", "kind", "file", "line", "signature",
+                                                 "summary"}));
+  EXPECT_EQ(row["line"], 7);
+  index::Neighbour empty;
+  EXPECT_EQ(tool_result_text(neighbour_row(empty)),
+            R"({"fqn":null,"name":null,"kind":null,"file":null,"line":null})");
+
+  EXPECT_EQ(depth_profile("deep").listed, 25);
+  EXPECT_EQ(depth_profile("nonsense").listed, 10);
+  EXPECT_EQ(depth_profile("quick").hop_from, 0);
+}
+
+TEST(ExploreAssembly, FittingCutsRowsAndMeasuresItsOwnText) {
+  Draft d("q", "question");
+  d.blocks["symbols"] = Json::array({Json{{"file", std::string(40, 'x')}}, "a", "b"});
+  d.blocks["related"] = Json::array({"c"});
+  d.facts["found"] = false;
+  d.steps.push_back(Json{{"tool", "t"}});
+  Json r = retry("q", "module", "standard", 40);
+
+  Json all = fitted(d, 1000, retry("q", "module", "standard", 1000));
+  EXPECT_EQ(keys(all), (std::vector<std::string>{"query", "route", "symbols", "related", "found",
+                                                 "truncated", "tokens_used", "next_steps"}));
+  EXPECT_FALSE(all["truncated"]);
+  EXPECT_EQ(all["next_steps"].size(), 1u);  // the retry step is dropped when nothing is cut
+  auto text = tool_result_text(all);
+  EXPECT_EQ(all["tokens_used"], (utils::code_points(text) + 3) / 4);
+
+  // The large first row ends the fill: the small rows after it stay out.
+  Json some = fitted(d, 40, r);
+  EXPECT_FALSE(some.contains("symbols"));
+  EXPECT_FALSE(some.contains("related"));
+  EXPECT_TRUE(some["truncated"]);
+  EXPECT_EQ(some["next_steps"].back()["description"],
+            "The answer was cut to 40 tokens: ask with more");
+
+  // A row whose size equals the room left still goes in; one character less and it is cut.
+  Draft e("q", "path");
+  e.blocks["files"] = Json::array({"abc"});  // 5 characters, so a size of 6
+  for (std::int64_t budget = 1; budget < 100; ++budget) {
+    Json skeleton =
+        Json{{"query", "q"},       {"route", "path"},       {"files", Json::array()},
+             {"truncated", false}, {"tokens_used", budget}, {"next_steps", Json::array()}};
+    std::int64_t room = budget * 4 - chars(skeleton);
+    if (room == 6) {
+      EXPECT_TRUE(fitted(e, budget, nullptr).contains("files")) << budget;
+    }
+    if (room == 5) {
+      EXPECT_FALSE(fitted(e, budget, nullptr).contains("files")) << budget;
+    }
+  }
+
+  e.capped = true;
+  Json capped = fitted(e, 1000, retry("q", "module", "standard", 1000));
+  EXPECT_TRUE(capped["truncated"]);
+  EXPECT_TRUE(capped["next_steps"].empty());
+}
+
+TEST(ExploreAssembly, RetryStep) {
+  EXPECT_TRUE(retry("q", "module", "standard", MAX_BUDGET).is_null());
+  EXPECT_TRUE(retry("q", "module", "standard", MAX_BUDGET + 5).is_null());
+  EXPECT_EQ(retry("q", "module", "standard", MAX_BUDGET - 1)["arguments"]["token_budget"],
+            MAX_BUDGET);
+  Json plain = retry("q", "module", "standard", 1);
+  EXPECT_EQ(tool_result_text(plain),
+            R"({"tool":"explore","description":"The answer was cut to 1 tokens: ask with more",)"
+            R"("arguments":{"query":"q","token_budget":2}})");
+  EXPECT_EQ(keys(retry("q", "file", "deep", 2000)["arguments"]),
+            (std::vector<std::string>{"query", "scope", "depth", "token_budget"}));
+}
+
+TEST(ExploreAssembly, ComponentsRankByCountThenName) {
+  fakes::FakeRepository repo;
+  repo.placement = {{"a", "core"}, {"b", "core"}, {"c", "core"},  {"d", "cli"},
+                    {"e", "api"},  {"f", "Zeta"}, {"g", "alpha"}, {"h", "beta"}};
+  auto rows = components(repo, {"a", "b", "c", "d", "e", "f", "g", "h", "x"});
+  ASSERT_EQ(rows.size(), 5u);
+  EXPECT_EQ(tool_result_text(rows),
+            R"([{"name":"core","files":3},{"name":"Zeta","files":1},{"name":"alpha","files":1},)"
+            R"({"name":"api","files":1},{"name":"beta","files":1}])");
+  EXPECT_TRUE(components(repo, {}).empty());
+}
+
+TEST(ExploreAssembly, ToolList) {
+  Json a = tool_list("available tools");
+  EXPECT_EQ(keys(a),
+            (std::vector<std::string>{"query", "route", "total_tools", "tiers", "next_steps"}));
+  std::size_t listed = 0;
+  for (const auto& [tier, names] : a["tiers"].items()) {
+    listed += names.size();
+    EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
+  }
+  EXPECT_EQ(listed, a["total_tools"].get<std::size_t>());
+  EXPECT_EQ(a["next_steps"][1]["arguments"], (Json{{"action", "task"}}));
+}

@@ -1,0 +1,64 @@
+#include <gtest/gtest.h>
+
+#include "fakes/fake_repository.h"
+#include "orvane_tamsel/mcp_responses.h"
+#include "orvane_tamsel/tool_handlers/explore_internal.h"
+#include "orvane_tamsel/utils/unicode.h"
+
+using namespace orvane_tamsel;
+using namespace orvane_tamsel::tool_handlers;
+
+namespace {
+std::vector<std::string> keys(const Json& map) {
+  std::vector<std::string> out;
+  for (const auto& [k, v] : map.items()) out.push_back(k);
+  return out;
+}
+}  // namespace
+
+TEST(ExploreHandle, EarlyAnswersAndTheFittedShape) {
+  fakes::FakeRepository repo;
+  fakes::FakeRetriever retriever;
+  Json tools = handle_explore(repo, "available tools", "file", "bogus", 1);
+  EXPECT_FALSE(tools.contains("tokens_used"));
+  Json none = handle_explore(repo, "the of and", "module", "standard", 2000, &retriever);
+  EXPECT_EQ(keys(none), (std::vector<std::string>{"query", "error", "hint"}));
+  EXPECT_EQ(none["error"], detail::NO_TERMS);
+
+  repo.files["shop/cart.py"] = {1, "shop/cart.py"};
+  repo.symbols_by_file[1] = {fakes::symbol(1, "shop.cart.total", "function", 3)};
+  repo.placement = {{"shop/cart.py", "shop"}};
+  fakes::FakeMemoryLookup memories;
+  memories.memories.push_back({1, "t", "x", {}, "2026-01-01T00:00:00Z"});
+  Json a = handle_explore(repo, "shop/cart.py", "module", "odd", 0, nullptr, &memories);
+  EXPECT_EQ(keys(a), (std::vector<std::string>{"query", "route", "components", "truncated",
+                                               "tokens_used", "next_steps", "memories"}));
+  EXPECT_TRUE(a["truncated"]);
+  EXPECT_EQ(a["next_steps"].back()["arguments"],
+            (Json{{"query", "shop/cart.py"}, {"depth", "odd"}, {"token_budget", 2}}));
+
+  Json b = handle_explore(repo, "shop/cart.py");
+  EXPECT_EQ(keys(b), (std::vector<std::string>{"query", "route", "files", "symbols", "components",
+                                               "truncated", "tokens_used", "next_steps"}));
+  EXPECT_EQ(b["tokens_used"], (utils::code_points(tool_result_text(b)) + 3) / 4);
+  EXPECT_FALSE(handle_explore(repo, "shop/cart.py", "file").contains("components"));
+
+  repo.components_throw = true;
+  Json c = handle_explore(repo, "shop/cart.py");
+  EXPECT_EQ(c["notes"], Json::array({detail::COMPONENTS_FAILED}));
+  EXPECT_TRUE(c.contains("symbols"));
+
+  // A tests query whose target the index lacks is asked as a question.
+  retriever.result.hits.push_back({{1, "shop/cart.py"}, 1});
+  repo.by_id[1] = {fakes::symbol(1, "shop.cart.total", "function"), "shop/cart.py"};
+  repo.components_throw = false;
+  Json q = handle_explore(repo, "tests for missing_name", "module", "standard", 2000, &retriever);
+  EXPECT_EQ(q["route"], QUESTION);
+  EXPECT_TRUE(retriever.calls.back().include_tests);
+}
+
+TEST(ExploreHandle, ReprQuotesLikeALiteral) {
+  EXPECT_EQ(detail::repr("it's"), "\"it's\"");
+  EXPECT_EQ(detail::repr("a'\"b\n\x01"), "'a\\'\"b\\n\\x01'");
+  EXPECT_EQ(detail::repr("caf\xc3\xa9"), "'caf\xc3\xa9'");
+}
