@@ -6,6 +6,7 @@
 
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
+#include "orvane_tamsel/tool_handlers/explore.h"
 #include "orvane_tamsel/tool_handlers/tools.h"
 
 namespace orvane_tamsel::server {
@@ -73,6 +74,11 @@ Json LiveHost::call_tool(const std::string& name, const Json& arguments) {
   refresh();
   if (!retriever_) retriever_ = std::make_unique<workers::HybridRetriever>(*repository_);
   tool_handlers::ToolContext context{*repository_, retriever_.get(), nullptr, {}};
+  context.explore = [this](const Json& a) {
+    return tool_handlers::handle_explore(
+        *repository_, a["query"].get<std::string>(), a["scope"].get<std::string>(),
+        a["depth"].get<std::string>(), a["token_budget"].get<long long>(), retriever_.get());
+  };
   return tool_handlers::call_tool(name, arguments, context);
 }
 
