@@ -67,28 +67,34 @@ struct QueryDeleter {
 using QueryPtr = std::unique_ptr<TSQuery, QueryDeleter>;
 
 struct Queries {
-  QueryPtr tags, signatures, docstrings, imports, calls, locals;
+  QueryPtr tags;
+  QueryPtr own;  // our query files as one query, so the tree is walked once for all of them
 };
 
-QueryPtr compile(const utils::LanguageSpec& language, const char* name) {
-  auto source = utils::query_source(language.name, name);
-  if (source.empty()) throw std::runtime_error(std::string("query not embedded: ") + name);
+QueryPtr compile(const utils::LanguageSpec& language, std::initializer_list<const char*> names) {
+  std::string source;
+  std::string name;
+  for (const char* n : names) {
+    auto text = utils::query_source(language.name, n);
+    if (text.empty()) throw std::runtime_error(std::string("query not embedded: ") + n);
+    source.append(text).push_back('\n');
+    name += std::string(name.empty() ? "" : "+") + n;
+  }
   std::uint32_t offset = 0;
   TSQueryError error = TSQueryErrorNone;
   TSQuery* q = ts_query_new(language.grammar(), source.data(),
                             static_cast<std::uint32_t>(source.size()), &offset, &error);
   if (q == nullptr) {
-    throw std::runtime_error(std::string("bad query ") + name + " at byte " +
-                             std::to_string(offset));
+    throw std::runtime_error("bad query " + name + " at byte " + std::to_string(offset));
   }
   return QueryPtr(q);
 }
 
 // Compiled once; a TSQuery is read-only after creation, so threads share it.
 const Queries& queries(const utils::LanguageSpec& language) {
-  static const Queries q{compile(language, "tags"),       compile(language, "signatures"),
-                         compile(language, "docstrings"), compile(language, "imports"),
-                         compile(language, "calls"),      compile(language, "locals")};
+  static const Queries q{
+      compile(language, {"tags"}),
+      compile(language, {"signatures", "docstrings", "imports", "calls", "locals"})};
   return q;
 }
 
@@ -138,6 +144,19 @@ class Extraction {
     out_.is_test = utils::is_test_path(language_, path_);
     out_.line_count = line_count();
     collect_scopes();
+    each_match(q_.own.get(), [&](const Captures& caps) {
+      if (caps.get("header") || caps.get("decorated")) {
+        signature_matches_.push_back(caps);
+      } else if (caps.get("docstring")) {
+        docstring_matches_.push_back(caps);
+      } else if (caps.get("import")) {
+        import_matches_.push_back(caps);
+      } else if (caps.get("callee") || caps.get("decorator")) {
+        call_matches_.push_back(caps);
+      } else if (caps.get("local")) {
+        local_matches_.push_back(caps);
+      }
+    });
     collect_signatures();
     collect_docstrings();
     collect_definitions();
@@ -184,6 +203,11 @@ class Extraction {
   };
 
   template <typename F>
+  static void for_each(const std::vector<Captures>& matches, F&& f) {
+    for (const auto& caps : matches) f(caps);
+  }
+
+  template <typename F>
   void each_match(TSQuery* query, F&& f) {
     std::unique_ptr<TSQueryCursor, CursorDeleter> cursor(ts_query_cursor_new());
     ts_query_cursor_exec(cursor.get(), query, root_);
@@ -200,7 +224,7 @@ class Extraction {
   }
 
   void collect_signatures() {
-    each_match(q_.signatures.get(), [&](const Captures& caps) {
+    for_each(signature_matches_, [&](const Captures& caps) {
       if (auto d = caps.get("decorated")) {
         decorated_line_[ts_node_start_byte(*d)] = line(caps.at("outer"));
         return;
@@ -224,7 +248,7 @@ class Extraction {
   }
 
   void collect_docstrings() {
-    each_match(q_.docstrings.get(), [&](const Captures& caps) {
+    for_each(docstring_matches_, [&](const Captures& caps) {
       auto d = caps.get("definition");
       std::uint32_t key = d ? ts_node_start_byte(*d) : UINT32_MAX;
       docstrings_.emplace(key, string_body(caps.at("docstring")));
@@ -235,6 +259,7 @@ class Extraction {
   // descends from the root on every call.
   void collect_scopes() {
     each_match(q_.tags.get(), [&](const Captures& caps) {
+      if (caps.get("name") && !caps.get("reference.call")) tags_.push_back(caps);
       if (auto c = caps.get("definition.class")) defs_.push_back({*c, 0});
       if (auto f = caps.get("definition.function")) defs_.push_back({*f, 0});
     });
@@ -295,9 +320,9 @@ class Extraction {
 
     // Matches come in document order, so an enclosing definition is named before its members.
     std::map<std::string, bool> variables;
-    each_match(q_.tags.get(), [&](const Captures& caps) {
+    for (const auto& caps : tags_) {
       auto name_node = caps.get("name");
-      if (!name_node) return;
+      if (!name_node) continue;
       std::string name(text(*name_node));
       ParsedSymbol s;
       TSNode node;
@@ -312,7 +337,7 @@ class Extraction {
         node = *v;
         s.kind = "variable";
       } else {
-        return;
+        continue;
       }
       TSNode outer = enclosing_def(node);
       s.parent_fqn = fqn_of(outer);
@@ -323,7 +348,7 @@ class Extraction {
       s.start_line = decorated != decorated_line_.end() ? decorated->second : line(node);
       s.is_test = out_.is_test;
       if (s.kind == "variable") {
-        if (!variables.emplace(s.fqn, true).second) return;  // rebinding of one constant
+        if (!variables.emplace(s.fqn, true).second) continue;  // rebinding of one constant
         std::string_view first = text(node).substr(0, text(node).find('\n'));
         if (first.size() > MAX_VARIABLE_SIGNATURE) {
           std::size_t cut = MAX_VARIABLE_SIGNATURE;
@@ -341,7 +366,7 @@ class Extraction {
         if (s.kind == "class") class_nodes_.emplace_back(node, out_.symbols.size());
       }
       out_.symbols.push_back(std::move(s));
-    });
+    }
   }
 
   // The package a relative import counts from: the module itself for an __init__.py.
@@ -366,7 +391,7 @@ class Extraction {
   }
 
   void collect_imports() {
-    each_match(q_.imports.get(), [&](const Captures& caps) {
+    for_each(import_matches_, [&](const Captures& caps) {
       TSNode stmt = caps.at("import");
       TSNode scope = enclosing_def(stmt);
       std::int64_t at = line(stmt);
@@ -429,7 +454,7 @@ class Extraction {
   }
 
   void collect_locals() {
-    each_match(q_.locals.get(), [&](const Captures& caps) {
+    for_each(local_matches_, [&](const Captures& caps) {
       TSNode n = caps.at("local");
       TSNode scope = enclosing_def(n);
       if (ts_node_is_null(scope) || is_class(scope)) return;  // module and class names stay
@@ -549,7 +574,7 @@ class Extraction {
   void collect_calls() {
     std::vector<std::pair<TSNode, bool>> sites;  // callee, is a decorator
     std::unordered_map<std::uint32_t, bool> decorator_calls;
-    each_match(q_.calls.get(), [&](const Captures& caps) {
+    for_each(call_matches_, [&](const Captures& caps) {
       if (auto c = caps.get("callee")) sites.emplace_back(*c, false);
       if (auto d = caps.get("decorator")) {
         sites.emplace_back(*d, true);
@@ -584,6 +609,8 @@ class Extraction {
     std::size_t parent;
   };
   std::vector<Def> defs_;
+  std::vector<Captures> tags_, signature_matches_, docstring_matches_, import_matches_,
+      call_matches_, local_matches_;
   std::vector<std::pair<TSNode, std::size_t>> class_nodes_;
   std::map<std::string, std::vector<std::string>> bases_;
 };
