@@ -94,7 +94,7 @@ QueryPtr compile(const utils::LanguageSpec& language, std::initializer_list<cons
 const Queries& queries(const utils::LanguageSpec& language) {
   static const Queries q{
       compile(language, {"tags"}),
-      compile(language, {"signatures", "docstrings", "imports", "calls", "locals"})};
+      compile(language, {"signatures", "docstrings", "imports", "calls", "locals", "instances"})};
   return q;
 }
 
@@ -117,7 +117,8 @@ struct Binding {
 
 struct Scope {
   std::map<std::string, Binding, std::less<>> names;
-  std::map<std::string, bool, std::less<>> locals;  // bound at run time: shadows outer names
+  std::map<std::string, int, std::less<>> locals;  // bound at run time: shadows outer names
+  std::map<std::string, std::string, std::less<>> instances;  // name -> class fqn, if bound once
 };
 
 bool is_class(TSNode n) {
@@ -155,6 +156,8 @@ class Extraction {
         call_matches_.push_back(caps);
       } else if (caps.get("local")) {
         local_matches_.push_back(caps);
+      } else if (caps.get("instance")) {
+        instance_matches_.push_back(caps);
       }
     });
     collect_signatures();
@@ -163,6 +166,7 @@ class Extraction {
     collect_imports();
     collect_locals();
     finish_bases();
+    collect_instances();
     collect_calls();
     return std::move(out_);
   }
@@ -458,7 +462,7 @@ class Extraction {
       TSNode n = caps.at("local");
       TSNode scope = enclosing_def(n);
       if (ts_node_is_null(scope) || is_class(scope)) return;  // module and class names stay
-      scopes_[scope_key(scope)].locals[std::string(text(n))] = true;
+      ++scopes_[scope_key(scope)].locals[std::string(text(n))];
     });
   }
 
@@ -508,6 +512,36 @@ class Extraction {
       }
       bases_[out_.symbols[index].fqn] = out_.symbols[index].bases;
     }
+  }
+
+  // A function's local assigned once from `Cls(...)` holds a Cls: its `x.m()` calls name Cls.m.
+  void collect_instances() {
+    for (const auto& caps : instance_matches_) {
+      TSNode name = caps.at("instance");
+      TSNode scope = enclosing_def(name);
+      if (ts_node_is_null(scope) || is_class(scope)) continue;
+      auto& sc = scopes_[scope_key(scope)];
+      std::string var(text(name));
+      if (sc.locals[var] != 1) continue;
+      auto parts = dotted(caps.at("class"));
+      if (parts.empty()) continue;
+      auto b = lookup(name, parts[0]);
+      if (!b) continue;
+      std::string fqn = b->fqn;
+      for (std::size_t k = 1; k < parts.size(); ++k) fqn = join_dotted(fqn, parts[k]);
+      sc.instances[var] = fqn;
+    }
+  }
+
+  // The class a local name was built from in the innermost function holding `at`, if any.
+  std::optional<std::string> instance_class(TSNode at, std::string_view name) const {
+    TSNode fn = enclosing_def(at);
+    if (ts_node_is_null(fn) || is_class(fn)) return std::nullopt;
+    auto s = scopes_.find(scope_key(fn));
+    if (s == scopes_.end()) return std::nullopt;
+    auto it = s->second.instances.find(name);
+    if (it == s->second.instances.end()) return std::nullopt;
+    return it->second;
   }
 
   // The bases of a class in lookup order, following the ones defined in this file.
@@ -564,6 +598,14 @@ class Extraction {
         return;
       }
     }
+    if (parts.size() == 2) {
+      if (auto cls = instance_class(callee, parts[0])) {
+        call.target = join_dotted(*cls, parts[1]);
+        for (const auto& b : ancestry(*cls)) call.fallbacks.push_back(join_dotted(b, parts[1]));
+        call.evidence = "instance";
+        return;
+      }
+    }
     auto b = lookup(callee, parts[0]);
     if (!b) return;
     call.target = b->fqn;
@@ -610,7 +652,7 @@ class Extraction {
   };
   std::vector<Def> defs_;
   std::vector<Captures> tags_, signature_matches_, docstring_matches_, import_matches_,
-      call_matches_, local_matches_;
+      call_matches_, local_matches_, instance_matches_;
   std::vector<std::pair<TSNode, std::size_t>> class_nodes_;
   std::map<std::string, std::vector<std::string>> bases_;
 };
