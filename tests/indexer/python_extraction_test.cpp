@@ -161,6 +161,11 @@ TEST(PythonExtraction, CallsResolveOnlyOnEvidence) {
   auto tests = parse_shop("tests/test_cart.py");
   EXPECT_EQ(call_to(tests, "shop.cart.format_total")->caller_fqn,
             "test_cart.TestGiftCart.test_format");
+  // A local built once from a class: `cart = Cart(...)` then `cart.add(...)`, aliases included.
+  EXPECT_EQ(call_to(tests, "shop.cart.Cart.add")->evidence, "instance");
+  EXPECT_EQ(call_to(tests, "shop.cart.GiftCart.total")->caller_fqn,
+            "test_cart.TestGiftCart.test_wrapping");
+  EXPECT_EQ(call_to(cli, "shop.cart.Cart.add")->caller_fqn, "shop.cli_tools.main");
 }
 
 }  // namespace
