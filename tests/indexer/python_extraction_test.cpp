@@ -54,6 +54,8 @@ TEST(PythonModules, SourceRootIsTheFirstFolderThatIsNotAPackage) {
   indexer::PackageDirs flat = {"shop", "shop/api"};
   EXPECT_EQ(indexer::module_name(py, "shop/api/views.py", flat), "shop.api.views");
   EXPECT_EQ(indexer::module_name(py, "shop/api/__init__.py", flat), "shop.api");
+  indexer::PackageDirs checkout = {"", "db"};  // the repository root is the package `django`
+  EXPECT_EQ(indexer::module_name(py, "db/models.py", checkout, "django"), "django.db.models");
 }
 
 TEST(PythonExtraction, SymbolsCarryFqnKindLinesSignatureAndDocstring) {
@@ -159,6 +161,11 @@ TEST(PythonExtraction, CallsResolveOnlyOnEvidence) {
   auto tests = parse_shop("tests/test_cart.py");
   EXPECT_EQ(call_to(tests, "shop.cart.format_total")->caller_fqn,
             "test_cart.TestGiftCart.test_format");
+  // A local built once from a class: `cart = Cart(...)` then `cart.add(...)`, aliases included.
+  EXPECT_EQ(call_to(tests, "shop.cart.Cart.add")->evidence, "instance");
+  EXPECT_EQ(call_to(tests, "shop.cart.GiftCart.total")->caller_fqn,
+            "test_cart.TestGiftCart.test_wrapping");
+  EXPECT_EQ(call_to(cli, "shop.cart.Cart.add")->caller_fqn, "shop.cli_tools.main");
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "orvane_tamsel/cli/commands.h"
 #include "orvane_tamsel/indexer/indexer.h"
+#include "orvane_tamsel/indexer/parse_floor.h"
 
 namespace orvane_tamsel::cli {
 
@@ -18,6 +19,7 @@ constexpr int PLAIN_STEPS = 10;  // plain output: one line per tenth of the work
 struct IndexArgs {
   std::string repo = ".";
   std::int64_t max_file_size = 1 << 20;
+  bool parse_only = false;
 };
 
 void show_progress(const indexer::Progress& p, bool terminal) {
@@ -45,6 +47,8 @@ void add_index_command(CLI::App& app, Action& action) {
   cmd->add_option("--max-file-size", args->max_file_size,
                   "Skip files larger than this many bytes (default: 1048576)")
       ->check(CLI::PositiveNumber);
+  // For the benchmark: the parsing floor, without queries or storage. Hidden from --help.
+  cmd->add_flag("--parse-only", args->parse_only)->group("");
   cmd->callback([&action, args] {
     action = [args] {
       std::filesystem::path root(args->repo);
@@ -52,6 +56,10 @@ void add_index_command(CLI::App& app, Action& action) {
         std::cerr << "tamsel index: " << args->repo
                   << " is not a directory; pass an existing repository folder with --repo\n";
         return 1;
+      }
+      if (args->parse_only) {
+        std::cerr << "parsed " << indexer::parse_only(root, args->max_file_size) << " files\n";
+        return 0;
       }
       bool terminal = ::isatty(STDERR_FILENO) == 1;
       indexer::IndexOptions options;

@@ -7,8 +7,8 @@
 namespace orvane_tamsel::indexer {
 
 std::string module_name(const utils::LanguageSpec& language, std::string_view path,
-                        const PackageDirs& packages) {
-  if (language.name == "python") return python::module_name(path, packages);
+                        const PackageDirs& packages, std::string_view root_name) {
+  if (language.name == "python") return python::module_name(path, packages, root_name);
   throw std::logic_error("no extractor for " + language.name);
 }
 

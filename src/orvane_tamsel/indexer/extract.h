@@ -13,9 +13,10 @@ namespace orvane_tamsel::indexer {
 // The folders that make packages (for Python: those holding an __init__.py), repository-relative.
 using PackageDirs = std::set<std::string, std::less<>>;
 
-// The dotted module of a file; see languages/python.cpp for the source-root rule.
+// The dotted module of a file; see languages/python.cpp for the source-root rule. `root_name` is
+// the repository folder's own name, used when the root itself is a package.
 std::string module_name(const utils::LanguageSpec& language, std::string_view path,
-                        const PackageDirs& packages);
+                        const PackageDirs& packages, std::string_view root_name = {});
 
 // Safe to call from several threads at once.
 ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,

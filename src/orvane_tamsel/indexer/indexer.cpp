@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -45,7 +46,8 @@ struct Outcome {
   std::optional<ParsedFile> parsed;
 };
 
-Outcome read_and_parse(const fs::path& root, const WalkedFile& f, const PackageDirs& packages,
+Outcome read_and_parse(const fs::path& root, const std::string& root_name, const WalkedFile& f,
+                       const PackageDirs& packages,
                        const std::map<std::string, FileState>& states) {
   Outcome out;
   out.state.mtime_ns = f.mtime_ns;
@@ -75,7 +77,8 @@ Outcome read_and_parse(const fs::path& root, const WalkedFile& f, const PackageD
     return out;
   }
   try {
-    out.parsed = extract(*f.language, f.path, module_name(*f.language, f.path, packages), content);
+    out.parsed = extract(*f.language, f.path, module_name(*f.language, f.path, packages, root_name),
+                         content);
     out.kind = Outcome::put;
   } catch (const std::exception&) {
     out.reason = "parse failed";
@@ -92,6 +95,9 @@ IndexReport update_index(const fs::path& repository_root, const IndexOptions& op
     throw std::runtime_error("not a directory: " + repository_root.string());
   }
   auto walked = walk(repository_root, options.max_file_size);
+  std::error_code ec;
+  auto real_root = fs::canonical(repository_root, ec);
+  std::string root_name = (ec ? repository_root : real_root).filename().string();
   IndexWriter writer(repository_root);
   auto states = writer.file_states();
 
@@ -105,31 +111,43 @@ IndexReport update_index(const fs::path& repository_root, const IndexOptions& op
     }
   }
 
-  // Both cores parse; the writer stays on this thread.
+  // Both cores parse while this thread writes the results in walk order as they come.
   std::vector<Outcome> outcomes(work.size());
+  std::vector<char> ready(work.size(), 0);
   std::atomic<std::size_t> next{0};
+  std::atomic<bool> stop{false};
   std::int64_t done = 0;
-  std::mutex progress_mutex;
+  std::mutex mutex;
+  std::condition_variable cv;
   auto worker = [&] {
-    for (std::size_t i = next++; i < work.size(); i = next++) {
-      outcomes[i] = read_and_parse(repository_root, *work[i], walked.packages, states);
-      if (on_progress) {
-        std::lock_guard lock(progress_mutex);
-        on_progress({++done, static_cast<std::int64_t>(work.size()), work[i]->path});
-      }
+    for (std::size_t i = next++; i < work.size() && !stop; i = next++) {
+      auto o = read_and_parse(repository_root, root_name, *work[i], walked.packages, states);
+      std::lock_guard lock(mutex);
+      outcomes[i] = std::move(o);
+      ready[i] = 1;
+      if (on_progress) on_progress({++done, static_cast<std::int64_t>(work.size()), work[i]->path});
+      cv.notify_all();
     }
   };
   std::vector<std::thread> threads;
-  for (unsigned t = 1; t < PARSE_THREADS && work.size() > 1; ++t) threads.emplace_back(worker);
-  worker();
-  for (auto& t : threads) t.join();
+  for (unsigned t = 0; t < PARSE_THREADS && t < work.size(); ++t) threads.emplace_back(worker);
+  auto join = [&] {
+    stop = true;
+    for (auto& t : threads) t.join();
+    threads.clear();
+  };
 
   IndexReport report;
   auto skipped = walked.skipped;
-  writer.begin();
   try {
+    writer.begin();
     for (std::size_t i = 0; i < work.size(); ++i) {
-      auto& o = outcomes[i];
+      Outcome o;
+      {
+        std::unique_lock lock(mutex);
+        cv.wait(lock, [&] { return ready[i] != 0; });
+        o = std::move(outcomes[i]);
+      }
       const auto& path = work[i]->path;
       if (o.kind == Outcome::skip) {
         skipped[path] = o.reason;
@@ -147,9 +165,11 @@ IndexReport update_index(const fs::path& repository_root, const IndexOptions& op
         ++report.removed;
       }
     }
+    join();
     writer.set_skipped(skipped);
     writer.commit();
   } catch (...) {
+    join();
     writer.rollback();
     throw;
   }

@@ -27,8 +27,6 @@ class Walk {
 
   WalkResult run() {
     rules_.add_file(root_ / ".git" / "info" / "exclude", "");
-    struct stat st {};
-    if (::stat(root_.c_str(), &st) == 0) seen_.insert({st.st_dev, st.st_ino});
     dir(root_, "");
     std::sort(out_.files.begin(), out_.files.end(),
               [](const auto& a, const auto& b) { return a.path < b.path; });
@@ -38,13 +36,17 @@ class Walk {
  private:
   void dir(const fs::path& abs, const std::string& rel) {
     auto mark = rules_.size();
-    rules_.add_file(abs / ".gitignore", rel);
-    rules_.add_file(abs / ".tamselignore", rel);
     std::error_code ec;
     fs::directory_iterator it(abs, fs::directory_options::skip_permission_denied, ec);
     std::vector<fs::directory_entry> entries;
     for (; !ec && it != fs::directory_iterator(); it.increment(ec)) entries.push_back(*it);
     std::sort(entries.begin(), entries.end());
+    // Opened only when listed: most folders have neither, and a failed open per folder shows.
+    for (const char* name : {".gitignore", ".tamselignore"}) {
+      auto listed = std::find_if(entries.begin(), entries.end(),
+                                 [&](const auto& e) { return e.path().filename() == name; });
+      if (listed != entries.end()) rules_.add_file(listed->path(), rel);
+    }
     for (const auto& e : entries) entry(e, rel);
     rules_.truncate(mark);
   }
@@ -73,13 +75,13 @@ class Walk {
       }
     }
     if (is_dir) {
-      struct stat st {};
-      if (::stat(e.path().c_str(), &st) != 0) return;
-      if (!seen_.insert({st.st_dev, st.st_ino}).second) {
-        out_.skipped[rel] = "symlink loop";
-        return;
-      }
-      return dir(e.path(), rel);
+      if (!is_link) return dir(e.path(), rel);
+      // The target folder is inside the repository and walked under its own path already.
+      auto target = fs::canonical(e.path(), ec);
+      auto here = parent.empty() ? real_root_ : real_root_ / parent;
+      auto up = std::mismatch(target.begin(), target.end(), here.begin(), here.end());
+      out_.skipped[rel] = up.first == target.end() ? "symlink loop" : "symlink inside";
+      return;
     }
     if (!fs::is_regular_file(status)) return;
     const auto* lang = utils::language_for_path(rel);
@@ -107,7 +109,6 @@ class Walk {
   fs::path root_, real_root_;
   std::int64_t max_size_;
   IgnoreRules rules_;
-  std::set<std::pair<dev_t, ino_t>> seen_;
   WalkResult out_;
 };
 

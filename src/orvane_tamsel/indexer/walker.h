@@ -27,9 +27,11 @@ struct WalkResult {
 
 // Ignored paths are left out silently, and so are files no registered language reads. Files a
 // language would read but cannot be are listed in `skipped` with a short reason: "too large",
-// "unreadable", "symlink outside", "symlink loop", "broken symlink" (the content checks,
-// "binary" and "not utf-8", happen when a file is read). Directory symlinks inside the
-// repository are followed once per real folder, so loops end.
+// "unreadable", "symlink outside", "broken symlink" (the content checks, "binary" and
+// "not utf-8", happen when a file is read). Directory symlinks are never followed, so no loop
+// can form: one pointing outside is "symlink outside", one to a folder holding it "symlink loop",
+// one to another folder of the repository "symlink inside" (that folder is walked on its own).
+// A file symlink to a file inside the repository is read under the link's path too.
 WalkResult walk(const std::filesystem::path& root, std::int64_t max_file_size);
 
 }  // namespace orvane_tamsel::indexer

@@ -23,7 +23,7 @@ const std::vector<LanguageSpec>& languages() {
        {},
        tree_sitter_python,
        "tree-sitter-python",
-       {"tags", "signatures", "docstrings", "imports", "calls", "locals"},
+       {"tags", "signatures", "docstrings", "imports", "calls", "locals", "instances"},
        {"test_*.py", "*_test.py", "conftest.py"},
        {"tests", "test"},
        {"__init__.py", "__init__.pyi"}},

@@ -31,8 +31,10 @@ std::string join_dotted(std::string_view a, std::string_view b) {
 // The source root of a file is its nearest ancestor folder that is not a package (holds no
 // __init__.py); the module is the path below it, dotted. `src/shop/cart.py` with `src/shop/`
 // a package and `src/` not gives `shop.cart`; `tests/test_cart.py` without tests/__init__.py
-// gives `test_cart`; a package's __init__.py is the package itself.
-std::string module_from(std::string_view path, const PackageDirs& packages) {
+// gives `test_cart`; a package's __init__.py is the package itself. When the repository root is
+// itself a package (a checkout of one package), its folder name leads the module.
+std::string module_from(std::string_view path, const PackageDirs& packages,
+                        std::string_view root_name) {
   std::string p(path);
   auto dot = p.rfind('.');
   auto slash = p.rfind('/');
@@ -46,6 +48,9 @@ std::string module_from(std::string_view path, const PackageDirs& packages) {
     auto s = dir.rfind('/');
     parts.push_back(s == std::string::npos ? dir : dir.substr(s + 1));
     dir = s == std::string::npos ? "" : dir.substr(0, s);
+  }
+  if (dir.empty() && packages.count("") != 0 && !root_name.empty()) {
+    parts.emplace_back(root_name);
   }
   if (parts.empty()) return name;  // an __init__.py outside any package folder
   std::string out;
@@ -62,28 +67,34 @@ struct QueryDeleter {
 using QueryPtr = std::unique_ptr<TSQuery, QueryDeleter>;
 
 struct Queries {
-  QueryPtr tags, signatures, docstrings, imports, calls, locals;
+  QueryPtr tags;
+  QueryPtr own;  // our query files as one query, so the tree is walked once for all of them
 };
 
-QueryPtr compile(const utils::LanguageSpec& language, const char* name) {
-  auto source = utils::query_source(language.name, name);
-  if (source.empty()) throw std::runtime_error(std::string("query not embedded: ") + name);
+QueryPtr compile(const utils::LanguageSpec& language, std::initializer_list<const char*> names) {
+  std::string source;
+  std::string name;
+  for (const char* n : names) {
+    auto text = utils::query_source(language.name, n);
+    if (text.empty()) throw std::runtime_error(std::string("query not embedded: ") + n);
+    source.append(text).push_back('\n');
+    name += std::string(name.empty() ? "" : "+") + n;
+  }
   std::uint32_t offset = 0;
   TSQueryError error = TSQueryErrorNone;
   TSQuery* q = ts_query_new(language.grammar(), source.data(),
                             static_cast<std::uint32_t>(source.size()), &offset, &error);
   if (q == nullptr) {
-    throw std::runtime_error(std::string("bad query ") + name + " at byte " +
-                             std::to_string(offset));
+    throw std::runtime_error("bad query " + name + " at byte " + std::to_string(offset));
   }
   return QueryPtr(q);
 }
 
 // Compiled once; a TSQuery is read-only after creation, so threads share it.
 const Queries& queries(const utils::LanguageSpec& language) {
-  static const Queries q{compile(language, "tags"),       compile(language, "signatures"),
-                         compile(language, "docstrings"), compile(language, "imports"),
-                         compile(language, "calls"),      compile(language, "locals")};
+  static const Queries q{
+      compile(language, {"tags"}),
+      compile(language, {"signatures", "docstrings", "imports", "calls", "locals", "instances"})};
   return q;
 }
 
@@ -106,13 +117,10 @@ struct Binding {
 
 struct Scope {
   std::map<std::string, Binding, std::less<>> names;
-  std::map<std::string, bool, std::less<>> locals;  // bound at run time: shadows outer names
+  std::map<std::string, int, std::less<>> locals;  // bound at run time: shadows outer names
+  std::map<std::string, std::string, std::less<>> instances;  // name -> class fqn, if bound once
 };
 
-bool is_def(TSNode n) {
-  const char* t = ts_node_type(n);
-  return std::strcmp(t, "function_definition") == 0 || std::strcmp(t, "class_definition") == 0;
-}
 bool is_class(TSNode n) {
   return std::strcmp(ts_node_type(n), "class_definition") == 0;
 }
@@ -136,12 +144,29 @@ class Extraction {
     out_.module = module_;
     out_.is_test = utils::is_test_path(language_, path_);
     out_.line_count = line_count();
+    collect_scopes();
+    each_match(q_.own.get(), [&](const Captures& caps) {
+      if (caps.get("header") || caps.get("decorated")) {
+        signature_matches_.push_back(caps);
+      } else if (caps.get("docstring")) {
+        docstring_matches_.push_back(caps);
+      } else if (caps.get("import")) {
+        import_matches_.push_back(caps);
+      } else if (caps.get("callee") || caps.get("decorator")) {
+        call_matches_.push_back(caps);
+      } else if (caps.get("local")) {
+        local_matches_.push_back(caps);
+      } else if (caps.get("instance")) {
+        instance_matches_.push_back(caps);
+      }
+    });
     collect_signatures();
     collect_docstrings();
     collect_definitions();
     collect_imports();
     collect_locals();
     finish_bases();
+    collect_instances();
     collect_calls();
     return std::move(out_);
   }
@@ -166,24 +191,48 @@ class Extraction {
     return !src_.empty() && src_.back() != '\n' ? n + 1 : n;
   }
 
+  struct Captures {
+    std::vector<std::pair<std::string_view, TSNode>> list;
+    std::optional<TSNode> get(std::string_view name) const {
+      for (const auto& [n, node] : list) {
+        if (n == name) return node;
+      }
+      return std::nullopt;
+    }
+    TSNode at(std::string_view name) const {
+      auto n = get(name);
+      if (!n) throw std::logic_error("query lacks capture " + std::string(name));
+      return *n;
+    }
+  };
+
+  template <typename F>
+  static void for_each(const std::vector<Captures>& matches, F&& f) {
+    for (const auto& caps : matches) f(caps);
+  }
+
   template <typename F>
   void each_match(TSQuery* query, F&& f) {
     std::unique_ptr<TSQueryCursor, CursorDeleter> cursor(ts_query_cursor_new());
     ts_query_cursor_exec(cursor.get(), query, root_);
     TSQueryMatch m;
     while (ts_query_cursor_next_match(cursor.get(), &m)) {
-      std::map<std::string_view, TSNode> caps;
+      Captures caps;
       for (std::uint16_t i = 0; i < m.capture_count; ++i) {
         std::uint32_t len = 0;
         const char* name = ts_query_capture_name_for_id(query, m.captures[i].index, &len);
-        caps.emplace(std::string_view(name, len), m.captures[i].node);
+        caps.list.emplace_back(std::string_view(name, len), m.captures[i].node);
       }
       f(caps);
     }
   }
 
   void collect_signatures() {
-    each_match(q_.signatures.get(), [&](auto& caps) {
+    for_each(signature_matches_, [&](const Captures& caps) {
+      if (auto d = caps.get("decorated")) {
+        decorated_line_[ts_node_start_byte(*d)] = line(caps.at("outer"));
+        return;
+      }
       TSNode h = caps.at("header"), c = caps.at("colon");
       auto a = ts_node_start_byte(h);
       signatures_[a] = std::string(src_.substr(a, ts_node_end_byte(c) - a));
@@ -203,19 +252,48 @@ class Extraction {
   }
 
   void collect_docstrings() {
-    each_match(q_.docstrings.get(), [&](auto& caps) {
-      auto d = caps.find("definition");
-      std::uint32_t key = d == caps.end() ? UINT32_MAX : ts_node_start_byte(d->second);
+    for_each(docstring_matches_, [&](const Captures& caps) {
+      auto d = caps.get("definition");
+      std::uint32_t key = d ? ts_node_start_byte(*d) : UINT32_MAX;
       docstrings_.emplace(key, string_body(caps.at("docstring")));
     });
   }
 
-  // The innermost function or class around a node, or a null node at module level.
-  static TSNode enclosing_def(TSNode n) {
-    for (TSNode p = ts_node_parent(n); !ts_node_is_null(p); p = ts_node_parent(p)) {
-      if (is_def(p)) return p;
+  // Definitions nest, so their byte ranges form a tree; walking it avoids ts_node_parent, which
+  // descends from the root on every call.
+  void collect_scopes() {
+    each_match(q_.tags.get(), [&](const Captures& caps) {
+      if (caps.get("name") && !caps.get("reference.call")) tags_.push_back(caps);
+      if (auto c = caps.get("definition.class")) defs_.push_back({*c, 0});
+      if (auto f = caps.get("definition.function")) defs_.push_back({*f, 0});
+    });
+    std::sort(defs_.begin(), defs_.end(), [](const auto& a, const auto& b) {
+      return ts_node_start_byte(a.node) < ts_node_start_byte(b.node);
+    });
+    std::vector<std::size_t> stack;
+    for (std::size_t i = 0; i < defs_.size(); ++i) {
+      while (!stack.empty() && !contains(defs_[stack.back()].node, defs_[i].node)) stack.pop_back();
+      defs_[i].parent = stack.empty() ? NONE : stack.back();
+      stack.push_back(i);
     }
-    return TSNode{};
+  }
+
+  static bool contains(TSNode outer, TSNode inner) {
+    return ts_node_start_byte(outer) <= ts_node_start_byte(inner) &&
+           ts_node_end_byte(inner) <= ts_node_end_byte(outer) && !ts_node_eq(outer, inner);
+  }
+
+  // The innermost function or class around a node, or a null node at module level.
+  TSNode enclosing_def(TSNode n) const {
+    if (ts_node_is_null(n)) return TSNode{};
+    auto start = ts_node_start_byte(n);
+    auto it = std::upper_bound(
+        defs_.begin(), defs_.end(), start,
+        [](std::uint32_t s, const Def& d) { return s < ts_node_start_byte(d.node); });
+    if (it == defs_.begin()) return TSNode{};
+    std::size_t i = static_cast<std::size_t>(it - defs_.begin()) - 1;
+    while (i != NONE && !contains(defs_[i].node, n)) i = defs_[i].parent;
+    return i == NONE ? TSNode{} : defs_[i].node;
   }
 
   std::string fqn_of(TSNode def) const {
@@ -246,36 +324,35 @@ class Extraction {
 
     // Matches come in document order, so an enclosing definition is named before its members.
     std::map<std::string, bool> variables;
-    each_match(q_.tags.get(), [&](auto& caps) {
-      auto name_it = caps.find("name");
-      if (name_it == caps.end()) return;
-      std::string name(text(name_it->second));
+    for (const auto& caps : tags_) {
+      auto name_node = caps.get("name");
+      if (!name_node) continue;
+      std::string name(text(*name_node));
       ParsedSymbol s;
       TSNode node;
-      if (auto c = caps.find("definition.class"); c != caps.end()) {
-        node = c->second;
+      if (auto c = caps.get("definition.class")) {
+        node = *c;
         s.kind = "class";
-      } else if (auto f = caps.find("definition.function"); f != caps.end()) {
-        node = f->second;
+      } else if (auto f = caps.get("definition.function")) {
+        node = *f;
         TSNode outer = enclosing_def(node);
         s.kind = !ts_node_is_null(outer) && is_class(outer) ? "method" : "function";
-      } else if (auto v = caps.find("definition.constant"); v != caps.end()) {
-        node = v->second;
+      } else if (auto v = caps.get("definition.constant")) {
+        node = *v;
         s.kind = "variable";
       } else {
-        return;
+        continue;
       }
       TSNode outer = enclosing_def(node);
       s.parent_fqn = fqn_of(outer);
       s.fqn = join_dotted(s.parent_fqn, name);
       s.name = name;
       s.end_line = end_line(node);
-      TSNode parent = ts_node_parent(node);
-      bool decorated = std::strcmp(ts_node_type(parent), "decorated_definition") == 0;
-      s.start_line = line(decorated ? parent : node);
+      auto decorated = decorated_line_.find(ts_node_start_byte(node));
+      s.start_line = decorated != decorated_line_.end() ? decorated->second : line(node);
       s.is_test = out_.is_test;
       if (s.kind == "variable") {
-        if (!variables.emplace(s.fqn, true).second) return;  // rebinding of one constant
+        if (!variables.emplace(s.fqn, true).second) continue;  // rebinding of one constant
         std::string_view first = text(node).substr(0, text(node).find('\n'));
         if (first.size() > MAX_VARIABLE_SIGNATURE) {
           std::size_t cut = MAX_VARIABLE_SIGNATURE;
@@ -293,7 +370,7 @@ class Extraction {
         if (s.kind == "class") class_nodes_.emplace_back(node, out_.symbols.size());
       }
       out_.symbols.push_back(std::move(s));
-    });
+    }
   }
 
   // The package a relative import counts from: the module itself for an __init__.py.
@@ -318,7 +395,7 @@ class Extraction {
   }
 
   void collect_imports() {
-    each_match(q_.imports.get(), [&](auto& caps) {
+    for_each(import_matches_, [&](const Captures& caps) {
       TSNode stmt = caps.at("import");
       TSNode scope = enclosing_def(stmt);
       std::int64_t at = line(stmt);
@@ -381,11 +458,11 @@ class Extraction {
   }
 
   void collect_locals() {
-    each_match(q_.locals.get(), [&](auto& caps) {
+    for_each(local_matches_, [&](const Captures& caps) {
       TSNode n = caps.at("local");
       TSNode scope = enclosing_def(n);
       if (ts_node_is_null(scope) || is_class(scope)) return;  // module and class names stay
-      scopes_[scope_key(scope)].locals[std::string(text(n))] = true;
+      ++scopes_[scope_key(scope)].locals[std::string(text(n))];
     });
   }
 
@@ -437,6 +514,36 @@ class Extraction {
     }
   }
 
+  // A function's local assigned once from `Cls(...)` holds a Cls: its `x.m()` calls name Cls.m.
+  void collect_instances() {
+    for (const auto& caps : instance_matches_) {
+      TSNode name = caps.at("instance");
+      TSNode scope = enclosing_def(name);
+      if (ts_node_is_null(scope) || is_class(scope)) continue;
+      auto& sc = scopes_[scope_key(scope)];
+      std::string var(text(name));
+      if (sc.locals[var] != 1) continue;
+      auto parts = dotted(caps.at("class"));
+      if (parts.empty()) continue;
+      auto b = lookup(name, parts[0]);
+      if (!b) continue;
+      std::string fqn = b->fqn;
+      for (std::size_t k = 1; k < parts.size(); ++k) fqn = join_dotted(fqn, parts[k]);
+      sc.instances[var] = fqn;
+    }
+  }
+
+  // The class a local name was built from in the innermost function holding `at`, if any.
+  std::optional<std::string> instance_class(TSNode at, std::string_view name) const {
+    TSNode fn = enclosing_def(at);
+    if (ts_node_is_null(fn) || is_class(fn)) return std::nullopt;
+    auto s = scopes_.find(scope_key(fn));
+    if (s == scopes_.end()) return std::nullopt;
+    auto it = s->second.instances.find(name);
+    if (it == s->second.instances.end()) return std::nullopt;
+    return it->second;
+  }
+
   // The bases of a class in lookup order, following the ones defined in this file.
   std::vector<std::string> ancestry(const std::string& cls) const {
     std::vector<std::string> out, todo{cls};
@@ -454,7 +561,7 @@ class Extraction {
   }
 
   // The class whose method holds a node (for self / cls / super), or null.
-  static TSNode method_class(TSNode at) {
+  TSNode method_class(TSNode at) const {
     TSNode fn = enclosing_def(at);
     if (ts_node_is_null(fn) || is_class(fn)) return TSNode{};
     TSNode cls = enclosing_def(fn);
@@ -491,6 +598,14 @@ class Extraction {
         return;
       }
     }
+    if (parts.size() == 2) {
+      if (auto cls = instance_class(callee, parts[0])) {
+        call.target = join_dotted(*cls, parts[1]);
+        for (const auto& b : ancestry(*cls)) call.fallbacks.push_back(join_dotted(b, parts[1]));
+        call.evidence = "instance";
+        return;
+      }
+    }
     auto b = lookup(callee, parts[0]);
     if (!b) return;
     call.target = b->fqn;
@@ -499,27 +614,25 @@ class Extraction {
   }
 
   void collect_calls() {
-    each_match(q_.calls.get(), [&](auto& caps) {
-      TSNode callee;
-      bool decorator = false;
-      if (auto c = caps.find("callee"); c != caps.end()) {
-        callee = c->second;
-        decorator = std::strcmp(ts_node_type(ts_node_parent(caps.at("call"))), "decorator") == 0;
-      } else if (auto d = caps.find("decorator"); d != caps.end()) {
-        callee = d->second;
-        decorator = true;
-      } else {
-        return;
+    std::vector<std::pair<TSNode, bool>> sites;  // callee, is a decorator
+    std::unordered_map<std::uint32_t, bool> decorator_calls;
+    for_each(call_matches_, [&](const Captures& caps) {
+      if (auto c = caps.get("callee")) sites.emplace_back(*c, false);
+      if (auto d = caps.get("decorator")) {
+        sites.emplace_back(*d, true);
+        decorator_calls[ts_node_start_byte(*d)] = true;
       }
+    });
+    for (const auto& [callee, decorator] : sites) {
+      if (!decorator && decorator_calls.count(ts_node_start_byte(callee)) != 0) continue;
       ParsedCall call;
       call.line = line(callee);
-      // A decorator runs where its definition stands, so the caller is the enclosing scope.
-      TSNode site = decorator ? ts_node_parent(ts_node_parent(callee)) : callee;
-      call.caller_fqn = fqn_of(enclosing_def(site));
+      // A decorator stands before its definition, so the caller is the enclosing scope.
+      call.caller_fqn = fqn_of(enclosing_def(callee));
       resolve(callee, call);
       if (decorator && !call.target.empty()) call.evidence = "decorator";
       out_.calls.push_back(std::move(call));
-    });
+    }
   }
 
   const utils::LanguageSpec& language_;
@@ -531,14 +644,24 @@ class Extraction {
   ParsedFile out_;
   std::unordered_map<std::uint32_t, std::string> signatures_, docstrings_, def_fqn_;
   std::unordered_map<std::uint32_t, Scope> scopes_;
+  std::unordered_map<std::uint32_t, std::int64_t> decorated_line_;
+  static constexpr std::size_t NONE = static_cast<std::size_t>(-1);
+  struct Def {
+    TSNode node;
+    std::size_t parent;
+  };
+  std::vector<Def> defs_;
+  std::vector<Captures> tags_, signature_matches_, docstring_matches_, import_matches_,
+      call_matches_, local_matches_, instance_matches_;
   std::vector<std::pair<TSNode, std::size_t>> class_nodes_;
   std::map<std::string, std::vector<std::string>> bases_;
 };
 
 }  // namespace
 
-std::string module_name(std::string_view path, const PackageDirs& packages) {
-  return module_from(path, packages);
+std::string module_name(std::string_view path, const PackageDirs& packages,
+                        std::string_view root_name) {
+  return module_from(path, packages, root_name);
 }
 
 ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,

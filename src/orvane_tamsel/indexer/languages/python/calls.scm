@@ -1,3 +1,4 @@
-; Call sites: plain calls (including decorator calls such as @app.route(...)) and bare decorators.
+; Call sites: plain calls, decorator calls such as @app.route(...), and bare decorators.
 (call function: (_) @callee) @call
+(decorator (call function: (_) @decorator))
 (decorator [(identifier) (attribute)] @decorator)

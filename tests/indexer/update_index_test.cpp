@@ -1,0 +1,148 @@
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <set>
+#include <string>
+#include <thread>
+
+#include "indexer/temp_repo.h"
+#include "orvane_tamsel/index/sqlite_repository.h"
+#include "orvane_tamsel/indexer/indexer.h"
+
+namespace {
+
+using namespace orvane_tamsel;
+namespace fs = std::filesystem;
+
+// Everything a reader sees of an index, as comparable text lines.
+std::set<std::string> dump(const fs::path& root) {
+  auto repo = index::open_repository(root);
+  std::set<std::string> out;
+  auto [paths, total] = repo->paths_under("", 100000);
+  std::vector<index::SymbolId> ids;
+  for (const auto& p : paths) {
+    auto file = repo->get_file_by_path(p);
+    out.insert("file " + p + " " + file->module);
+    for (const auto& s : repo->get_symbols_by_file(*file->id)) {
+      out.insert("symbol " + s.fqn + " " + s.kind + " " + std::to_string(s.start_line) + "-" +
+                 std::to_string(s.end_line));
+      ids.push_back(*s.id);
+    }
+  }
+  auto byid = repo->symbols_with_paths(ids);
+  for (const auto& n : repo->evidence_neighbours(ids, index::TestFilter::include, 100000,
+                                                 std::vector<index::Relation>{index::CALLEE})) {
+    out.insert("call " + byid[n.of].first.fqn + " -> " + n.fqn.value_or("?") + " x" +
+               std::to_string(n.call_sites));
+  }
+  return out;
+}
+
+TEST(UpdateIndex, ReparsesOnlyWhatChangedAndCountsSkips) {
+  indexer_test::TempRepo repo("shop");
+  repo.write("src/shop/blob.py", std::string("import x\0\x01", 10));
+  repo.write("src/shop/latin1.py", "name = '\xe9t\xe9'\n");
+  auto first = indexer::update_index(repo.root());
+  EXPECT_EQ(first.parsed, 10);
+  EXPECT_EQ(first.indexed, 10);
+  EXPECT_EQ(first.skipped["binary"], 1);
+  EXPECT_EQ(first.skipped["not utf-8"], 1);
+  EXPECT_GT(first.calls, 10);
+  EXPECT_GT(first.unresolved_calls, 0);
+  auto line = indexer::summary_line(first);
+  EXPECT_NE(line.find("binary: 1"), std::string::npos) << line;
+
+  auto again = indexer::update_index(repo.root());
+  EXPECT_EQ(again.parsed, 0);
+  EXPECT_EQ(again.removed, 0);
+  EXPECT_EQ(again.symbols, first.symbols);
+
+  // Touched but unchanged: the hash spares the parse.
+  fs::last_write_time(
+      repo.root() / "src/shop/models.py",
+      fs::last_write_time(repo.root() / "src/shop/models.py") + std::chrono::hours(1));
+  EXPECT_EQ(indexer::update_index(repo.root()).parsed, 0);
+
+  repo.write("src/shop/pricing.py",
+             "\"\"\"Prices.\"\"\"\n\n\ndef apply_discount(amount, code):\n    return amount\n");
+  repo.write("src/shop/shipping.py",
+             "from .pricing import apply_discount\n\n\ndef ship(cart):\n"
+             "    return apply_discount(1, 'x')\n");
+  fs::remove(repo.root() / "src/shop/report.py");
+  auto changed = indexer::update_index(repo.root());
+  EXPECT_EQ(changed.parsed, 2);
+  EXPECT_EQ(changed.removed, 1);
+  EXPECT_EQ(changed.indexed, 10);
+
+  auto seen = dump(repo.root());
+  EXPECT_EQ(seen.count("symbol shop.pricing.with_tax function 14-15"), 0u);
+  EXPECT_EQ(seen.count("file src/shop/report.py shop.report"), 0u);
+  EXPECT_EQ(seen.count("call shop.shipping.ship -> shop.pricing.apply_discount x1"), 1u);
+  EXPECT_EQ(seen.count("call shop.cart.Cart.total -> shop.pricing.apply_discount x1"), 1u);
+  EXPECT_EQ(seen.count("call shop.cart.Cart.total -> shop.pricing.with_tax x1"), 0u);
+
+  // The same tree indexed from scratch reads the same.
+  indexer_test::TempRepo fresh("shop");
+  fs::remove_all(fresh.root());
+  fs::copy(repo.root(), fresh.root(), fs::copy_options::recursive);
+  fs::remove_all(fresh.root() / ".tamsel");
+  indexer::update_index(fresh.root());
+  EXPECT_EQ(dump(fresh.root()), seen);
+}
+
+// Runs `tamsel index` and kills it with SIGKILL half-way through.
+void index_and_kill(const fs::path& root) {
+  int err[2];
+  ASSERT_EQ(::pipe(err), 0);
+  pid_t pid = ::fork();
+  if (pid == 0) {
+    ::dup2(err[1], STDERR_FILENO);
+    ::close(err[0]);
+    ::execl(TAMSEL_BINARY, TAMSEL_BINARY, "index", "--repo", root.c_str(), nullptr);
+    ::_exit(127);
+  }
+  ::close(err[1]);
+  FILE* in = ::fdopen(err[0], "r");
+  char buf[512];
+  // Files are written as they are parsed: half-way, the write transaction is under way.
+  while (std::fgets(buf, sizeof buf, in) != nullptr) {
+    int done = 0, total = -1;
+    if (std::sscanf(buf, "parsed %d/%d", &done, &total) == 2 && 2 * done >= total) break;
+  }
+  ::kill(pid, SIGKILL);
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  std::fclose(in);
+  EXPECT_TRUE(WIFSIGNALED(status)) << "the index finished before it could be interrupted";
+}
+
+TEST(UpdateIndex, AKilledRunLeavesAnIndexTheNextRunCompletes) {
+  indexer_test::TempRepo repo("shop");
+  ASSERT_EQ(indexer::update_index(repo.root()).indexed, 10);
+  std::string body = "from shop.cart import Cart\n\n\ndef fill(n):\n    return Cart(str(n))\n";
+  for (int i = 0; i < 290; ++i) {
+    std::string text = body;
+    for (int k = 0; k < 40; ++k)
+      text += "\n\ndef f" + std::to_string(k) + "():\n    return fill(1)\n";
+    repo.write("src/shop/gen/m" + std::to_string(i) + ".py", text);
+  }
+  repo.write("src/shop/gen/__init__.py", "");
+  index_and_kill(repo.root());
+
+  auto after = indexer::update_index(repo.root());
+  EXPECT_EQ(after.indexed, 301);
+  indexer_test::TempRepo clean("shop");
+  fs::remove_all(clean.root());
+  fs::copy(repo.root(), clean.root(), fs::copy_options::recursive);
+  fs::remove_all(clean.root() / ".tamsel");
+  indexer::update_index(clean.root());
+  EXPECT_EQ(dump(repo.root()), dump(clean.root()));
+}
+
+}  // namespace
