@@ -345,7 +345,8 @@ class SqliteRepository : public Repository {
         parts.push_back("calls it through " + through + " (" + plural(via_sites, "call site") +
                         ")");
       }
-      if (!st.is_null(6)) parts.push_back("imports " + st.text(6));
+      // `from shop import cart` and `from shop.cart import Cart` both import shop.cart
+      if (!st.is_null(6)) parts.push_back("imports " + (module.empty() ? st.text(6) : module));
       if (st.integer(7) != 0) parts.push_back("named after " + file_name);
       std::string reason;
       for (const auto& p : parts) reason += (reason.empty() ? "" : "; ") + p;
