@@ -76,7 +76,8 @@ std::vector<ToolDescription> make_tools() {
        2,
        "The imports of a file, the files that import it, the files it calls and that call it, "
        "and its tests.",
-       {action({"related"}, "related: the files around this one"),
+       {action({"related", "symbols"},
+               "related: the files around this one; symbols: the symbols it defines"),
         text("path", "A file path relative to the repository root"), budget(2000)},
        true},
       {"files",

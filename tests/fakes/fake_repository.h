@@ -38,23 +38,18 @@ class FakeRepository : public index::Repository {
   std::map<std::string, Json> tests_for;
   std::map<std::string, std::string> placement;
   bool components_throw = false;
-  bool neighbours_throw = false;
 
-  std::vector<std::string> calls;  // operation names in call order
   std::vector<NeighbourCall> neighbour_calls;
   std::vector<std::pair<std::string, int>> stem_calls;
-  std::vector<std::pair<std::string, int>> under_calls;
   std::vector<std::vector<std::string>> search_calls;
 
   std::optional<index::FileRecord> get_file_by_path(const std::string& path) override {
-    calls.push_back("get_file_by_path");
     auto it = files.find(path);
     if (it == files.end()) return std::nullopt;
     return it->second;
   }
   std::pair<std::vector<std::string>, std::int64_t> paths_under(const std::string& folder,
                                                                 int limit) override {
-    under_calls.emplace_back(folder, limit);
     auto it = folders.find(folder);
     if (it == folders.end()) return {};
     auto listed = it->second.first;
@@ -68,7 +63,6 @@ class FakeRepository : public index::Repository {
     return found;
   }
   std::vector<index::Symbol> get_symbols_by_file(index::FileId id) override {
-    calls.push_back("get_symbols_by_file");
     return symbols_by_file[id];
   }
   std::optional<index::Symbol> get_symbol_by_fqn(const std::string& fqn) override {
@@ -85,7 +79,6 @@ class FakeRepository : public index::Repository {
   }
   std::map<index::SymbolId, std::string> get_file_paths_batch(
       const std::vector<index::Symbol>& symbols) override {
-    calls.push_back("get_file_paths_batch");
     std::map<index::SymbolId, std::string> out;
     for (const auto& s : symbols)
       if (s.id && paths.count(*s.id)) out[*s.id] = paths[*s.id];
@@ -102,7 +95,6 @@ class FakeRepository : public index::Repository {
       const std::vector<index::SymbolId>& ids, index::TestFilter tests, int limit,
       const std::optional<std::vector<index::Relation>>& relations) override {
     neighbour_calls.push_back({ids, tests, limit, relations});
-    if (neighbours_throw) throw std::runtime_error("neighbours down");
     auto out = neighbours;
     if (static_cast<int>(out.size()) > limit) out.resize(limit);
     return out;
@@ -140,9 +132,7 @@ class FakeRetriever : public workers::Retriever {
 class FakeMemoryLookup : public tool_handlers::MemoryLookup {
  public:
   std::vector<tool_handlers::Memory> memories;
-  std::vector<std::string> asked;
-  std::vector<tool_handlers::Memory> operator()(const std::string& query) override {
-    asked.push_back(query);
+  std::vector<tool_handlers::Memory> operator()(const std::string&) override {
     return memories;
   }
 };

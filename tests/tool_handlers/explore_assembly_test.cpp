@@ -38,10 +38,6 @@ TEST(ExploreAssembly, DraftFilesAndRows) {
   index::Neighbour empty;
   EXPECT_EQ(tool_result_text(neighbour_row(empty)),
             R"({"fqn":null,"name":null,"kind":null,"file":null,"line":null})");
-
-  EXPECT_EQ(depth_profile("deep").listed, 25);
-  EXPECT_EQ(depth_profile("nonsense").listed, 10);
-  EXPECT_EQ(depth_profile("quick").hop_from, 0);
 }
 
 TEST(ExploreAssembly, FittingCutsRowsAndMeasuresItsOwnText) {
@@ -113,17 +109,4 @@ TEST(ExploreAssembly, ComponentsRankByCountThenName) {
             R"([{"name":"core","files":3},{"name":"Zeta","files":1},{"name":"alpha","files":1},)"
             R"({"name":"api","files":1},{"name":"beta","files":1}])");
   EXPECT_TRUE(components(repo, {}).empty());
-}
-
-TEST(ExploreAssembly, ToolList) {
-  Json a = tool_list("available tools");
-  EXPECT_EQ(keys(a),
-            (std::vector<std::string>{"query", "route", "total_tools", "tiers", "next_steps"}));
-  std::size_t listed = 0;
-  for (const auto& [tier, names] : a["tiers"].items()) {
-    listed += names.size();
-    EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
-  }
-  EXPECT_EQ(listed, a["total_tools"].get<std::size_t>());
-  EXPECT_EQ(a["next_steps"][1]["arguments"], (Json{{"action", "task"}}));
 }

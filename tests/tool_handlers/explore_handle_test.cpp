@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <spdlog/sinks/ringbuffer_sink.h>
+#include <spdlog/sinks/stdout_color_sinks.h>
+#include <spdlog/spdlog.h>
+
 #include "fakes/fake_repository.h"
 #include "orvane_tamsel/mcp_responses.h"
 #include "orvane_tamsel/tool_handlers/explore_internal.h"
@@ -43,8 +47,18 @@ TEST(ExploreHandle, EarlyAnswersAndTheFittedShape) {
   EXPECT_EQ(b["tokens_used"], (utils::code_points(tool_result_text(b)) + 3) / 4);
   EXPECT_FALSE(handle_explore(repo, "shop/cart.py", "file").contains("components"));
 
+  const std::string name = "orvane_tamsel.tool_handlers.explore";
+  auto logger = spdlog::get(name) ? spdlog::get(name) : spdlog::stderr_color_mt(name);
+  auto ring = std::make_shared<spdlog::sinks::ringbuffer_sink_mt>(8);
+  logger->sinks().push_back(ring);
   repo.components_throw = true;
   Json c = handle_explore(repo, "shop/cart.py");
+  logger->sinks().pop_back();
+  auto logged = ring->last_formatted();
+  ASSERT_EQ(logged.size(), 1u);
+  EXPECT_NE(logged[0].find("[warning] explore: the components of 'shop/cart.py' failed\n"),
+            std::string::npos);
+  EXPECT_NE(logged[0].find("components down"), std::string::npos);
   EXPECT_EQ(c["notes"], Json::array({detail::COMPONENTS_FAILED}));
   EXPECT_TRUE(c.contains("symbols"));
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "orvane_tamsel/cli/commands.h"
+#include "orvane_tamsel/index/memory_store.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
 #include "orvane_tamsel/mcp_responses.h"
@@ -46,9 +47,13 @@ int run(const ExploreArgs& args) {
   try {
     auto repository = index::open_repository(root);
     workers::HybridRetriever retriever(*repository, workers::load_settings(root));
+    // Only a store that exists: asking must not create one.
+    std::unique_ptr<index::MemoryStore> memories;
+    if (std::filesystem::exists(root / ".tamsel" / "memories.db"))
+      memories = std::make_unique<index::MemoryStore>(root);
     Json answer = tool_handlers::handle_explore(*repository, args.query, args.text.at("scope"),
                                                 args.text.at("depth"), args.token_budget,
-                                                &retriever, nullptr);
+                                                &retriever, memories.get());
     std::cout << tool_result_text(answer) << "\n" << std::flush;
   } catch (const std::exception& e) {
     std::cerr << "tamsel explore: " << e.what() << "\n";

@@ -1,8 +1,14 @@
 #include "orvane_tamsel/workers/retrieval.h"
 
+#include <algorithm>
+#include <cctype>
+#include <cmath>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <stdexcept>
+
+#include "orvane_tamsel/index/subwords.h"
 
 namespace orvane_tamsel::workers {
 
@@ -19,8 +25,12 @@ RetrievalSettings load_settings(const std::filesystem::path& repository_root) {
   } catch (const nlohmann::json::parse_error& e) {
     // byte offset -> line, so the message names where to look
     auto text = buf.str();
+    // The parser stops after the white space that follows the bad token; the line is the one
+    // of the last character before that white space.
+    std::size_t end = std::min(e.byte > 0 ? e.byte - 1 : 0, text.size());
+    while (end > 0 && std::isspace(static_cast<unsigned char>(text[end - 1]))) --end;
     std::size_t line = 1;
-    for (std::size_t i = 0; i < e.byte && i < text.size(); ++i) line += text[i] == '\n';
+    for (std::size_t i = 0; i < end; ++i) line += text[i] == '\n';
     throw std::runtime_error(file.string() + ":" + std::to_string(line) +
                              ": not valid JSON: " + e.what());
   }
@@ -42,25 +52,216 @@ HybridRetriever::HybridRetriever(index::Repository& repository,
       settings_(settings ? *settings : load_settings(repository.root())),
       embedder_(std::move(embedder)) {}
 
-RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, bool include_tests,
-                                          bool rerank) {
-  (void)rerank;
-  RetrievalResult result;
-  auto terms = query_terms(query);
-  if (terms.empty() || limit <= 0) return result;
+namespace detail {
+
+// Reciprocal rank fusion constant: large enough that the first few places of one signal do not
+// drown the other; 60 is the value the fusion method is usually run with.
+constexpr double FUSION_K = 60.0;
+// Both signals count the same: an exact name is strong evidence but rare, BM25 covers the rest.
+constexpr double BM25_WEIGHT = 1.0;
+constexpr double NAME_WEIGHT = 1.0;
+// How many candidates each signal contributes before fusion, and how many fused hits the
+// decision model reorders.
+constexpr int CANDIDATES = 100;
+constexpr int RERANK_DEPTH = 30;
+
+// Decision-model weights, set by hand from what an answer should list first: a symbol named by
+// the question beats one that mentions it, production code beats tests, and documented,
+// often-called classes and functions beat helpers. The fused score is spread over 0..1 across the
+// reordered head and keeps the largest weight, so that one feature moves a hit a few places, not
+// from the bottom of the head to the top.
+constexpr double W_FUSED = 1.0;        // fused score, scaled to 0..1
+constexpr double W_NAME_WORD = 0.30;   // share of the question's terms in the name or fqn parts
+constexpr double W_EXACT_NAME = 0.25;  // a term is the whole name
+constexpr double W_PATH = 0.10;        // a term appears in the path
+constexpr double W_DOCSTRING = 0.05;
+constexpr double W_CALLERS = 0.03;  // per log2(1 + callers), capped at 4 doublings
+constexpr double W_KIND = 0.05;     // class or function rather than method
+constexpr double W_TEST = -0.30;
+
+std::string match_expression(const std::vector<std::string>& terms) {
   std::string match;
   for (const auto& t : terms) {
     if (!match.empty()) match += " OR ";
     match += "\"" + t + "\"";
   }
-  auto scored = repository_.search_text(match, limit, include_tests);
+  return match;
+}
+
+}  // namespace detail
+
+namespace {
+
+std::string lower_ascii(std::string s) {
+  for (auto& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return s;
+}
+
+// The name's sub-words (same split as the index), lower-cased.
+std::vector<std::string> name_words(const std::string& name) {
+  return index::subwords(name);
+}
+
+// The query's words as written that survive as terms (stop words dropped), for the exact-name
+// signal, which compares names case-sensitively.
+std::vector<std::string> query_words(const std::string& query,
+                                     const std::vector<std::string>& terms) {
+  std::vector<std::string> words;
+  std::string word;
+  auto flush = [&] {
+    if (!word.empty() && std::find(terms.begin(), terms.end(), lower_ascii(word)) != terms.end()) {
+      words.push_back(word);
+    }
+    word.clear();
+  };
+  for (unsigned char c : query) {
+    if (std::isalnum(c) || c == '_' || c >= 0x80) {
+      word.push_back(static_cast<char>(c));
+    } else {
+      flush();
+    }
+  }
+  flush();
+  return words;
+}
+
+}  // namespace
+
+RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, bool include_tests,
+                                          bool rerank) {
+  using namespace detail;
+  RetrievalResult result;
+  auto terms = query_terms(query);
+  if (terms.empty()) {
+    result.note = "the question has no searchable words";
+    return result;
+  }
+  if (limit <= 0) return result;
+
+  // Signal 1: BM25 over the symbol text table.
+  auto bm25 = repository_.search_text(match_expression(terms), CANDIDATES, include_tests);
+  // Signal 2: symbols whose name is one of the words as written (and its lower-cased form).
+  std::vector<std::string> names;
+  for (const auto& w : query_words(query, terms)) {
+    names.push_back(w);
+    if (lower_ascii(w) != w) names.push_back(lower_ascii(w));
+  }
+  std::vector<index::Symbol> exact;
+  if (!names.empty()) exact = repository_.search_symbols(names, true, CANDIDATES).symbols;
+
+  std::map<index::SymbolId, double> fused;
+  for (std::size_t i = 0; i < bm25.size(); ++i) {
+    fused[bm25[i].id] += BM25_WEIGHT / (FUSION_K + static_cast<double>(i + 1));
+  }
+  // Ranked by how many of the question's words are parts of the fqn ("Cart total" puts
+  // shop.cart.Cart.total before shop.cart.Cart); the index's order breaks ties.
+  std::vector<std::pair<std::size_t, const index::Symbol*>> named;
+  for (const auto& s : exact) {
+    if (!s.id || (!include_tests && s.is_test)) continue;
+    std::set<std::string> parts;
+    std::string part;
+    for (char c : s.fqn + ".") {
+      if (c == '.') {
+        parts.insert(lower_ascii(part));
+        part.clear();
+      } else {
+        part.push_back(c);
+      }
+    }
+    std::size_t shared = 0;
+    for (const auto& t : terms) shared += parts.count(t);
+    named.emplace_back(shared, &s);
+  }
+  std::stable_sort(named.begin(), named.end(),
+                   [](const auto& a, const auto& b) { return a.first > b.first; });
+  for (std::size_t i = 0; i < named.size(); ++i) {
+    fused[*named[i].second->id] += NAME_WEIGHT / (FUSION_K + static_cast<double>(i + 1));
+  }
+
   std::vector<index::SymbolId> ids;
-  for (const auto& s : scored) ids.push_back(s.id);
+  for (const auto& [id, score] : fused) ids.push_back(id);
   auto found = repository_.symbols_with_paths(ids);
-  for (const auto& s : scored) {
-    auto it = found.find(s.id);
+
+  struct Candidate {
+    index::SymbolId id;
+    double score;
+    const index::Symbol* symbol;
+    const std::string* path;
+  };
+  std::vector<Candidate> candidates;
+  for (const auto& [id, score] : fused) {
+    auto it = found.find(id);
     if (it == found.end()) continue;
-    result.hits.push_back({{s.id, it->second.second}, s.score});
+    const auto& symbol = it->second.first;
+    if (RETRIEVABLE_KINDS.count(symbol.kind) == 0) continue;
+    if (!include_tests && symbol.is_test) continue;
+    candidates.push_back({id, score, &symbol, &it->second.second});
+  }
+  std::stable_sort(candidates.begin(), candidates.end(),
+                   [](const Candidate& a, const Candidate& b) {
+                     return a.score != b.score ? a.score > b.score : a.id < b.id;
+                   });
+
+  if (rerank && settings_.rerank_results && !candidates.empty()) {
+    auto depth = std::min<std::size_t>(candidates.size(), RERANK_DEPTH);
+    std::vector<index::SymbolId> head;
+    for (std::size_t i = 0; i < depth; ++i) head.push_back(candidates[i].id);
+    auto callers = repository_.caller_counts(head);
+    // Fused scores of neighbouring places differ by a few percent; spread the head over 0..1
+    // so that the fused order stays the strongest feature.
+    double top = candidates.front().score;
+    double bottom = candidates[depth - 1].score;
+    double spread = top > bottom ? top - bottom : 1.0;
+    std::set<std::string> term_set(terms.begin(), terms.end());
+    for (std::size_t i = 0; i < depth; ++i) {
+      auto& c = candidates[i];
+      const auto& s = *c.symbol;
+      auto words = name_words(s.name);
+      auto fqn = lower_ascii(s.fqn);
+      std::size_t in_name = 0;
+      for (const auto& t : terms) {
+        bool part = fqn == t || fqn.find("." + t + ".") != std::string::npos ||
+                    (fqn.size() > t.size() &&
+                     fqn.compare(fqn.size() - t.size() - 1, std::string::npos, "." + t) == 0);
+        if (part || std::find(words.begin(), words.end(), t) != words.end()) ++in_name;
+      }
+      bool whole = term_set.count(lower_ascii(s.name)) != 0;
+      auto path = lower_ascii(*c.path);
+      bool in_path = std::any_of(terms.begin(), terms.end(), [&](const std::string& t) {
+        return t.size() > 2 && path.find(t) != std::string::npos;
+      });
+      auto n = callers.count(c.id) ? callers[c.id] : 0;
+      double model =
+          W_FUSED * ((c.score - bottom) / spread) +
+          W_NAME_WORD * static_cast<double>(in_name) / static_cast<double>(terms.size()) +
+          W_EXACT_NAME * whole + W_PATH * in_path +
+          W_DOCSTRING * (s.docstring && !s.docstring->empty()) +
+          W_CALLERS * std::min(4.0, std::log2(1.0 + static_cast<double>(n))) +
+          W_KIND * (s.kind != "method") + W_TEST * s.is_test;
+      c.score = model;
+    }
+    std::stable_sort(candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(depth),
+                     [](const Candidate& a, const Candidate& b) { return a.score > b.score; });
+  }
+
+  for (const auto& c : candidates) {
+    if (static_cast<int>(result.hits.size()) == limit) break;
+    result.hits.push_back({{c.id, *c.path}, c.score});
+  }
+
+  // Terms that match no symbol at all, so the client can rephrase.
+  std::vector<std::string> missing;
+  for (const auto& t : terms) {
+    if (repository_.search_text(match_expression({t}), 1, include_tests).empty()) {
+      missing.push_back(t);
+    }
+  }
+  if (result.hits.empty()) {
+    result.note = "no indexed symbol matches the question";
+  } else if (!missing.empty()) {
+    std::string list;
+    for (const auto& m : missing) list += (list.empty() ? "" : ", ") + m;
+    result.note = "found nothing for: " + list;
   }
   return result;
 }

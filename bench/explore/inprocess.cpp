@@ -1,0 +1,55 @@
+// handle_explore inside one process, with a warm repository and retriever as the server holds them.
+// Usage: inprocess REPO QUERIES.tsv RUNS
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "orvane_tamsel/index/sqlite_repository.h"
+#include "orvane_tamsel/tool_handlers/explore.h"
+#include "orvane_tamsel/workers/retrieval.h"
+
+using namespace orvane_tamsel;
+
+int main(int argc, char** argv) {
+  if (argc != 4) {
+    std::fprintf(stderr, "usage: inprocess REPO QUERIES.tsv RUNS\n");
+    return 1;
+  }
+  auto repository = index::open_repository(argv[1]);
+  workers::HybridRetriever retriever(*repository, workers::load_settings(argv[1]));
+  std::vector<std::pair<std::string, std::string>> queries;
+  std::ifstream in(argv[2]);
+  for (std::string line; std::getline(in, line);) {
+    auto tab = line.find('\t');
+    if (tab != std::string::npos) queries.emplace_back(line.substr(0, tab), line.substr(tab + 1));
+  }
+  int runs = std::stoi(argv[3]);
+  for (const auto& [route, query] : queries)  // warm the caches and the retriever's tables
+    tool_handlers::handle_explore(*repository, query, "module", "standard", 2000, &retriever);
+  std::map<std::string, std::vector<double>> times;
+  for (int r = 0; r < runs; ++r) {
+    for (const auto& [route, query] : queries) {
+      auto start = std::chrono::steady_clock::now();
+      auto answer =
+          tool_handlers::handle_explore(*repository, query, "module", "standard", 2000, &retriever);
+      std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - start;
+      if (answer.value("route", "") != route)
+        std::fprintf(stderr, "note: %s went to %s\n", query.c_str(),
+                     answer.value("route", std::string("?")).c_str());
+      times[route].push_back(took.count());
+    }
+  }
+  std::printf("%-11s %6s %9s %9s\n", "route", "calls", "p50 ms", "p95 ms");
+  for (auto& [route, t] : times) {
+    std::sort(t.begin(), t.end());
+    auto at = [&](double q) {
+      return t[std::min(t.size() - 1, static_cast<std::size_t>(q * t.size()))];
+    };
+    std::printf("%-11s %6zu %9.2f %9.2f\n", route.c_str(), t.size(), at(0.5), at(0.95));
+  }
+  return 0;
+}

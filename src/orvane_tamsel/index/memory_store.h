@@ -1,0 +1,38 @@
+#pragma once
+// Project memories in DIR/.tamsel/memories.db, apart from the index so that a rebuild keeps them.
+
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "orvane_tamsel/tool_handlers/memory.h"
+
+namespace orvane_tamsel::index {
+
+class Database;
+
+class MemoryStore : public tool_handlers::MemoryLookup {
+ public:
+  // Opens (creating when missing) the store of the repository at `repository_root`.
+  explicit MemoryStore(const std::filesystem::path& repository_root);
+  ~MemoryStore() override;
+
+  // The memories whose title, text or tags match the query's words; at most 3, best first.
+  std::vector<tool_handlers::Memory> operator()(const std::string& query) override;
+
+  tool_handlers::Memory save(const std::string& title, const std::string& text,
+                             const std::vector<std::string>& tags);
+  // Newest first.
+  std::vector<tool_handlers::Memory> list(int limit);
+  // False when no memory has that id.
+  bool remove(std::int64_t id);
+
+ private:
+  std::mutex mutex_;
+  std::unique_ptr<Database> db_;
+};
+
+}  // namespace orvane_tamsel::index

@@ -1,0 +1,102 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "indexer/temp_repo.h"
+#include "orvane_tamsel/index/sqlite_repository.h"
+#include "orvane_tamsel/indexer/indexer.h"
+#include "orvane_tamsel/workers/name_lookup.h"
+#include "orvane_tamsel/workers/retrieval.h"
+
+using namespace orvane_tamsel;
+using namespace orvane_tamsel::workers;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::Not;
+
+TEST(QueryTerms, KeywordsCodeWordsAndTestQueries) {
+  EXPECT_THAT(query_terms("How does the Cart apply_discount to discounts?"),
+              ElementsAre("cart", "apply_discount", "apply", "discount", "discounts"));
+  EXPECT_THAT(query_terms("where is parseHTTPHeader2 used"),
+              ElementsAre("parsehttpheader2", "parse", "http", "header", "2"));
+  for (const char* w : {"apply_discount", "cli_tools", "Offloader", "Cart", "getX", "md5sum"}) {
+    EXPECT_TRUE(reads_as_code(w)) << w;
+  }
+  for (const char* w : {"unit", "checkout", "tests", "The", "Tests", "2024"}) {
+    EXPECT_FALSE(reads_as_code(w)) << w;
+  }
+  EXPECT_TRUE(is_test_query(query_terms("which unit tests cover checkout")));
+  EXPECT_FALSE(is_test_query(query_terms("how is the total computed")));
+  EXPECT_TRUE(RETRIEVABLE_KINDS.count("method"));
+  EXPECT_FALSE(RETRIEVABLE_KINDS.count("module"));
+}
+
+TEST(NameLookup, PathsAndNames) {
+  std::filesystem::path root = "/home/me/shop";
+  EXPECT_EQ(index_path("./src//shop/cart.py"), "src/shop/cart.py");
+  EXPECT_EQ(index_path("src\\shop\\"), "src/shop/");
+  EXPECT_EQ(index_path("/home/me/shop/src/cart.py", root), "src/cart.py");
+  EXPECT_EQ(index_path("shop/src/cart.py", root), "src/cart.py");
+  EXPECT_EQ(index_path("/etc/passwd", root), "");
+  EXPECT_EQ(index_path("../outside.py", root), "");
+  EXPECT_EQ(dotted("a::b"), "a.b");
+  EXPECT_EQ(dotted("a#b"), "a.b");
+  EXPECT_EQ(guessed_name("Cart.total"), "total");
+  EXPECT_EQ(guessed_name("shop::Cart#"), "");
+}
+
+TEST(RetrievalSettings, MissingDefaultMalformedNamesTheLine) {
+  indexer_test::TempRepo repo("shop");
+  EXPECT_TRUE(load_settings(repo.root()).rerank_results);
+  repo.write(".tamsel/settings.json", "{\"jev.explore_rerank_results\": false}");
+  EXPECT_FALSE(load_settings(repo.root()).rerank_results);
+  repo.write(".tamsel/settings.json", "{\n\"jev.explore_rerank_results\": fals\n}");
+  try {
+    load_settings(repo.root());
+    FAIL() << "no error";
+  } catch (const std::runtime_error& e) {
+    EXPECT_THAT(e.what(), ::testing::HasSubstr("settings.json:2:"));
+  }
+}
+
+namespace {
+
+std::vector<std::string> fqns(index::Repository& repo, const RetrievalResult& r) {
+  std::vector<index::SymbolId> ids;
+  for (const auto& h : r.hits) ids.push_back(h.symbol.id);
+  auto found = repo.symbols_with_paths(ids);
+  std::vector<std::string> out;
+  for (const auto& h : r.hits) out.push_back(found.at(h.symbol.id).first.fqn);
+  return out;
+}
+
+}  // namespace
+
+TEST(HybridRetriever, RanksTheShopFixture) {
+  indexer_test::TempRepo repo("shop");
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+  HybridRetriever retriever(*index);
+
+  auto r = retriever.retrieve("how are discounts applied", 5, false, true);
+  ASSERT_FALSE(r.hits.empty());
+  EXPECT_EQ(fqns(*index, r).front(), "shop.pricing.apply_discount");
+  EXPECT_EQ(r.hits.front().symbol.path, "src/shop/pricing.py");
+
+  // An exact name wins even when it is a plain word; test code stays out unless asked for.
+  auto names = fqns(*index, retriever.retrieve("Cart total", 10, false, true));
+  EXPECT_EQ(names.front(), "shop.cart.Cart.total");
+  for (const auto& n : names) EXPECT_EQ(n.rfind("tests", 0), std::string::npos) << n;
+  auto with_tests = fqns(*index, retriever.retrieve("test cart total", 20, true, false));
+  EXPECT_TRUE(std::any_of(with_tests.begin(), with_tests.end(), [](const std::string& n) {
+    return n.find("test_") != std::string::npos;
+  }));
+
+  auto partial = retriever.retrieve("cart zeppelin", 5, false, true);
+  EXPECT_FALSE(partial.hits.empty());
+  EXPECT_EQ(partial.note, "found nothing for: zeppelin");
+  auto none = retriever.retrieve("zeppelin", 5, false, true);
+  EXPECT_TRUE(none.hits.empty());
+  EXPECT_TRUE(none.note);
+}
