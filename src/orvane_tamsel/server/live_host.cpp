@@ -43,6 +43,7 @@ void LiveHost::index_at_start() {
   });
   spdlog::info("serve: {}", indexer::summary_line(report));
   repository_ = index::open_repository(root_);
+  memories_ = std::make_unique<index::MemoryStore>(root_);
 }
 
 void LiveHost::refresh() {
@@ -73,11 +74,12 @@ Json LiveHost::call_tool(const std::string& name, const Json& arguments) {
   }
   refresh();
   if (!retriever_) retriever_ = std::make_unique<workers::HybridRetriever>(*repository_);
-  tool_handlers::ToolContext context{*repository_, retriever_.get(), nullptr, {}};
+  tool_handlers::ToolContext context{*repository_, retriever_.get(), memories_.get(), {}};
   context.explore = [this](const Json& a) {
     return tool_handlers::handle_explore(
         *repository_, a["query"].get<std::string>(), a["scope"].get<std::string>(),
-        a["depth"].get<std::string>(), a["token_budget"].get<long long>(), retriever_.get());
+        a["depth"].get<std::string>(), a["token_budget"].get<long long>(), retriever_.get(),
+        memories_.get());
   };
   return tool_handlers::call_tool(name, arguments, context);
 }

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <thread>
 
+#include "orvane_tamsel/index/memory_store.h"
 #include "orvane_tamsel/index/repository.h"
 #include "orvane_tamsel/server/session.h"
 #include "orvane_tamsel/workers/retrieval.h"
@@ -36,6 +37,7 @@ class LiveHost : public ToolHost {
   std::exception_ptr start_error_;
   std::unique_ptr<index::Repository> repository_;
   std::unique_ptr<workers::HybridRetriever> retriever_;
+  std::unique_ptr<index::MemoryStore> memories_;
   bool started_ = false;
 };
 
