@@ -1,0 +1,80 @@
+// The file tool: the files around one file: its imports, its importers, the files it calls and
+// that call it, and its tests.
+
+#include "orvane_tamsel/tool_handlers/budget_fit.h"
+#include "orvane_tamsel/tool_handlers/repository_path.h"
+#include "orvane_tamsel/tool_handlers/tools.h"
+
+namespace orvane_tamsel::tool_handlers {
+
+namespace {
+
+constexpr int MAX_ROWS = 200;
+
+Json link_row(const index::FileLink& link) {
+  Json row = Json::object();
+  row["path"] = link.path;
+  row["symbols"] = link.symbols;
+  row["call_sites"] = link.call_sites;
+  return row;
+}
+
+}  // namespace
+
+Json file_tool(const Json& arguments, ToolContext& context) {
+  auto& repository = context.repository;
+  const auto given = arguments["path"].get<std::string>();
+  const auto path = checked_path(repository.root(), given);
+  auto file = path.empty() ? std::nullopt : repository.get_file_by_path(path);
+  if (!file) {
+    throw ToolError("the index holds no file '" + given + "'",
+                    path_suggestions(repository, path.empty() ? given : path));
+  }
+  auto imports = repository.imports_of_file(path, MAX_ROWS + 1);
+  auto importers = repository.importers_of_file(path, MAX_ROWS + 1);
+  auto callees = repository.linked_files(path, index::CALLEE, MAX_ROWS + 1);
+  auto callers = repository.linked_files(path, index::CALLER, MAX_ROWS + 1);
+  auto tests = repository.get_tests_for(path);
+
+  Json head = Json::object();
+  head["path"] = path;
+  head["language"] = file->language;
+  if (file->is_test) head["is_test"] = true;
+  head["imports"] = Json::array();
+  head["imported_by"] = Json::array();
+  head["calls_into"] = Json::array();
+  head["called_from"] = Json::array();
+  head["tests"] = Json::array();
+  BudgetFit fit(std::move(head), arguments["token_budget"].get<long long>());
+  bool capped = imports.size() > MAX_ROWS || importers.size() > MAX_ROWS ||
+                callees.size() > MAX_ROWS || callers.size() > MAX_ROWS;
+  if (capped) fit.mark_truncated();
+  for (std::size_t i = 0; i < imports.size() && i < MAX_ROWS; ++i) {
+    const auto& imp = imports[i];
+    Json row = Json::object();
+    row["line"] = imp.line;
+    row["module"] = imp.module;
+    if (!imp.name.empty()) row["name"] = imp.name;
+    if (imp.target_path) row["path"] = *imp.target_path;
+    fit.add("imports", std::move(row));
+  }
+  for (std::size_t i = 0; i < importers.size() && i < MAX_ROWS; ++i) {
+    Json row = Json::object();
+    row["path"] = importers[i].path;
+    row["line"] = importers[i].line;
+    if (!importers[i].name.empty()) row["name"] = importers[i].name;
+    fit.add("imported_by", std::move(row));
+  }
+  for (std::size_t i = 0; i < callees.size() && i < MAX_ROWS; ++i) {
+    fit.add("calls_into", link_row(callees[i]));
+  }
+  for (std::size_t i = 0; i < callers.size() && i < MAX_ROWS; ++i) {
+    fit.add("called_from", link_row(callers[i]));
+  }
+  if (tests.contains("tests") && tests["tests"].is_array()) {
+    for (const auto& t : tests["tests"]) fit.add("tests", t);
+  }
+  return fit.finish();
+}
+
+}  // namespace orvane_tamsel::tool_handlers

@@ -1,0 +1,164 @@
+// The protocol, driven line by line without a process.
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "orvane_tamsel/server/framing.h"
+#include "orvane_tamsel/server/session.h"
+#include "orvane_tamsel/tool_handlers/tools.h"
+
+namespace orvane_tamsel::server {
+namespace {
+
+class EchoHost : public ToolHost {
+ public:
+  Json call_tool(const std::string& name, const Json& arguments) override {
+    if (arguments.value("query", "") == "boom") throw std::runtime_error("disk on fire");
+    if (arguments.value("query", "") == "missing") throw tool_handlers::ToolError("nothing here");
+    return Json{{"tool", name}, {"arguments", arguments}};
+  }
+};
+
+Json reply(Session& s, const std::string& line) {
+  auto out = s.handle_line(line);
+  EXPECT_TRUE(out.has_value()) << line;
+  EXPECT_EQ(out->find('\n'), std::string::npos);
+  return out ? Json::parse(*out) : Json();
+}
+
+int code_of(Session& s, const std::string& line) {
+  auto r = reply(s, line);
+  return r.contains("error") ? r["error"]["code"].get<int>() : 0;
+}
+
+Json call(Session& s, const Json& params, int id = 9) {
+  return reply(
+      s, Json{{"jsonrpc", "2.0"}, {"id", id}, {"method", "tools/call"}, {"params", params}}.dump());
+}
+
+const char* INIT =
+    R"({"jsonrpc":"2.0","id":1,"method":"initialize","params":{"protocolVersion":"2025-06-18",)"
+    R"("capabilities":{},"clientInfo":{"name":"t","version":"1"}}})";
+
+TEST(Session, BadMessagesGetTheirErrorAndTheNextRequestIsAnswered) {
+  EchoHost host;
+  Session s(host);
+  EXPECT_EQ(code_of(s, "{not json"), -32700);
+  EXPECT_TRUE(reply(s, "{not json")["id"].is_null());
+  EXPECT_EQ(code_of(s, "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"ping\",\"x\":\"\xff\xfe\"}"),
+            -32700);
+  EXPECT_EQ(code_of(s, "[1,2]"), -32600);
+  EXPECT_EQ(code_of(s, "42"), -32600);
+  EXPECT_EQ(code_of(s, R"({"id":1,"method":"ping"})"), -32600);
+  EXPECT_EQ(code_of(s, R"({"jsonrpc":"2.0","id":{"a":1},"method":"ping"})"), -32600);
+  EXPECT_EQ(code_of(s, R"({"jsonrpc":"2.0","id":3,"method":7})"), -32600);
+  EXPECT_EQ(code_of(s, R"({"jsonrpc":"2.0","id":3,"method":"resources/list"})"), -32601);
+  EXPECT_EQ(code_of(s, R"({"jsonrpc":"2.0","id":3,"method":"tools/list"})"), -32600);
+  EXPECT_EQ(code_of(s, R"({"jsonrpc":"2.0","id":3,"method":"initialize","params":{}})"), -32602);
+  EXPECT_EQ(Json::parse(s.oversized_line(10))["error"]["code"], -32600);
+  // Pings work before initialize; ids are echoed as sent.
+  EXPECT_EQ(reply(s, R"({"jsonrpc":"2.0","id":"a-1","method":"ping"})")["id"], "a-1");
+  auto init = reply(s, INIT)["result"];
+  EXPECT_EQ(init["protocolVersion"], "2025-06-18");
+  EXPECT_EQ(init["capabilities"]["tools"]["listChanged"], false);
+  EXPECT_NE(init["instructions"].get<std::string>().find("explore"), std::string::npos);
+  auto newest = reply(s, R"({"jsonrpc":"2.0","id":2,"method":"initialize",)"
+                         R"("params":{"protocolVersion":"1999-01-01"}})");
+  EXPECT_EQ(newest["result"]["protocolVersion"], PROTOCOL_VERSIONS.front());
+  EXPECT_FALSE(s.handle_line(R"({"jsonrpc":"2.0","method":"notifications/initialized"})"));
+  EXPECT_FALSE(s.handle_line(R"({"jsonrpc":"2.0","method":"no/such/notification"})"));
+  EXPECT_FALSE(s.handle_line(R"({"jsonrpc":"2.0","id":5,"result":{}})"));
+  EXPECT_EQ(reply(s, R"({"jsonrpc":"2.0","id":3,"method":"ping"})")["result"], Json::object());
+}
+
+TEST(Session, ToolsListIsTheRegistryWithFullSchemas) {
+  EchoHost host;
+  Session s(host);
+  reply(s, INIT);
+  auto tools = reply(s, R"({"jsonrpc":"2.0","id":2,"method":"tools/list"})")["result"]["tools"];
+  ASSERT_EQ(tools.size(), TOOLS.size());
+  EXPECT_EQ(tools[0]["name"], "explore");
+  auto props = tools[0]["inputSchema"]["properties"];
+  EXPECT_EQ(props["depth"]["enum"], Json({"quick", "standard", "deep"}));
+  EXPECT_EQ(props["token_budget"]["minimum"], 1);
+  EXPECT_EQ(props["token_budget"]["maximum"], 20000);
+  EXPECT_EQ(props["token_budget"]["default"], 2000);
+  EXPECT_EQ(tools[0]["inputSchema"]["required"], Json({"query"}));
+  EXPECT_EQ(tools[0]["annotations"]["readOnlyHint"], true);
+  EXPECT_FALSE(tools.back().contains("annotations"));  // memory writes
+}
+
+TEST(Session, ToolCallsCheckTheirArguments) {
+  EchoHost host;
+  Session s(host);
+  reply(s, INIT);
+  auto ok =
+      call(s, {{"name", "explore"}, {"arguments", {{"query", "cart"}, {"token_budget", 50.0}}}});
+  EXPECT_EQ(ok["result"]["isError"], false);
+  auto echoed = Json::parse(ok["result"]["content"][0]["text"].get<std::string>());
+  EXPECT_EQ(
+      echoed["arguments"],
+      Json({{"query", "cart"}, {"scope", "module"}, {"depth", "standard"}, {"token_budget", 50}}));
+  auto code = [&](const Json& params) {
+    auto r = call(s, params);
+    return r.contains("error") ? r["error"]["code"].get<int>() : 0;
+  };
+  EXPECT_EQ(code({{"name", "nope"}}), -32602);
+  EXPECT_EQ(code({{"arguments", Json::object()}}), -32602);
+  EXPECT_EQ(code({{"name", "explore"}, {"arguments", Json::object()}}), -32602);
+  EXPECT_EQ(code({{"name", "explore"}, {"arguments", {{"query", 3}}}}), -32602);
+  EXPECT_EQ(code({{"name", "explore"}, {"arguments", {{"query", "a"}, {"token_budget", "9"}}}}),
+            -32602);
+  EXPECT_EQ(code({{"name", "explore"}, {"arguments", {{"query", "a"}, {"token_budget", 1.5}}}}),
+            -32602);
+  EXPECT_EQ(code({{"name", "explore"}, {"arguments", {{"query", "a"}, {"colour", "red"}}}}),
+            -32602);
+  EXPECT_EQ(code({{"name", "explore"}, {"arguments", "query"}}), -32602);
+  // Values out of range, or failures inside a tool, are results the model reads.
+  for (const Json& args :
+       {Json{{"query", "a"}, {"token_budget", 0}}, Json{{"query", "a"}, {"token_budget", 1e12}},
+        Json{{"query", "a"}, {"depth", "bottomless"}},
+        Json{{"query", std::string(tool_handlers::MAX_TEXT_ARGUMENT + 1, 'q')}},
+        Json{{"query", "boom"}}, Json{{"query", "missing"}}}) {
+    auto r = call(s, {{"name", "explore"}, {"arguments", args}});
+    ASSERT_TRUE(r.contains("result")) << r.dump();
+    EXPECT_EQ(r["result"]["isError"], true);
+    EXPECT_TRUE(
+        Json::parse(r["result"]["content"][0]["text"].get<std::string>()).contains("error"));
+  }
+}
+
+TEST(Session, CancelledRequestsGetNoAnswer) {
+  EchoHost host;
+  Session s(host);
+  reply(s, INIT);
+  const std::string cancel7 =
+      R"({"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":"r7"}})";
+  // Noted ahead of its turn (as the reader does), then handled in order: no answer to either.
+  s.note_cancel(cancel7);
+  EXPECT_FALSE(s.handle_line(R"({"jsonrpc":"2.0","id":"r7","method":"ping"})"));
+  EXPECT_FALSE(s.handle_line(cancel7));
+  // A request that merely mentions the method is not a cancellation.
+  s.note_cancel(
+      R"({"jsonrpc":"2.0","id":"r8","method":"ping","params":{"q":"notifications/cancelled"}})");
+  EXPECT_TRUE(s.handle_line(R"({"jsonrpc":"2.0","id":"r8","method":"ping"})"));
+  EXPECT_FALSE(s.handle_line(
+      R"({"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":9}})"));
+  EXPECT_FALSE(s.handle_line(R"({"jsonrpc":"2.0","id":9,"method":"ping"})"));
+}
+
+TEST(LineSplitter, SplitsLinesAndSkipsOversizedOnesWithoutLosingTheNext) {
+  std::vector<std::string> lines;
+  int oversized = 0;
+  LineSplitter split([&](std::string&& l) { lines.push_back(l); }, [&] { ++oversized; }, 8);
+  split.feed("ab\r\n\n  \ncd");
+  split.feed("ef\n0123456789");
+  split.feed("0123\nok\nlast");
+  split.finish();
+  EXPECT_EQ(lines, (std::vector<std::string>{"ab", "cdef", "ok", "last"}));
+  EXPECT_EQ(oversized, 1);
+}
+
+}  // namespace
+}  // namespace orvane_tamsel::server
