@@ -76,6 +76,11 @@ CREATE TABLE call_fallbacks(
   rank INTEGER NOT NULL,
   fqn TEXT NOT NULL,
   PRIMARY KEY(site_id, rank)) WITHOUT ROWID;
+-- Modules whose files may hold a site's callee; a site without rows may link anywhere.
+CREATE TABLE call_scopes(
+  site_id INTEGER NOT NULL,
+  module TEXT NOT NULL,
+  PRIMARY KEY(site_id, module)) WITHOUT ROWID;
 
 -- The linked calls: one row per (site, callee); a constructor call also reaches __init__.
 CREATE TABLE edges(

@@ -8,7 +8,7 @@
 namespace orvane_tamsel::index {
 
 // Bump on every change to the tables below: an index of another version is rebuilt.
-inline constexpr int SCHEMA_VERSION = 1;
+inline constexpr int SCHEMA_VERSION = 2;
 
 // DIR/.tamsel/index.db
 std::filesystem::path index_file(const std::filesystem::path& repository_root);

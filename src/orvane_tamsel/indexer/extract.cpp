@@ -2,22 +2,48 @@
 
 #include <stdexcept>
 
+#include "orvane_tamsel/indexer/languages/c.h"
+#include "orvane_tamsel/indexer/languages/cpp.h"
+#include "orvane_tamsel/indexer/languages/go.h"
 #include "orvane_tamsel/indexer/languages/python.h"
 
 namespace orvane_tamsel::indexer {
 
+namespace {
+
+struct Extractor {
+  std::string_view language;
+  std::string (*module_name)(std::string_view path, const PackageDirs& packages,
+                             std::string_view root_name);
+  ParsedFile (*extract)(const utils::LanguageSpec& language, std::string_view path,
+                        std::string_view module, std::string_view content);
+};
+
+// One row per language of the registry; C++ shares C's module rule.
+constexpr Extractor EXTRACTORS[] = {
+    {"python", python::module_name, python::extract},
+    {"c", c::module_name, c::extract},
+    {"cpp", c::module_name, cpp::extract},
+    {"go", go::module_name, go::extract},
+};
+
+const Extractor& extractor_for(const utils::LanguageSpec& language) {
+  for (const auto& e : EXTRACTORS) {
+    if (e.language == language.name) return e;
+  }
+  throw std::logic_error("no extractor for " + language.name);
+}
+
+}  // namespace
+
 std::string module_name(const utils::LanguageSpec& language, std::string_view path,
                         const PackageDirs& packages, std::string_view root_name) {
-  if (language.name == "python") return python::module_name(path, packages, root_name);
-  throw std::logic_error("no extractor for " + language.name);
+  return extractor_for(language).module_name(path, packages, root_name);
 }
 
 ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
                    std::string_view module, std::string_view content) {
-  if (language.name == "python") {
-    return python::extract(language, path, module, content);
-  }
-  throw std::logic_error("no extractor for " + language.name);
+  return extractor_for(language).extract(language, path, module, content);
 }
 
 }  // namespace orvane_tamsel::indexer

@@ -48,12 +48,22 @@ INSERT INTO relink SELECT id FROM call_sites;
 INSERT INTO reimport SELECT id FROM imports;
 )sql";
 
+// A site with scope rows links only into the files of those modules (see ParsedCall), preferring
+// a definition with a body over a declaration.
+#define TAMSEL_IN_SCOPE                                                                  \
+  "(NOT EXISTS (SELECT 1 FROM call_scopes k WHERE k.site_id = call_sites.id) OR EXISTS " \
+  "(SELECT 1 FROM call_scopes k JOIN files f ON f.id = s.file_id WHERE k.site_id = "     \
+  "call_sites.id AND (k.module = f.module OR (f.module <> '' AND "                       \
+  "substr(k.module, -length(f.module) - 1) = '.' || f.module))))"
+#define TAMSEL_BODY_FIRST "s.start_line - s.end_line"
 constexpr const char* LINK_CALLS = R"sql(
 DELETE FROM edges WHERE site_id IN (SELECT site_id FROM relink);
 UPDATE call_sites SET callee_id = coalesce(
-    (SELECT min(s.id) FROM symbols s WHERE s.fqn = call_sites.target_fqn AND s.kind <> 'module'),
+    (SELECT s.id FROM symbols s WHERE s.fqn = call_sites.target_fqn AND s.kind <> 'module'
+      AND )sql" TAMSEL_IN_SCOPE R"sql( ORDER BY )sql" TAMSEL_BODY_FIRST R"sql(, s.id LIMIT 1),
     (SELECT s.id FROM call_fallbacks b JOIN symbols s ON s.fqn = b.fqn AND s.kind <> 'module'
-      WHERE b.site_id = call_sites.id ORDER BY b.rank, s.id LIMIT 1))
+      WHERE b.site_id = call_sites.id AND )sql" TAMSEL_IN_SCOPE R"sql(
+      ORDER BY b.rank, )sql" TAMSEL_BODY_FIRST R"sql(, s.id LIMIT 1))
   WHERE id IN (SELECT site_id FROM relink);
 INSERT INTO edges(site_id, caller_id, callee_id, file_id, line)
   SELECT c.id, c.caller_id, c.callee_id, c.file_id, c.line
@@ -96,7 +106,8 @@ struct IndexWriter::Impl {
   bool bulk = false;  // the batch fills an empty index
   Statement find_file, insert_file, update_file, touch, old_symbols, delete_file, insert_symbol,
       insert_text, insert_name_gram, delete_text, delete_name_gram, insert_path_gram,
-      delete_path_gram, insert_site, insert_fallback, insert_import, mark_changed, mark_affected;
+      delete_path_gram, insert_site, insert_fallback, insert_scope, insert_import, mark_changed,
+      mark_affected;
   std::vector<Statement> clear_contents;
 
   explicit Impl(const std::filesystem::path& root) : db(open(root), Database::Mode::write) {
@@ -130,6 +141,7 @@ struct IndexWriter::Impl {
         "INSERT INTO call_sites(file_id, caller_id, line, evidence, target_fqn) "
         "VALUES(?, ?, ?, ?, ?)");
     insert_fallback = db.prepare("INSERT OR IGNORE INTO call_fallbacks VALUES(?, ?, ?)");
+    insert_scope = db.prepare("INSERT OR IGNORE INTO call_scopes VALUES(?, ?)");
     insert_import =
         db.prepare("INSERT INTO imports(file_id, line, module, name, alias) VALUES(?, ?, ?, ?, ?)");
     mark_changed = db.prepare("INSERT OR IGNORE INTO changed_files VALUES(?)");
@@ -138,6 +150,8 @@ struct IndexWriter::Impl {
              "DELETE FROM edges WHERE site_id IN (SELECT id FROM call_sites WHERE file_id = ?)",
              "DELETE FROM call_fallbacks WHERE site_id IN "
              "(SELECT id FROM call_sites WHERE file_id = ?)",
+             "DELETE FROM call_scopes WHERE site_id IN (SELECT id FROM call_sites WHERE file_id = "
+             "?)",
              "DELETE FROM call_sites WHERE file_id = ?",
              "DELETE FROM imports WHERE file_id = ?",
              "DELETE FROM symbols WHERE file_id = ?",
@@ -307,6 +321,8 @@ struct IndexWriter::Impl {
       for (const auto& fallback : call.fallbacks) {
         insert_fallback.bind(1, site).bind(2, rank++).bind(3, fallback).run();
       }
+      for (const auto& module : call.scope_modules)
+        insert_scope.bind(1, site).bind(2, module).run();
     }
     for (const auto& imp : file.imports) {
       insert_import.bind(1, *file_id)

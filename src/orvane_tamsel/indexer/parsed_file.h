@@ -31,13 +31,20 @@ struct ParsedImport {
 
 // A call site resolved by local evidence to the fqn it names. The writer links it to a symbol
 // when one with that fqn exists (else the first existing fallback); otherwise it stays unresolved.
+// When fqns are not unique across files (C's global names, Go packages of one name, a C++
+// declaration in a header and its definition in a source file), `scope_modules` holds the
+// evidence: only symbols in files whose module is one of them, or whose module is a dotted tail
+// of one (`github.com.x.pkg` admits `pkg`), count; among those a definition with a body (the
+// longest) wins over a declaration. Empty: any file counts.
 struct ParsedCall {
   std::string caller_fqn;  // the enclosing function/method/class, or the module for top level
   std::int64_t line = 0;
-  std::string target;                  // empty when nothing local names the callee
-  std::vector<std::string> fallbacks;  // e.g. the same method on the bases, in lookup order
-  std::string evidence;                // same-scope, same-file, import, self, cls, super,
-                                       // constructor, module-attribute, decorator
+  std::string target;                      // empty when nothing local names the callee
+  std::vector<std::string> fallbacks;      // e.g. the same method on the bases, in lookup order
+  std::string evidence;                    // same-scope, same-file, import, self, cls, super,
+                                           // constructor, module-attribute, decorator, include,
+                                           // same-package, receiver, this
+  std::vector<std::string> scope_modules;  // the own file's module, #included files, Go packages
 };
 
 struct ParsedFile {

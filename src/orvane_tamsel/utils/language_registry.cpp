@@ -7,6 +7,9 @@
 #include <string>
 
 extern "C" const TSLanguage* tree_sitter_python(void);
+extern "C" const TSLanguage* tree_sitter_c(void);
+extern "C" const TSLanguage* tree_sitter_cpp(void);
+extern "C" const TSLanguage* tree_sitter_go(void);
 
 namespace orvane_tamsel::utils {
 
@@ -27,6 +30,34 @@ const std::vector<LanguageSpec>& languages() {
        {"test_*.py", "*_test.py", "conftest.py"},
        {"tests", "test"},
        {"__init__.py", "__init__.pyi"}},
+      // `.h` is C here; the C extractor hands a header holding C++ syntax to C++.
+      {"c",
+       {".c", ".h"},
+       {},
+       tree_sitter_c,
+       "tree-sitter-c",
+       {"tags", "definitions"},
+       {"test_*.c", "*_test.c", "*_tests.c"},
+       {"tests", "test"},
+       {}},
+      {"cpp",
+       {".cc", ".cpp", ".cxx", ".c++", ".hh", ".hpp", ".hxx", ".h++", ".ipp", ".tcc"},
+       {},
+       tree_sitter_cpp,
+       "tree-sitter-cpp",
+       {"tags", "definitions"},
+       {"*_test.cc", "*_test.cpp", "*_unittest.cc", "*_unittest.cpp", "test_*.cc", "test_*.cpp"},
+       {"tests", "test"},
+       {}},
+      {"go",
+       {".go"},
+       {},
+       tree_sitter_go,
+       "tree-sitter-go",
+       {"tags", "definitions"},
+       {"*_test.go"},
+       {},
+       {}},
   };
   return table;
 }

@@ -1,0 +1,244 @@
+#include "orvane_tamsel/indexer/languages/c.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "orvane_tamsel/indexer/languages/cpp.h"
+
+namespace orvane_tamsel::indexer::c {
+
+namespace {
+
+constexpr std::array<std::string_view, 5> GTEST_MACROS = {"TEST", "TEST_F", "TEST_P", "TYPED_TEST",
+                                                          "TYPED_TEST_P"};
+
+std::string dotted(std::string_view path) {
+  std::vector<std::string_view> parts;
+  std::size_t start = 0;
+  while (start <= path.size()) {
+    auto end = path.find('/', start);
+    if (end == std::string_view::npos) end = path.size();
+    auto part = path.substr(start, end - start);
+    if (part == "src" || part == "include") {
+      if (end != path.size()) parts.clear();  // a source root: names start below it
+    } else if (part == "..") {
+      if (!parts.empty()) parts.pop_back();
+    } else if (!part.empty() && part != ".") {
+      parts.push_back(part);
+    }
+    start = end + 1;
+  }
+  if (parts.empty()) return {};
+  auto& last = parts.back();
+  auto dot = last.rfind('.');
+  if (dot != std::string_view::npos && dot > 0) last = last.substr(0, dot);
+  std::string out;
+  for (auto p : parts) {
+    if (!out.empty()) out.push_back('.');
+    out.append(p);
+  }
+  return out;
+}
+
+}  // namespace
+
+std::string module_name(std::string_view path, const PackageDirs& /*packages*/,
+                        std::string_view /*root_name*/) {
+  return dotted(path);
+}
+
+bool looks_like_cpp(std::string_view content) {
+  for (std::string_view marker :
+       {"namespace ", "template <", "template<", "class ", "::", "public:", "private:", "std::"}) {
+    auto at = content.find(marker);
+    // a marker inside a comment line is no evidence
+    while (at != std::string_view::npos) {
+      auto bol = content.rfind('\n', at);
+      auto lead = content.substr(bol == std::string_view::npos ? 0 : bol + 1);
+      lead = lead.substr(lead.find_first_not_of(" \t"));
+      if (!lead.starts_with("//") && !lead.starts_with("*") && !lead.starts_with("/*")) {
+        return true;
+      }
+      at = content.find(marker, at + 1);
+    }
+  }
+  return false;
+}
+
+ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
+                   std::string_view module, std::string_view content) {
+  if (path.ends_with(".h") && looks_like_cpp(content)) {
+    for (const auto& other : utils::languages()) {
+      if (other.name == "cpp") return cpp::extract(other, path, module, content);
+    }
+  }
+  Rules rules(language, path, module, content);
+  return rules.run();
+}
+
+bool Rules::is_header() const {
+  for (std::string_view ext : {".h", ".hh", ".hpp", ".hxx", ".h++", ".inl"}) {
+    if (path_.ends_with(ext)) return true;
+  }
+  return false;
+}
+
+TSNode Rules::function_host() const {
+  for (std::size_t i = frames_.size(); i-- > 0;) {
+    TSNode n = frames_[i].node;
+    const char* type = ts_node_type(n);
+    if (std::strcmp(type, "function_definition") == 0 || std::strcmp(type, "declaration") == 0 ||
+        std::strcmp(type, "field_declaration") == 0) {
+      if (i > 0 && is(frames_[i - 1].node, "template_declaration")) return frames_[i - 1].node;
+      return n;
+    }
+    if (std::strcmp(type, "type_definition") == 0 ||
+        std::strcmp(type, "parameter_declaration") == 0 ||
+        std::strcmp(type, "compound_statement") == 0) {
+      return TSNode{};
+    }
+  }
+  return TSNode{};
+}
+
+std::optional<tagged::Definition> Rules::define(const tagged::Tag& tag) {
+  tagged::Definition def;
+  def.name = text(tag.name);
+  TSNode node = tag.node;
+  if (tag.role == "function" || tag.role == "method") {
+    def.host = function_host();
+    if (ts_node_is_null(def.host)) return std::nullopt;
+    TSNode inner = def.host;
+    if (is(inner, "template_declaration"))
+      inner = ts_node_named_child(inner, ts_node_named_child_count(inner) - 1);
+    bool body = is(inner, "function_definition");
+    bool member = frame_of_type("field_declaration_list") != NONE;
+    // A prototype in a source file repeats a definition; headers and class bodies declare.
+    if (!body && !member && !is_header()) return std::nullopt;
+    if (std::find(GTEST_MACROS.begin(), GTEST_MACROS.end(), def.name) != GTEST_MACROS.end() &&
+        body) {
+      TSNode params = ts_node_child_by_field_name(node, "parameters", 10);
+      std::vector<std::string> parts;
+      for (std::uint32_t i = 0; i < ts_node_named_child_count(params); ++i) {
+        parts.emplace_back(text(ts_node_named_child(params, i)));
+      }
+      if (parts.size() != 2) return std::nullopt;
+      def.kind = "function";
+      def.qualifier = {parts[0]};
+      def.name = parts[1];
+      def.is_test = true;
+      return def;
+    }
+    def.kind = member ? "method" : "function";
+    return def;
+  }
+  def.host = node;
+  bool has_body = !ts_node_is_null(ts_node_child_by_field_name(node, "body", 4));
+  if (tag.role == "class") {
+    if (is(node, "declaration")) {  // `union u {...} x;`
+      node = ts_node_child_by_field_name(node, "type", 4);
+      has_body = !ts_node_is_null(ts_node_child_by_field_name(node, "body", 4));
+      def.host = node;
+    }
+    if (!has_body) return std::nullopt;
+    def.kind = is(node, "class_specifier")   ? "class"
+               : is(node, "union_specifier") ? "union"
+                                             : "struct";
+    def.opens_scope = scoped_types();
+    return def;
+  }
+  if (tag.role == "type") {
+    if (is(node, "enum_specifier")) {
+      if (!has_body) return std::nullopt;
+      def.kind = "enum";
+      def.opens_scope = scoped_types();
+      return def;
+    }
+    def.kind = "type";
+    TSNode type = ts_node_child_by_field_name(node, "type", 4);
+    bool anonymous = ts_node_is_null(ts_node_child_by_field_name(type, "name", 4));
+    if (anonymous && !ts_node_is_null(ts_node_child_by_field_name(type, "body", 4))) {
+      if (is(type, "struct_specifier")) def.kind = "struct";
+      if (is(type, "union_specifier")) def.kind = "union";
+      if (is(type, "enum_specifier")) def.kind = "enum";
+    }
+    return def;
+  }
+  if (tag.role == "macro") {
+    def.kind = "macro";
+    return def;
+  }
+  return std::nullopt;
+}
+
+std::string Rules::signature_of(TSNode host) const {
+  if (is(host, "preproc_def") || is(host, "preproc_function_def")) {
+    auto value = ts_node_child_by_field_name(host, "value", 5);
+    if (!ts_node_is_null(value)) {
+      auto a = ts_node_start_byte(host);
+      return std::string(src_.substr(a, ts_node_start_byte(value) - a)) + "...";
+    }
+  }
+  // a template or typedef holds the part with the body: its head, then that part's header
+  for (std::uint32_t i = 0; i < ts_node_named_child_count(host); ++i) {
+    if (!ts_node_is_null(ts_node_child_by_field_name(host, "body", 4))) break;
+    TSNode c = ts_node_named_child(host, i);
+    if (ts_node_is_null(ts_node_child_by_field_name(c, "body", 4))) continue;
+    auto a = ts_node_start_byte(host);
+    std::string head;
+    bool space = false;
+    for (char ch : src_.substr(a, ts_node_start_byte(c) - a)) {
+      if (ch == ' ' || ch == '\n' || ch == '\t' || ch == '\r') {
+        space = !head.empty();
+        continue;
+      }
+      if (space) head.push_back(' ');
+      space = false;
+      head.push_back(ch);
+    }
+    auto rest = Extraction::signature_of(c);
+    return head.empty() ? rest : head + " " + rest;
+  }
+  return Extraction::signature_of(host);
+}
+
+std::vector<std::string> Rules::visible_modules() const {
+  std::vector<std::string> out{module_};
+  for (const auto& m : includes_) {
+    if (std::find(out.begin(), out.end(), m) == out.end()) out.push_back(m);
+  }
+  return out;
+}
+
+void Rules::visit(TSNode node) {
+  if (is(node, "call_expression")) {
+    add_call(node, ts_node_child_by_field_name(node, "function", 8));
+    return;
+  }
+  if (!is(node, "preproc_include")) return;
+  TSNode p = ts_node_child_by_field_name(node, "path", 4);
+  if (ts_node_is_null(p)) return;
+  auto raw = text(p);
+  if (raw.size() < 2) return;
+  std::string inc(raw.substr(1, raw.size() - 2));
+  std::string module;
+  if (is(p, "string_literal") && (inc.find('/') == std::string::npos || inc.starts_with("."))) {
+    auto slash = path_.rfind('/');
+    module = dotted((slash == std::string::npos ? "" : path_.substr(0, slash + 1)) + inc);
+  } else {
+    module = dotted(inc);
+  }
+  if (module.empty()) return;
+  includes_.push_back(module);
+  out_.imports.push_back({line(node), module, "", ""});
+}
+
+void Rules::resolve(const tagged::PendingCall& pending, ParsedCall& call) {
+  if (!is(pending.callee, "identifier")) return;  // through a pointer or a field
+  call.target = text(pending.callee);
+  call.evidence = defined_.count(call.target) != 0 ? "same-file" : "include";
+  call.scope_modules = visible_modules();
+}
+
+}  // namespace orvane_tamsel::indexer::c

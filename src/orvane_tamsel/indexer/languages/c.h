@@ -1,0 +1,44 @@
+#pragma once
+// C: file-less names for functions and types, #include as the evidence that a call's callee is
+// visible. C++ builds on the same rules (languages/cpp.cpp).
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "orvane_tamsel/indexer/extract.h"
+#include "orvane_tamsel/indexer/languages/tagged.h"
+
+namespace orvane_tamsel::indexer::c {
+
+// The path's stem below its last `src` or `include` folder, dotted: `src/net/http.c` gives
+// `net.http`; a header and its source file share a module.
+std::string module_name(std::string_view path, const PackageDirs& packages,
+                        std::string_view root_name);
+// A `.h` file is C unless its text holds C++ syntax (namespaces, classes, templates, `::`);
+// such a header is extracted, and stored, as C++.
+ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
+                   std::string_view module, std::string_view content);
+bool looks_like_cpp(std::string_view content);
+
+class Rules : public tagged::Extraction {
+ public:
+  using Extraction::Extraction;
+
+ protected:
+  std::optional<tagged::Definition> define(const tagged::Tag& tag) override;
+  void visit(TSNode node) override;
+  void resolve(const tagged::PendingCall& pending, ParsedCall& call) override;
+  std::string signature_of(TSNode host) const override;
+
+  virtual bool scoped_types() const { return false; }  // C++: classes are scopes
+  // The declaration or definition a function declarator belongs to, or a null node.
+  TSNode function_host() const;
+  bool is_header() const;
+  // The file's own module and the modules it includes: where a callee may be defined.
+  std::vector<std::string> visible_modules() const;
+
+  std::vector<std::string> includes_;
+};
+
+}  // namespace orvane_tamsel::indexer::c

@@ -1,0 +1,193 @@
+#include "orvane_tamsel/indexer/languages/cpp.h"
+
+#include <map>
+#include <unordered_map>
+
+#include "orvane_tamsel/indexer/languages/c.h"
+
+namespace orvane_tamsel::indexer::cpp {
+
+namespace {
+
+// `a::B<int>::c` as its names, template arguments dropped.
+std::vector<std::string> split_qualified(std::string_view s) {
+  std::vector<std::string> parts;
+  std::string cur;
+  int depth = 0;
+  for (std::size_t i = 0; i < s.size(); ++i) {
+    char c = s[i];
+    if (c == '<') ++depth;
+    if (c == '>' && depth > 0) {
+      --depth;
+      continue;
+    }
+    if (depth > 0 || c == ' ' || c == '\n' || c == '\t') continue;
+    if (c == ':' && i + 1 < s.size() && s[i + 1] == ':') {
+      if (!cur.empty()) parts.push_back(cur);  // a leading `::` names the global scope
+      cur.clear();
+      ++i;
+      continue;
+    }
+    cur.push_back(c);
+  }
+  if (!cur.empty()) parts.push_back(cur);
+  return parts;
+}
+
+std::string dotted(const std::vector<std::string>& parts) {
+  std::string out;
+  for (const auto& p : parts) {
+    if (!out.empty()) out.push_back('.');
+    out += p;
+  }
+  return out;
+}
+
+// The class a declared type names: `const ns::Cls&`, `Cls*`, `std::unique_ptr<Cls>` give Cls.
+std::string class_of_type(std::string_view type) {
+  for (std::string_view wrapper : {"std::unique_ptr<", "std::shared_ptr<", "std::optional<"}) {
+    if (type.starts_with(wrapper)) {
+      type.remove_prefix(wrapper.size());
+      auto end = type.find_first_of(",>");
+      type = type.substr(0, end);
+    }
+  }
+  for (std::string_view q : {"const ", "struct ", "class "}) {
+    if (type.starts_with(q)) type.remove_prefix(q.size());
+  }
+  auto parts = split_qualified(type);
+  if (parts.empty() || parts.front() == "std") return {};
+  return dotted(parts);
+}
+
+class Rules : public c::Rules {
+ public:
+  using c::Rules::Rules;
+
+ protected:
+  bool scoped_types() const override { return true; }
+
+  std::string scope_of(TSNode node) override {
+    if (!is(node, "namespace_definition")) return {};
+    return dotted(split_qualified(field_text(node, "name")));
+  }
+
+  std::optional<tagged::Definition> define(const tagged::Tag& tag) override {
+    auto def = c::Rules::define(tag);
+    if (!def || (tag.role != "function" && tag.role != "method") || def->is_test) return def;
+    auto parts = split_qualified(def->name);
+    if (parts.empty()) return std::nullopt;
+    def->name = parts.back();
+    parts.pop_back();
+    def->qualifier = parts;
+    std::string cls = !parts.empty() ? parts.back() : enclosing_class();
+    if (!parts.empty() || !cls.empty()) def->kind = "method";
+    if (!cls.empty() && def->name == cls) def->kind = "constructor";
+    return def;
+  }
+
+  // The name of the class whose body holds the node being visited, or empty.
+  std::string enclosing_class() const {
+    auto body = frame_of_type("field_declaration_list");
+    if (body == NONE || body == 0) return {};
+    auto sym = frames_[body - 1].symbol;
+    return sym == NONE ? std::string() : out_.symbols[sym].name;
+  }
+
+  void visit(TSNode node) override {
+    c::Rules::visit(node);
+    bool field = is(node, "field_declaration");
+    if (!field && !is(node, "declaration") && !is(node, "parameter_declaration")) return;
+    std::string type = class_of_type(field_text(node, "type"));
+    if (type.empty()) return;
+    TSNode d = ts_node_child_by_field_name(node, "declarator", 10);
+    while (!ts_node_is_null(d) && !is(d, "identifier") && !is(d, "field_identifier")) {
+      if (is(d, "function_declarator")) return;
+      d = ts_node_child_by_field_name(d, "declarator", 10);
+    }
+    if (ts_node_is_null(d)) return;
+    if (field) {
+      auto body = frame_of_type("field_declaration_list");
+      if (body == NONE || body == 0 || frames_[body - 1].symbol == NONE) return;
+      members_[out_.symbols[frames_[body - 1].symbol].fqn][std::string(text(d))] = type;
+    } else if (auto fn = current_callable(); fn != 0) {
+      locals_[fn][std::string(text(d))] = type;
+    }
+  }
+
+  // Name lookup from a scope outwards: `ns.Cls` tries ns.Cls.x, ns.x, x.
+  static std::vector<std::string> outwards(std::string scope, const std::string& name) {
+    std::vector<std::string> out;
+    for (;;) {
+      out.push_back(tagged::Extraction::join(scope, name));
+      if (scope.empty()) break;
+      auto dot = scope.rfind('.');
+      scope = dot == std::string::npos ? "" : scope.substr(0, dot);
+    }
+    return out;
+  }
+
+  void resolve(const tagged::PendingCall& pending, ParsedCall& call) override {
+    TSNode callee = pending.callee;
+    if (is(callee, "template_function")) callee = ts_node_child_by_field_name(callee, "name", 4);
+    const auto& caller = out_.symbols[pending.caller];
+    bool in_method = caller.kind == "method" || caller.kind == "constructor";
+    std::string scope = pending.caller == 0 ? "" : prefix_of(pending.caller);
+    std::string cls = in_method ? scope : "";
+    std::vector<std::string> candidates;
+    if (is(callee, "identifier") || is(callee, "qualified_identifier")) {
+      auto parts = split_qualified(text(callee));
+      if (parts.empty() || parts.front() == "std") return;
+      candidates = outwards(scope, dotted(parts));
+      call.evidence = "include";
+      for (const auto& c : candidates) {
+        if (defined_.count(c) != 0) call.evidence = "same-file";
+      }
+    } else if (is(callee, "field_expression")) {
+      TSNode object = ts_node_child_by_field_name(callee, "argument", 8);
+      std::string member = field_text(callee, "field");
+      std::string type;
+      if (is(object, "this")) {
+        type = cls;
+        call.evidence = "this";
+      } else if (is(object, "identifier") || is(object, "field_identifier")) {
+        std::string var(text(object));
+        if (auto l = locals_.find(pending.caller); l != locals_.end() && l->second.count(var)) {
+          type = l->second.at(var);
+        } else if (auto m = members_.find(cls); m != members_.end() && m->second.count(var)) {
+          type = m->second.at(var);
+        } else if (is(object, "identifier") && in_method) {
+          return;
+        }
+        call.evidence = "receiver";
+      }
+      if (type.empty() || member.empty()) return;
+      if (type == cls) {
+        candidates.push_back(tagged::Extraction::join(type, member));
+      } else {
+        for (auto& c : outwards(scope, type)) candidates.push_back(join(c, member));
+      }
+    } else {
+      return;
+    }
+    call.target = candidates.front();
+    call.fallbacks.assign(candidates.begin() + 1, candidates.end());
+    call.scope_modules = visible_modules();
+  }
+
+ private:
+  std::unordered_map<std::size_t, std::map<std::string, std::string>> locals_;  // by caller
+  std::map<std::string, std::map<std::string, std::string>> members_;           // by class fqn
+};
+
+}  // namespace
+
+ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
+                   std::string_view module, std::string_view content) {
+  Rules rules(language, path, module, content);
+  auto out = rules.run();
+  out.language = language.name;
+  return out;
+}
+
+}  // namespace orvane_tamsel::indexer::cpp
