@@ -315,7 +315,7 @@ class SqliteRepository : public Repository {
       LEFT JOIN calls c ON c.tf = k.tf LEFT JOIN via v ON v.tf = k.tf
       LEFT JOIN imported i ON i.tf = k.tf LEFT JOIN named n ON n.tf = k.tf
       WHERE EXISTS (SELECT 1 FROM symbols x WHERE x.file_id = f.id
-                    AND x.kind IN ('function', 'method') AND x.name GLOB 'test*')
+                    AND x.kind IN ('function', 'method') AND x.name GLOB '[Tt]est*')
       ORDER BY 3 DESC, 4 DESC, 5 DESC, i.module IS NULL, 8 DESC, f.path
       LIMIT ?3)sql");
     st.bind(1, file_id).bind(2, base).bind(3, MAX_TESTS);

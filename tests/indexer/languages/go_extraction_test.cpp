@@ -1,0 +1,50 @@
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "indexer/temp_repo.h"
+#include "orvane_tamsel/index/sqlite_repository.h"
+#include "orvane_tamsel/indexer/indexer.h"
+
+namespace {
+
+using namespace orvane_tamsel;
+
+// Package-qualified fqns, receiver and instance calls, and test code of a small Go package.
+TEST(GoExtraction, SymbolsTestsAndCallers) {
+  indexer_test::TempRepo repo("lang_go");
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+
+  auto add = index->get_symbol_by_fqn("shop.Cart.Add");
+  ASSERT_TRUE(add.has_value());
+  EXPECT_EQ(add->kind, "method");
+  EXPECT_EQ(add->docstring.value_or(""), "Add puts an item in the cart.");
+  EXPECT_FALSE(add->is_test);
+  auto cart = index->get_symbol_by_fqn("shop.Cart");
+  ASSERT_TRUE(cart.has_value());
+  EXPECT_EQ(cart->kind, "struct");
+  auto test = index->get_symbol_by_fqn("shop.TestAdd");
+  ASSERT_TRUE(test.has_value());
+  EXPECT_TRUE(test->is_test);
+
+  std::set<std::string> callers;
+  for (const auto& n : index->evidence_neighbours({*add->id}, index::TestFilter::include, 50,
+                                                  std::vector<index::Relation>{index::CALLER})) {
+    callers.insert(n.fqn.value_or(""));
+  }
+  EXPECT_EQ(callers, std::set<std::string>{"shop.TestAdd"});
+  std::set<std::string> callees;
+  for (const auto& n : index->evidence_neighbours({*add->id}, index::TestFilter::include, 50,
+                                                  std::vector<index::Relation>{index::CALLEE})) {
+    callees.insert(n.fqn.value_or(""));
+  }
+  EXPECT_EQ(callees, std::set<std::string>{"shop.Cart.total"});
+
+  auto tests = index->get_tests_for("shop/cart.go");
+  ASSERT_FALSE(tests["tests"].empty());
+  EXPECT_EQ(tests["tests"][0]["path"], "shop/cart_test.go");
+}
+
+}  // namespace
