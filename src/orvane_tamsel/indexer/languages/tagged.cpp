@@ -199,7 +199,9 @@ void Extraction::enter(TSNode node) {
   if (!frames_.empty()) {
     Frame& parent = frames_.back();
     auto start_row = static_cast<std::int64_t>(ts_node_start_point(node).row);
-    if (is(node, "comment")) {
+    if (keeps_doc(node)) {
+      // the comment run stays open for the definition after it
+    } else if (is_comment(node)) {
       bool trailing = start_row == parent.last_code_row;
       bool joins =
           !is_null(parent.run_last) &&
@@ -296,8 +298,11 @@ void Extraction::add_call(TSNode call, TSNode callee) {
 
 std::string Extraction::signature_of(TSNode host) const {
   TSNode body = ts_node_child_by_field_name(host, "body", 4);
-  auto a = ts_node_start_byte(host);
-  auto b = ts_node_is_null(body) ? ts_node_end_byte(host) : ts_node_start_byte(body);
+  return flatten(ts_node_start_byte(host),
+                 ts_node_is_null(body) ? ts_node_end_byte(host) : ts_node_start_byte(body));
+}
+
+std::string Extraction::flatten(std::uint32_t a, std::uint32_t b) const {
   std::string out;
   bool space = false;
   for (char c : src_.substr(a, b - a)) {

@@ -78,6 +78,12 @@ class Extraction {
   // The fqn prefix of top-level names (Go: the package), or empty.
   virtual std::string top_prefix() const { return {}; }
   virtual std::string signature_of(TSNode host) const;
+  // The source between two bytes on one line, whitespace collapsed, trailing `{`/`;` dropped.
+  std::string flatten(std::uint32_t from, std::uint32_t to) const;
+  // Comment node types (Java and Rust split line and block comments).
+  virtual bool is_comment(TSNode n) const { return is(n, "comment"); }
+  // Nodes between a doc comment and its definition that keep the comment attached (attributes).
+  virtual bool keeps_doc(TSNode /*node*/) const { return false; }
   virtual std::string doc_text(std::string_view raw) const;
   // Symbols whose body counts as the caller of the calls inside it.
   virtual bool is_callable(const ParsedSymbol& s) const;
