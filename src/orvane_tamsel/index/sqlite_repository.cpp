@@ -315,7 +315,8 @@ class SqliteRepository : public Repository {
       LEFT JOIN calls c ON c.tf = k.tf LEFT JOIN via v ON v.tf = k.tf
       LEFT JOIN imported i ON i.tf = k.tf LEFT JOIN named n ON n.tf = k.tf
       WHERE EXISTS (SELECT 1 FROM symbols x WHERE x.file_id = f.id
-                    AND x.kind IN ('function', 'method') AND x.name GLOB '[Tt]est*')
+                    AND x.kind IN ('function', 'method') AND x.is_test = 1  -- Python names its tests; others mark them
+                    AND (x.name GLOB '[Tt]est*' OR f.language <> 'python'))
       ORDER BY 3 DESC, 4 DESC, 5 DESC, i.module IS NULL, 8 DESC, f.path
       LIMIT ?3)sql");
     st.bind(1, file_id).bind(2, base).bind(3, MAX_TESTS);

@@ -5,7 +5,10 @@
 #include "orvane_tamsel/indexer/languages/c.h"
 #include "orvane_tamsel/indexer/languages/cpp.h"
 #include "orvane_tamsel/indexer/languages/go.h"
+#include "orvane_tamsel/indexer/languages/java.h"
+#include "orvane_tamsel/indexer/languages/javascript.h"
 #include "orvane_tamsel/indexer/languages/python.h"
+#include "orvane_tamsel/indexer/languages/rust.h"
 
 namespace orvane_tamsel::indexer {
 
@@ -19,12 +22,17 @@ struct Extractor {
                         std::string_view module, std::string_view content);
 };
 
-// One row per language of the registry; C++ shares C's module rule.
+// One row per language of the registry; C++ shares C's module rule, TypeScript JavaScript's.
 constexpr Extractor EXTRACTORS[] = {
     {"python", python::module_name, python::extract},
     {"c", c::module_name, c::extract},
     {"cpp", c::module_name, cpp::extract},
     {"go", go::module_name, go::extract},
+    {"javascript", javascript::module_name, javascript::extract},
+    {"typescript", javascript::module_name, javascript::extract},
+    {"tsx", javascript::module_name, javascript::extract},
+    {"java", java::module_name, java::extract},
+    {"rust", rust::module_name, rust::extract},
 };
 
 const Extractor& extractor_for(const utils::LanguageSpec& language) {

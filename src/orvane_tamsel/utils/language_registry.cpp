@@ -10,6 +10,11 @@ extern "C" const TSLanguage* tree_sitter_python(void);
 extern "C" const TSLanguage* tree_sitter_c(void);
 extern "C" const TSLanguage* tree_sitter_cpp(void);
 extern "C" const TSLanguage* tree_sitter_go(void);
+extern "C" const TSLanguage* tree_sitter_javascript(void);
+extern "C" const TSLanguage* tree_sitter_typescript(void);
+extern "C" const TSLanguage* tree_sitter_tsx(void);
+extern "C" const TSLanguage* tree_sitter_java(void);
+extern "C" const TSLanguage* tree_sitter_rust(void);
 
 namespace orvane_tamsel::utils {
 
@@ -57,6 +62,52 @@ const std::vector<LanguageSpec>& languages() {
        {"tags", "definitions"},
        {"*_test.go"},
        {},
+       {}},
+      {"javascript",
+       {".js", ".jsx", ".mjs", ".cjs"},
+       {},
+       tree_sitter_javascript,
+       "tree-sitter-javascript",
+       {"tags", "definitions"},
+       {"*.test.js", "*.spec.js", "*.test.jsx", "*.spec.jsx", "*.test.mjs", "*.spec.mjs"},
+       {"__tests__"},
+       {}},
+      // `.d.ts` ends in `.ts`: declarations index as TypeScript.
+      {"typescript",
+       {".ts", ".mts", ".cts"},
+       {},
+       tree_sitter_typescript,
+       "tree-sitter-typescript",
+       {"tags", "definitions"},
+       {"*.test.ts", "*.spec.ts"},
+       {"__tests__"},
+       {}},
+      {"tsx",
+       {".tsx"},
+       {},
+       tree_sitter_tsx,
+       "tree-sitter-typescript",
+       {"tags", "definitions"},
+       {"*.test.tsx", "*.spec.tsx"},
+       {"__tests__"},
+       {}},
+      {"java",
+       {".java"},
+       {},
+       tree_sitter_java,
+       "tree-sitter-java",
+       {"tags", "definitions"},
+       {"*Test.java", "*Tests.java", "Test*.java", "*IT.java"},
+       {"test"},
+       {}},
+      {"rust",
+       {".rs"},
+       {},
+       tree_sitter_rust,
+       "tree-sitter-rust",
+       {"tags", "definitions"},
+       {},
+       {"tests", "benches"},
        {}},
   };
   return table;

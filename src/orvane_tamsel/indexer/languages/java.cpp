@@ -1,0 +1,260 @@
+#include "orvane_tamsel/indexer/languages/java.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <map>
+#include <unordered_map>
+
+#include "orvane_tamsel/indexer/languages/tagged.h"
+
+namespace orvane_tamsel::indexer::java {
+
+namespace {
+
+constexpr std::array<std::string_view, 5> TEST_ANNOTATIONS = {
+    "Test", "ParameterizedTest", "RepeatedTest", "TestFactory", "TestTemplate"};
+
+class Rules : public tagged::Extraction {
+ public:
+  using Extraction::Extraction;
+
+ protected:
+  std::string top_prefix() const override { return package_; }
+  bool is_comment(TSNode n) const override {
+    return is(n, "block_comment") || is(n, "line_comment");
+  }
+
+  bool has_test_annotation(TSNode declaration) const {
+    for (std::uint32_t i = 0; i < ts_node_named_child_count(declaration); ++i) {
+      TSNode mods = ts_node_named_child(declaration, i);
+      if (!is(mods, "modifiers")) continue;
+      for (std::uint32_t j = 0; j < ts_node_named_child_count(mods); ++j) {
+        TSNode a = ts_node_named_child(mods, j);
+        if (!is(a, "marker_annotation") && !is(a, "annotation")) continue;
+        auto name = field_text(a, "name");
+        if (auto dot = name.rfind('.'); dot != std::string::npos) name.erase(0, dot + 1);
+        if (std::find(TEST_ANNOTATIONS.begin(), TEST_ANNOTATIONS.end(), name) !=
+            TEST_ANNOTATIONS.end()) {
+          return true;
+        }
+      }
+    }
+    return false;
+  }
+
+  std::optional<tagged::Definition> define(const tagged::Tag& tag) override {
+    tagged::Definition def;
+    def.name = text(tag.name);
+    def.host = tag.node;
+    def.kind = tag.role;
+    if (tag.role == "class" || tag.role == "interface" || tag.role == "enum" ||
+        tag.role == "record") {
+      def.opens_scope = true;
+    } else if (tag.role == "method") {
+      def.is_test = has_test_annotation(tag.node);
+    } else if (tag.role != "constructor") {
+      return std::nullopt;
+    }
+    return def;
+  }
+
+  // The declared type a variable names, without type arguments: `List<Item>` gives List.
+  std::string type_name(TSNode type) const {
+    if (is(type, "generic_type")) type = ts_node_named_child(type, 0);
+    return is(type, "type_identifier") ? std::string(text(type)) : std::string();
+  }
+
+  void record_variables(TSNode node, std::map<std::string, std::string>& into) {
+    auto type = type_name(ts_node_child_by_field_name(node, "type", 4));
+    if (type.empty()) return;
+    if (is(node, "formal_parameter")) {
+      into[field_text(node, "name")] = type;
+      return;
+    }
+    for (std::uint32_t i = 0; i < ts_node_named_child_count(node); ++i) {
+      TSNode d = ts_node_named_child(node, i);
+      if (is(d, "variable_declarator")) into[field_text(d, "name")] = type;
+    }
+  }
+
+  void visit(TSNode node) override {
+    if (is(node, "package_declaration")) {
+      if (ts_node_named_child_count(node) > 0) package_ = text(ts_node_named_child(node, 0));
+    } else if (is(node, "import_declaration")) {
+      record_import(node);
+    } else if (is(node, "field_declaration")) {
+      auto cls = frame_of_type("class_body");
+      if (cls != NONE && cls > 0) {
+        record_variables(node, fields_[frames_[cls - 1].symbol]);
+      }
+    } else if (is(node, "local_variable_declaration") || is(node, "formal_parameter")) {
+      record_variables(node, locals_[current_callable()]);
+    } else if (is(node, "object_creation_expression")) {
+      add_call(node, ts_node_child_by_field_name(node, "type", 4));
+    }
+  }
+
+  void record_import(TSNode node) {
+    bool is_static = false, wildcard = false;
+    TSNode path{};
+    for (std::uint32_t i = 0; i < ts_node_child_count(node); ++i) {
+      TSNode c = ts_node_child(node, i);
+      if (is(c, "static")) is_static = true;
+      if (is(c, "asterisk")) wildcard = true;
+      if (is(c, "scoped_identifier") || is(c, "identifier")) path = c;
+    }
+    if (ts_node_is_null(path)) return;
+    std::string full(text(path));
+    auto dot = full.rfind('.');
+    if (wildcard || dot == std::string::npos) {
+      out_.imports.push_back({line(node), full, "", ""});
+      return;
+    }
+    std::string name = full.substr(dot + 1);
+    // a static import names a member: its module is the class's package
+    std::string owner = full.substr(0, dot);
+    std::string module = owner;
+    if (is_static) {
+      auto d = owner.rfind('.');
+      module = d == std::string::npos ? owner : owner.substr(0, d);
+    }
+    out_.imports.push_back({line(node), module,
+                            is_static ? owner.substr(owner.rfind('.') + 1) + "." + name : name,
+                            ""});
+    imports_[name] = {full, module};
+  }
+
+  struct Import {
+    std::string fqn;
+    std::string module;
+  };
+
+  // Where a type name leads: a class of this file, an import, else the own package.
+  void resolve_type(const std::string& type, const std::string& member, ParsedCall& call) const {
+    for (std::size_t i = 1; i < out_.symbols.size(); ++i) {
+      const auto& s = out_.symbols[i];
+      if (s.name == type && s.kind != "method" && s.kind != "constructor") {
+        call.target = join(s.fqn, member);
+        call.evidence = "same-file";
+        return;
+      }
+    }
+    if (auto imp = imports_.find(type); imp != imports_.end()) {
+      call.target = join(imp->second.fqn, member);
+      call.evidence = "import";
+      call.scope_modules = {imp->second.module};
+      return;
+    }
+    if (type.empty() || !std::isupper(static_cast<unsigned char>(type[0]))) return;
+    call.target = join(join(package_, type), member);
+    call.evidence = "same-package";
+    call.scope_modules = {module_};
+  }
+
+  std::string type_of(std::size_t caller, const std::string& var) const {
+    if (auto l = locals_.find(caller); l != locals_.end()) {
+      if (auto t = l->second.find(var); t != l->second.end()) return t->second;
+    }
+    // fields of the caller's class and the classes around it
+    for (std::size_t s = caller; s != 0 && s < out_.symbols.size();) {
+      if (auto f = fields_.find(s); f != fields_.end()) {
+        if (auto t = f->second.find(var); t != f->second.end()) return t->second;
+      }
+      const auto& parent = out_.symbols[s].parent_fqn;
+      auto p = defined_.find(parent);
+      s = p == defined_.end() ? 0 : p->second;
+    }
+    return {};
+  }
+
+  void resolve(const tagged::PendingCall& pending, ParsedCall& call) override {
+    TSNode callee = pending.callee;
+    if (is(pending.call, "object_creation_expression")) {
+      auto type = type_name(callee);
+      if (!type.empty()) resolve_type(type, "", call);
+      if (!call.target.empty()) call.evidence = "constructor";
+      return;
+    }
+    TSNode invocation = ts_node_parent(callee);
+    if (!is(invocation, "method_invocation")) return;
+    std::string name(text(callee));
+    TSNode object = ts_node_child_by_field_name(invocation, "object", 6);
+    const auto& scope = prefix_of(pending.caller);
+    if (ts_node_is_null(object)) {
+      // a bare name: a method of the own class (or one around it), else a static import
+      for (std::string s = scope; !s.empty();) {
+        if (defined_.count(join(s, name)) != 0) {
+          call.target = join(s, name);
+          call.evidence = "same-file";
+          return;
+        }
+        auto dot = s.rfind('.');
+        if (dot == std::string::npos || s.substr(0, dot) == package_) break;
+        s.resize(dot);
+      }
+      if (auto imp = imports_.find(name); imp != imports_.end()) {
+        call.target = imp->second.fqn;
+        call.evidence = "import";
+        call.scope_modules = {imp->second.module};
+      }
+      return;
+    }
+    if (is(object, "this")) {
+      if (pending.caller == 0) return;
+      call.target = join(scope, name);
+      call.evidence = "this";
+      return;
+    }
+    if (is(object, "field_access") &&
+        is(ts_node_child_by_field_name(object, "object", 6), "this")) {
+      auto type = type_of(pending.caller, field_text(object, "field"));
+      if (!type.empty()) resolve_type(type, name, call);
+      if (!call.target.empty()) call.evidence = "instance";
+      return;
+    }
+    if (!is(object, "identifier")) return;
+    std::string var(text(object));
+    auto type = type_of(pending.caller, var);
+    if (!type.empty()) {
+      resolve_type(type, name, call);
+      if (!call.target.empty()) call.evidence = "instance";
+      return;
+    }
+    resolve_type(var, name, call);  // a static call on a class
+  }
+
+ private:
+  std::string package_;
+  std::map<std::string, Import, std::less<>> imports_;  // simple name -> what it imports
+  std::unordered_map<std::size_t, std::map<std::string, std::string>> fields_;  // by class
+  std::unordered_map<std::size_t, std::map<std::string, std::string>> locals_;  // by caller
+};
+
+}  // namespace
+
+std::string module_name(std::string_view path, const PackageDirs& /*packages*/,
+                        std::string_view root_name) {
+  auto slash = path.rfind('/');
+  std::string dir(1, '/');
+  if (slash != std::string_view::npos) dir.append(path.substr(0, slash));
+  dir.push_back('/');
+  if (auto at = dir.rfind("/java/"); at != std::string::npos) {
+    dir.erase(0, std::min(dir.size(), at + 6));
+  } else if (dir == "/src" || dir.starts_with("/src/")) {
+    dir.erase(0, std::min(dir.size(), std::size_t{5}));
+  } else {
+    dir.erase(0, 1);
+  }
+  std::string p = dir.substr(0, dir.empty() ? 0 : dir.size() - 1);
+  std::replace(p.begin(), p.end(), '/', '.');
+  return p.empty() ? std::string(root_name) : p;
+}
+
+ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
+                   std::string_view module, std::string_view content) {
+  Rules rules(language, path, module, content);
+  return rules.run();
+}
+
+}  // namespace orvane_tamsel::indexer::java

@@ -1,0 +1,386 @@
+#include "orvane_tamsel/indexer/languages/rust.h"
+
+#include <algorithm>
+#include <cctype>
+#include <map>
+#include <unordered_map>
+#include <vector>
+
+#include "orvane_tamsel/indexer/languages/tagged.h"
+
+namespace orvane_tamsel::indexer::rust {
+
+namespace {
+
+std::vector<std::string> split(std::string_view s, std::string_view sep) {
+  std::vector<std::string> out;
+  std::size_t start = 0;
+  for (;;) {
+    auto at = s.find(sep, start);
+    out.emplace_back(s.substr(start, at == std::string_view::npos ? at : at - start));
+    if (at == std::string_view::npos) return out;
+    start = at + sep.size();
+  }
+}
+
+std::string crate_name(std::string_view folder) {
+  if (folder.empty()) return "crate";
+  std::string out(folder);
+  std::replace(out.begin(), out.end(), '-', '_');
+  return out;
+}
+
+class Rules : public tagged::Extraction {
+ public:
+  using Extraction::Extraction;
+
+ protected:
+  std::string top_prefix() const override { return module_; }
+  bool is_comment(TSNode n) const override {
+    return is(n, "line_comment") || is(n, "block_comment");
+  }
+  bool keeps_doc(TSNode n) const override { return is(n, "attribute_item"); }
+
+  // The type an impl block adds to its methods' fqns: `impl<T> Cart<T>` and `impl X for Cart` give
+  // Cart.
+  std::string scope_of(TSNode node) override {
+    if (!is(node, "impl_item")) return {};
+    return type_name(ts_node_child_by_field_name(node, "type", 4));
+  }
+
+  std::string type_name(TSNode type) const {
+    while (is(type, "generic_type") || is(type, "reference_type")) {
+      type = ts_node_child_by_field_name(type, is(type, "generic_type") ? "type" : "type", 4);
+    }
+    if (is(type, "scoped_type_identifier")) type = ts_node_child_by_field_name(type, "name", 4);
+    return is(type, "type_identifier") ? std::string(text(type)) : std::string();
+  }
+
+  // Whether an attribute before the item marks a test: `#[test]`, `#[tokio::test]`, `#[cfg(test)]`.
+  bool has_test_attribute(TSNode item) const {
+    for (TSNode s = ts_node_prev_named_sibling(item); !ts_node_is_null(s);
+         s = ts_node_prev_named_sibling(s)) {
+      if (is_comment(s)) continue;
+      if (!is(s, "attribute_item")) break;
+      auto t = text(s);
+      if (t == "#[test]" || t.ends_with("::test]") || t == "#[cfg(test)]") return true;
+    }
+    return false;
+  }
+
+  bool inside_test_code() const {
+    for (const auto& f : frames_) {
+      if (f.symbol != NONE && f.symbol != 0 && out_.symbols[f.symbol].is_test) return true;
+    }
+    return false;
+  }
+
+  std::optional<tagged::Definition> define(const tagged::Tag& tag) override {
+    tagged::Definition def;
+    def.name = text(tag.name);
+    def.host = tag.node;
+    def.is_test = has_test_attribute(tag.node) || inside_test_code();
+    if (is(tag.node, "function_item")) {
+      def.kind = frame_of_type("impl_item") != NONE || frame_of_type("trait_item") != NONE
+                     ? "method"
+                     : "function";
+      return def;
+    }
+    if (is(tag.node, "mod_item")) {
+      if (ts_node_is_null(ts_node_child_by_field_name(tag.node, "body", 4))) return std::nullopt;
+      def.kind = "module";
+      def.opens_scope = true;
+      return def;
+    }
+    if (is(tag.node, "trait_item")) {
+      def.kind = "trait";
+      def.opens_scope = true;
+    } else if (is(tag.node, "struct_item")) {
+      def.kind = "struct";
+    } else if (is(tag.node, "enum_item")) {
+      def.kind = "enum";
+    } else if (is(tag.node, "union_item")) {
+      def.kind = "union";
+    } else if (is(tag.node, "type_item")) {
+      def.kind = "type";
+    } else if (is(tag.node, "macro_definition")) {
+      def.kind = "macro";
+    } else if (tag.role == "constant") {
+      def.kind = "variable";
+    } else {
+      return std::nullopt;
+    }
+    return def;
+  }
+
+  // A `use` path as an fqn: `crate::`, `self::` and `super::` are this crate's modules; another
+  // crate's path keeps its name.
+  std::string path_fqn(std::string_view path) const {
+    auto parts = split(path, "::");
+    std::string base;
+    std::size_t i = 0;
+    if (parts[0] == "crate") {
+      base = crate_;
+      i = 1;
+    } else if (parts[0] == "self") {
+      base = scope_module();
+      i = 1;
+    } else {
+      base = scope_module();
+      while (i < parts.size() && parts[i] == "super") {
+        auto dot = base.rfind('.');
+        base = dot == std::string::npos ? crate_ : base.substr(0, dot);
+        ++i;
+      }
+      if (i == 0) base.clear();
+    }
+    for (; i < parts.size(); ++i) base = join(base, parts[i]);
+    return base;
+  }
+
+  // The module the code being read sits in: the file's, or an inline `mod` inside it.
+  std::string scope_module() const {
+    std::string out = module_;
+    for (const auto& f : frames_) {
+      if (is(f.node, "mod_item") && !f.scope.empty()) out = join(out, f.scope);
+    }
+    return out;
+  }
+
+  void bind(TSNode node, const std::string& prefix, TSNode tree) {
+    if (is(tree, "scoped_identifier") || is(tree, "identifier") || is(tree, "crate") ||
+        is(tree, "self") || is(tree, "super")) {
+      std::string path =
+          prefix.empty() ? std::string(text(tree)) : prefix + "::" + std::string(text(tree));
+      auto fqn = path_fqn(path);
+      auto dot = fqn.rfind('.');
+      auto name = split(path, "::").back();
+      out_.imports.push_back(
+          {line(node), dot == std::string::npos ? fqn : fqn.substr(0, dot), name, ""});
+      bindings_[name] = fqn;
+    } else if (is(tree, "use_as_clause")) {
+      TSNode p = ts_node_child_by_field_name(tree, "path", 4);
+      std::string path =
+          prefix.empty() ? std::string(text(p)) : prefix + "::" + std::string(text(p));
+      auto fqn = path_fqn(path);
+      auto alias = field_text(tree, "alias");
+      auto dot = fqn.rfind('.');
+      out_.imports.push_back({line(node), dot == std::string::npos ? fqn : fqn.substr(0, dot),
+                              split(path, "::").back(), alias});
+      bindings_[alias] = fqn;
+    } else if (is(tree, "scoped_use_list")) {
+      std::string inner = field_text(tree, "path");
+      std::string path = prefix.empty() ? inner : inner.empty() ? prefix : prefix + "::" + inner;
+      TSNode list = ts_node_child_by_field_name(tree, "list", 4);
+      for (std::uint32_t i = 0; i < ts_node_named_child_count(list); ++i) {
+        bind(node, path, ts_node_named_child(list, i));
+      }
+    } else if (is(tree, "use_list")) {
+      for (std::uint32_t i = 0; i < ts_node_named_child_count(tree); ++i) {
+        bind(node, prefix, ts_node_named_child(tree, i));
+      }
+    } else if (is(tree, "use_wildcard")) {
+      TSNode p = ts_node_named_child(tree, 0);
+      std::string path = ts_node_is_null(p) ? prefix : std::string(text(p));
+      out_.imports.push_back({line(node), path_fqn(path), "", ""});
+    }
+  }
+
+  void visit(TSNode node) override {
+    if (is(node, "use_declaration")) {
+      bind(node, "", ts_node_child_by_field_name(node, "argument", 8));
+    } else if (is(node, "let_declaration")) {
+      TSNode pattern = ts_node_child_by_field_name(node, "pattern", 7);
+      if (is(pattern, "mut_pattern"))
+        pattern = ts_node_named_child(pattern, ts_node_named_child_count(pattern) - 1);
+      if (!is(pattern, "identifier")) return;
+      auto type = type_name(ts_node_child_by_field_name(node, "type", 4));
+      TSNode value = ts_node_child_by_field_name(node, "value", 5);
+      if (type.empty() && is(value, "struct_expression")) {
+        type = type_name(ts_node_child_by_field_name(value, "name", 4));
+      }
+      if (type.empty() && is(value, "call_expression")) {  // `T::new()` and kin give a T
+        TSNode fn = ts_node_child_by_field_name(value, "function", 8);
+        if (is(fn, "scoped_identifier")) {
+          auto path = field_text(fn, "path");
+          if (!path.empty() && std::isupper(static_cast<unsigned char>(path[0])) &&
+              path.find("::") == std::string::npos) {
+            type = path == "Self" ? std::string() : path;
+          }
+        }
+      }
+      if (!type.empty()) locals_[current_callable()][std::string(text(pattern))] = type;
+    } else if (is(node, "parameter")) {
+      TSNode pattern = ts_node_child_by_field_name(node, "pattern", 7);
+      auto type = type_name(ts_node_child_by_field_name(node, "type", 4));
+      if (is(pattern, "identifier") && !type.empty()) {
+        locals_[current_callable()][std::string(text(pattern))] = type;
+      }
+    }
+  }
+
+  // The fqn a type or item name stands for here: a use binding, else an item of this file.
+  std::optional<std::pair<std::string, std::string>> lookup(const std::string& name) const {
+    if (auto b = bindings_.find(name); b != bindings_.end())
+      return std::pair{b->second, std::string("import")};
+    for (const auto& [fqn, index] : defined_) {
+      const auto& s = out_.symbols[index];
+      if (s.name == name && s.kind != "method" && prefix_of(index) == module_) {
+        return std::pair{fqn, std::string("same-file")};
+      }
+    }
+    return std::nullopt;
+  }
+
+  void resolve(const tagged::PendingCall& pending, ParsedCall& call) override {
+    TSNode callee = pending.callee;
+    if (is(ts_node_parent(callee), "macro_invocation")) {
+      auto own = join(module_, text(callee));
+      if (defined_.count(own) != 0) {
+        call.target = own;
+        call.evidence = "same-file";
+      }
+      return;
+    }
+    const auto& scope = prefix_of(pending.caller);
+    if (is(callee, "identifier")) {
+      std::string name(text(callee));
+      for (auto s = scope_module();;) {
+        if (defined_.count(join(s, name)) != 0 &&
+            out_.symbols[defined_.at(join(s, name))].kind == "function") {
+          call.target = join(s, name);
+          call.evidence = "same-file";
+          return;
+        }
+        if (s == module_) break;
+        s = s.substr(0, s.rfind('.'));
+      }
+      if (auto b = bindings_.find(name); b != bindings_.end()) {
+        call.target = b->second;
+        call.evidence = "import";
+        external_fallback(call);
+      }
+      return;
+    }
+    if (is(callee, "field_identifier")) callee = ts_node_parent(callee);
+    if (is(callee, "scoped_identifier")) {
+      auto path = field_text(callee, "path");
+      auto name = field_text(callee, "name");
+      if (path == "Self") {
+        if (scope == module_) return;
+        call.target = join(scope, name);
+        call.evidence = "receiver";
+        return;
+      }
+      auto parts = split(path, "::");
+      std::string head;
+      if (parts[0] == "crate" || parts[0] == "self" || parts[0] == "super") {
+        head = path_fqn(path);
+        call.evidence = "import";
+      } else if (auto hit = lookup(parts[0])) {
+        head = hit->first;
+        for (std::size_t i = 1; i < parts.size(); ++i) head = join(head, parts[i]);
+        call.evidence = hit->second;
+      } else {
+        return;
+      }
+      call.target = join(head, name);
+      external_fallback(call);
+      return;
+    }
+    if (!is(callee, "field_expression")) return;
+    TSNode value = ts_node_child_by_field_name(callee, "value", 5);
+    auto field = field_text(callee, "field");
+    if (is(value, "self")) {
+      if (scope == module_) return;
+      call.target = join(scope, field);
+      call.evidence = "receiver";
+      return;
+    }
+    if (!is(value, "identifier")) return;
+    auto l = locals_.find(pending.caller);
+    if (l == locals_.end()) return;
+    auto t = l->second.find(std::string(text(value)));
+    if (t == l->second.end()) return;
+    if (auto hit = lookup(t->second)) {
+      call.target = join(hit->first, field);
+      call.evidence = "instance";
+      external_fallback(call);
+    }
+  }
+
+  // Tests, benches and examples reach their own package through its crate name, which the files
+  // do not tell: a path of another crate falls back to this repository's root crate.
+  void external_fallback(ParsedCall& call) const {
+    if (!separate_crate_ || call.target.starts_with(crate_ + ".")) return;
+    auto dot = call.target.find('.');
+    if (dot != std::string::npos) call.fallbacks.push_back(crate_ + call.target.substr(dot));
+  }
+
+ public:
+  void set_crate(std::string crate, bool separate) {
+    crate_ = std::move(crate);
+    separate_crate_ = separate;
+  }
+
+ private:
+  std::string crate_ = "crate";
+  bool separate_crate_ = false;
+  std::map<std::string, std::string, std::less<>> bindings_;  // `use`d name -> fqn
+  std::unordered_map<std::size_t, std::map<std::string, std::string>> locals_;  // by caller
+};
+
+struct Layout {
+  std::string crate;
+  std::vector<std::string> modules;  // below the crate
+  bool separate = false;             // tests/, benches/, examples/
+};
+
+Layout layout_of(std::string_view path) {
+  auto parts = split(path, "/");
+  Layout out;
+  auto& file = parts.back();
+  if (file.ends_with(".rs")) file.resize(file.size() - 3);
+  for (std::size_t i = 0; i + 1 < parts.size(); ++i) {
+    const auto& p = parts[i];
+    if (p == "src" || p == "tests" || p == "benches" || p == "examples") {
+      std::string folder = i == 0 ? std::string() : parts[i - 1];
+      out.crate = crate_name(folder);
+      out.separate = p != "src";
+      if (out.separate) out.modules.push_back(p);
+      out.modules.insert(out.modules.end(), parts.begin() + static_cast<std::ptrdiff_t>(i) + 1,
+                         parts.end());
+      break;
+    }
+  }
+  if (out.crate.empty()) {
+    out.crate = "crate";
+    out.modules = parts;
+  }
+  if (!out.modules.empty() && (out.modules.back() == "mod" ||
+                               (!out.separate && out.modules.size() == 1 &&
+                                (out.modules.back() == "lib" || out.modules.back() == "main")))) {
+    out.modules.pop_back();
+  }
+  return out;
+}
+
+}  // namespace
+
+std::string module_name(std::string_view path, const PackageDirs& /*packages*/,
+                        std::string_view /*root_name*/) {
+  auto layout = layout_of(path);
+  std::string out = layout.crate;
+  for (const auto& m : layout.modules) out += "." + m;
+  return out;
+}
+
+ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
+                   std::string_view module, std::string_view content) {
+  Rules rules(language, path, module, content);
+  auto layout = layout_of(path);
+  rules.set_crate(layout.crate, layout.separate);
+  return rules.run();
+}
+
+}  // namespace orvane_tamsel::indexer::rust

@@ -1,0 +1,3 @@
+package com.shop;
+
+public record Item(String name, int price) {}

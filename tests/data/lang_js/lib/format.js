@@ -1,0 +1,5 @@
+function formatPrice(amount) {
+  return amount.toFixed(2);
+}
+
+module.exports = { formatPrice };

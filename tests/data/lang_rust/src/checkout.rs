@@ -1,0 +1,6 @@
+use crate::cart::Cart;
+
+pub fn checkout(cart: &Cart) -> u32 {
+    audit();
+    cart.total()
+}

@@ -1,0 +1,3 @@
+pub mod cart;
+pub mod checkout;
+pub mod price;

@@ -1,0 +1,59 @@
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "indexer/temp_repo.h"
+#include "orvane_tamsel/index/sqlite_repository.h"
+#include "orvane_tamsel/indexer/indexer.h"
+
+namespace {
+
+using namespace orvane_tamsel;
+
+std::set<std::string> related(index::Repository& index, const std::string& fqn,
+                              index::Relation relation) {
+  std::set<std::string> out;
+  auto s = index.get_symbol_by_fqn(fqn);
+  if (!s) return out;
+  for (const auto& n : index.evidence_neighbours({*s->id}, index::TestFilter::include, 50,
+                                                 std::vector<index::Relation>{relation})) {
+    out.insert(n.fqn.value_or(""));
+  }
+  return out;
+}
+
+// Module fqns from the source root, JSDoc, `this`, typed parameters, imports (named and
+// namespace), describe/it blocks as tests, and no edge for a name defined nowhere.
+TEST(TsExtraction, SymbolsTestsAndCallers) {
+  indexer_test::TempRepo repo("lang_ts");
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+
+  auto cart = index->get_symbol_by_fqn("app.cart.Cart");
+  ASSERT_TRUE(cart.has_value());
+  EXPECT_EQ(cart->kind, "class");
+  EXPECT_EQ(cart->signature.value_or(""), "export class Cart");
+  EXPECT_EQ(cart->docstring.value_or(""), "Cart holds the items a customer picked.");
+  EXPECT_EQ(index->get_symbol_by_fqn("app.cart.Item")->kind, "interface");
+  EXPECT_EQ(index->get_symbol_by_fqn("app.cart.Status")->kind, "enum");
+  EXPECT_EQ(index->get_symbol_by_fqn("app.cart.Cart.constructor")->kind, "constructor");
+  EXPECT_EQ(index->get_symbol_by_fqn("app.cart.emptyCart")->kind, "function");
+  auto block = index->get_symbol_by_fqn("app.cart.test.Cart.adds_an_item");
+  ASSERT_TRUE(block.has_value());
+  EXPECT_TRUE(block->is_test);
+
+  EXPECT_EQ(related(*index, "app.cart.Cart.total", index::CALLER),
+            (std::set<std::string>{"app.cart.Cart.describe", "app.checkout.checkout",
+                                   "app.cart.test.Cart.adds_an_item"}));
+  EXPECT_EQ(related(*index, "app.checkout.checkout", index::CALLEE),
+            (std::set<std::string>{"app.cart.Cart.total", "util.format.formatPrice"}));
+  EXPECT_EQ(related(*index, "app.cart.emptyCart", index::CALLEE),
+            std::set<std::string>{"app.cart.Cart"});
+
+  auto tests = index->get_tests_for("src/app/cart.ts");
+  ASSERT_FALSE(tests["tests"].empty());
+  EXPECT_EQ(tests["tests"][0]["path"], "src/app/cart.test.ts");
+}
+
+}  // namespace
