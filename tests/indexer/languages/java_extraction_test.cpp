@@ -1,0 +1,59 @@
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "indexer/temp_repo.h"
+#include "orvane_tamsel/index/sqlite_repository.h"
+#include "orvane_tamsel/indexer/indexer.h"
+
+namespace {
+
+using namespace orvane_tamsel;
+
+std::set<std::string> related(index::Repository& index, const std::string& fqn,
+                              index::Relation relation) {
+  std::set<std::string> out;
+  auto s = index.get_symbol_by_fqn(fqn);
+  if (!s) return out;
+  for (const auto& n : index.evidence_neighbours({*s->id}, index::TestFilter::include, 50,
+                                                 std::vector<index::Relation>{relation})) {
+    out.insert(n.fqn.value_or(""));
+  }
+  return out;
+}
+
+// Package fqns under src/main/java and src/test/java, Javadoc, JUnit tests, and calls through
+// `this`, fields, locals, imports and the own package; a bare name defined nowhere gets no edge.
+TEST(JavaExtraction, SymbolsTestsAndCallers) {
+  indexer_test::TempRepo repo("lang_java");
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+
+  auto add = index->get_symbol_by_fqn("com.shop.Cart.add");
+  ASSERT_TRUE(add.has_value());
+  EXPECT_EQ(add->kind, "method");
+  EXPECT_EQ(add->signature.value_or(""), "public void add(Item item)");
+  EXPECT_EQ(add->docstring.value_or(""), "Adds an item to the cart.");
+  EXPECT_EQ(index->get_symbol_by_fqn("com.shop.Cart.Cart")->kind, "constructor");
+  EXPECT_EQ(index->get_symbol_by_fqn("com.shop.Cart.Entry")->kind, "class");
+  EXPECT_EQ(index->get_symbol_by_fqn("com.shop.Item")->kind, "record");
+  auto test = index->get_symbol_by_fqn("com.shop.CartTest.addsAnItem");
+  ASSERT_TRUE(test.has_value());
+  EXPECT_TRUE(test->is_test);
+  EXPECT_FALSE(index->get_symbol_by_fqn("com.shop.Cart.total")->is_test);
+
+  EXPECT_EQ(related(*index, "com.shop.Cart.total", index::CALLER),
+            (std::set<std::string>{"com.shop.Cart.label", "com.shop.Checkout.pay",
+                                   "com.shop.CartTest.addsAnItem"}));
+  EXPECT_EQ(related(*index, "com.shop.Checkout.pay", index::CALLEE),
+            std::set<std::string>{"com.shop.Cart.total"});
+  EXPECT_EQ(related(*index, "com.shop.util.Prices.format", index::CALLER),
+            std::set<std::string>{"com.shop.Cart.label"});
+
+  auto tests = index->get_tests_for("src/main/java/com/shop/Cart.java");
+  ASSERT_FALSE(tests["tests"].empty());
+  EXPECT_EQ(tests["tests"][0]["path"], "src/test/java/com/shop/CartTest.java");
+}
+
+}  // namespace
