@@ -1,0 +1,61 @@
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "indexer/temp_repo.h"
+#include "orvane_tamsel/index/sqlite_repository.h"
+#include "orvane_tamsel/indexer/indexer.h"
+
+namespace {
+
+using namespace orvane_tamsel;
+
+std::set<std::string> related(index::Repository& index, const std::string& fqn,
+                              index::Relation relation) {
+  std::set<std::string> out;
+  auto s = index.get_symbol_by_fqn(fqn);
+  if (!s) return out;
+  for (const auto& n : index.evidence_neighbours({*s->id}, index::TestFilter::include, 50,
+                                                 std::vector<index::Relation>{relation})) {
+    out.insert(n.fqn.value_or(""));
+  }
+  return out;
+}
+
+// Crate and module fqns from the Cargo layout, `///` docs past attributes, #[test] and
+// #[cfg(test)] code, and calls through `self`, `Type::` paths, `use` and typed locals; an
+// integration test reaches the crate by its package name.
+TEST(RustExtraction, SymbolsTestsAndCallers) {
+  indexer_test::TempRepo repo("lang_rust");
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+
+  auto item = index->get_symbol_by_fqn("crate.cart.Item");
+  ASSERT_TRUE(item.has_value());
+  EXPECT_EQ(item->kind, "struct");
+  EXPECT_EQ(item->docstring.value_or(""), "A line of the cart.");
+  EXPECT_EQ(index->get_symbol_by_fqn("crate.cart.Priced")->kind, "trait");
+  auto add = index->get_symbol_by_fqn("crate.cart.Cart.add");
+  ASSERT_TRUE(add.has_value());
+  EXPECT_EQ(add->kind, "method");
+  EXPECT_EQ(add->signature.value_or(""), "pub fn add(&mut self, item: Item)");
+  EXPECT_TRUE(index->get_symbol_by_fqn("crate.cart.tests.empty_cart_totals_zero")->is_test);
+  EXPECT_TRUE(index->get_symbol_by_fqn("crate.tests.cart_test.adds_an_item")->is_test);
+  EXPECT_FALSE(add->is_test);
+
+  EXPECT_EQ(related(*index, "crate.cart.Cart.total", index::CALLER),
+            (std::set<std::string>{"crate.cart.Cart.label", "crate.checkout.checkout",
+                                   "crate.cart.tests.empty_cart_totals_zero",
+                                   "crate.tests.cart_test.adds_an_item"}));
+  EXPECT_EQ(related(*index, "crate.checkout.checkout", index::CALLEE),
+            std::set<std::string>{"crate.cart.Cart.total"});
+  EXPECT_EQ(related(*index, "crate.cart.Cart.label", index::CALLEE),
+            (std::set<std::string>{"crate.cart.Cart.total", "crate.price.format_price"}));
+
+  auto tests = index->get_tests_for("src/cart.rs");
+  ASSERT_FALSE(tests["tests"].empty());
+  EXPECT_EQ(tests["tests"][0]["path"], "tests/cart_test.rs");
+}
+
+}  // namespace
