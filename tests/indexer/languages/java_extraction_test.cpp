@@ -24,7 +24,8 @@ std::set<std::string> related(index::Repository& index, const std::string& fqn,
 }
 
 // Package fqns under src/main/java and src/test/java, Javadoc, JUnit tests, and calls through
-// `this`, fields, locals, imports and the own package; a bare name defined nowhere gets no edge.
+// `this`, fields, locals, imports, the own package and an inherited method; a bare name defined
+// nowhere gets no edge.
 TEST(JavaExtraction, SymbolsTestsAndCallers) {
   indexer_test::TempRepo repo("lang_java");
   indexer::update_index(repo.root());
@@ -43,9 +44,10 @@ TEST(JavaExtraction, SymbolsTestsAndCallers) {
   EXPECT_TRUE(test->is_test);
   EXPECT_FALSE(index->get_symbol_by_fqn("com.shop.Cart.total")->is_test);
 
-  EXPECT_EQ(related(*index, "com.shop.Cart.total", index::CALLER),
-            (std::set<std::string>{"com.shop.Cart.label", "com.shop.Checkout.pay",
-                                   "com.shop.CartTest.addsAnItem"}));
+  EXPECT_EQ(
+      related(*index, "com.shop.Cart.total", index::CALLER),
+      (std::set<std::string>{"com.shop.Cart.label", "com.shop.Checkout.pay",
+                             "com.shop.CartTest.addsAnItem", "com.shop.GiftCart.withWrapping"}));
   EXPECT_EQ(related(*index, "com.shop.Checkout.pay", index::CALLEE),
             std::set<std::string>{"com.shop.Cart.total"});
   EXPECT_EQ(related(*index, "com.shop.util.Prices.format", index::CALLER),

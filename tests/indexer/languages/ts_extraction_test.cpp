@@ -23,8 +23,8 @@ std::set<std::string> related(index::Repository& index, const std::string& fqn,
   return out;
 }
 
-// Module fqns from the source root, JSDoc, `this`, typed parameters, imports (named and
-// namespace), describe/it blocks as tests, and no edge for a name defined nowhere.
+// Module fqns from the source root, JSDoc, `this` (on to a base class), typed parameters, imports
+// (named and namespace), describe/it blocks as tests, and no edge for a name defined nowhere.
 TEST(TsExtraction, SymbolsTestsAndCallers) {
   indexer_test::TempRepo repo("lang_ts");
   indexer::update_index(repo.root());
@@ -43,9 +43,10 @@ TEST(TsExtraction, SymbolsTestsAndCallers) {
   ASSERT_TRUE(block.has_value());
   EXPECT_TRUE(block->is_test);
 
-  EXPECT_EQ(related(*index, "app.cart.Cart.total", index::CALLER),
-            (std::set<std::string>{"app.cart.Cart.describe", "app.checkout.checkout",
-                                   "app.cart.test.Cart.adds_an_item"}));
+  EXPECT_EQ(
+      related(*index, "app.cart.Cart.total", index::CALLER),
+      (std::set<std::string>{"app.cart.Cart.describe", "app.checkout.checkout",
+                             "app.cart.test.Cart.adds_an_item", "app.gift.GiftCart.wrapped"}));
   EXPECT_EQ(related(*index, "app.checkout.checkout", index::CALLEE),
             (std::set<std::string>{"app.cart.Cart.total", "util.format.formatPrice"}));
   EXPECT_EQ(related(*index, "app.cart.emptyCart", index::CALLEE),

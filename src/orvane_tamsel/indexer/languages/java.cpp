@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstring>
 #include <map>
 #include <unordered_map>
+#include <vector>
 
 #include "orvane_tamsel/indexer/languages/tagged.h"
 
@@ -81,6 +83,10 @@ class Rules : public tagged::Extraction {
   void visit(TSNode node) override {
     if (is(node, "package_declaration")) {
       if (ts_node_named_child_count(node) > 0) package_ = text(ts_node_named_child(node, 0));
+    } else if ((is(node, "class_declaration") || is(node, "interface_declaration") ||
+                is(node, "enum_declaration") || is(node, "record_declaration")) &&
+               frames_.back().symbol != NONE) {
+      record_bases(node, frames_.back().symbol);
     } else if (is(node, "import_declaration")) {
       record_import(node);
     } else if (is(node, "field_declaration")) {
@@ -93,6 +99,55 @@ class Rules : public tagged::Extraction {
     } else if (is(node, "object_creation_expression")) {
       add_call(node, ts_node_child_by_field_name(node, "type", 4));
     }
+  }
+
+  // `extends B implements I, J`: the names, resolved once the whole file is read.
+  void record_bases(TSNode cls, std::size_t symbol) {
+    for (const char* field : {"superclass", "interfaces"}) {
+      TSNode clause =
+          ts_node_child_by_field_name(cls, field, static_cast<std::uint32_t>(strlen(field)));
+      if (ts_node_is_null(clause)) continue;
+      if (ts_node_named_child_count(clause) > 0 &&
+          is(ts_node_named_child(clause, 0), "type_list")) {
+        clause = ts_node_named_child(clause, 0);
+      }
+      for (std::uint32_t i = 0; i < ts_node_named_child_count(clause); ++i) {
+        auto name = type_name(ts_node_named_child(clause, i));
+        if (!name.empty()) base_names_.emplace_back(symbol, name);
+      }
+    }
+    // an interface's `extends` list
+    for (std::uint32_t i = 0; i < ts_node_named_child_count(cls); ++i) {
+      TSNode c = ts_node_named_child(cls, i);
+      if (!is(c, "extends_interfaces")) continue;
+      TSNode list = ts_node_named_child(c, 0);
+      for (std::uint32_t j = 0; j < ts_node_named_child_count(list); ++j) {
+        auto name = type_name(ts_node_named_child(list, j));
+        if (!name.empty()) base_names_.emplace_back(symbol, name);
+      }
+    }
+  }
+
+  // The bases of a class in lookup order, breadth first through the ones of this file.
+  std::vector<std::string> ancestry(const std::string& cls) {
+    if (!bases_done_) {
+      for (const auto& [symbol, name] : base_names_) {
+        ParsedCall probe;
+        resolve_type(name, "", probe);
+        if (!probe.target.empty()) out_.symbols[symbol].bases.push_back(probe.target);
+      }
+      bases_done_ = true;
+    }
+    std::vector<std::string> out{cls};
+    for (std::size_t i = 0; i < out.size() && out.size() < 16; ++i) {
+      auto it = defined_.find(out[i]);
+      if (it == defined_.end()) continue;
+      for (const auto& b : out_.symbols[it->second].bases) {
+        if (std::find(out.begin(), out.end(), b) == out.end()) out.push_back(b);
+      }
+    }
+    out.erase(out.begin());
+    return out;
   }
 
   void record_import(TSNode node) {
@@ -152,6 +207,15 @@ class Rules : public tagged::Extraction {
     call.scope_modules = {module_};
   }
 
+  // A method the class does not define: the same name on its bases, nearest first.
+  void inherited(const std::string& cls, const std::string& name, ParsedCall& call) {
+    auto bases = ancestry(cls);
+    if (bases.empty()) return;
+    call.target = join(bases.front(), name);
+    for (std::size_t i = 1; i < bases.size(); ++i) call.fallbacks.push_back(join(bases[i], name));
+    call.evidence = "this";
+  }
+
   std::string type_of(std::size_t caller, const std::string& var) const {
     if (auto l = locals_.find(caller); l != locals_.end()) {
       if (auto t = l->second.find(var); t != l->second.end()) return t->second;
@@ -197,13 +261,19 @@ class Rules : public tagged::Extraction {
         call.target = imp->second.fqn;
         call.evidence = "import";
         call.scope_modules = {imp->second.module};
+        return;
       }
+      if (pending.caller != 0) inherited(scope, name, call);
       return;
     }
-    if (is(object, "this")) {
+    if (is(object, "this") || is(object, "super")) {
       if (pending.caller == 0) return;
-      call.target = join(scope, name);
-      call.evidence = "this";
+      if (is(object, "this") && defined_.count(join(scope, name)) != 0) {
+        call.target = join(scope, name);
+        call.evidence = "this";
+      } else {
+        inherited(scope, name, call);
+      }
       return;
     }
     if (is(object, "field_access") &&
@@ -226,7 +296,9 @@ class Rules : public tagged::Extraction {
 
  private:
   std::string package_;
-  std::map<std::string, Import, std::less<>> imports_;  // simple name -> what it imports
+  std::map<std::string, Import, std::less<>> imports_;           // simple name -> what it imports
+  std::vector<std::pair<std::size_t, std::string>> base_names_;  // class symbol, base name
+  bool bases_done_ = false;
   std::unordered_map<std::size_t, std::map<std::string, std::string>> fields_;  // by class
   std::unordered_map<std::size_t, std::map<std::string, std::string>> locals_;  // by caller
 };

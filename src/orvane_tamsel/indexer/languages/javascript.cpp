@@ -181,10 +181,23 @@ class Rules : public tagged::Extraction {
     if (is(node, "call_expression") && frames_.back().symbol != NONE) {
       blocks_.insert(out_.symbols[frames_.back().symbol].fqn);
     }
+    if (is(node, "class_declaration") || is(node, "class") ||
+        is(node, "abstract_class_declaration")) {
+      // an exported class is the symbol of its export statement
+      auto symbol = frames_.back().symbol;
+      if (symbol == NONE && frames_.size() >= 2) symbol = frames_[frames_.size() - 2].symbol;
+      if (symbol != NONE) record_base(node, symbol);
+    }
     if (is(node, "import_statement")) {
       record_import(node);
     } else if (is(node, "variable_declarator")) {
       record_variable(node);
+    } else if (is(node, "jsx_opening_element") || is(node, "jsx_self_closing_element")) {
+      // `<CartView />` renders, that is calls, a component
+      TSNode name = ts_node_child_by_field_name(node, "name", 4);
+      if (is(name, "identifier") && std::isupper(static_cast<unsigned char>(text(name)[0]))) {
+        add_call(node, name);
+      }
     } else if (is(node, "new_expression")) {
       add_call(node, ts_node_child_by_field_name(node, "constructor", 11));
     } else if (is(node, "required_parameter")) {
@@ -200,6 +213,40 @@ class Rules : public tagged::Extraction {
       auto type = annotated_type(node);
       if (!type.empty()) fields_[field_text(node, "name")] = type;
     }
+  }
+
+  // `class A extends B`: B's name, resolved once the whole file is read.
+  void record_base(TSNode cls, std::size_t symbol) {
+    for (std::uint32_t i = 0; i < ts_node_named_child_count(cls); ++i) {
+      TSNode heritage = ts_node_named_child(cls, i);
+      if (!is(heritage, "class_heritage")) continue;
+      TSNode base = ts_node_named_child(heritage, 0);
+      if (is(base, "extends_clause")) base = ts_node_child_by_field_name(base, "value", 5);
+      if (is(base, "identifier")) base_names_.emplace_back(symbol, std::string(text(base)));
+    }
+  }
+
+  // The bases of a class in lookup order, through the ones of this file.
+  std::vector<std::string> ancestry(const std::string& cls) const {
+    std::vector<std::string> out;
+    for (std::string c = cls; out.size() < 8;) {
+      auto it = defined_.find(c);
+      if (it == defined_.end() || out_.symbols[it->second].bases.empty()) break;
+      c = out_.symbols[it->second].bases.front();
+      out.push_back(c);
+    }
+    return out;
+  }
+
+  void with_bases(ParsedCall& call, const std::string& cls, const std::string& member) {
+    if (!bases_done_) {
+      for (const auto& [symbol, name] : base_names_) {
+        if (auto hit = lookup(name)) out_.symbols[symbol].bases.push_back(hit->first);
+      }
+      bases_done_ = true;
+    }
+    call.target = join(cls, member);
+    for (const auto& b : ancestry(cls)) call.fallbacks.push_back(join(b, member));
   }
 
   std::string annotated_type(TSNode node) const {
@@ -309,7 +356,7 @@ class Rules : public tagged::Extraction {
     bool in_class = pending.caller != 0 && scope != module_;
     if (is(object, "this")) {
       if (!in_class) return;
-      call.target = join(scope, property);
+      with_bases(call, scope, property);
       call.evidence = "this";
       return;
     }
@@ -333,14 +380,16 @@ class Rules : public tagged::Extraction {
       return;
     }
     if (auto hit = lookup(type)) {
-      call.target = join(hit->first, property);
+      with_bases(call, hit->first, property);
       call.evidence = "instance";
     }
   }
 
  private:
-  std::map<std::string, std::string, std::less<>> bindings_;  // imported name -> fqn
-  std::map<std::string, std::string, std::less<>> fields_;    // `this.x` -> its declared type
+  std::map<std::string, std::string, std::less<>> bindings_;     // imported name -> fqn
+  std::map<std::string, std::string, std::less<>> fields_;       // `this.x` -> its declared type
+  std::vector<std::pair<std::size_t, std::string>> base_names_;  // class symbol, base name
+  bool bases_done_ = false;
   std::set<std::string> blocks_;  // fqns of test blocks, which no code calls by name
   std::unordered_map<std::size_t, std::map<std::string, std::string>> locals_;  // by caller
 };
