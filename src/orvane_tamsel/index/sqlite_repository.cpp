@@ -271,7 +271,8 @@ class SqliteRepository : public Repository {
   // Test files (those defining test functions; helpers and conftest only pass evidence on) ranked
   // by evidence: distinct symbols of the file that their code calls, then those
   // call sites, then calls through a test helper that calls the file, then imports of the file,
-  // then a name like test_<name>.py or <name>_test.py; ties by path.
+  // then a name like test_<name>.py or <name>_test.py; ties by path. A C or C++ source counts the
+  // includes of its header (the file of the same module) as imports of itself.
   Json get_tests_for(const std::string& path) override {
     std::lock_guard lock(mutex_);
     Json answer = Json::object();
@@ -303,9 +304,13 @@ class SqliteRepository : public Repository {
         SELECT tf, min(module) AS module FROM (
           SELECT i.file_id AS tf, i.module FROM imports i WHERE i.target_file_id = ?1
           UNION ALL
-          SELECT i.file_id, i.module FROM target t JOIN imports i ON i.target_symbol_id = t.id)
+          SELECT i.file_id, i.module FROM target t JOIN imports i ON i.target_symbol_id = t.id
+          UNION ALL
+          SELECT i.file_id, i.module FROM files g JOIN imports i ON i.target_file_id = g.id
+          WHERE ?4 <> '' AND g.module = ?4 AND g.id <> ?1 AND g.language IN ('c', 'cpp'))
         GROUP BY tf),
-      named AS (SELECT id AS tf FROM files WHERE base IN ('test_' || ?2, ?2 || '_test')),
+      named AS (SELECT id AS tf FROM files
+                WHERE base IN ('test_' || ?2, ?2 || '_test', ?2 || '_unittest')),
       candidates AS (
         SELECT tf FROM calls UNION SELECT tf FROM via UNION SELECT tf FROM imported
         UNION SELECT tf FROM named)
@@ -315,11 +320,14 @@ class SqliteRepository : public Repository {
       LEFT JOIN calls c ON c.tf = k.tf LEFT JOIN via v ON v.tf = k.tf
       LEFT JOIN imported i ON i.tf = k.tf LEFT JOIN named n ON n.tf = k.tf
       WHERE EXISTS (SELECT 1 FROM symbols x WHERE x.file_id = f.id
-                    AND x.kind IN ('function', 'method') AND x.is_test = 1  -- Python names its tests; others mark them
-                    AND (x.name GLOB '[Tt]est*' OR f.language <> 'python'))
+                    AND x.kind IN ('function', 'method')
+                    AND (x.name GLOB '[Tt]est*' OR x.signature GLOB 'TEST*(*'
+                         OR x.signature GLOB 'TYPED_TEST*(*'
+                         -- JUnit, Rust and describe/it tests are marked, not named
+                         OR x.is_test = 1 AND f.language NOT IN ('python', 'c', 'cpp')))
       ORDER BY 3 DESC, 4 DESC, 5 DESC, i.module IS NULL, 8 DESC, f.path
       LIMIT ?3)sql");
-    st.bind(1, file_id).bind(2, base).bind(3, MAX_TESTS);
+    st.bind(1, file_id).bind(2, base).bind(3, MAX_TESTS).bind(4, module);
     auto names = db_->prepare(R"sql(
       SELECT s.fqn FROM edges e JOIN symbols s ON s.id = e.callee_id
       JOIN symbols c ON c.id = e.caller_id

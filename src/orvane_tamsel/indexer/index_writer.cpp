@@ -27,6 +27,7 @@ CREATE TEMP TABLE IF NOT EXISTS changed_files(id INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS affected(fqn TEXT PRIMARY KEY, head TEXT, tail TEXT);
 CREATE TEMP TABLE IF NOT EXISTS relink(site_id INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS reimport(id INTEGER PRIMARY KEY);
+CREATE TEMP TABLE IF NOT EXISTS merged(decl INTEGER PRIMARY KEY, def INTEGER NOT NULL);
 )sql";
 
 constexpr const char* CLEAR_BATCH_TABLES =
@@ -76,6 +77,49 @@ INSERT INTO edges(site_id, caller_id, callee_id, file_id, line, derived)
     FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id CROSS JOIN symbols k ON k.id = c.callee_id
     WHERE k.kind = 'class' AND c.caller_id IS NOT NULL)
   WHERE init IS NOT NULL;
+)sql";
+
+// A C or C++ function declared without a body (its signature keeps the ";") and defined under
+// the same fqn is one entity: the definition stays, with the declaration's doc comment when it
+// has none, so that a method declared in its class and defined out of line is listed once. The
+// MERGE_CANDIDATES_* statements fill `merged` (all of the index, or what changed files touch).
+constexpr const char* MERGE_CANDIDATES_ALL = R"sql(
+INSERT OR IGNORE INTO merged
+  SELECT d.id, f.id FROM symbols d JOIN symbols f ON f.fqn = d.fqn AND f.kind = d.kind
+  WHERE d.signature GLOB '*;' AND f.signature NOT GLOB '*;'
+    AND d.kind IN ('function', 'method', 'constructor')
+  ORDER BY d.id, f.id;
+)sql";
+constexpr const char* MERGE_CANDIDATES_CHANGED = R"sql(
+INSERT OR IGNORE INTO merged
+  SELECT d.id, f.id FROM changed_files c CROSS JOIN symbols d ON d.file_id = c.id
+  JOIN symbols f ON f.fqn = d.fqn AND f.kind = d.kind
+  WHERE d.signature GLOB '*;' AND f.signature NOT GLOB '*;'
+    AND d.kind IN ('function', 'method', 'constructor')
+  ORDER BY d.id, f.id;
+INSERT OR IGNORE INTO merged
+  SELECT d.id, f.id FROM changed_files c CROSS JOIN symbols f ON f.file_id = c.id
+  JOIN symbols d ON d.fqn = f.fqn AND d.kind = f.kind
+  WHERE d.signature GLOB '*;' AND f.signature NOT GLOB '*;'
+    AND d.kind IN ('function', 'method', 'constructor')
+  ORDER BY d.id, f.id;
+)sql";
+constexpr const char* MERGE_DECLARATIONS = R"sql(
+DELETE FROM merged WHERE decl NOT IN (
+  SELECT s.id FROM merged m JOIN symbols s ON s.id = m.decl
+  JOIN files f ON f.id = s.file_id AND f.language IN ('c', 'cpp'));
+UPDATE symbols SET docstring = (
+    SELECT d.docstring FROM merged m JOIN symbols d ON d.id = m.decl
+    WHERE m.def = symbols.id AND d.docstring IS NOT NULL ORDER BY d.id LIMIT 1)
+  WHERE docstring IS NULL AND id IN (SELECT def FROM merged);
+UPDATE symbol_text SET docstring = (SELECT docstring FROM symbols WHERE id = symbol_text.rowid)
+  WHERE rowid IN (SELECT def FROM merged);
+INSERT OR IGNORE INTO relink SELECT e.site_id FROM merged m CROSS JOIN edges e ON e.callee_id = m.decl;
+INSERT OR IGNORE INTO reimport SELECT i.id FROM merged m CROSS JOIN imports i ON i.target_symbol_id = m.decl;
+DELETE FROM symbol_text WHERE rowid IN (SELECT decl FROM merged);
+DELETE FROM name_grams WHERE rowid IN (SELECT decl FROM merged);
+DELETE FROM symbols WHERE id IN (SELECT decl FROM merged);
+DELETE FROM merged;
 )sql";
 
 // `from m import n` binds the symbol m.n or the module m.n; `import m` the module m.
@@ -346,6 +390,8 @@ struct IndexWriter::Impl {
   void commit() {
     if (!in_batch) return;
     db.exec(bulk ? RELINK_ALL : RELINK_CHANGED);
+    db.exec(bulk ? MERGE_CANDIDATES_ALL : MERGE_CANDIDATES_CHANGED);
+    db.exec(MERGE_DECLARATIONS);
     db.exec(LINK_CALLS);
     db.exec(LINK_IMPORTS);
     update_dominant_package();

@@ -172,7 +172,20 @@ std::optional<tagged::Definition> Rules::define(const tagged::Tag& tag) {
   return std::nullopt;
 }
 
+// A function declared without a body keeps its ";": the index merges such a declaration into
+// the definition of the same fqn.
 std::string Rules::signature_of(TSNode host) const {
+  TSNode inner = host;
+  if (is(inner, "template_declaration"))
+    inner = ts_node_named_child(inner, ts_node_named_child_count(inner) - 1);
+  if (is(inner, "declaration") || is(inner, "field_declaration")) {
+    auto head = declared_signature(host);
+    return head.empty() ? head : head + ";";
+  }
+  return declared_signature(host);
+}
+
+std::string Rules::declared_signature(TSNode host) const {
   if (is(host, "preproc_def") || is(host, "preproc_function_def")) {
     auto value = ts_node_child_by_field_name(host, "value", 5);
     if (!ts_node_is_null(value)) {

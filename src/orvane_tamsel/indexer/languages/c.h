@@ -30,6 +30,7 @@ class Rules : public tagged::Extraction {
   void visit(TSNode node) override;
   void resolve(const tagged::PendingCall& pending, ParsedCall& call) override;
   std::string signature_of(TSNode host) const override;
+  std::string declared_signature(TSNode host) const;
 
   virtual bool scoped_types() const { return false; }  // C++: classes are scopes
   // The declaration or definition a function declarator belongs to, or a null node.

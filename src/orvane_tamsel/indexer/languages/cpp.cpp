@@ -103,7 +103,11 @@ class Rules : public c::Rules {
     TSNode d = ts_node_child_by_field_name(node, "declarator", 10);
     while (!ts_node_is_null(d) && !is(d, "identifier") && !is(d, "field_identifier")) {
       if (is(d, "function_declarator")) return;
-      d = ts_node_child_by_field_name(d, "declarator", 10);
+      TSNode next = ts_node_child_by_field_name(d, "declarator", 10);
+      // `Cart& c`: a reference declarator names its inner declarator by position only
+      if (ts_node_is_null(next) && ts_node_named_child_count(d) > 0)
+        next = ts_node_named_child(d, ts_node_named_child_count(d) - 1);
+      d = next;
     }
     if (ts_node_is_null(d)) return;
     if (field) {
@@ -127,13 +131,27 @@ class Rules : public c::Rules {
     return out;
   }
 
+  // The declared type of a member of the class `type` names, looked up from `scope`.
+  std::string member_type(const std::string& scope, const std::string& type,
+                          const std::string& member) const {
+    for (const auto& c : outwards(scope, type)) {
+      auto m = members_.find(c);
+      if (m == members_.end()) continue;
+      auto f = m->second.find(member);
+      return f == m->second.end() ? std::string() : f->second;
+    }
+    return {};
+  }
+
   void resolve(const tagged::PendingCall& pending, ParsedCall& call) override {
     TSNode callee = pending.callee;
     if (is(callee, "template_function")) callee = ts_node_child_by_field_name(callee, "name", 4);
     const auto& caller = out_.symbols[pending.caller];
     bool in_method = caller.kind == "method" || caller.kind == "constructor";
+    // a TEST_F body is a method of its fixture: the fixture's members are in scope
+    bool fixture = caller.is_test && caller.signature && caller.signature->starts_with("TEST_F(");
     std::string scope = pending.caller == 0 ? "" : prefix_of(pending.caller);
-    std::string cls = in_method ? scope : "";
+    std::string cls = in_method || fixture ? scope : "";
     std::vector<std::string> candidates;
     if (is(callee, "identifier") || is(callee, "qualified_identifier")) {
       auto parts = split_qualified(text(callee));
@@ -158,6 +176,14 @@ class Rules : public c::Rules {
           type = m->second.at(var);
         } else if (is(object, "identifier") && in_method) {
           return;
+        }
+        call.evidence = "receiver";
+      } else if (is(object, "field_expression")) {  // `k.cart.add()`: a member of a typed local
+        TSNode inner = ts_node_child_by_field_name(object, "argument", 8);
+        std::string var(text(inner));
+        auto l = locals_.find(pending.caller);
+        if (is(inner, "identifier") && l != locals_.end() && l->second.count(var)) {
+          type = member_type(scope, l->second.at(var), field_text(object, "field"));
         }
         call.evidence = "receiver";
       }

@@ -1,0 +1,15 @@
+#include "cart.h"
+
+static int clamp(int price) { return price < 0 ? 0 : price; }
+
+int cart_add(struct cart *c, int price) {
+  if (c->count >= CART_MAX) return 0;
+  c->items[c->count++] = clamp(price);
+  return 1;
+}
+
+int cart_total(const struct cart *c) {
+  int sum = 0;
+  for (int i = 0; i < c->count; ++i) sum += c->items[i];
+  return sum;
+}

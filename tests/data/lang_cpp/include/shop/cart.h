@@ -1,0 +1,19 @@
+#pragma once
+
+#include <vector>
+
+namespace shop {
+
+/// A basket of prices in cents.
+class Cart {
+ public:
+  /// Puts a price in the cart.
+  void add(int price);
+  /// Sum of all prices.
+  int total() const;
+
+ private:
+  std::vector<int> items_;
+};
+
+}  // namespace shop

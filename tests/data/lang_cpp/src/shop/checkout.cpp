@@ -1,0 +1,19 @@
+#include "shop/cart.h"
+
+namespace shop {
+namespace pay {
+
+/// Charges what a cart costs.
+struct Checkout {
+  Cart cart;
+  int charge() { return cart.total(); }
+};
+
+int pay_all(Cart& c) {
+  Checkout k;
+  k.cart.add(1);
+  return c.total() + k.charge();
+}
+
+}  // namespace pay
+}  // namespace shop

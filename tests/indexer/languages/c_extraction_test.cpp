@@ -1,0 +1,74 @@
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "indexer/temp_repo.h"
+#include "orvane_tamsel/index/sqlite_repository.h"
+#include "orvane_tamsel/indexer/indexer.h"
+
+namespace {
+
+using namespace orvane_tamsel;
+
+std::set<std::string> neighbours(index::Repository& index, const std::string& fqn,
+                                 const index::Relation& relation) {
+  auto s = index.get_symbol_by_fqn(fqn);
+  if (!s) return {"<missing " + fqn + ">"};
+  std::set<std::string> out;
+  for (const auto& n : index.evidence_neighbours({*s->id}, index::TestFilter::include, 50,
+                                                 std::vector<index::Relation>{relation})) {
+    out.insert(n.fqn.value_or(""));
+  }
+  return out;
+}
+
+// File-less names, a header's prototype merged into its definition, includes as call evidence,
+// test code under test/, the tests of a source file and components.
+TEST(CExtraction, SymbolsCallersAndTests) {
+  indexer_test::TempRepo repo("lang_c");
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+
+  auto add = index->get_symbol_by_fqn("cart_add");
+  ASSERT_TRUE(add.has_value());
+  EXPECT_EQ(add->kind, "function");
+  EXPECT_EQ(index->get_file_paths_batch({*add})[*add->id], "src/store/cart.c");
+  EXPECT_EQ(add->docstring.value_or(""), "Adds a price; returns 0 when the cart is full.");
+  EXPECT_EQ(add->signature.value_or(""), "int cart_add(struct cart *c, int price)");
+  auto found = index->search_symbols({"cart_add"}, true, 10);
+  EXPECT_EQ(found.symbols.size(), 1u) << "a prototype and its definition are one symbol";
+  auto cart = index->get_symbol_by_fqn("cart");
+  ASSERT_TRUE(cart.has_value());
+  EXPECT_EQ(cart->kind, "struct");
+  EXPECT_EQ(cart->docstring.value_or(""), "A fixed-size basket of prices.");
+  auto macro = index->get_symbol_by_fqn("CART_MAX");
+  ASSERT_TRUE(macro.has_value());
+  EXPECT_EQ(macro->kind, "macro");
+  auto test = index->get_symbol_by_fqn("test_add_and_total");
+  ASSERT_TRUE(test.has_value());
+  EXPECT_TRUE(test->is_test);
+  EXPECT_FALSE(add->is_test);
+
+  EXPECT_EQ(neighbours(*index, "cart_add", index::CALLER),
+            (std::set<std::string>{"test_add_and_total"}));
+  EXPECT_EQ(neighbours(*index, "cart_add", index::CALLEE), (std::set<std::string>{"clamp"}));
+  EXPECT_EQ(neighbours(*index, "cart_total", index::CALLER),
+            (std::set<std::string>{"receipt_print", "test_add_and_total"}));
+  // printf and a name defined nowhere make no edge
+  EXPECT_EQ(neighbours(*index, "receipt_print", index::CALLEE),
+            (std::set<std::string>{"cart_total"}));
+
+  auto tests = index->get_tests_for("src/store/cart.c");
+  ASSERT_EQ(tests["tests"].size(), 1u);
+  EXPECT_EQ(tests["tests"][0]["path"], "test/test_cart.c");
+  EXPECT_NE(tests["tests"][0]["reason"].get<std::string>().find("calls cart_add"),
+            std::string::npos);
+  EXPECT_EQ(index->get_tests_for("test/test_cart.c")["total_count"], 0);
+
+  auto components = index->components_of({"src/store/cart.c", "test/test_cart.c"});
+  EXPECT_EQ(components["src/store/cart.c"], "store");
+  EXPECT_EQ(components["test/test_cart.c"], "test");
+}
+
+}  // namespace

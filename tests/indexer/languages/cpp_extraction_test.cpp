@@ -1,0 +1,74 @@
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "indexer/temp_repo.h"
+#include "orvane_tamsel/index/sqlite_repository.h"
+#include "orvane_tamsel/indexer/indexer.h"
+
+namespace {
+
+using namespace orvane_tamsel;
+
+std::set<std::string> neighbours(index::Repository& index, const std::string& fqn,
+                                 const index::Relation& relation) {
+  auto s = index.get_symbol_by_fqn(fqn);
+  if (!s) return {"<missing " + fqn + ">"};
+  std::set<std::string> out;
+  for (const auto& n : index.evidence_neighbours({*s->id}, index::TestFilter::include, 50,
+                                                 std::vector<index::Relation>{relation})) {
+    out.insert(n.fqn.value_or(""));
+  }
+  return out;
+}
+
+// Namespaced fqns, a method declared in its class and defined out of line kept once, calls
+// through `this`, members and typed locals, GoogleTest tests and the ranked tests of a source.
+TEST(CppExtraction, SymbolsCallersAndTests) {
+  indexer_test::TempRepo repo("lang_cpp");
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+
+  auto cart = index->get_symbol_by_fqn("shop.Cart");
+  ASSERT_TRUE(cart.has_value());
+  EXPECT_EQ(cart->kind, "class");
+  EXPECT_EQ(cart->docstring.value_or(""), "A basket of prices in cents.");
+  auto add = index->get_symbol_by_fqn("shop.Cart.add");
+  ASSERT_TRUE(add.has_value());
+  EXPECT_EQ(add->kind, "method");
+  EXPECT_EQ(index->get_file_paths_batch({*add})[*add->id], "src/shop/cart.cpp");
+  EXPECT_EQ(add->docstring.value_or(""), "Puts a price in the cart.");
+  auto total = index->search_symbols({"total"}, true, 10);
+  ASSERT_EQ(total.symbols.size(), 1u) << "declaration and definition listed twice";
+  EXPECT_EQ(total.symbols[0].docstring.value_or(""), "Adds the prices up.");
+  auto checkout = index->get_symbol_by_fqn("shop.pay.Checkout");
+  ASSERT_TRUE(checkout.has_value());
+  EXPECT_EQ(checkout->kind, "struct");
+  auto test = index->get_symbol_by_fqn("CartTest.AddsUp");
+  ASSERT_TRUE(test.has_value());
+  EXPECT_TRUE(test->is_test);
+  EXPECT_EQ(test->kind, "function");
+
+  EXPECT_EQ(neighbours(*index, "shop.Cart.add", index::CALLEE),
+            (std::set<std::string>{"shop.Cart.total"}));
+  EXPECT_EQ(neighbours(*index, "shop.Cart.add", index::CALLER),
+            (std::set<std::string>{"shop.pay.pay_all", "CartTest.AddsUp"}));
+  EXPECT_EQ(neighbours(*index, "shop.Cart.total", index::CALLER),
+            (std::set<std::string>{"shop.Cart.add", "shop.pay.Checkout.charge", "shop.pay.pay_all",
+                                   "CartTest.AddsUp", "CartFixture.StartsEmpty"}));
+
+  auto tests = index->get_tests_for("src/shop/cart.cpp");
+  ASSERT_EQ(tests["tests"].size(), 1u);
+  EXPECT_EQ(tests["tests"][0]["path"], "test/cart_test.cpp");
+  auto reason = tests["tests"][0]["reason"].get<std::string>();
+  EXPECT_NE(reason.find("calls"), std::string::npos) << reason;
+  EXPECT_NE(reason.find("named after cart.cpp"), std::string::npos) << reason;
+  EXPECT_EQ(index->get_tests_for("include/shop/cart.h")["tests"].size(), 1u);
+
+  auto components = index->components_of({"src/shop/cart.cpp", "test/cart_test.cpp"});
+  EXPECT_EQ(components["src/shop/cart.cpp"], "shop");
+  EXPECT_EQ(components["test/cart_test.cpp"], "test");
+}
+
+}  // namespace
