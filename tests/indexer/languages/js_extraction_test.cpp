@@ -40,6 +40,14 @@ TEST(JsExtraction, SymbolsTestsAndCallers) {
   ASSERT_EQ(format_callers.size(), 1U);
   EXPECT_EQ(format_callers[0].fqn.value_or(""), "lib.cart.Cart.label");
 
+  // a module that is one class, bound whole by `require`
+  auto print = index->get_symbol_by_fqn("lib.receipt.Receipt.print");
+  ASSERT_TRUE(print.has_value());
+  auto print_callers = index->evidence_neighbours({*print->id}, index::TestFilter::include, 50,
+                                                  std::vector<index::Relation>{index::CALLER});
+  ASSERT_EQ(print_callers.size(), 1U);
+  EXPECT_EQ(print_callers[0].fqn.value_or(""), "__tests__.cart.Cart.totals_the_prices");
+
   auto tests = index->get_tests_for("lib/cart.js");
   ASSERT_FALSE(tests["tests"].empty());
   EXPECT_EQ(tests["tests"][0]["path"], "__tests__/cart.js");

@@ -175,6 +175,7 @@ class Rules : public tagged::Extraction {
     out_.imports.push_back({line(node), module, std::string(name),
                             alias == name ? std::string() : std::string(alias)});
     bindings_[bound] = name.empty() ? module : join(module, name);
+    if (name.empty()) whole_modules_.insert(bound);
   }
 
   void visit(TSNode node) override {
@@ -342,9 +343,11 @@ class Rules : public tagged::Extraction {
   void resolve(const tagged::PendingCall& pending, ParsedCall& call) override {
     TSNode callee = pending.callee;
     if (is(callee, "identifier")) {
-      if (auto hit = lookup(std::string(text(callee)))) {
+      std::string name(text(callee));
+      if (auto hit = lookup(name)) {
         call.target = hit->first;
         call.evidence = is(pending.call, "new_expression") ? "constructor" : hit->second;
+        exported_class(call, name, "");
       }
       return;
     }
@@ -373,6 +376,7 @@ class Rules : public tagged::Extraction {
         if (auto hit = lookup(var)) {
           call.target = join(hit->first, property);
           call.evidence = hit->second;
+          exported_class(call, var, property);
         }
         return;
       }
@@ -382,7 +386,17 @@ class Rules : public tagged::Extraction {
     if (auto hit = lookup(type)) {
       with_bases(call, hit->first, property);
       call.evidence = "instance";
+      exported_class(call, type, property);
     }
+  }
+
+  // `const Cart = require('./cart')` binds the module, which often exports one class of that name:
+  // the class is the fallback.
+  void exported_class(ParsedCall& call, const std::string& bound, const std::string& member) const {
+    if (whole_modules_.count(bound) == 0 || !std::isupper(static_cast<unsigned char>(bound[0]))) {
+      return;
+    }
+    call.fallbacks.push_back(join(join(bindings_.at(bound), bound), member));
   }
 
  private:
@@ -390,7 +404,8 @@ class Rules : public tagged::Extraction {
   std::map<std::string, std::string, std::less<>> fields_;       // `this.x` -> its declared type
   std::vector<std::pair<std::size_t, std::string>> base_names_;  // class symbol, base name
   bool bases_done_ = false;
-  std::set<std::string> blocks_;  // fqns of test blocks, which no code calls by name
+  std::set<std::string> whole_modules_;  // names bound to a module itself
+  std::set<std::string> blocks_;         // fqns of test blocks, which no code calls by name
   std::unordered_map<std::size_t, std::map<std::string, std::string>> locals_;  // by caller
 };
 

@@ -1,0 +1,7 @@
+class Receipt {
+  print() {
+    return 'receipt';
+  }
+}
+
+module.exports = Receipt;
