@@ -45,6 +45,11 @@ TEST(CExtraction, SymbolsCallersAndTests) {
   auto macro = index->get_symbol_by_fqn("CART_MAX");
   ASSERT_TRUE(macro.has_value());
   EXPECT_EQ(macro->kind, "macro");
+  auto limit = index->get_symbol_by_fqn("MAX_PRICE");
+  ASSERT_TRUE(limit.has_value());
+  EXPECT_EQ(limit->kind, "variable");
+  EXPECT_EQ(limit->signature.value_or(""), "static const int MAX_PRICE");
+  EXPECT_FALSE(index->get_symbol_by_fqn("sum").has_value()) << "a local is no symbol";
   auto test = index->get_symbol_by_fqn("test_add_and_total");
   ASSERT_TRUE(test.has_value());
   EXPECT_TRUE(test->is_test);

@@ -165,6 +165,15 @@ std::optional<tagged::Definition> Rules::define(const tagged::Tag& tag) {
     }
     return def;
   }
+  if (tag.role == "constant") {
+    // locals, parameters and members are no symbols of their own
+    if (frame_of_type("compound_statement") != NONE ||
+        frame_of_type("field_declaration_list") != NONE) {
+      return std::nullopt;
+    }
+    def.kind = "variable";
+    return def;
+  }
   if (tag.role == "macro") {
     def.kind = "macro";
     return def;
@@ -178,6 +187,18 @@ std::string Rules::signature_of(TSNode host) const {
   TSNode inner = host;
   if (is(inner, "template_declaration"))
     inner = ts_node_named_child(inner, ts_node_named_child_count(inner) - 1);
+  TSNode init =
+      is(inner, "declaration") ? ts_node_child_by_field_name(inner, "declarator", 10) : TSNode{};
+  TSNode value =
+      is(init, "init_declarator") ? ts_node_child_by_field_name(init, "value", 5) : TSNode{};
+  if (!ts_node_is_null(value)) {
+    // a variable's header stops before its value, which may be long (a table, a query)
+    auto a = ts_node_start_byte(host);
+    std::string head(src_.substr(a, ts_node_start_byte(value) - a));
+    while (!head.empty() && (head.back() == ' ' || head.back() == '=' || head.back() == '\n'))
+      head.pop_back();
+    return head;
+  }
   if (is(inner, "declaration") || is(inner, "field_declaration")) {
     auto head = declared_signature(host);
     return head.empty() ? head : head + ";";

@@ -120,7 +120,41 @@ class Rules : public tagged::Extraction {
                                                                    package_of_import(path)};
     } else if (is(node, "short_var_declaration") || is(node, "var_spec")) {
       record_local(node);
+    } else if (is(node, "field_declaration") &&
+               ts_node_is_null(ts_node_child_by_field_name(node, "name", 4))) {
+      record_embedded(node);
     }
+  }
+
+  // `struct { *Base; ... }`: Base's methods are promoted to the struct (same package only).
+  void record_embedded(TSNode field) {
+    auto type = type_name(ts_node_child_by_field_name(field, "type", 4));
+    if (type.empty() || type.find('.') != std::string::npos) return;
+    for (std::size_t i = frames_.size(); i-- > 0;) {
+      auto sym = frames_[i].symbol;
+      if (sym == NONE) continue;
+      if (out_.symbols[sym].kind == "struct")
+        embeds_[out_.symbols[sym].fqn].push_back(join(package_, type));
+      return;
+    }
+  }
+
+  // The method as promoted from embedded structs, nearest first, a few levels deep.
+  std::vector<std::string> promoted(const std::string& type, const std::string& method) const {
+    std::vector<std::string> out, level{type};
+    for (int depth = 0; depth < 3 && !level.empty(); ++depth) {
+      std::vector<std::string> next;
+      for (const auto& t : level) {
+        auto e = embeds_.find(t);
+        if (e == embeds_.end()) continue;
+        for (const auto& inner : e->second) {
+          out.push_back(join(inner, method));
+          next.push_back(inner);
+        }
+      }
+      level = std::move(next);
+    }
+    return out;
   }
 
   // `x := T{...}`, `x := &T{...}` and `var x T` tell x's type for `x.M()`.
@@ -164,6 +198,7 @@ class Rules : public tagged::Extraction {
     const auto& caller = out_.symbols[pending.caller];
     if (auto r = receivers_.find(caller.fqn); r != receivers_.end() && r->second == var) {
       call.target = join(prefix_of(pending.caller), field);
+      call.fallbacks = promoted(prefix_of(pending.caller), field);
       call.evidence = "receiver";
       call.scope_modules = {module_};
       return;
@@ -174,6 +209,7 @@ class Rules : public tagged::Extraction {
         auto dot = t->second.find('.');
         if (dot == std::string::npos) {
           call.target = join(join(package_, t->second), field);
+          call.fallbacks = promoted(join(package_, t->second), field);
           call.scope_modules = {module_};
         } else if (auto imp = imports_.find(t->second.substr(0, dot)); imp != imports_.end()) {
           call.target = join(join(imp->second.package, t->second.substr(dot + 1)), field);
@@ -196,6 +232,7 @@ class Rules : public tagged::Extraction {
   std::map<std::string, Import, std::less<>> imports_;      // bound name -> import
   std::unordered_map<std::string, std::string> receivers_;  // method fqn -> receiver variable
   std::unordered_map<std::size_t, std::map<std::string, std::string>> locals_;  // by caller
+  std::unordered_map<std::string, std::vector<std::string>> embeds_;  // struct fqn -> embedded
 };
 
 }  // namespace

@@ -4,3 +4,7 @@
 (function_declarator declarator: (qualified_identifier) @name) @definition.method
 (function_declarator declarator: (destructor_name) @name) @definition.method
 (function_declarator declarator: (operator_name) @name) @definition.method
+; Initialized variables; the rules keep those at file or namespace scope.
+(declaration declarator: (init_declarator declarator: (identifier) @name)) @definition.constant
+(declaration declarator: (init_declarator declarator: (pointer_declarator declarator: (identifier) @name))) @definition.constant
+(declaration declarator: (init_declarator declarator: (array_declarator declarator: (identifier) @name))) @definition.constant

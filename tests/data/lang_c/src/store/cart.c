@@ -1,6 +1,9 @@
 #include "cart.h"
 
-static int clamp(int price) { return price < 0 ? 0 : price; }
+/* Prices above this are cut down. */
+static const int MAX_PRICE = 100000;
+
+static int clamp(int price) { return price < 0 ? 0 : price > MAX_PRICE ? MAX_PRICE : price; }
 
 int cart_add(struct cart *c, int price) {
   if (c->count >= CART_MAX) return 0;
