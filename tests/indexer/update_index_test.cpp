@@ -96,6 +96,37 @@ TEST(UpdateIndex, ReparsesOnlyWhatChangedAndCountsSkips) {
   EXPECT_EQ(dump(fresh.root()), seen);
 }
 
+// A new __init__.py renames the modules below it although their files are unchanged; an
+// unchanged tree is checked without writing.
+TEST(UpdateIndex, PackageChangesRenameUnchangedFilesAndNoChangeWritesNothing) {
+  indexer_test::TempRepo repo("shop");
+  indexer::update_index(repo.root());
+  auto db = repo.root() / ".tamsel" / "index.db";
+  auto written = fs::last_write_time(db);
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(indexer::update_index(repo.root()).parsed, 0);
+  EXPECT_EQ(fs::last_write_time(db), written);
+
+  indexer_test::TempRepo fresh("shop");
+  auto same_as_fresh = [&] {
+    fs::remove_all(fresh.root());
+    fs::copy(repo.root(), fresh.root(), fs::copy_options::recursive);
+    fs::remove_all(fresh.root() / ".tamsel");
+    indexer::update_index(fresh.root());
+    EXPECT_EQ(dump(repo.root()), dump(fresh.root()));
+  };
+  repo.write("tests/__init__.py", "");
+  auto renamed = indexer::update_index(repo.root());
+  EXPECT_EQ(renamed.parsed, 5);
+  auto seen = dump(repo.root());
+  EXPECT_EQ(seen.count("file tests/test_cart.py tests.test_cart"), 1u);
+  same_as_fresh();
+  fs::remove(repo.root() / "tests/__init__.py");
+  EXPECT_EQ(indexer::update_index(repo.root()).parsed, 4);
+  EXPECT_EQ(dump(repo.root()).count("file tests/test_cart.py test_cart"), 1u);
+  same_as_fresh();
+}
+
 // Runs `tamsel index` and kills it with SIGKILL half-way through.
 void index_and_kill(const fs::path& root) {
   int err[2];

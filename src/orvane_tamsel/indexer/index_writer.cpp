@@ -387,9 +387,16 @@ IndexWriter::~IndexWriter() {
 
 std::map<std::string, FileState> IndexWriter::file_states() {
   std::map<std::string, FileState> states;
-  auto st = impl_->db.prepare("SELECT path, mtime_ns, size, hash FROM files");
-  while (st.step()) states[st.text(0)] = {st.integer(1), st.integer(2), st.text(3)};
+  auto st = impl_->db.prepare("SELECT path, mtime_ns, size, hash, module FROM files");
+  while (st.step()) states[st.text(0)] = {st.integer(1), st.integer(2), st.text(3), st.text(4)};
   return states;
+}
+
+std::map<std::string, std::string> IndexWriter::skipped() {
+  std::map<std::string, std::string> out;
+  auto st = impl_->db.prepare("SELECT path, reason FROM skipped");
+  while (st.step()) out[st.text(0)] = st.text(1);
+  return out;
 }
 
 void IndexWriter::begin() {
