@@ -136,6 +136,7 @@ IndexReport update_index(const fs::path& repository_root, const IndexOptions& op
   for (const auto& [path, state] : states) gone += present.count(path) == 0 ? 1 : 0;
 
   IndexReport report;
+  report.folders = std::move(walked.folders);
   // Nothing changed: no write transaction, so a check before every request stays cheap.
   if (work.empty() && gone == 0 && writer.skipped() == walked.skipped) {
     finish_report(report, writer.stats(), started);

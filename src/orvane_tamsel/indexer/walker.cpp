@@ -36,6 +36,7 @@ class Walk {
  private:
   void dir(const fs::path& abs, const std::string& rel) {
     auto mark = rules_.size();
+    out_.folders.push_back(rel);
     std::error_code ec;
     fs::directory_iterator it(abs, fs::directory_options::skip_permission_denied, ec);
     std::vector<fs::directory_entry> entries;
