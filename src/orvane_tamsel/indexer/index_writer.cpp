@@ -2,9 +2,12 @@
 
 #include <spdlog/spdlog.h>
 
+#include <algorithm>
 #include <deque>
+#include <iterator>
 #include <optional>
 #include <set>
+#include <tuple>
 #include <unordered_map>
 
 #include "orvane_tamsel/index/paths.h"
@@ -252,8 +255,13 @@ struct IndexWriter::Impl {
     if (tail == "__init__" && !head.empty()) affect(head);
   }
 
+  // An import as it binds a name in a module: (module, imported module, name, alias).
+  using Binding = std::tuple<std::string, std::string, std::string, std::string>;
+
   // The names an import binds in `module`, which other modules may import from it in turn.
-  void affect_binding(const std::string& module, const ParsedImport& imp) {
+  void affect_binding(const Binding& b) {
+    const auto& [module, from, name, alias] = b;
+    ParsedImport imp{0, from, name, alias};
     if (bulk || module.empty()) return;
     if (imp.name == "*") {
       std::vector<std::string> names;
@@ -274,17 +282,16 @@ struct IndexWriter::Impl {
     return id;
   }
 
-  // Removes what a file holds (symbols, sites, imports, text rows) and returns its old symbols.
-  std::vector<OldSymbol> clear_file(std::int64_t file_id) {
+  // Removes what a file holds (symbols, sites, imports, text rows) and returns its old symbols;
+  // `bound` receives the bindings its imports made.
+  std::vector<OldSymbol> clear_file(std::int64_t file_id, std::set<Binding>& bound) {
     if (!bulk) {
-      std::vector<std::pair<std::string, ParsedImport>> bound;
       old_bindings.bind(1, file_id);
       while (old_bindings.step()) {
-        bound.push_back({old_bindings.text(0),
-                         {0, old_bindings.text(1), old_bindings.text(2), old_bindings.text(3)}});
+        bound.emplace(old_bindings.text(0), old_bindings.text(1), old_bindings.text(2),
+                      old_bindings.text(3));
       }
       old_bindings.reset();
-      for (const auto& [module, imp] : bound) affect_binding(module, imp);
     }
     std::vector<OldSymbol> old;
     old_symbols.bind(1, file_id);
@@ -318,9 +325,10 @@ struct IndexWriter::Impl {
     };
 
     std::unordered_map<std::string, std::deque<std::int64_t>> reusable;
+    std::set<Binding> bound_before, bound_now;
     auto file_id = file_id_of(file.path);
     if (file_id) {
-      for (auto& s : clear_file(*file_id)) reusable[s.fqn].push_back(s.id);
+      for (auto& s : clear_file(*file_id, bound_before)) reusable[s.fqn].push_back(s.id);
       bind_file(update_file);
       update_file.bind(12, *file_id).run();
     } else {
@@ -399,7 +407,7 @@ struct IndexWriter::Impl {
         insert_scope.bind(1, site).bind(2, module).run();
     }
     for (const auto& imp : file.imports) {
-      affect_binding(file.module, imp);
+      if (!bulk) bound_now.emplace(file.module, imp.module, imp.name, imp.alias);
       insert_import.bind(1, *file_id)
           .bind(2, imp.line)
           .bind(3, imp.module)
@@ -407,13 +415,20 @@ struct IndexWriter::Impl {
           .bind(5, imp.alias)
           .run();
     }
+    // Only a binding that came or went changes what other modules reach through this one.
+    std::vector<Binding> changed;
+    std::set_symmetric_difference(bound_before.begin(), bound_before.end(), bound_now.begin(),
+                                  bound_now.end(), std::back_inserter(changed));
+    for (const auto& b : changed) affect_binding(b);
   }
 
   void remove_file(const std::string& path) {
     ensure_batch();
     auto file_id = file_id_of(path);
     if (!file_id) return;
-    for (auto& s : clear_file(*file_id)) affect(s.fqn);
+    std::set<Binding> bound;
+    for (auto& s : clear_file(*file_id, bound)) affect(s.fqn);
+    for (const auto& b : bound) affect_binding(b);
     delete_file.bind(1, *file_id).run();
     delete_path_gram.bind(1, *file_id).run();
   }
