@@ -96,6 +96,82 @@ TEST(UpdateIndex, ReparsesOnlyWhatChangedAndCountsSkips) {
   EXPECT_EQ(dump(fresh.root()), seen);
 }
 
+// A new __init__.py renames the modules below it although their files are unchanged; an
+// unchanged tree is checked without writing.
+TEST(UpdateIndex, PackageChangesRenameUnchangedFilesAndNoChangeWritesNothing) {
+  indexer_test::TempRepo repo("shop");
+  indexer::update_index(repo.root());
+  auto db = repo.root() / ".tamsel" / "index.db";
+  auto written = fs::last_write_time(db);
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(indexer::update_index(repo.root()).parsed, 0);
+  EXPECT_EQ(fs::last_write_time(db), written);
+
+  indexer_test::TempRepo fresh("shop");
+  auto same_as_fresh = [&] {
+    fs::remove_all(fresh.root());
+    fs::copy(repo.root(), fresh.root(), fs::copy_options::recursive);
+    fs::remove_all(fresh.root() / ".tamsel");
+    indexer::update_index(fresh.root());
+    EXPECT_EQ(dump(repo.root()), dump(fresh.root()));
+  };
+  repo.write("tests/__init__.py", "");
+  auto renamed = indexer::update_index(repo.root());
+  EXPECT_EQ(renamed.parsed, 5);
+  auto seen = dump(repo.root());
+  EXPECT_EQ(seen.count("file tests/test_cart.py tests.test_cart"), 1u);
+  same_as_fresh();
+  fs::remove(repo.root() / "tests/__init__.py");
+  EXPECT_EQ(indexer::update_index(repo.root()).parsed, 4);
+  EXPECT_EQ(dump(repo.root()).count("file tests/test_cart.py test_cart"), 1u);
+  same_as_fresh();
+}
+
+// A name a package imports is its name too: calls through it reach the definition, over two
+// packages, a star import and a class member; edits anywhere on the chain relink them.
+TEST(UpdateIndex, CallsFollowReexportsAndRelinkWhenTheChainChanges) {
+  indexer_test::TempRepo repo("shop");
+  repo.write("src/pkg/__init__.py", "from .impl import Thing, make\nfrom .stars import *\n");
+  repo.write("src/pkg/impl.py",
+             "class Thing:\n    def run(self):\n        pass\n\n\ndef make():\n    pass\n");
+  repo.write("src/pkg/stars.py", "def starred():\n    pass\n\n\ndef _hidden():\n    pass\n");
+  repo.write("src/pkg2/__init__.py", "from pkg import make as build\n");
+  repo.write("src/app.py",
+             "import pkg\nfrom pkg import Thing, starred, _hidden, missing\nfrom pkg2 import "
+             "build\n\n\ndef main():\n    build()\n    pkg.make()\n    Thing.run(None)\n"
+             "    starred()\n    _hidden()\n    missing()\n");
+  indexer::update_index(repo.root());
+  auto seen = dump(repo.root());
+  std::set<std::string> calls;
+  for (const auto& line : seen) {
+    if (line.starts_with("call app.main")) calls.insert(line);
+  }
+  EXPECT_EQ(calls, (std::set<std::string>{"call app.main -> pkg.impl.make x2",
+                                          "call app.main -> pkg.impl.Thing.run x1",
+                                          "call app.main -> pkg.stars.starred x1"}));
+
+  indexer_test::TempRepo fresh("shop");
+  auto same_as_fresh = [&] {
+    fs::remove_all(fresh.root());
+    fs::copy(repo.root(), fresh.root(), fs::copy_options::recursive);
+    fs::remove_all(fresh.root() / ".tamsel");
+    indexer::update_index(fresh.root());
+    EXPECT_EQ(dump(repo.root()), dump(fresh.root()));
+  };
+  repo.write("src/pkg/impl.py", "class Thing:\n    def run(self):\n        pass\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(dump(repo.root()).count("call app.main -> pkg.impl.make x2"), 0u);
+  same_as_fresh();
+  repo.write("src/pkg/impl.py", "def make():\n    pass\n\n\nclass Thing:\n    pass\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(dump(repo.root()).count("call app.main -> pkg.impl.make x2"), 1u);
+  same_as_fresh();
+  repo.write("src/pkg/__init__.py", "from .impl import Thing\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(dump(repo.root()).count("call app.main -> pkg.stars.starred x1"), 0u);
+  same_as_fresh();
+}
+
 // Runs `tamsel index` and kills it with SIGKILL half-way through.
 void index_and_kill(const fs::path& root) {
   int err[2];

@@ -2,8 +2,12 @@
 
 #include <spdlog/spdlog.h>
 
+#include <algorithm>
 #include <deque>
+#include <iterator>
+#include <optional>
 #include <set>
+#include <tuple>
 #include <unordered_map>
 
 #include "orvane_tamsel/index/paths.h"
@@ -67,6 +71,9 @@ UPDATE call_sites SET callee_id = coalesce(
       WHERE b.site_id = call_sites.id AND )sql" TAMSEL_IN_SCOPE R"sql(
       ORDER BY b.rank, )sql" TAMSEL_BODY_FIRST R"sql(, s.id LIMIT 1))
   WHERE id IN (SELECT site_id FROM relink);
+)sql";
+
+constexpr const char* INSERT_EDGES = R"sql(
 INSERT INTO edges(site_id, caller_id, callee_id, file_id, line)
   SELECT c.id, c.caller_id, c.callee_id, c.file_id, c.line
   FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id
@@ -138,6 +145,40 @@ UPDATE imports SET
   WHERE id IN (SELECT id FROM reimport);
 )sql";
 
+// How deep a chain of re-exports is followed (`from .query import QuerySet` in a package's
+// __init__.py, imported from the package by a third module, counts one).
+constexpr int MAX_REEXPORTS = 3;
+
+// The fqns `fqn` can be named by after one re-export: a module that imports it (or the class
+// holding it) binds it under its own name. With `from a import X` in package p, `a.X.m` is
+// also `p.X.m`; with `import a.b as c` in p, `a.b.f` is also `p.c.f`.
+constexpr const char* REEXPORTERS = R"sql(
+SELECT f.module || '.' || CASE WHEN i.alias <> '' THEN i.alias ELSE i.name END
+  FROM imports i CROSS JOIN files f ON f.id = i.file_id
+  WHERE i.module = ?1 AND i.name = ?2 AND f.module <> ''
+UNION
+SELECT f.module || '.' || i.alias
+  FROM imports i CROSS JOIN files f ON f.id = i.file_id
+  WHERE i.module = ?1 || '.' || ?2 AND i.name = '' AND i.alias <> '' AND f.module <> ''
+UNION
+SELECT f.module || '.' || ?2
+  FROM imports i CROSS JOIN files f ON f.id = i.file_id
+  WHERE i.module = ?1 AND i.name = '*' AND f.module <> '' AND substr(?2, 1, 1) <> '_'
+)sql";
+
+// Where `module.name` leads: the module's own import binding `name` first, then, for a public
+// name, each module it star-imports (a star import binds every public name of its module).
+constexpr const char* REEXPORT_OF = R"sql(
+SELECT * FROM (SELECT i.module || CASE WHEN i.name <> '' THEN '.' || i.name ELSE '' END
+  FROM files f CROSS JOIN imports i ON i.file_id = f.id WHERE f.module = ?1
+  AND (i.alias = ?2 OR (i.alias = '' AND i.name = ?2)) ORDER BY length(f.path), f.path, i.line
+  LIMIT 1)
+UNION ALL
+SELECT * FROM (SELECT i.module || '.' || ?2
+  FROM files f CROSS JOIN imports i ON i.file_id = f.id WHERE f.module = ?1 AND i.name = '*'
+  AND substr(?2, 1, 1) <> '_' ORDER BY length(f.path), f.path, i.line)
+)sql";
+
 struct OldSymbol {
   std::int64_t id;
   std::string fqn;
@@ -152,7 +193,8 @@ struct IndexWriter::Impl {
   Statement find_file, insert_file, update_file, touch, old_symbols, delete_file, insert_symbol,
       insert_text, insert_name_gram, delete_text, delete_name_gram, insert_path_gram,
       delete_path_gram, insert_site, insert_fallback, insert_scope, insert_import, mark_changed,
-      mark_affected;
+      mark_affected, old_bindings, public_names, reexport_of, reexporters, symbol_by_fqn;
+  std::unordered_map<std::string, std::optional<std::int64_t>> reexport_cache;
   std::vector<Statement> clear_contents;
 
   explicit Impl(const std::filesystem::path& root) : db(open(root), Database::Mode::write) {
@@ -191,6 +233,17 @@ struct IndexWriter::Impl {
         db.prepare("INSERT INTO imports(file_id, line, module, name, alias) VALUES(?, ?, ?, ?, ?)");
     mark_changed = db.prepare("INSERT OR IGNORE INTO changed_files VALUES(?)");
     mark_affected = db.prepare("INSERT OR IGNORE INTO affected VALUES(?, ?, ?)");
+    old_bindings = db.prepare(
+        "SELECT f.module, i.module, i.name, i.alias FROM imports i JOIN files f "
+        "ON f.id = i.file_id WHERE i.file_id = ?");
+    public_names = db.prepare(
+        "SELECT name FROM symbols WHERE fqn > ?1 || '.' AND fqn < ?1 || '/' AND parent_fqn = ?1 "
+        "AND kind <> 'module' AND substr(name, 1, 1) <> '_'");
+    reexport_of = db.prepare(REEXPORT_OF);
+    reexporters = db.prepare(REEXPORTERS);
+    symbol_by_fqn = db.prepare(
+        "SELECT id FROM symbols WHERE fqn = ? AND kind <> 'module' "
+        "ORDER BY start_line - end_line, id LIMIT 1");
     for (const char* sql : {
              "DELETE FROM edges WHERE site_id IN (SELECT id FROM call_sites WHERE file_id = ?)",
              "DELETE FROM call_fallbacks WHERE site_id IN "
@@ -247,6 +300,25 @@ struct IndexWriter::Impl {
     if (tail == "__init__" && !head.empty()) affect(head);
   }
 
+  // An import as it binds a name in a module: (module, imported module, name, alias).
+  using Binding = std::tuple<std::string, std::string, std::string, std::string>;
+
+  // The names an import binds in `module`, which other modules may import from it in turn.
+  void affect_binding(const Binding& b) {
+    const auto& [module, from, name, alias] = b;
+    ParsedImport imp{0, from, name, alias};
+    if (bulk || module.empty()) return;
+    if (imp.name == "*") {
+      std::vector<std::string> names;
+      public_names.bind(1, imp.module);
+      while (public_names.step()) names.push_back(public_names.text(0));
+      public_names.reset();
+      for (const auto& n : names) affect(module + "." + n);
+    } else if (!imp.alias.empty() || !imp.name.empty()) {
+      affect(module + "." + (imp.alias.empty() ? imp.name : imp.alias));
+    }
+  }
+
   std::optional<std::int64_t> file_id_of(const std::string& path) {
     find_file.bind(1, path);
     std::optional<std::int64_t> id;
@@ -255,8 +327,17 @@ struct IndexWriter::Impl {
     return id;
   }
 
-  // Removes what a file holds (symbols, sites, imports, text rows) and returns its old symbols.
-  std::vector<OldSymbol> clear_file(std::int64_t file_id) {
+  // Removes what a file holds (symbols, sites, imports, text rows) and returns its old symbols;
+  // `bound` receives the bindings its imports made.
+  std::vector<OldSymbol> clear_file(std::int64_t file_id, std::set<Binding>& bound) {
+    if (!bulk) {
+      old_bindings.bind(1, file_id);
+      while (old_bindings.step()) {
+        bound.emplace(old_bindings.text(0), old_bindings.text(1), old_bindings.text(2),
+                      old_bindings.text(3));
+      }
+      old_bindings.reset();
+    }
     std::vector<OldSymbol> old;
     old_symbols.bind(1, file_id);
     while (old_symbols.step()) old.push_back({old_symbols.integer(0), old_symbols.text(1)});
@@ -289,9 +370,10 @@ struct IndexWriter::Impl {
     };
 
     std::unordered_map<std::string, std::deque<std::int64_t>> reusable;
+    std::set<Binding> bound_before, bound_now;
     auto file_id = file_id_of(file.path);
     if (file_id) {
-      for (auto& s : clear_file(*file_id)) reusable[s.fqn].push_back(s.id);
+      for (auto& s : clear_file(*file_id, bound_before)) reusable[s.fqn].push_back(s.id);
       bind_file(update_file);
       update_file.bind(12, *file_id).run();
     } else {
@@ -370,6 +452,7 @@ struct IndexWriter::Impl {
         insert_scope.bind(1, site).bind(2, module).run();
     }
     for (const auto& imp : file.imports) {
+      if (!bulk) bound_now.emplace(file.module, imp.module, imp.name, imp.alias);
       insert_import.bind(1, *file_id)
           .bind(2, imp.line)
           .bind(3, imp.module)
@@ -377,29 +460,142 @@ struct IndexWriter::Impl {
           .bind(5, imp.alias)
           .run();
     }
+    // Only a binding that came or went changes what other modules reach through this one.
+    std::vector<Binding> changed;
+    std::set_symmetric_difference(bound_before.begin(), bound_before.end(), bound_now.begin(),
+                                  bound_now.end(), std::back_inserter(changed));
+    for (const auto& b : changed) affect_binding(b);
   }
 
   void remove_file(const std::string& path) {
     ensure_batch();
     auto file_id = file_id_of(path);
     if (!file_id) return;
-    for (auto& s : clear_file(*file_id)) affect(s.fqn);
+    std::set<Binding> bound;
+    for (auto& s : clear_file(*file_id, bound)) affect(s.fqn);
+    for (const auto& b : bound) affect_binding(b);
     delete_file.bind(1, *file_id).run();
     delete_path_gram.bind(1, *file_id).run();
   }
 
   void commit() {
     if (!in_batch) return;
+    if (!bulk) affect_reexports();
     db.exec(bulk ? RELINK_ALL : RELINK_CHANGED);
     db.exec(bulk ? MERGE_CANDIDATES_ALL : MERGE_CANDIDATES_CHANGED);
     db.exec(MERGE_DECLARATIONS);
     db.exec(LINK_CALLS);
+    link_reexports();
+    db.exec(INSERT_EDGES);
     db.exec(LINK_IMPORTS);
     update_dominant_package();
     if (bulk) index::create_deferrable_indexes(db);
     db.exec(CLEAR_BATCH_TABLES);
     db.exec("COMMIT");
     in_batch = false;
+  }
+
+  // Splits of an fqn where a re-export may stand: before its last name (a function or class) and
+  // before its last two (a class's member). Yields (module, name, rest).
+  template <typename F>
+  static void each_split(const std::string& fqn, F&& f) {
+    auto last = fqn.rfind('.');
+    if (last == std::string::npos || last == 0) return;
+    auto name_end = fqn.size();
+    for (auto dot = last; dot != std::string::npos && dot > 0; dot = fqn.rfind('.', dot - 1)) {
+      f(fqn.substr(0, dot), fqn.substr(dot + 1, name_end - dot - 1), fqn.substr(name_end));
+      if (name_end != fqn.size()) break;
+      name_end = dot;
+    }
+  }
+
+  // The symbol an fqn names through re-exports, breadth first, at most MAX_REEXPORTS deep.
+  std::optional<std::int64_t> through_reexports(const std::string& fqn) {
+    if (auto it = reexport_cache.find(fqn); it != reexport_cache.end()) return it->second;
+    std::optional<std::int64_t> found;
+    std::vector<std::string> todo{fqn};
+    std::set<std::string> seen{fqn};
+    for (int depth = 0; depth < MAX_REEXPORTS && !found && !todo.empty(); ++depth) {
+      std::vector<std::string> next;
+      for (const auto& f : todo) {
+        each_split(
+            f, [&](const std::string& module, const std::string& name, const std::string& rest) {
+              if (found) return;
+              std::vector<std::string> targets;
+              reexport_of.bind(1, module).bind(2, name);
+              while (reexport_of.step()) targets.push_back(reexport_of.text(0) + rest);
+              reexport_of.reset();
+              for (const auto& target : targets) {
+                if (found || !seen.insert(target).second) continue;
+                symbol_by_fqn.bind(1, target);
+                if (symbol_by_fqn.step()) found = symbol_by_fqn.integer(0);
+                symbol_by_fqn.reset();
+                next.push_back(target);
+              }
+            });
+        if (found) break;
+      }
+      todo = std::move(next);
+    }
+    reexport_cache.emplace(fqn, found);
+    return found;
+  }
+
+  // Sites still unlinked whose target (or a fallback) is a name a module imported and so
+  // re-exports: linked to the symbol the chain of imports leads to. Sites with scope rows come
+  // from languages without re-exports and are left alone.
+  void link_reexports() {
+    reexport_cache.clear();
+    std::vector<std::pair<std::int64_t, std::string>> open;
+    {
+      auto st = db.prepare(
+          "SELECT c.id, c.target_fqn FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id "
+          "WHERE c.callee_id IS NULL AND c.target_fqn <> '' "
+          "AND NOT EXISTS (SELECT 1 FROM call_scopes k WHERE k.site_id = c.id)");
+      while (st.step()) open.emplace_back(st.integer(0), st.text(1));
+    }
+    auto fallbacks = db.prepare("SELECT fqn FROM call_fallbacks WHERE site_id = ? ORDER BY rank");
+    auto link = db.prepare("UPDATE call_sites SET callee_id = ? WHERE id = ?");
+    for (const auto& [site, target] : open) {
+      auto callee = through_reexports(target);
+      if (!callee) {
+        std::vector<std::string> names;
+        fallbacks.bind(1, site);
+        while (fallbacks.step()) names.push_back(fallbacks.text(0));
+        fallbacks.reset();
+        for (const auto& n : names) {
+          if ((callee = through_reexports(n))) break;
+        }
+      }
+      if (callee) link.bind(1, *callee).bind(2, site).run();
+    }
+  }
+
+  // What appeared or vanished is also named, through re-exports, by the modules importing it:
+  // their sites are linked again too.
+  void affect_reexports() {
+    std::vector<std::string> todo;
+    {
+      auto st = db.prepare("SELECT fqn FROM affected");
+      while (st.step()) todo.push_back(st.text(0));
+    }
+    std::set<std::string> seen(todo.begin(), todo.end());
+    for (int depth = 0; depth < MAX_REEXPORTS && !todo.empty(); ++depth) {
+      std::vector<std::string> next;
+      for (const auto& f : todo) {
+        each_split(
+            f, [&](const std::string& module, const std::string& name, const std::string& rest) {
+              reexporters.bind(1, module).bind(2, name);
+              while (reexporters.step()) {
+                auto alias = reexporters.text(0) + rest;
+                if (seen.insert(alias).second) next.push_back(alias);
+              }
+              reexporters.reset();
+            });
+      }
+      for (const auto& a : next) affect(a);
+      todo = std::move(next);
+    }
   }
 
   // Which package, if any, holds most production files (see split_component).
@@ -434,9 +630,16 @@ IndexWriter::~IndexWriter() {
 
 std::map<std::string, FileState> IndexWriter::file_states() {
   std::map<std::string, FileState> states;
-  auto st = impl_->db.prepare("SELECT path, mtime_ns, size, hash FROM files");
-  while (st.step()) states[st.text(0)] = {st.integer(1), st.integer(2), st.text(3)};
+  auto st = impl_->db.prepare("SELECT path, mtime_ns, size, hash, module FROM files");
+  while (st.step()) states[st.text(0)] = {st.integer(1), st.integer(2), st.text(3), st.text(4)};
   return states;
+}
+
+std::map<std::string, std::string> IndexWriter::skipped() {
+  std::map<std::string, std::string> out;
+  auto st = impl_->db.prepare("SELECT path, reason FROM skipped");
+  while (st.step()) out[st.text(0)] = st.text(1);
+  return out;
 }
 
 void IndexWriter::begin() {

@@ -16,7 +16,8 @@ namespace orvane_tamsel::indexer {
 struct FileState {
   std::int64_t mtime_ns = 0;
   std::int64_t size = 0;
-  std::string hash;  // content hash, to skip re-parsing a touched but unchanged file
+  std::string hash;    // content hash, to skip re-parsing a touched but unchanged file
+  std::string module;  // as last extracted: a new __init__.py above the file renames it
 };
 
 class IndexWriter {
@@ -28,6 +29,7 @@ class IndexWriter {
   IndexWriter& operator=(const IndexWriter&) = delete;
 
   std::map<std::string, FileState> file_states();
+  std::map<std::string, std::string> skipped();  // path -> reason, as last stored
 
   // One batch of changes; nothing is visible to readers until commit().
   void begin();

@@ -46,9 +46,16 @@ struct Outcome {
   std::optional<ParsedFile> parsed;
 };
 
-Outcome read_and_parse(const fs::path& root, const std::string& root_name, const WalkedFile& f,
-                       const PackageDirs& packages,
+// A file to read: new, changed on disk, or renamed by a package folder appearing or vanishing.
+struct Job {
+  const WalkedFile* file;
+  std::string module;
+  bool renamed = false;  // the content may be unchanged, but its symbols' fqns are not
+};
+
+Outcome read_and_parse(const fs::path& root, const Job& job,
                        const std::map<std::string, FileState>& states) {
+  const WalkedFile& f = *job.file;
   Outcome out;
   out.state.mtime_ns = f.mtime_ns;
   out.state.size = f.size;
@@ -72,18 +79,30 @@ Outcome read_and_parse(const fs::path& root, const std::string& root_name, const
   }
   out.state.size = static_cast<std::int64_t>(content.size());
   out.state.hash = content_hash(content);
-  if (auto s = states.find(f.path); s != states.end() && s->second.hash == out.state.hash) {
+  out.state.module = job.module;
+  if (auto s = states.find(f.path);
+      !job.renamed && s != states.end() && s->second.hash == out.state.hash) {
     out.kind = Outcome::touch;
     return out;
   }
   try {
-    out.parsed = extract(*f.language, f.path, module_name(*f.language, f.path, packages, root_name),
-                         content);
+    out.parsed = extract(*f.language, f.path, job.module, content);
     out.kind = Outcome::put;
   } catch (const std::exception&) {
     out.reason = "parse failed";
   }
   return out;
+}
+
+void finish_report(IndexReport& report, const index::IndexStats& stats,
+                   std::chrono::steady_clock::time_point started) {
+  report.indexed = stats.files;
+  report.symbols = stats.symbols;
+  report.calls = stats.calls;
+  report.unresolved_calls = stats.unresolved_calls;
+  report.skipped = stats.skipped;
+  report.seconds =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
 }
 
 }  // namespace
@@ -101,14 +120,27 @@ IndexReport update_index(const fs::path& repository_root, const IndexOptions& op
   IndexWriter writer(repository_root);
   auto states = writer.file_states();
 
-  std::vector<const WalkedFile*> work;
+  std::vector<Job> work;
   std::set<std::string, std::less<>> present;
   for (const auto& f : walked.files) {
     present.insert(f.path);
+    auto module = module_name(*f.language, f.path, walked.packages, root_name);
     auto s = states.find(f.path);
     if (s == states.end() || s->second.mtime_ns != f.mtime_ns || s->second.size != f.size) {
-      work.push_back(&f);
+      work.push_back({&f, std::move(module)});
+    } else if (s->second.module != module) {
+      work.push_back({&f, std::move(module), true});
     }
+  }
+  std::size_t gone = 0;
+  for (const auto& [path, state] : states) gone += present.count(path) == 0 ? 1 : 0;
+
+  IndexReport report;
+  report.folders = std::move(walked.folders);
+  // Nothing changed: no write transaction, so a check before every request stays cheap.
+  if (work.empty() && gone == 0 && writer.skipped() == walked.skipped) {
+    finish_report(report, writer.stats(), started);
+    return report;
   }
 
   // Both cores parse while this thread writes the results in walk order as they come.
@@ -121,11 +153,13 @@ IndexReport update_index(const fs::path& repository_root, const IndexOptions& op
   std::condition_variable cv;
   auto worker = [&] {
     for (std::size_t i = next++; i < work.size() && !stop; i = next++) {
-      auto o = read_and_parse(repository_root, root_name, *work[i], walked.packages, states);
+      auto o = read_and_parse(repository_root, work[i], states);
       std::lock_guard lock(mutex);
       outcomes[i] = std::move(o);
       ready[i] = 1;
-      if (on_progress) on_progress({++done, static_cast<std::int64_t>(work.size()), work[i]->path});
+      if (on_progress) {
+        on_progress({++done, static_cast<std::int64_t>(work.size()), work[i].file->path});
+      }
       cv.notify_all();
     }
   };
@@ -137,7 +171,6 @@ IndexReport update_index(const fs::path& repository_root, const IndexOptions& op
     threads.clear();
   };
 
-  IndexReport report;
   auto skipped = walked.skipped;
   try {
     writer.begin();
@@ -148,7 +181,7 @@ IndexReport update_index(const fs::path& repository_root, const IndexOptions& op
         cv.wait(lock, [&] { return ready[i] != 0; });
         o = std::move(outcomes[i]);
       }
-      const auto& path = work[i]->path;
+      const auto& path = work[i].file->path;
       if (o.kind == Outcome::skip) {
         skipped[path] = o.reason;
         present.erase(path);
@@ -174,14 +207,7 @@ IndexReport update_index(const fs::path& repository_root, const IndexOptions& op
     throw;
   }
 
-  auto stats = writer.stats();
-  report.indexed = stats.files;
-  report.symbols = stats.symbols;
-  report.calls = stats.calls;
-  report.unresolved_calls = stats.unresolved_calls;
-  for (const auto& [path, reason] : skipped) ++report.skipped[reason];
-  report.seconds =
-      std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+  finish_report(report, writer.stats(), started);
   return report;
 }
 

@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <vector>
 
 namespace orvane_tamsel::indexer {
 
@@ -28,6 +29,7 @@ struct IndexReport {
   std::int64_t calls = 0;
   std::int64_t unresolved_calls = 0;
   double seconds = 0;
+  std::vector<std::string> folders;  // folders walked, to watch for the next change
 };
 
 // Safe to call on every request: an unchanged repository re-parses nothing.

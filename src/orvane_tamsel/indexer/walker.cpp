@@ -36,6 +36,7 @@ class Walk {
  private:
   void dir(const fs::path& abs, const std::string& rel) {
     auto mark = rules_.size();
+    out_.folders.push_back(rel);
     std::error_code ec;
     fs::directory_iterator it(abs, fs::directory_options::skip_permission_denied, ec);
     std::vector<fs::directory_entry> entries;
@@ -55,10 +56,17 @@ class Walk {
     std::string name = e.path().filename().string();
     std::string rel = parent.empty() ? name : parent + "/" + name;
     std::error_code ec;
-    auto link = e.symlink_status(ec);
+    // The type the directory listing gave spares a stat per entry; only links are followed.
+    bool is_link = e.is_symlink(ec);
     if (ec) return skip_if_code(rel, "unreadable");
-    bool is_link = fs::is_symlink(link);
-    auto status = is_link ? e.status(ec) : link;
+    fs::file_status status;
+    if (is_link) {
+      status = e.status(ec);
+    } else {
+      status = fs::file_status(e.is_directory(ec)      ? fs::file_type::directory
+                               : e.is_regular_file(ec) ? fs::file_type::regular
+                                                       : fs::file_type::unknown);
+    }
     bool is_dir = !ec && fs::is_directory(status);
     if (is_dir && NEVER_ENTER.count(name) != 0) return;
     if (rules_.ignored(rel, is_dir)) return;

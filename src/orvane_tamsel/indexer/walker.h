@@ -23,6 +23,7 @@ struct WalkResult {
   std::vector<WalkedFile> files;               // sorted by path
   std::map<std::string, std::string> skipped;  // path -> reason
   PackageDirs packages;
+  std::vector<std::string> folders;  // folders entered, repository-relative ("" is the root)
 };
 
 // Ignored paths are left out silently, and so are files no registered language reads. Files a

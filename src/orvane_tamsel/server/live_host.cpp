@@ -11,7 +11,7 @@
 
 namespace orvane_tamsel::server {
 
-LiveHost::LiveHost(std::filesystem::path root) : root_(std::move(root)) {}
+LiveHost::LiveHost(std::filesystem::path root) : root_(std::move(root)), watch_(root_) {}
 
 LiveHost::~LiveHost() {
   finish();
@@ -42,13 +42,17 @@ void LiveHost::index_at_start() {
     spdlog::info("serve: indexing {}/{} {}", p.done, p.total, p.path);
   });
   spdlog::info("serve: {}", indexer::summary_line(report));
+  watch_.arm(report.folders);
   repository_ = index::open_repository(root_);
   memories_ = std::make_unique<index::MemoryStore>(root_);
 }
 
 void LiveHost::refresh() {
+  // An unchanged repository costs no walk; after any change the walk compares times and sizes.
+  if (watch_.quiet()) return;
   try {
     auto report = indexer::update_index(root_);
+    watch_.arm(report.folders);
     if (report.parsed > 0 || report.removed > 0) {
       spdlog::info("serve: refreshed: {}", indexer::summary_line(report));
       retriever_.reset();

@@ -11,6 +11,7 @@
 
 #include "orvane_tamsel/index/memory_store.h"
 #include "orvane_tamsel/index/repository.h"
+#include "orvane_tamsel/server/change_watch.h"
 #include "orvane_tamsel/server/session.h"
 #include "orvane_tamsel/workers/retrieval.h"
 
@@ -38,6 +39,7 @@ class LiveHost : public ToolHost {
   std::unique_ptr<index::Repository> repository_;
   std::unique_ptr<workers::HybridRetriever> retriever_;
   std::unique_ptr<index::MemoryStore> memories_;
+  ChangeWatch watch_;
   bool started_ = false;
 };
 
