@@ -113,6 +113,31 @@ TEST(Faults, KilledIndexingAlwaysRecoversToTheCleanState) {
   EXPECT_EQ(dump(dir.root()), clean_dump(dir.root()));
 }
 
+TEST(Faults, DamagedOrNewerIndexIsRebuiltAndMemoriesKept) {
+  TempDir dir;
+  faults_test::generate_repo(dir.root(), 40, 3);
+  ASSERT_TRUE(run({"index", "--repo", dir.repo()}).exited(0));
+  auto expected = dump(dir.root());
+  auto index = dir.root() / ".tamsel" / "index.db";
+  auto memories = dir.root() / ".tamsel" / "memories.db";
+  {
+    Database mem(memories, Database::Mode::write);
+    mem.exec("CREATE TABLE kept(x TEXT); INSERT INTO kept VALUES('memories stay')");
+  }
+  for (std::string how : {"garbage", "newer"}) {
+    SCOPED_TRACE(how);
+    if (how == "garbage") std::ofstream(index, std::ios::trunc) << std::string(8192, 'x');
+    if (how == "newer") Database(index, Database::Mode::write).exec("PRAGMA user_version = 99");
+    auto exp = run({"explore", "--repo", dir.repo(), "where is Worker7 run"});
+    EXPECT_TRUE(exp.exited(0)) << exp.err;
+    EXPECT_NE(exp.err.find("rebuilding it"), std::string::npos) << exp.err;
+    EXPECT_EQ(dump(dir.root()), expected);
+    Database mem(memories, Database::Mode::read);
+    auto kept = mem.prepare("SELECT x FROM kept");
+    EXPECT_TRUE(kept.step() && kept.text(0) == "memories stay");
+  }
+}
+
 TEST(Faults, FullDiskFailsClearlyAndKeepsThePreviousIndex) {
   TempDir dir;
   faults_test::generate_repo(dir.root(), 60, 5);
