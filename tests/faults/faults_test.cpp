@@ -124,8 +124,9 @@ TEST(Faults, DamagedOrNewerIndexIsRebuiltAndMemoriesKept) {
     Database mem(memories, Database::Mode::write);
     mem.exec("CREATE TABLE kept(x TEXT); INSERT INTO kept VALUES('memories stay')");
   }
-  for (std::string how : {"garbage", "newer"}) {
+  for (std::string how : {"garbage", "newer", "truncated"}) {
     SCOPED_TRACE(how);
+    if (how == "truncated") fs::resize_file(index, fs::file_size(index) / 3);
     if (how == "garbage") std::ofstream(index, std::ios::trunc) << std::string(8192, 'x');
     if (how == "newer") Database(index, Database::Mode::write).exec("PRAGMA user_version = 99");
     auto exp = run({"explore", "--repo", dir.repo(), "where is Worker7 run"});

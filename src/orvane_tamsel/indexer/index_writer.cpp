@@ -2,8 +2,13 @@
 
 #include <spdlog/spdlog.h>
 
+#include <sqlite3.h>
+
 #include <algorithm>
+#include <cstdio>
+#include <cstring>
 #include <deque>
+#include <fstream>
 #include <iterator>
 #include <optional>
 #include <set>
@@ -184,7 +189,36 @@ struct OldSymbol {
   std::string fqn;
 };
 
+// A file cut short (a copy or a disk that failed midway) still opens and answers from the pages it
+// has, so compare its size with the page count its header records. With a write-ahead log pending
+// the header may lag behind, and the log decides.
+bool truncated(const std::filesystem::path& file) {
+  std::error_code ec;
+  auto wal = std::filesystem::file_size(file.string() + "-wal", ec);
+  if (!ec && wal > 0) return false;
+  auto size = std::filesystem::file_size(file, ec);
+  if (ec || size < 100) return false;
+  unsigned char header[100];
+  std::ifstream in(file, std::ios::binary);
+  if (!in.read(reinterpret_cast<char*>(header), sizeof header)) return false;
+  if (std::memcmp(header, "SQLite format 3", 16) != 0) return false;  // SQLite says "not a db"
+  auto be32 = [&](int at) {
+    return (std::uint32_t{header[at]} << 24) | (std::uint32_t{header[at + 1]} << 16) |
+           (std::uint32_t{header[at + 2]} << 8) | std::uint32_t{header[at + 3]};
+  };
+  std::uint32_t page_size = (std::uint32_t{header[16]} << 8) | header[17];
+  if (page_size == 1) page_size = 65536;
+  // The page count in the header is only valid when written by the version that last changed it.
+  if (be32(24) != be32(92)) return false;
+  return size < std::uint64_t{be32(28)} * page_size;
+}
+
 }  // namespace
+
+void discard_index(const std::filesystem::path& repository_root) {
+  auto file = index::index_file(repository_root);
+  for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(file.string() + suffix);
+}
 
 struct IndexWriter::Impl {
   Database db;
@@ -263,13 +297,15 @@ struct IndexWriter::Impl {
     std::filesystem::create_directories(root / ".tamsel");
     auto file = index::index_file(root);
     try {
+      if (truncated(file)) {
+        throw index::SqliteError("the file is shorter than its header says", SQLITE_CORRUPT);
+      }
       Database probe(file, Database::Mode::write);
       index::prepare_for_writing(probe);
     } catch (const index::SqliteError& e) {
       if (!e.unreadable()) throw;
       spdlog::warn("the index {} cannot be read ({}): rebuilding it", file.string(), e.what());
-      for (const char* suffix : {"", "-wal", "-shm"})
-        std::filesystem::remove(file.string() + suffix);
+      discard_index(root);
     }
     return file;
   }

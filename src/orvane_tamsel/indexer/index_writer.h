@@ -48,4 +48,7 @@ class IndexWriter {
   std::unique_ptr<Impl> impl_;
 };
 
+// Deletes DIR/.tamsel/index.db and its log, so that the next writer builds it afresh.
+void discard_index(const std::filesystem::path& repository_root);
+
 }  // namespace orvane_tamsel::indexer

@@ -14,6 +14,9 @@
 #include <utility>
 #include <vector>
 
+#include <spdlog/spdlog.h>
+
+#include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/indexer/extract.h"
 #include "orvane_tamsel/indexer/index_writer.h"
 #include "orvane_tamsel/indexer/walker.h"
@@ -105,10 +108,8 @@ void finish_report(IndexReport& report, const index::IndexStats& stats,
       std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
 }
 
-}  // namespace
-
-IndexReport update_index(const fs::path& repository_root, const IndexOptions& options,
-                         const std::function<void(const Progress&)>& on_progress) {
+IndexReport update_once(const fs::path& repository_root, const IndexOptions& options,
+                        const std::function<void(const Progress&)>& on_progress) {
   auto started = std::chrono::steady_clock::now();
   if (!fs::is_directory(repository_root)) {
     throw std::runtime_error("not a directory: " + repository_root.string());
@@ -209,6 +210,22 @@ IndexReport update_index(const fs::path& repository_root, const IndexOptions& op
 
   finish_report(report, writer.stats(), started);
   return report;
+}
+
+}  // namespace
+
+IndexReport update_index(const fs::path& repository_root, const IndexOptions& options,
+                         const std::function<void(const Progress&)>& on_progress) {
+  try {
+    return update_once(repository_root, options, on_progress);
+  } catch (const index::SqliteError& e) {
+    // Damage found only when a page is read mid-run: the files are the truth, so start over.
+    if (!e.unreadable()) throw;
+    spdlog::warn("the index of {} is damaged ({}): rebuilding it", repository_root.string(),
+                 e.what());
+  }
+  discard_index(repository_root);
+  return update_once(repository_root, options, on_progress);
 }
 
 std::string summary_line(const IndexReport& report) {
