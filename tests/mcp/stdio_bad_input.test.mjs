@@ -90,6 +90,14 @@ export default async function stdioBadInputTest(binary, sourceDir) {
     await expect('nesting a million deep', `{"jsonrpc":"2.0","id":30,"method":"ping","params":{"a":${'['.repeat(1e6)}${']'.repeat(1e6)}}}\n`,
       rpcError('deep nesting', -32600));
     await expect('a 1 MB query', toolCall(24, 'explore', { query: 'cart '.repeat(200000) }), toolError('1 MB query', /shorten/));
+    await expect('unknown scope', toolCall(31, 'explore', { query: 'cart', scope: 'galaxy' }), toolError('scope', /scope/));
+    await expect('path with backslashes', toolCall(32, 'file', { action: 'symbols', path: '..\\..\\etc\\passwd' }), toolError('backslashes', /outside the repository|not indexed|no file/i));
+    await expect('a very long path', toolCall(33, 'file', { action: 'related', path: `${'a/'.repeat(5000)}x.py` }), toolError('long path', /./));
+    await expect('absolute folder', toolCall(34, 'files', { path: '/etc' }), toolError('absolute folder', /outside the repository/));
+    await expect('NUL in a folder', toolCall(35, 'files', { path: 'shop\u0000/../..' }), toolError('NUL folder', /NUL/));
+    await expect('an empty batch', '[]\n', rpcError('empty batch', -32600));
+    await expect('tools/call without a name', request(36, 'tools/call', { arguments: {} }), rpcError('no tool name', -32602, 36));
+    await expect('limit above its maximum', toolCall(37, 'files', { limit: 1e6 }), toolError('limit', /limit/));
     // A cancelled request gets no answer; the ping after it does.
     await expect('cancelled request', `{"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":25}}\n${request(25, 'ping')}`);
     const good = toolCall(26, 'files', {});

@@ -38,7 +38,9 @@ class Walk {
     auto mark = rules_.size();
     out_.folders.push_back(rel);
     std::error_code ec;
-    fs::directory_iterator it(abs, fs::directory_options::skip_permission_denied, ec);
+    fs::directory_iterator it(abs, ec);
+    // A folder that cannot be listed is counted, so its files are not silently missing.
+    if (ec && !rel.empty()) out_.skipped[rel] = "unreadable";
     std::vector<fs::directory_entry> entries;
     for (; !ec && it != fs::directory_iterator(); it.increment(ec)) entries.push_back(*it);
     std::sort(entries.begin(), entries.end());

@@ -32,7 +32,8 @@ struct WalkResult {
 // "not utf-8", happen when a file is read). Directory symlinks are never followed, so no loop
 // can form: one pointing outside is "symlink outside", one to a folder holding it "symlink loop",
 // one to another folder of the repository "symlink inside" (that folder is walked on its own).
-// A file symlink to a file inside the repository is read under the link's path too.
+// A file symlink to a file inside the repository is read under the link's path too. A folder
+// that cannot be listed is "unreadable" under its own path.
 WalkResult walk(const std::filesystem::path& root, std::int64_t max_file_size);
 
 }  // namespace orvane_tamsel::indexer

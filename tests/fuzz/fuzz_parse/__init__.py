@@ -1,0 +1,1 @@
+"""A tiny shop: carts, prices and receipts."""
