@@ -109,6 +109,8 @@ TEST(TermMatch, InflectionsAndRunTogetherNamesMeet) {
   EXPECT_TRUE(meets(stem("tasks"), fqn_stems("asyncio.tasks.Task.cancel")));
   EXPECT_TRUE(meets(stem("parsed"), fqn_stems("argparse.ArgumentParser.parse_args")));
   EXPECT_TRUE(meets(stem("queries"), fqn_stems("db.Query")));
+  EXPECT_EQ(stem("cancelled"), "cancel");
+  EXPECT_EQ(stem("applied"), stem("apply"));
   EXPECT_FALSE(meets(stem("cat"), fqn_stems("shop.Category")));
   EXPECT_TRUE(inside_name(stem("split"), "urlsplit"));
   EXPECT_FALSE(inside_name(stem("url"), "urlsplit"));
