@@ -278,9 +278,23 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
   }
 
   // Terms that match no symbol at all, so the client can rephrase.
+  // A term whose stem is a word of a candidate's fqn or docstring has matched; only the others
+  // are asked of the index, since a one-term search ranks every row the term matches.
   std::vector<std::string> missing;
-  for (const auto& t : terms) {
-    if (repository_.search_text(match_expression({t}), 1, include_tests).empty()) {
+  std::vector<std::vector<std::string>> said;
+  for (const auto& t : result.hits.empty() ? std::vector<std::string>{} : terms) {
+    auto want = stem(t);
+    bool seen = false;
+    for (std::size_t i = 0; i < candidates.size() && !seen; ++i) {
+      if (i == said.size()) {
+        const auto& s = *candidates[i].symbol;
+        said.push_back(fqn_stems(s.fqn));
+        auto doc = text_stems(s.docstring.value_or(""));
+        said.back().insert(said.back().end(), doc.begin(), doc.end());
+      }
+      seen = std::find(said[i].begin(), said[i].end(), want) != said[i].end();
+    }
+    if (!seen && repository_.search_text(match_expression({t}), 1, include_tests).empty()) {
       missing.push_back(t);
     }
   }

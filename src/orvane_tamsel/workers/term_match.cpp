@@ -1,5 +1,7 @@
 #include "orvane_tamsel/workers/term_match.h"
 
+#include <cctype>
+
 #include "orvane_tamsel/index/subwords.h"
 
 namespace orvane_tamsel::workers::detail {
@@ -48,6 +50,24 @@ std::vector<std::string> fqn_stems(std::string_view fqn) {
     for (const auto& w : index::subwords(fqn.substr(start, dot - start))) out.push_back(stem(w));
     start = dot + 1;
   }
+  return out;
+}
+
+std::vector<std::string> text_stems(std::string_view text) {
+  std::vector<std::string> out;
+  std::string word;
+  auto flush = [&] {
+    if (!word.empty()) out.push_back(stem(word));
+    word.clear();
+  };
+  for (unsigned char c : text) {
+    if (std::isalnum(c)) {
+      word.push_back(static_cast<char>(std::tolower(c)));
+    } else {
+      flush();
+    }
+  }
+  flush();
   return out;
 }
 

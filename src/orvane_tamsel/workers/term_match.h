@@ -13,6 +13,8 @@ std::string stem(std::string_view word);
 
 // The stems of the words a symbol is known by: the sub-words of every part of its fqn.
 std::vector<std::string> fqn_stems(std::string_view fqn);
+// The stems of the words of a text.
+std::vector<std::string> text_stems(std::string_view text);
 
 // Whether a stemmed query term meets one of `stems`: equal, or one a prefix of the other when the
 // shorter has four letters or more.
