@@ -8,6 +8,7 @@
 #include "orvane_tamsel/indexer/indexer.h"
 #include "orvane_tamsel/workers/name_lookup.h"
 #include "orvane_tamsel/workers/retrieval.h"
+#include "orvane_tamsel/workers/term_match.h"
 
 using namespace orvane_tamsel;
 using namespace orvane_tamsel::workers;
@@ -99,4 +100,18 @@ TEST(HybridRetriever, RanksTheShopFixture) {
   auto none = retriever.retrieve("zeppelin", 5, false, true);
   EXPECT_TRUE(none.hits.empty());
   EXPECT_TRUE(none.note);
+}
+
+TEST(TermMatch, InflectionsAndRunTogetherNamesMeet) {
+  using namespace orvane_tamsel::workers::detail;
+  auto decompressor = fqn_stems("zipfile._get_decompressor");
+  EXPECT_TRUE(meets(stem("decompressed"), decompressor));
+  EXPECT_TRUE(meets(stem("tasks"), fqn_stems("asyncio.tasks.Task.cancel")));
+  EXPECT_TRUE(meets(stem("parsed"), fqn_stems("argparse.ArgumentParser.parse_args")));
+  EXPECT_TRUE(meets(stem("queries"), fqn_stems("db.Query")));
+  EXPECT_EQ(stem("cancelled"), "cancel");
+  EXPECT_EQ(stem("applied"), stem("apply"));
+  EXPECT_FALSE(meets(stem("cat"), fqn_stems("shop.Category")));
+  EXPECT_TRUE(inside_name(stem("split"), "urlsplit"));
+  EXPECT_FALSE(inside_name(stem("url"), "urlsplit"));
 }

@@ -1,0 +1,90 @@
+#include "orvane_tamsel/workers/term_match.h"
+
+#include <cctype>
+
+#include "orvane_tamsel/index/subwords.h"
+
+namespace orvane_tamsel::workers::detail {
+
+namespace {
+
+bool ends_with(std::string_view s, std::string_view end) {
+  return s.size() >= end.size() && s.substr(s.size() - end.size()) == end;
+}
+
+constexpr std::size_t MIN_PREFIX = 4;
+
+}  // namespace
+
+std::string stem(std::string_view word) {
+  std::string s(word);
+  bool verb_ending = false;
+  if (s.size() > 4 && (ends_with(s, "ies") || ends_with(s, "ied"))) {
+    s.replace(s.size() - 3, 3, "y");
+  } else if (s.size() > 5 && ends_with(s, "ing")) {
+    s.resize(s.size() - 3);
+    verb_ending = true;
+  } else if (s.size() > 4 && ends_with(s, "ed")) {
+    s.resize(s.size() - 2);
+    verb_ending = true;
+  } else if (s.size() > 4 && (ends_with(s, "er") || ends_with(s, "es"))) {
+    s.resize(s.size() - 2);
+  } else if (s.size() > 3 && ends_with(s, "s") && !ends_with(s, "ss")) {
+    s.resize(s.size() - 1);
+  }
+  // cancelled, stopped, running: the doubled consonant belongs to the ending
+  if (verb_ending && s.size() > 3 && s.back() == s[s.size() - 2] &&
+      std::string_view("aeiouy").find(s.back()) == std::string_view::npos) {
+    s.pop_back();
+  }
+  if (s.size() > 3 && s.back() == 'e') s.pop_back();
+  return s;
+}
+
+std::vector<std::string> fqn_stems(std::string_view fqn) {
+  std::vector<std::string> out;
+  std::size_t start = 0;
+  while (start <= fqn.size()) {
+    auto dot = fqn.find('.', start);
+    if (dot == std::string_view::npos) dot = fqn.size();
+    for (const auto& w : index::subwords(fqn.substr(start, dot - start))) out.push_back(stem(w));
+    start = dot + 1;
+  }
+  return out;
+}
+
+std::vector<std::string> text_stems(std::string_view text) {
+  std::vector<std::string> out;
+  std::string word;
+  auto flush = [&] {
+    if (!word.empty()) out.push_back(stem(word));
+    word.clear();
+  };
+  for (unsigned char c : text) {
+    if (std::isalnum(c)) {
+      word.push_back(static_cast<char>(std::tolower(c)));
+    } else {
+      flush();
+    }
+  }
+  flush();
+  return out;
+}
+
+bool meets(const std::string& term, const std::vector<std::string>& stems) {
+  for (const auto& s : stems) {
+    if (s == term) return true;
+    const auto& shorter = s.size() < term.size() ? s : term;
+    const auto& longer = s.size() < term.size() ? term : s;
+    if (shorter.size() >= MIN_PREFIX && longer.compare(0, shorter.size(), shorter) == 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
+bool inside_name(const std::string& term, std::string_view lower_name) {
+  return term.size() >= MIN_PREFIX && lower_name.find(term) != std::string_view::npos;
+}
+
+}  // namespace orvane_tamsel::workers::detail
