@@ -22,6 +22,10 @@ bool SqliteError::unreadable() const {
   return (code_ & 0xff) == SQLITE_NOTADB || (code_ & 0xff) == SQLITE_CORRUPT;
 }
 
+bool SqliteError::busy() const {
+  return (code_ & 0xff) == SQLITE_BUSY || (code_ & 0xff) == SQLITE_LOCKED;
+}
+
 Statement::Statement(sqlite3* db, std::string_view sql) : db_(db) {
   if (sqlite3_prepare_v2(db, sql.data(), static_cast<int>(sql.size()), &stmt_, nullptr) !=
       SQLITE_OK) {

@@ -20,6 +20,8 @@ class SqliteError : public std::runtime_error {
       : std::runtime_error(message), code_(code) {}
   // The file is not a database or is damaged (as opposed to busy, full, ...).
   bool unreadable() const;
+  // Another connection holds a lock that SQLite will not wait for (e.g. while the file is created).
+  bool busy() const;
 
  private:
   int code_;

@@ -5,6 +5,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <deque>
@@ -12,6 +13,7 @@
 #include <iterator>
 #include <optional>
 #include <set>
+#include <thread>
 #include <tuple>
 #include <unordered_map>
 
@@ -190,12 +192,13 @@ struct OldSymbol {
 };
 
 // A file cut short (a copy or a disk that failed midway) still opens and answers from the pages it
-// has, so compare its size with the page count its header records. With a write-ahead log pending
-// the header may lag behind, and the log decides.
+// has, so compare its size with the page count its header records.
 bool truncated(const std::filesystem::path& file) {
   std::error_code ec;
-  auto wal = std::filesystem::file_size(file.string() + "-wal", ec);
-  if (!ec && wal > 0) return false;
+  // Another process writing (any log file present) may be growing the file right now.
+  for (const char* log : {"-wal", "-journal"}) {
+    if (std::filesystem::exists(file.string() + log, ec)) return false;
+  }
   auto size = std::filesystem::file_size(file, ec);
   if (ec || size < 100) return false;
   unsigned char header[100];
@@ -211,6 +214,22 @@ bool truncated(const std::filesystem::path& file) {
   // The page count in the header is only valid when written by the version that last changed it.
   if (be32(24) != be32(92)) return false;
   return size < std::uint64_t{be32(28)} * page_size;
+}
+
+// Two writers opening one index at the same moment can meet a lock SQLite refuses to wait for
+// (the switch to WAL, the first schema): wait and try again rather than fail the run.
+void prepare_waiting(Database& db) {
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  for (int attempt = 1;; ++attempt) {
+    try {
+      index::prepare_for_writing(db);
+      return;
+    } catch (const index::SqliteError& e) {
+      if (!e.busy() || std::chrono::steady_clock::now() > deadline) throw;
+      if (attempt == 1) spdlog::info("the index is busy: waiting for the other writer");
+      std::this_thread::sleep_for(std::chrono::milliseconds(std::min(20 * attempt, 500)));
+    }
+  }
 }
 
 }  // namespace
@@ -232,7 +251,7 @@ struct IndexWriter::Impl {
   std::vector<Statement> clear_contents;
 
   explicit Impl(const std::filesystem::path& root) : db(open(root), Database::Mode::write) {
-    index::prepare_for_writing(db);
+    prepare_waiting(db);
     db.exec("PRAGMA temp_store = MEMORY");
     db.exec("PRAGMA cache_size = -65536");
     db.exec(BATCH_TABLES);
@@ -301,7 +320,7 @@ struct IndexWriter::Impl {
         throw index::SqliteError("the file is shorter than its header says", SQLITE_CORRUPT);
       }
       Database probe(file, Database::Mode::write);
-      index::prepare_for_writing(probe);
+      prepare_waiting(probe);
     } catch (const index::SqliteError& e) {
       if (!e.unreadable()) throw;
       spdlog::warn("the index {} cannot be read ({}): rebuilding it", file.string(), e.what());
