@@ -46,6 +46,10 @@ TEST(HostToolsOnIndex, CallersReferencesRelatedFilesTestsAndContext) {
   auto importers = column(related["imported_by"], "path");
   EXPECT_NE(std::find(importers.begin(), importers.end(), "tests/test_cart.py"), importers.end());
   EXPECT_FALSE(related["tests"].empty());
+  auto defined = run("file", {{"action", "symbols"}, {"path", "src/shop/cart.py"}});
+  auto fqns = column(defined["symbols"], "fqn");
+  EXPECT_NE(std::find(fqns.begin(), fqns.end(), "shop.cart.Cart.add"), fqns.end()) << defined;
+  EXPECT_EQ(std::find(fqns.begin(), fqns.end(), "shop.cart"), fqns.end());
 
   auto files = run("files", {{"path", "src/shop/"}});
   EXPECT_EQ(files["total"], 3);

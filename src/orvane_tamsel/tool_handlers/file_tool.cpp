@@ -1,5 +1,7 @@
-// The file tool: the files around one file: its imports, its importers, the files it calls and
-// that call it, and its tests.
+// The file tool: the files around one file (its imports, its importers, the files it calls and
+// that call it, its tests), or the symbols it defines.
+
+#include <algorithm>
 
 #include "orvane_tamsel/tool_handlers/budget_fit.h"
 #include "orvane_tamsel/tool_handlers/repository_path.h"
@@ -19,6 +21,31 @@ Json link_row(const index::FileLink& link) {
   return row;
 }
 
+// The file's symbols in line order, modules left out: they stand for the file itself.
+Json symbols_of(index::Repository& repository, const index::FileRecord& file,
+                long long token_budget) {
+  Json head = Json::object();
+  head["path"] = file.path;
+  head["language"] = file.language;
+  if (file.is_test) head["is_test"] = true;
+  head["symbols"] = Json::array();
+  BudgetFit fit(std::move(head), token_budget);
+  auto symbols = repository.get_symbols_by_file(*file.id);
+  std::stable_sort(symbols.begin(), symbols.end(),
+                   [](const auto& a, const auto& b) { return a.start_line < b.start_line; });
+  for (const auto& symbol : symbols) {
+    if (symbol.kind == "module") continue;
+    Json row = Json::object();
+    row["fqn"] = symbol.fqn;
+    row["kind"] = symbol.kind;
+    row["line"] = symbol.start_line;
+    if (symbol.signature) row["signature"] = *symbol.signature;
+    if (symbol.is_test) row["is_test"] = true;
+    if (!fit.add("symbols", std::move(row))) break;
+  }
+  return fit.finish();
+}
+
 }  // namespace
 
 Json file_tool(const Json& arguments, ToolContext& context) {
@@ -29,6 +56,9 @@ Json file_tool(const Json& arguments, ToolContext& context) {
   if (!file) {
     throw ToolError("the index holds no file '" + echoed(given) + "'",
                     path_suggestions(repository, path.empty() ? given : path));
+  }
+  if (arguments["action"].get<std::string>() == "symbols") {
+    return symbols_of(repository, *file, arguments["token_budget"].get<long long>());
   }
   auto imports = repository.imports_of_file(path, MAX_ROWS + 1);
   auto importers = repository.importers_of_file(path, MAX_ROWS + 1);
