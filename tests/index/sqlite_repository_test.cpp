@@ -232,6 +232,8 @@ TEST(SqliteRepository, TextSearchSubwordsStemmingAndSuggestions) {
 
   EXPECT_EQ(index.similar_paths("src/shop/crat.py", 3).front(), "src/shop/cart.py");
   EXPECT_EQ(index.similar_paths("pr", 3).front(), "src/shop/pricing.py");
+  EXPECT_NO_THROW(index.similar_paths(std::string("ca\0\0rt.py", 9), 3));  // NUL ends FTS strings
+  EXPECT_NO_THROW(index.similar_paths(std::string("\0\0\0\0", 4), 3));
   EXPECT_EQ(index.similar_symbols("aplyDiscount", 5).front().name, "applyDiscount");
   EXPECT_EQ(index.similar_symbols("TO", 5).front().name, "total");
 }

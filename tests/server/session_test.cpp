@@ -48,6 +48,7 @@ TEST(Session, BadMessagesGetTheirErrorAndTheNextRequestIsAnswered) {
   EXPECT_TRUE(reply(s, "{not json")["id"].is_null());
   EXPECT_EQ(code_of(s, "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"ping\",\"x\":\"\xff\xfe\"}"),
             -32700);
+  EXPECT_EQ(code_of(s, R"({"n":1999999999999999999999E99999999999999999999})"), -32700);
   EXPECT_EQ(code_of(s, "[1,2]"), -32600);
   EXPECT_EQ(code_of(s, "42"), -32600);
   EXPECT_EQ(code_of(s, R"({"id":1,"method":"ping"})"), -32600);

@@ -589,7 +589,14 @@ class SqliteRepository : public Repository {
     }
     std::set<std::string> grams;
     for (std::size_t i = 0; i + 3 <= points.size(); ++i) {
-      grams.insert(utils::encode(points.substr(i, 3)));
+      auto gram = points.substr(i, 3);
+      // the full-text query parser ends a string at a NUL; such a gram cannot match a path anyway
+      if (gram.find(U'\0') == std::u32string::npos) grams.insert(utils::encode(gram));
+    }
+    if (grams.empty()) {
+      auto st = db_->prepare(short_sql);
+      st.bind(1, text).bind(2, limit);
+      return st;
     }
     std::string match;
     for (const auto& g : grams) {

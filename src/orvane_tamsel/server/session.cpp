@@ -109,7 +109,7 @@ std::optional<std::string> Session::handle_line(std::string_view line) {
   Json message;
   try {
     message = Json::parse(line.begin(), line.end());
-  } catch (const Json::parse_error& e) {
+  } catch (const Json::exception& e) {  // a syntax error, or a number too large for a double
     return wire_text(error_message(nullptr, PARSE_ERROR,
                                    std::string("parse error: not valid JSON in UTF-8 (") +
                                        e.what() + "); send one JSON object per line"));
