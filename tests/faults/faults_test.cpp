@@ -99,14 +99,18 @@ TEST(Faults, KilledIndexingAlwaysRecoversToTheCleanState) {
     std::this_thread::sleep_for(delay);
     child.kill();
     auto out = child.wait();
-    if (WIFSIGNALED(out.status)) ++interrupted;
+    if (WIFSIGNALED(out.status)) {
+      ++interrupted;
+    } else {
+      full = full * 3 / 4;  // the first build was timed on a busier machine: aim earlier
+    }
     if (fs::exists(dir.root() / ".tamsel" / "index.db") && trial % 5 == 0) {
       auto exp = run({"explore", "--repo", dir.repo(), "where is Worker7 run"});
       // A killed first build leaves no index to read, which explore says; never a crash.
-      EXPECT_TRUE(exp.exited(0) || exp.exited(1)) << exp.err;
+      EXPECT_TRUE(exp.exited(0) || exp.exited(1)) << "trial " << trial << ": " << exp.err;
     }
   }
-  EXPECT_GE(interrupted, 10) << "most runs should be killed before they finish";
+  EXPECT_GE(interrupted, 10) << "too few runs were killed before they finished";
   auto last = run({"index", "--repo", dir.repo()});
   ASSERT_TRUE(last.exited(0)) << last.err;
   EXPECT_TRUE(explore_answers(dir.repo()));
