@@ -3,6 +3,7 @@
 #include <set>
 #include <string>
 
+#include "indexer/languages/neighbour_fqns.h"
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
@@ -10,18 +11,7 @@
 namespace {
 
 using namespace orvane_tamsel;
-
-std::set<std::string> neighbours(index::Repository& index, const std::string& fqn,
-                                 const index::Relation& relation) {
-  auto s = index.get_symbol_by_fqn(fqn);
-  if (!s) return {"<missing " + fqn + ">"};
-  std::set<std::string> out;
-  for (const auto& n : index.evidence_neighbours({*s->id}, index::TestFilter::include, 50,
-                                                 std::vector<index::Relation>{relation})) {
-    out.insert(n.fqn.value_or(""));
-  }
-  return out;
-}
+using indexer_test::neighbour_fqns;
 
 // File-less names, a header's prototype merged into its definition, includes as call evidence,
 // test code under test/, the tests of a source file and components.
@@ -55,13 +45,13 @@ TEST(CExtraction, SymbolsCallersAndTests) {
   EXPECT_TRUE(test->is_test);
   EXPECT_FALSE(add->is_test);
 
-  EXPECT_EQ(neighbours(*index, "cart_add", index::CALLER),
+  EXPECT_EQ(neighbour_fqns(*index, "cart_add", index::CALLER),
             (std::set<std::string>{"test_add_and_total"}));
-  EXPECT_EQ(neighbours(*index, "cart_add", index::CALLEE), (std::set<std::string>{"clamp"}));
-  EXPECT_EQ(neighbours(*index, "cart_total", index::CALLER),
+  EXPECT_EQ(neighbour_fqns(*index, "cart_add", index::CALLEE), (std::set<std::string>{"clamp"}));
+  EXPECT_EQ(neighbour_fqns(*index, "cart_total", index::CALLER),
             (std::set<std::string>{"receipt_print", "test_add_and_total"}));
   // printf and a name defined nowhere make no edge
-  EXPECT_EQ(neighbours(*index, "receipt_print", index::CALLEE),
+  EXPECT_EQ(neighbour_fqns(*index, "receipt_print", index::CALLEE),
             (std::set<std::string>{"cart_total"}));
 
   auto tests = index->get_tests_for("src/store/cart.c");

@@ -3,6 +3,7 @@
 #include <set>
 #include <string>
 
+#include "indexer/languages/neighbour_fqns.h"
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
@@ -10,18 +11,7 @@
 namespace {
 
 using namespace orvane_tamsel;
-
-std::set<std::string> neighbours(index::Repository& index, const std::string& fqn,
-                                 const index::Relation& relation) {
-  auto s = index.get_symbol_by_fqn(fqn);
-  if (!s) return {"<missing " + fqn + ">"};
-  std::set<std::string> out;
-  for (const auto& n : index.evidence_neighbours({*s->id}, index::TestFilter::include, 50,
-                                                 std::vector<index::Relation>{relation})) {
-    out.insert(n.fqn.value_or(""));
-  }
-  return out;
-}
+using indexer_test::neighbour_fqns;
 
 // Namespaced fqns, a method declared in its class and defined out of line kept once, calls
 // through `this`, members and typed locals, GoogleTest tests and the ranked tests of a source.
@@ -50,11 +40,11 @@ TEST(CppExtraction, SymbolsCallersAndTests) {
   EXPECT_TRUE(test->is_test);
   EXPECT_EQ(test->kind, "function");
 
-  EXPECT_EQ(neighbours(*index, "shop.Cart.add", index::CALLEE),
+  EXPECT_EQ(neighbour_fqns(*index, "shop.Cart.add", index::CALLEE),
             (std::set<std::string>{"shop.Cart.total"}));
-  EXPECT_EQ(neighbours(*index, "shop.Cart.add", index::CALLER),
+  EXPECT_EQ(neighbour_fqns(*index, "shop.Cart.add", index::CALLER),
             (std::set<std::string>{"shop.pay.pay_all", "CartTest.AddsUp"}));
-  EXPECT_EQ(neighbours(*index, "shop.Cart.total", index::CALLER),
+  EXPECT_EQ(neighbour_fqns(*index, "shop.Cart.total", index::CALLER),
             (std::set<std::string>{"shop.Cart.add", "shop.pay.Checkout.charge", "shop.pay.pay_all",
                                    "CartTest.AddsUp", "CartFixture.StartsEmpty"}));
 

@@ -3,6 +3,7 @@
 #include <set>
 #include <string>
 
+#include "indexer/languages/neighbour_fqns.h"
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
@@ -10,18 +11,7 @@
 namespace {
 
 using namespace orvane_tamsel;
-
-std::set<std::string> related(index::Repository& index, const std::string& fqn,
-                              index::Relation relation) {
-  std::set<std::string> out;
-  auto s = index.get_symbol_by_fqn(fqn);
-  if (!s) return out;
-  for (const auto& n : index.evidence_neighbours({*s->id}, index::TestFilter::include, 50,
-                                                 std::vector<index::Relation>{relation})) {
-    out.insert(n.fqn.value_or(""));
-  }
-  return out;
-}
+using indexer_test::neighbour_fqns;
 
 // Package fqns under src/main/java and src/test/java, Javadoc, JUnit tests, and calls through
 // `this`, fields, locals, imports, the own package and an inherited method; a bare name defined
@@ -45,12 +35,12 @@ TEST(JavaExtraction, SymbolsTestsAndCallers) {
   EXPECT_FALSE(index->get_symbol_by_fqn("com.shop.Cart.total")->is_test);
 
   EXPECT_EQ(
-      related(*index, "com.shop.Cart.total", index::CALLER),
+      neighbour_fqns(*index, "com.shop.Cart.total", index::CALLER),
       (std::set<std::string>{"com.shop.Cart.label", "com.shop.Checkout.pay",
                              "com.shop.CartTest.addsAnItem", "com.shop.GiftCart.withWrapping"}));
-  EXPECT_EQ(related(*index, "com.shop.Checkout.pay", index::CALLEE),
+  EXPECT_EQ(neighbour_fqns(*index, "com.shop.Checkout.pay", index::CALLEE),
             std::set<std::string>{"com.shop.Cart.total"});
-  EXPECT_EQ(related(*index, "com.shop.util.Prices.format", index::CALLER),
+  EXPECT_EQ(neighbour_fqns(*index, "com.shop.util.Prices.format", index::CALLER),
             std::set<std::string>{"com.shop.Cart.label"});
 
   auto tests = index->get_tests_for("src/main/java/com/shop/Cart.java");

@@ -3,6 +3,7 @@
 #include <set>
 #include <string>
 
+#include "indexer/languages/neighbour_fqns.h"
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
@@ -10,18 +11,7 @@
 namespace {
 
 using namespace orvane_tamsel;
-
-std::set<std::string> related(index::Repository& index, const std::string& fqn,
-                              index::Relation relation) {
-  std::set<std::string> out;
-  auto s = index.get_symbol_by_fqn(fqn);
-  if (!s) return out;
-  for (const auto& n : index.evidence_neighbours({*s->id}, index::TestFilter::include, 50,
-                                                 std::vector<index::Relation>{relation})) {
-    out.insert(n.fqn.value_or(""));
-  }
-  return out;
-}
+using indexer_test::neighbour_fqns;
 
 // Crate and module fqns from the Cargo layout, `///` docs past attributes, #[test] and
 // #[cfg(test)] code, and calls through `self`, `Type::` paths, `use` and typed locals; an
@@ -44,15 +34,15 @@ TEST(RustExtraction, SymbolsTestsAndCallers) {
   EXPECT_TRUE(index->get_symbol_by_fqn("crate.tests.cart_test.adds_an_item")->is_test);
   EXPECT_FALSE(add->is_test);
 
-  EXPECT_EQ(related(*index, "crate.cart.Cart.total", index::CALLER),
+  EXPECT_EQ(neighbour_fqns(*index, "crate.cart.Cart.total", index::CALLER),
             (std::set<std::string>{"crate.cart.Cart.label", "crate.checkout.checkout",
                                    "crate.cart.tests.empty_cart_totals_zero",
                                    "crate.tests.cart_test.adds_an_item"}));
-  EXPECT_EQ(related(*index, "crate.cart.tests.sample", index::CALLER),
+  EXPECT_EQ(neighbour_fqns(*index, "crate.cart.tests.sample", index::CALLER),
             std::set<std::string>{"crate.cart.tests.empty_cart_totals_zero"});
-  EXPECT_EQ(related(*index, "crate.checkout.checkout", index::CALLEE),
+  EXPECT_EQ(neighbour_fqns(*index, "crate.checkout.checkout", index::CALLEE),
             std::set<std::string>{"crate.cart.Cart.total"});
-  EXPECT_EQ(related(*index, "crate.cart.Cart.label", index::CALLEE),
+  EXPECT_EQ(neighbour_fqns(*index, "crate.cart.Cart.label", index::CALLEE),
             (std::set<std::string>{"crate.cart.Cart.total", "crate.price.format_price"}));
 
   auto tests = index->get_tests_for("src/cart.rs");

@@ -3,6 +3,7 @@
 #include <set>
 #include <string>
 
+#include "indexer/languages/neighbour_fqns.h"
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
@@ -10,18 +11,7 @@
 namespace {
 
 using namespace orvane_tamsel;
-
-std::set<std::string> related(index::Repository& index, const std::string& fqn,
-                              index::Relation relation) {
-  std::set<std::string> out;
-  auto s = index.get_symbol_by_fqn(fqn);
-  if (!s) return out;
-  for (const auto& n : index.evidence_neighbours({*s->id}, index::TestFilter::include, 50,
-                                                 std::vector<index::Relation>{relation})) {
-    out.insert(n.fqn.value_or(""));
-  }
-  return out;
-}
+using indexer_test::neighbour_fqns;
 
 // Module fqns from the source root, JSDoc, `this` (on to a base class), typed parameters, imports
 // (named and namespace), describe/it blocks as tests, and no edge for a name defined nowhere.
@@ -44,12 +34,12 @@ TEST(TsExtraction, SymbolsTestsAndCallers) {
   EXPECT_TRUE(block->is_test);
 
   EXPECT_EQ(
-      related(*index, "app.cart.Cart.total", index::CALLER),
+      neighbour_fqns(*index, "app.cart.Cart.total", index::CALLER),
       (std::set<std::string>{"app.cart.Cart.describe", "app.checkout.checkout",
                              "app.cart.test.Cart.adds_an_item", "app.gift.GiftCart.wrapped"}));
-  EXPECT_EQ(related(*index, "app.checkout.checkout", index::CALLEE),
+  EXPECT_EQ(neighbour_fqns(*index, "app.checkout.checkout", index::CALLEE),
             (std::set<std::string>{"app.cart.Cart.total", "util.format.formatPrice"}));
-  EXPECT_EQ(related(*index, "app.cart.emptyCart", index::CALLEE),
+  EXPECT_EQ(neighbour_fqns(*index, "app.cart.emptyCart", index::CALLEE),
             std::set<std::string>{"app.cart.Cart"});
 
   auto tests = index->get_tests_for("src/app/cart.ts");
