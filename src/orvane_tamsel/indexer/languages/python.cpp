@@ -13,6 +13,8 @@
 #include <utility>
 #include <vector>
 
+#include "orvane_tamsel/indexer/tree_sitter_handles.h"
+
 namespace orvane_tamsel::indexer::python {
 
 namespace {
@@ -61,11 +63,6 @@ std::string module_from(std::string_view path, const PackageDirs& packages,
   return out;
 }
 
-struct QueryDeleter {
-  void operator()(TSQuery* q) const { ts_query_delete(q); }
-};
-using QueryPtr = std::unique_ptr<TSQuery, QueryDeleter>;
-
 struct Queries {
   QueryPtr tags;
   QueryPtr own;  // our query files as one query, so the tree is walked once for all of them
@@ -97,16 +94,6 @@ const Queries& queries(const utils::LanguageSpec& language) {
       compile(language, {"signatures", "docstrings", "imports", "calls", "locals", "instances"})};
   return q;
 }
-
-struct ParserDeleter {
-  void operator()(TSParser* p) const { ts_parser_delete(p); }
-};
-struct TreeDeleter {
-  void operator()(TSTree* t) const { ts_tree_delete(t); }
-};
-struct CursorDeleter {
-  void operator()(TSQueryCursor* c) const { ts_query_cursor_delete(c); }
-};
 
 // What a name is bound to in one scope.
 struct Binding {

@@ -8,16 +8,13 @@
 #include <stdexcept>
 #include <utility>
 
+#include "orvane_tamsel/indexer/tree_sitter_handles.h"
+
 namespace orvane_tamsel::indexer::tagged {
 
 namespace {
 
 constexpr std::size_t MAX_SIGNATURE = 300;
-
-struct QueryDeleter {
-  void operator()(TSQuery* q) const { ts_query_delete(q); }
-};
-using QueryPtr = std::unique_ptr<TSQuery, QueryDeleter>;
 
 // All of a language's query files as one query, compiled once; a TSQuery is read-only after
 // creation, so threads share it.
@@ -42,16 +39,6 @@ const TSQuery* query_for(const utils::LanguageSpec& language) {
   }
   return compiled.emplace(language.name, QueryPtr(q)).first->second.get();
 }
-
-struct ParserDeleter {
-  void operator()(TSParser* p) const { ts_parser_delete(p); }
-};
-struct TreeDeleter {
-  void operator()(TSTree* t) const { ts_tree_delete(t); }
-};
-struct CursorDeleter {
-  void operator()(TSQueryCursor* c) const { ts_query_cursor_delete(c); }
-};
 
 bool is_null(TSNode n) {
   return n.id == nullptr;
