@@ -132,9 +132,7 @@ class FakeRetriever : public workers::Retriever {
 class FakeMemoryLookup : public tool_handlers::MemoryLookup {
  public:
   std::vector<tool_handlers::Memory> memories;
-  std::vector<tool_handlers::Memory> operator()(const std::string&) override {
-    return memories;
-  }
+  std::vector<tool_handlers::Memory> operator()(const std::string&) override { return memories; }
 };
 
 inline index::Symbol symbol(index::SymbolId id, const std::string& fqn, const std::string& kind,

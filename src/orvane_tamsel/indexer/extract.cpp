@@ -18,7 +18,7 @@ struct Extractor {
   std::string_view language;
   std::string (*module_name)(std::string_view path, const PackageDirs& packages,
                              std::string_view root_name);
-  ParsedFile (*extract)(const utils::LanguageSpec& language, std::string_view path,
+  ParsedFile (*extract)(const utils::Language& language, std::string_view path,
                         std::string_view module, std::string_view content);
 };
 
@@ -35,7 +35,7 @@ constexpr Extractor EXTRACTORS[] = {
     {"rust", rust::module_name, rust::extract},
 };
 
-const Extractor& extractor_for(const utils::LanguageSpec& language) {
+const Extractor& extractor_for(const utils::Language& language) {
   for (const auto& e : EXTRACTORS) {
     if (e.language == language.name) return e;
   }
@@ -44,13 +44,13 @@ const Extractor& extractor_for(const utils::LanguageSpec& language) {
 
 }  // namespace
 
-std::string module_name(const utils::LanguageSpec& language, std::string_view path,
+std::string module_name(const utils::Language& language, std::string_view path,
                         const PackageDirs& packages, std::string_view root_name) {
   return extractor_for(language).module_name(path, packages, root_name);
 }
 
-ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
-                   std::string_view module, std::string_view content) {
+ParsedFile extract(const utils::Language& language, std::string_view path, std::string_view module,
+                   std::string_view content) {
   return extractor_for(language).extract(language, path, module, content);
 }
 

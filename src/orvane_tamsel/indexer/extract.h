@@ -15,11 +15,11 @@ using PackageDirs = std::set<std::string, std::less<>>;
 
 // The dotted module of a file; see languages/python.cpp for the source-root rule. `root_name` is
 // the repository folder's own name, used when the root itself is a package.
-std::string module_name(const utils::LanguageSpec& language, std::string_view path,
+std::string module_name(const utils::Language& language, std::string_view path,
                         const PackageDirs& packages, std::string_view root_name = {});
 
 // Safe to call from several threads at once.
-ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
-                   std::string_view module, std::string_view content);
+ParsedFile extract(const utils::Language& language, std::string_view path, std::string_view module,
+                   std::string_view content);
 
 }  // namespace orvane_tamsel::indexer

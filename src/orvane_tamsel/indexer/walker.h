@@ -14,7 +14,7 @@ namespace orvane_tamsel::indexer {
 
 struct WalkedFile {
   std::string path;  // repository-relative, "/" separators
-  const utils::LanguageSpec* language = nullptr;
+  const utils::Language* language = nullptr;
   std::int64_t size = 0;
   std::int64_t mtime_ns = 0;
 };

@@ -24,8 +24,8 @@ extern const char* const EMBEDDED_QUERIES[][2];
 extern const std::size_t EMBEDDED_QUERY_COUNT;
 }  // namespace detail
 
-const std::vector<LanguageSpec>& languages() {
-  static const std::vector<LanguageSpec> table = {
+const std::vector<Language>& languages() {
+  static const std::vector<Language> table = {
       {"python",
        {".py", ".pyi"},
        {},
@@ -113,7 +113,7 @@ const std::vector<LanguageSpec>& languages() {
   return table;
 }
 
-const LanguageSpec* language_for_path(std::string_view path) {
+const Language* language_for_path(std::string_view path) {
   auto slash = path.rfind('/');
   auto name = slash == std::string_view::npos ? path : path.substr(slash + 1);
   for (const auto& lang : languages()) {
@@ -141,7 +141,7 @@ std::string_view query_source(std::string_view language, std::string_view name) 
   return {};
 }
 
-bool is_test_path(const LanguageSpec& language, std::string_view path) {
+bool is_test_path(const Language& language, std::string_view path) {
   std::string p(path);
   auto slash = p.rfind('/');
   std::string name = slash == std::string::npos ? p : p.substr(slash + 1);

@@ -10,7 +10,7 @@ struct TSLanguage;
 
 namespace orvane_tamsel::utils {
 
-struct LanguageSpec {
+struct Language {
   std::string name;                     // "python"
   std::vector<std::string> extensions;  // ".py", ".pyi"
   std::vector<std::string> file_names;  // exact names, e.g. "SConstruct"
@@ -23,14 +23,14 @@ struct LanguageSpec {
   std::vector<std::string> package_markers;  // a folder holding one of these is a package
 };
 
-const std::vector<LanguageSpec>& languages();
+const std::vector<Language>& languages();
 // The language of a file of that name (a bare name or a path), or nullopt.
 std::optional<std::string> detect_language(std::string_view word);
-const LanguageSpec* language_for_path(std::string_view path);
+const Language* language_for_path(std::string_view path);
 
 // The text of an embedded query file, e.g. ("python", "tags"); empty when there is none.
 std::string_view query_source(std::string_view language, std::string_view name);
 // Whether a repository-relative path is test code by the language's naming rules.
-bool is_test_path(const LanguageSpec& language, std::string_view path);
+bool is_test_path(const Language& language, std::string_view path);
 
 }  // namespace orvane_tamsel::utils

@@ -66,8 +66,8 @@ bool looks_like_cpp(std::string_view content) {
   return false;
 }
 
-ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
-                   std::string_view module, std::string_view content) {
+ParsedFile extract(const utils::Language& language, std::string_view path, std::string_view module,
+                   std::string_view content) {
   if (path.ends_with(".h") && looks_like_cpp(content)) {
     for (const auto& other : utils::languages()) {
       if (other.name == "cpp") return cpp::extract(other, path, module, content);

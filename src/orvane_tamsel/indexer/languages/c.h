@@ -17,8 +17,8 @@ std::string module_name(std::string_view path, const PackageDirs& packages,
                         std::string_view root_name);
 // A `.h` file is C unless its text holds C++ syntax (namespaces, classes, templates, `::`);
 // such a header is extracted, and stored, as C++.
-ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
-                   std::string_view module, std::string_view content);
+ParsedFile extract(const utils::Language& language, std::string_view path, std::string_view module,
+                   std::string_view content);
 bool looks_like_cpp(std::string_view content);
 
 class Rules : public tagged::Extraction {

@@ -208,8 +208,8 @@ class Rules : public c::Rules {
 
 }  // namespace
 
-ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
-                   std::string_view module, std::string_view content) {
+ParsedFile extract(const utils::Language& language, std::string_view path, std::string_view module,
+                   std::string_view content) {
   Rules rules(language, path, module, content);
   auto out = rules.run();
   out.language = language.name;

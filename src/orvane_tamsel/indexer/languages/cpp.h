@@ -8,7 +8,7 @@
 
 namespace orvane_tamsel::indexer::cpp {
 
-ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
-                   std::string_view module, std::string_view content);
+ParsedFile extract(const utils::Language& language, std::string_view path, std::string_view module,
+                   std::string_view content);
 
 }  // namespace orvane_tamsel::indexer::cpp

@@ -13,7 +13,7 @@ namespace orvane_tamsel::indexer::go {
 // name. An import path names the same module, maybe behind a host and module prefix.
 std::string module_name(std::string_view path, const PackageDirs& packages,
                         std::string_view root_name);
-ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
-                   std::string_view module, std::string_view content);
+ParsedFile extract(const utils::Language& language, std::string_view path, std::string_view module,
+                   std::string_view content);
 
 }  // namespace orvane_tamsel::indexer::go

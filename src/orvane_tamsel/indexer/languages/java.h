@@ -13,7 +13,7 @@ namespace orvane_tamsel::indexer::java {
 // repository root), dotted: the package by the layout convention.
 std::string module_name(std::string_view path, const PackageDirs& packages,
                         std::string_view root_name);
-ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
-                   std::string_view module, std::string_view content);
+ParsedFile extract(const utils::Language& language, std::string_view path, std::string_view module,
+                   std::string_view content);
 
 }  // namespace orvane_tamsel::indexer::java

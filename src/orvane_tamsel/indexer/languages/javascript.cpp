@@ -428,8 +428,8 @@ std::string module_name(std::string_view path, const PackageDirs& /*packages*/,
   return p.empty() ? std::string(root_name) : p;
 }
 
-ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
-                   std::string_view module, std::string_view content) {
+ParsedFile extract(const utils::Language& language, std::string_view path, std::string_view module,
+                   std::string_view content) {
   Rules rules(language, path, module, content);
   return rules.run();
 }

@@ -68,7 +68,7 @@ struct Queries {
   QueryPtr own;  // our query files as one query, so the tree is walked once for all of them
 };
 
-QueryPtr compile(const utils::LanguageSpec& language, std::initializer_list<const char*> names) {
+QueryPtr compile(const utils::Language& language, std::initializer_list<const char*> names) {
   std::string source;
   std::string name;
   for (const char* n : names) {
@@ -88,7 +88,7 @@ QueryPtr compile(const utils::LanguageSpec& language, std::initializer_list<cons
 }
 
 // Compiled once; a TSQuery is read-only after creation, so threads share it.
-const Queries& queries(const utils::LanguageSpec& language) {
+const Queries& queries(const utils::Language& language) {
   static const Queries q{
       compile(language, {"tags"}),
       compile(language, {"signatures", "docstrings", "imports", "calls", "locals", "instances"})};
@@ -114,7 +114,7 @@ bool is_class(TSNode n) {
 
 class Extraction {
  public:
-  Extraction(const utils::LanguageSpec& language, std::string_view path, std::string_view module,
+  Extraction(const utils::Language& language, std::string_view path, std::string_view module,
              std::string_view content)
       : language_(language), q_(queries(language)), path_(path), module_(module), src_(content) {}
 
@@ -622,7 +622,7 @@ class Extraction {
     }
   }
 
-  const utils::LanguageSpec& language_;
+  const utils::Language& language_;
   const Queries& q_;
   std::string path_;
   std::string module_;
@@ -651,8 +651,8 @@ std::string module_name(std::string_view path, const PackageDirs& packages,
   return module_from(path, packages, root_name);
 }
 
-ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
-                   std::string_view module, std::string_view content) {
+ParsedFile extract(const utils::Language& language, std::string_view path, std::string_view module,
+                   std::string_view content) {
   return Extraction(language, path, module, content).run();
 }
 

@@ -380,8 +380,8 @@ std::string module_name(std::string_view path, const PackageDirs& /*packages*/,
   return out;
 }
 
-ParsedFile extract(const utils::LanguageSpec& language, std::string_view path,
-                   std::string_view module, std::string_view content) {
+ParsedFile extract(const utils::Language& language, std::string_view path, std::string_view module,
+                   std::string_view content) {
   Rules rules(language, path, module, content);
   auto layout = layout_of(path);
   rules.set_crate(layout.crate, layout.separate);

@@ -18,7 +18,7 @@ constexpr std::size_t MAX_SIGNATURE = 300;
 
 // All of a language's query files as one query, compiled once; a TSQuery is read-only after
 // creation, so threads share it.
-const TSQuery* query_for(const utils::LanguageSpec& language) {
+const TSQuery* query_for(const utils::Language& language) {
   static std::mutex mutex;
   static std::map<std::string, QueryPtr, std::less<>> compiled;
   std::lock_guard lock(mutex);
@@ -46,7 +46,7 @@ bool is_null(TSNode n) {
 
 }  // namespace
 
-Extraction::Extraction(const utils::LanguageSpec& language, std::string_view path,
+Extraction::Extraction(const utils::Language& language, std::string_view path,
                        std::string_view module, std::string_view content)
     : language_(language), path_(path), module_(module), src_(content) {}
 

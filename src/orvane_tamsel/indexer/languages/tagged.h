@@ -57,7 +57,7 @@ struct PendingCall {
 
 class Extraction {
  public:
-  Extraction(const utils::LanguageSpec& language, std::string_view path, std::string_view module,
+  Extraction(const utils::Language& language, std::string_view path, std::string_view module,
              std::string_view content);
   virtual ~Extraction() = default;
   Extraction(const Extraction&) = delete;
@@ -102,7 +102,7 @@ class Extraction {
   const std::string& prefix_of(std::size_t symbol) const { return prefixes_[symbol]; }
   static std::string join(std::string_view a, std::string_view b);
 
-  const utils::LanguageSpec& language_;
+  const utils::Language& language_;
   std::string path_;
   std::string module_;
   std::string_view src_;
