@@ -89,7 +89,7 @@ class Rules : public tagged::Extraction {
       if (!var.empty()) receivers_[join(join(package_, type), def.name)] = var;
       return def;
     }
-    // a lone spec takes its declaration, where its doc comment stands
+    // a lone type_spec takes its declaration, where its doc comment stands
     TSNode parent = frames_.size() >= 2 ? frames_[frames_.size() - 2].node : TSNode{};
     if (!ts_node_is_null(parent) && ts_node_named_child_count(parent) == 1) def.host = parent;
     if (tag.role == "type") {

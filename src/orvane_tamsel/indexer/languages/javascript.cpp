@@ -154,15 +154,15 @@ class Rules : public tagged::Extraction {
   }
 
   // The module a specifier names: relative ones from this file's folder, packages by their name.
-  std::string module_of(std::string_view spec) const {
-    if (!spec.starts_with(".")) {
-      std::string out(spec);
+  std::string module_of(std::string_view specifier) const {
+    if (!specifier.starts_with(".")) {
+      std::string out(specifier);
       std::replace(out.begin(), out.end(), '/', '.');
       return out;
     }
     auto slash = path_.rfind('/');
     std::string dir = slash == std::string::npos ? "" : path_.substr(0, slash + 1);
-    return module_name(normalize(dir + std::string(spec)), {}, module_);
+    return module_name(normalize(dir + std::string(specifier)), {}, module_);
   }
 
   static std::string unquote(std::string_view s) {
@@ -278,9 +278,9 @@ class Rules : public tagged::Extraction {
         if (!ts_node_is_null(id)) bind_import(node, module, "", text(id));
       } else if (is(part, "named_imports")) {
         for (std::uint32_t j = 0; j < ts_node_named_child_count(part); ++j) {
-          TSNode spec = ts_node_named_child(part, j);
-          if (!is(spec, "import_specifier")) continue;
-          bind_import(node, module, field_text(spec, "name"), field_text(spec, "alias"));
+          TSNode specifier = ts_node_named_child(part, j);
+          if (!is(specifier, "import_specifier")) continue;
+          bind_import(node, module, field_text(specifier, "name"), field_text(specifier, "alias"));
         }
       }
     }
@@ -302,9 +302,9 @@ class Rules : public tagged::Extraction {
     }
     if (!is(value, "call_expression") || field_text(value, "function") != "require") return;
     TSNode args = ts_node_child_by_field_name(value, "arguments", 9);
-    TSNode spec = ts_node_named_child(args, 0);
-    if (!is(spec, "string")) return;
-    auto module = module_of(unquote(text(spec)));
+    TSNode specifier = ts_node_named_child(args, 0);
+    if (!is(specifier, "string")) return;
+    auto module = module_of(unquote(text(specifier)));
     if (is(name, "identifier")) {
       bind_import(node, module, "", text(name));
     } else if (is(name, "object_pattern")) {
