@@ -582,18 +582,13 @@ class SqliteRepository : public Repository {
   Statement fuzzy_candidates(const std::string& select, const std::string& table,
                              const std::string& short_sql, const std::string& text, int limit) {
     auto points = utils::decode(utils::lower(text));
-    if (points.size() < 3) {
-      auto st = db_->prepare(short_sql);
-      st.bind(1, text).bind(2, limit);
-      return st;
-    }
     std::set<std::string> grams;
     for (std::size_t i = 0; i + 3 <= points.size(); ++i) {
       auto gram = points.substr(i, 3);
       // the full-text query parser ends a string at a NUL; such a gram cannot match a path anyway
       if (gram.find(U'\0') == std::u32string::npos) grams.insert(utils::encode(gram));
     }
-    if (grams.empty()) {
+    if (grams.empty()) {  // shorter than a gram: match by prefix instead
       auto st = db_->prepare(short_sql);
       st.bind(1, text).bind(2, limit);
       return st;
