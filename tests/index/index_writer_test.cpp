@@ -179,6 +179,12 @@ TEST(IndexWriter, AnotherSchemaVersionIsRebuiltAndReadersSayWhatToDo) {
     write(writer, {cart()});
   }
   EXPECT_EQ(index::open_repository(repo.root)->stats().files, 1);
+  {
+    // An index extracted by another tamsel is rebuilt rather than kept for unchanged files.
+    index::Database db(index::index_file(repo.root), index::Database::Mode::write);
+    db.exec("UPDATE meta SET value = '0' WHERE key = 'extractor_version'");
+  }
+  EXPECT_EQ(indexer::IndexWriter(repo.root).stats().files, 0);
   std::filesystem::remove(index::index_file(repo.root).string() + "-wal");
   std::filesystem::remove(index::index_file(repo.root).string() + "-shm");
   std::ofstream(index::index_file(repo.root)) << "not a database, just text long enough to matter";

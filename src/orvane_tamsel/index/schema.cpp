@@ -148,6 +148,13 @@ void create(Database& db) {
   create_deferrable_indexes(db);
   db.exec("PRAGMA user_version = " + std::to_string(SCHEMA_VERSION));
   db.exec("INSERT INTO meta VALUES('schema_version', '" + std::to_string(SCHEMA_VERSION) + "')");
+  db.exec("INSERT INTO meta VALUES('extractor_version', '" + std::to_string(EXTRACTOR_VERSION) +
+          "')");
+}
+
+std::string extractor_version_of(Database& db) {
+  auto st = db.prepare("SELECT value FROM meta WHERE key = 'extractor_version'");
+  return st.step() ? st.text(0) : "none";
 }
 
 }  // namespace
@@ -179,13 +186,20 @@ bool prepare_for_writing(Database& db) {
     bool rebuilt = false;
     if (has_tables(db)) {
       int version = pragma_int(db, "user_version");
-      if (version == SCHEMA_VERSION) {
+      if (version != SCHEMA_VERSION) {
+        spdlog::warn(
+            "the index {} has schema version {}, this tamsel writes version {}: rebuilding it",
+            db.file().string(), version, SCHEMA_VERSION);
+      } else if (auto extractor = extractor_version_of(db);
+                 extractor != std::to_string(EXTRACTOR_VERSION)) {
+        spdlog::warn(
+            "the index {} was extracted by extractor version {}, this tamsel extracts with "
+            "version {}: rebuilding it",
+            db.file().string(), extractor, EXTRACTOR_VERSION);
+      } else {
         db.exec("COMMIT");
         return false;
       }
-      spdlog::warn(
-          "the index {} has schema version {}, this tamsel writes version {}: rebuilding it",
-          db.file().string(), version, SCHEMA_VERSION);
       drop_everything(db);
       rebuilt = true;
     }

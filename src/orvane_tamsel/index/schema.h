@@ -10,11 +10,16 @@ namespace orvane_tamsel::index {
 // Bump on every change to the tables below: an index of another version is rebuilt.
 inline constexpr int SCHEMA_VERSION = 2;
 
+// Bump whenever extraction stores something else for the same source (new kinds, fqn rules,
+// call evidence): an index of another extractor version is rebuilt, so unchanged files do not
+// keep what an older tamsel extracted.
+inline constexpr int EXTRACTOR_VERSION = 1;
+
 // DIR/.tamsel/index.db
 std::filesystem::path index_file(const std::filesystem::path& repository_root);
 
-// Sets WAL mode and creates the tables; an index of another schema version is emptied and
-// recreated (said on stderr). Returns true when it rebuilt an existing index.
+// Sets WAL mode and creates the tables; an index of another schema or extractor version is
+// emptied and recreated (said on stderr). Returns true when it rebuilt an existing index.
 bool prepare_for_writing(Database& db);
 
 // A first full build drops the lookup indexes that only reads need, and creates them at the end.
