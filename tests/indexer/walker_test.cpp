@@ -4,7 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
+#include <fstream>
+#include <thread>
 
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/indexer/ignore_rules.h"
@@ -85,6 +88,48 @@ TEST(Walker, SkipsWithReasonsAndHonoursIgnoreFiles) {
   EXPECT_TRUE(has(r, "src/shop/blob.py"));
   EXPECT_TRUE(std::is_sorted(r.files.begin(), r.files.end(),
                              [](const auto& a, const auto& b) { return a.path < b.path; }));
+}
+
+std::string summary(const WalkResult& r) {
+  std::string out;
+  for (const auto& f : r.files) out += f.path + " " + std::to_string(f.size) + "\n";
+  for (const auto& [path, reason] : r.skipped) out += "skip " + path + " " + reason + "\n";
+  for (const auto& p : r.packages) out += "package " + p + "\n";
+  return out;
+}
+
+// Every change a cached walk must see, each compared with a walk that lists everything.
+TEST(Walker, CachedListingsSeeEveryChange) {
+  indexer_test::TempRepo repo("shop");
+  fs::create_directories(repo.root() / ".tamsel");  // never walked, so the saves change nothing
+  auto cache_file = repo.root() / ".tamsel/folders.cache";
+  auto settle = [] { std::this_thread::sleep_for(std::chrono::milliseconds(40)); };
+  auto check = [&](const char* step, bool expect_changed) {
+    settle();  // past the margin, so that the folders changed so far are kept
+    FolderCache cache(20'000'000);
+    cache.load(cache_file);
+    auto cached = walk(repo.root(), 1024, &cache);
+    EXPECT_EQ(summary(cached), summary(walk(repo.root(), 1024))) << step;
+    EXPECT_EQ(cache.changed(), expect_changed) << step;
+    EXPECT_TRUE(cache.save(cache_file)) << step;
+  };
+  check("first walk", true);
+  check("nothing changed", false);
+  repo.write("src/shop/cart.py", "X = 1  # longer than before\n");  // folder untouched
+  check("file edited", false);
+  repo.write("src/shop/new_module.py", "X = 1\n");
+  check("file added", true);
+  repo.write("src/shop/.gitignore", "new_module.py\n");  // a listed ignore file edited in place
+  check("ignore file edited", false);
+  fs::remove(repo.root() / "src/shop/.gitignore");
+  fs::rename(repo.root() / "src/shop", repo.root() / "src/shop_old");
+  fs::create_directories(repo.root() / "src/shop");
+  repo.write("src/shop/__init__.py", "");
+  check("folder replaced", true);
+  fs::remove_all(repo.root() / "src/shop_old");
+  check("folder removed", true);
+  std::ofstream(cache_file, std::ios::trunc) << "tmslfc01 damaged";
+  check("damaged cache", true);
 }
 
 }  // namespace

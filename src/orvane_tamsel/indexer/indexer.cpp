@@ -114,11 +114,15 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
   if (!fs::is_directory(repository_root)) {
     throw std::runtime_error("not a directory: " + repository_root.string());
   }
-  auto walked = walk(repository_root, options.max_file_size);
+  FolderCache folder_cache;
+  auto cache_file = repository_root / ".tamsel" / "folders.cache";
+  folder_cache.load(cache_file);
+  auto walked = walk(repository_root, options.max_file_size, &folder_cache);
   std::error_code ec;
   auto real_root = fs::canonical(repository_root, ec);
   std::string root_name = (ec ? repository_root : real_root).filename().string();
   IndexWriter writer(repository_root);
+  if (folder_cache.changed()) folder_cache.save(cache_file);  // a lost cache costs one full walk
   auto states = writer.file_states();
 
   std::vector<Job> work;

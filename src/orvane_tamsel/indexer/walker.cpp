@@ -1,9 +1,14 @@
 #include "orvane_tamsel/indexer/walker.h"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <time.h>
 
 #include <algorithm>
+#include <optional>
 #include <set>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -17,64 +22,119 @@ namespace {
 
 const std::set<std::string, std::less<>> NEVER_ENTER = {".git", ".tamsel", "node_modules"};
 
+std::int64_t ns(const struct timespec& t) {
+  return static_cast<std::int64_t>(t.tv_sec) * 1000000000 + t.tv_nsec;
+}
+
+bool is_ignore_file(std::string_view name) {
+  return name == ".gitignore" || name == ".tamselignore";
+}
+
 class Walk {
  public:
-  Walk(fs::path root, std::int64_t max_size) : root_(std::move(root)), max_size_(max_size) {
+  Walk(fs::path root, std::int64_t max_size, FolderCache* cache)
+      : root_(std::move(root)), max_size_(max_size), cache_(cache) {
     std::error_code ec;
     real_root_ = fs::canonical(root_, ec);
     if (ec) real_root_ = root_;
   }
 
   WalkResult run() {
+    if (cache_ != nullptr) {
+      struct timespec now {};
+      ::clock_gettime(CLOCK_REALTIME, &now);
+      cache_->start_walk(ns(now));
+    }
     rules_.add_file(root_ / ".git" / "info" / "exclude", "");
-    dir(root_, "");
+    dir(root_.string(), "");
     std::sort(out_.files.begin(), out_.files.end(),
               [](const auto& a, const auto& b) { return a.path < b.path; });
     return std::move(out_);
   }
 
  private:
-  void dir(const fs::path& abs, const std::string& rel) {
+  // The entries the walk may act on (folders, links, code and ignore files), sorted by name; the
+  // type comes from the listing, so most entries cost no stat. nullopt when it cannot be listed.
+  std::optional<std::vector<FolderEntry>> list(const std::string& abs) {
+    DIR* d = ::opendir(abs.c_str());
+    if (d == nullptr) return std::nullopt;
+    std::vector<FolderEntry> entries;
+    while (auto* e = ::readdir(d)) {
+      std::string_view name = e->d_name;
+      if (name == "." || name == "..") continue;
+      unsigned char type = e->d_type;
+      if (type == DT_UNKNOWN) {
+        struct stat st {};
+        if (::fstatat(::dirfd(d), e->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+          type = DT_REG;  // the per-file stat below reports it
+        } else {
+          type = S_ISDIR(st.st_mode) ? DT_DIR : S_ISLNK(st.st_mode) ? DT_LNK : DT_REG;
+        }
+      }
+      if (type == DT_DIR) {
+        entries.push_back({std::string(name), FolderEntry::directory});
+      } else if (type == DT_LNK) {
+        entries.push_back({std::string(name), FolderEntry::symlink});
+      } else if (type == DT_REG &&
+                 (utils::language_for_path(name) != nullptr || is_ignore_file(name))) {
+        entries.push_back({std::string(name), FolderEntry::file});
+      }
+    }
+    ::closedir(d);
+    std::sort(entries.begin(), entries.end(),
+              [](const auto& a, const auto& b) { return a.name < b.name; });
+    return entries;
+  }
+
+  void dir(const std::string& abs, const std::string& rel) {
     auto mark = rules_.size();
     out_.folders.push_back(rel);
-    std::error_code ec;
-    fs::directory_iterator it(abs, ec);
-    // A folder that cannot be listed is counted, so its files are not silently missing.
-    if (ec && !rel.empty()) out_.skipped[rel] = "unreadable";
-    std::vector<fs::directory_entry> entries;
-    for (; !ec && it != fs::directory_iterator(); it.increment(ec)) entries.push_back(*it);
-    std::sort(entries.begin(), entries.end());
+    std::optional<std::vector<FolderEntry>> listed;
+    const std::vector<FolderEntry>* entries = nullptr;
+    struct stat st {};
+    // Stamped before listing: a change made while listing leaves a stamp the next walk rejects.
+    bool stamped = cache_ != nullptr && ::stat(abs.c_str(), &st) == 0;
+    FolderStamp stamp{static_cast<std::int64_t>(st.st_dev), static_cast<std::int64_t>(st.st_ino),
+                      ns(st.st_ctim), ns(st.st_mtim)};
+    if (stamped) entries = cache_->find(rel, stamp);
+    if (entries == nullptr) {
+      listed = list(abs);
+      // A folder that cannot be listed is counted, so its files are not silently missing.
+      if (!listed) {
+        if (!rel.empty()) out_.skipped[rel] = "unreadable";
+        return;
+      }
+      if (stamped) cache_->keep(rel, stamp, *listed);
+      entries = &*listed;
+    }
     // Opened only when listed: most folders have neither, and a failed open per folder shows.
     for (const char* name : {".gitignore", ".tamselignore"}) {
-      auto listed = std::find_if(entries.begin(), entries.end(),
-                                 [&](const auto& e) { return e.path().filename() == name; });
-      if (listed != entries.end()) rules_.add_file(listed->path(), rel);
+      auto it = std::find_if(entries->begin(), entries->end(), [&](const auto& e) {
+        return e.name == name && e.type != FolderEntry::directory;
+      });
+      if (it != entries->end()) rules_.add_file(abs + "/" + name, rel);
     }
-    for (const auto& e : entries) entry(e, rel);
+    for (const auto& e : *entries) entry(abs, e, rel);
     rules_.truncate(mark);
   }
 
-  void entry(const fs::directory_entry& e, const std::string& parent) {
-    std::string name = e.path().filename().string();
+  void entry(const std::string& parent_abs, const FolderEntry& e, const std::string& parent) {
+    const std::string& name = e.name;
     std::string rel = parent.empty() ? name : parent + "/" + name;
+    std::string abs = parent_abs + "/" + name;
+    bool is_link = e.type == FolderEntry::symlink;
+    bool is_dir = e.type == FolderEntry::directory;
     std::error_code ec;
-    // The type the directory listing gave spares a stat per entry; only links are followed.
-    bool is_link = e.is_symlink(ec);
-    if (ec) return skip_if_code(rel, "unreadable");
     fs::file_status status;
     if (is_link) {
-      status = e.status(ec);
-    } else {
-      status = fs::file_status(e.is_directory(ec)      ? fs::file_type::directory
-                               : e.is_regular_file(ec) ? fs::file_type::regular
-                                                       : fs::file_type::unknown);
+      status = fs::status(abs, ec);
+      is_dir = !ec && fs::is_directory(status);
     }
-    bool is_dir = !ec && fs::is_directory(status);
     if (is_dir && NEVER_ENTER.count(name) != 0) return;
     if (rules_.ignored(rel, is_dir)) return;
     if (is_link) {
       if (ec || !fs::exists(status)) return skip_if_code(rel, "broken symlink");
-      auto target = fs::canonical(e.path(), ec);
+      auto target = fs::canonical(abs, ec);
       if (ec) return skip_if_code(rel, "broken symlink");
       auto inside =
           std::mismatch(real_root_.begin(), real_root_.end(), target.begin(), target.end());
@@ -85,19 +145,20 @@ class Walk {
       }
     }
     if (is_dir) {
-      if (!is_link) return dir(e.path(), rel);
+      if (!is_link) return dir(abs, rel);
       // The target folder is inside the repository and walked under its own path already.
-      auto target = fs::canonical(e.path(), ec);
+      auto target = fs::canonical(abs, ec);
       auto here = parent.empty() ? real_root_ : real_root_ / parent;
       auto up = std::mismatch(target.begin(), target.end(), here.begin(), here.end());
       out_.skipped[rel] = up.first == target.end() ? "symlink loop" : "symlink inside";
       return;
     }
-    if (!fs::is_regular_file(status)) return;
-    const auto* lang = utils::language_for_path(rel);
+    if (is_link && !fs::is_regular_file(status)) return;
+    const auto* lang = utils::language_for_path(name);
     if (lang == nullptr) return;
     struct stat st {};
-    if (::stat(e.path().c_str(), &st) != 0) return skip_if_code(rel, "unreadable");
+    if (::stat(abs.c_str(), &st) != 0) return skip_if_code(rel, "unreadable");
+    if (!S_ISREG(st.st_mode)) return;
     if (std::find(lang->package_markers.begin(), lang->package_markers.end(), name) !=
         lang->package_markers.end()) {
       out_.packages.insert(parent);
@@ -106,9 +167,7 @@ class Walk {
       out_.skipped[rel] = "too large";
       return;
     }
-    out_.files.push_back(
-        {rel, lang, static_cast<std::int64_t>(st.st_size),
-         static_cast<std::int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec});
+    out_.files.push_back({rel, lang, static_cast<std::int64_t>(st.st_size), ns(st.st_mtim)});
   }
 
   // Only files a language would read are worth a reason; the rest is outside the index anyway.
@@ -118,14 +177,15 @@ class Walk {
 
   fs::path root_, real_root_;
   std::int64_t max_size_;
+  FolderCache* cache_;
   IgnoreRules rules_;
   WalkResult out_;
 };
 
 }  // namespace
 
-WalkResult walk(const fs::path& root, std::int64_t max_file_size) {
-  return Walk(root, max_file_size).run();
+WalkResult walk(const fs::path& root, std::int64_t max_file_size, FolderCache* cache) {
+  return Walk(root, max_file_size, cache).run();
 }
 
 }  // namespace orvane_tamsel::indexer

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "orvane_tamsel/indexer/extract.h"
+#include "orvane_tamsel/indexer/folder_cache.h"
 #include "orvane_tamsel/utils/language_registry.h"
 
 namespace orvane_tamsel::indexer {
@@ -33,7 +34,10 @@ struct WalkResult {
 // can form: one pointing outside is "symlink outside", one to a folder holding it "symlink loop",
 // one to another folder of the repository "symlink inside" (that folder is walked on its own).
 // A file symlink to a file inside the repository is read under the link's path too. A folder
-// that cannot be listed is "unreadable" under its own path.
-WalkResult walk(const std::filesystem::path& root, std::int64_t max_file_size);
+// that cannot be listed is "unreadable" under its own path. With a cache, a folder whose stamp
+// is unchanged is not listed again (its code files are still stat'ed, as an edit leaves the
+// folder as it was), and the cache is brought up to date.
+WalkResult walk(const std::filesystem::path& root, std::int64_t max_file_size,
+                FolderCache* cache = nullptr);
 
 }  // namespace orvane_tamsel::indexer
