@@ -10,6 +10,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <tuple>
 
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
@@ -48,9 +49,12 @@ TEST(UpdateIndex, ReparsesOnlyWhatChangedAndCountsSkips) {
   indexer_test::TempRepo repo("shop");
   repo.write("src/shop/blob.py", std::string("import x\0\x01", 10));
   repo.write("src/shop/latin1.py", "name = '\xe9t\xe9'\n");
+  // A declaration merged into its definition in another file, so an edit there changes counts.
+  repo.write("native/calc.h", "/** Adds. */\nint add(int a, int b);\n");
+  repo.write("native/calc.c", "#include \"calc.h\"\nint add(int a, int b) { return a + b; }\n");
   auto first = indexer::update_index(repo.root());
-  EXPECT_EQ(first.parsed, 10);
-  EXPECT_EQ(first.indexed, 10);
+  EXPECT_EQ(first.parsed, 12);
+  EXPECT_EQ(first.indexed, 12);
   EXPECT_EQ(first.skipped["binary"], 1);
   EXPECT_EQ(first.skipped["not utf-8"], 1);
   EXPECT_GT(first.calls, 10);
@@ -75,10 +79,13 @@ TEST(UpdateIndex, ReparsesOnlyWhatChangedAndCountsSkips) {
              "from .pricing import apply_discount\n\n\ndef ship(cart):\n"
              "    return apply_discount(1, 'x')\n");
   fs::remove(repo.root() / "src/shop/report.py");
+  repo.write("native/calc.c",
+             "#include \"calc.h\"\nint add(int a, int b) { return a + b; }\n"
+             "int twice(int a) { return add(a, a) + add(a, 1) + missing(a); }\n");
   auto changed = indexer::update_index(repo.root());
-  EXPECT_EQ(changed.parsed, 2);
+  EXPECT_EQ(changed.parsed, 3);
   EXPECT_EQ(changed.removed, 1);
-  EXPECT_EQ(changed.indexed, 10);
+  EXPECT_EQ(changed.indexed, 12);
 
   auto seen = dump(repo.root());
   EXPECT_EQ(seen.count("symbol shop.pricing.with_tax function 14-15"), 0u);
@@ -92,8 +99,11 @@ TEST(UpdateIndex, ReparsesOnlyWhatChangedAndCountsSkips) {
   fs::remove_all(fresh.root());
   fs::copy(repo.root(), fresh.root(), fs::copy_options::recursive);
   fs::remove_all(fresh.root() / ".tamsel");
-  indexer::update_index(fresh.root());
+  auto clean = indexer::update_index(fresh.root());
   EXPECT_EQ(dump(fresh.root()), seen);
+  // The summary's counts, kept up to date by each run, match counting from scratch.
+  EXPECT_EQ(std::tuple(changed.symbols, changed.calls, changed.unresolved_calls),
+            std::tuple(clean.symbols, clean.calls, clean.unresolved_calls));
 }
 
 // A new __init__.py renames the modules below it although their files are unchanged; an

@@ -186,6 +186,11 @@ SELECT * FROM (SELECT i.module || '.' || ?2
   AND substr(?2, 1, 1) <> '_' ORDER BY length(f.path), f.path, i.line)
 )sql";
 
+// The summary's call counts live in meta, kept up to date by each batch, so that a small update
+// does not count the sites of the whole index.
+constexpr const char* RESOLVED_KEY = "resolved_calls";
+constexpr const char* UNRESOLVED_KEY = "unresolved_calls";
+
 struct OldSymbol {
   std::int64_t id;
   std::string fqn;
@@ -240,7 +245,8 @@ void discard_index(const std::filesystem::path& repository_root) {
 }
 
 struct IndexWriter::Impl {
-  Database db;
+  std::unique_ptr<Database> owned;
+  Database& db;
   bool in_batch = false;
   bool bulk = false;  // the batch fills an empty index
   Statement find_file, insert_file, update_file, touch, old_symbols, delete_file, insert_symbol,
@@ -249,9 +255,13 @@ struct IndexWriter::Impl {
       mark_affected, old_bindings, public_names, reexport_of, reexporters, symbol_by_fqn;
   std::unordered_map<std::string, std::optional<std::int64_t>> reexport_cache;
   std::vector<Statement> clear_contents;
+  Statement file_sites, relinked_resolved;
+  // Call counts as stored before the batch (nullopt: count them all at commit) and the batch's
+  // changes to them.
+  std::optional<std::pair<std::int64_t, std::int64_t>> stored_calls;
+  std::int64_t resolved_delta = 0, unresolved_delta = 0;
 
-  explicit Impl(const std::filesystem::path& root) : db(open(root), Database::Mode::write) {
-    prepare_waiting(db);
+  explicit Impl(const std::filesystem::path& root) : owned(open(root)), db(*owned) {
     db.exec("PRAGMA temp_store = MEMORY");
     db.exec("PRAGMA cache_size = -65536");
     db.exec(BATCH_TABLES);
@@ -297,6 +307,9 @@ struct IndexWriter::Impl {
     symbol_by_fqn = db.prepare(
         "SELECT id FROM symbols WHERE fqn = ? AND kind <> 'module' "
         "ORDER BY start_line - end_line, id LIMIT 1");
+    file_sites = db.prepare("SELECT count(callee_id), count(*) FROM call_sites WHERE file_id = ?");
+    relinked_resolved = db.prepare(
+        "SELECT count(c.callee_id) FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id");
     for (const char* sql : {
              "DELETE FROM edges WHERE site_id IN (SELECT id FROM call_sites WHERE file_id = ?)",
              "DELETE FROM call_fallbacks WHERE site_id IN "
@@ -312,21 +325,25 @@ struct IndexWriter::Impl {
   }
 
   // A damaged index is rebuilt from scratch rather than failing every later run.
-  static std::filesystem::path open(const std::filesystem::path& root) {
+  static std::unique_ptr<Database> open(const std::filesystem::path& root) {
     std::filesystem::create_directories(root / ".tamsel");
     auto file = index::index_file(root);
+    auto connect = [&] {
+      auto db = std::make_unique<Database>(file, Database::Mode::write);
+      prepare_waiting(*db);
+      return db;
+    };
     try {
       if (truncated(file)) {
         throw index::SqliteError("the file is shorter than its header says", SQLITE_CORRUPT);
       }
-      Database probe(file, Database::Mode::write);
-      prepare_waiting(probe);
+      return connect();
     } catch (const index::SqliteError& e) {
       if (!e.unreadable()) throw;
       spdlog::warn("the index {} cannot be read ({}): rebuilding it", file.string(), e.what());
       discard_index(root);
     }
-    return file;
+    return connect();
   }
 
   void ensure_batch() {
@@ -343,6 +360,38 @@ struct IndexWriter::Impl {
       bulk = empty.step() && empty.integer(0) != 0;
     }
     if (bulk) index::drop_deferrable_indexes(db);
+    stored_calls = bulk ? std::nullopt : read_stored_calls();
+    resolved_delta = unresolved_delta = 0;
+  }
+
+  std::optional<std::pair<std::int64_t, std::int64_t>> read_stored_calls() {
+    auto st = db.prepare(
+        "SELECT (SELECT value FROM meta WHERE key = ?1), (SELECT value FROM meta WHERE key = ?2)");
+    st.bind(1, RESOLVED_KEY).bind(2, UNRESOLVED_KEY);
+    if (!st.step() || st.is_null(0) || st.is_null(1)) return std::nullopt;
+    return std::pair{st.integer(0), st.integer(1)};
+  }
+
+  std::int64_t relinked_resolved_count() {
+    relinked_resolved.step();
+    auto n = relinked_resolved.integer(0);
+    relinked_resolved.reset();
+    return n;
+  }
+
+  // Brings the stored call counts up to date, counting everything when they were missing.
+  void store_calls() {
+    std::pair<std::int64_t, std::int64_t> calls;
+    if (stored_calls) {
+      calls = {stored_calls->first + resolved_delta, stored_calls->second + unresolved_delta};
+    } else {
+      auto st = db.prepare("SELECT count(callee_id), count(*) FROM call_sites");
+      st.step();
+      calls = {st.integer(0), st.integer(1) - st.integer(0)};
+    }
+    auto put = db.prepare("INSERT OR REPLACE INTO meta VALUES(?, ?)");
+    put.bind(1, RESOLVED_KEY).bind(2, std::to_string(calls.first)).run();
+    put.bind(1, UNRESOLVED_KEY).bind(2, std::to_string(calls.second)).run();
   }
 
   void affect(const std::string& fqn) {
@@ -397,6 +446,12 @@ struct IndexWriter::Impl {
     old_symbols.bind(1, file_id);
     while (old_symbols.step()) old.push_back({old_symbols.integer(0), old_symbols.text(1)});
     old_symbols.reset();
+    if (stored_calls) {
+      file_sites.bind(1, file_id).step();
+      resolved_delta -= file_sites.integer(0);
+      unresolved_delta -= file_sites.integer(1) - file_sites.integer(0);
+      file_sites.reset();
+    }
     for (const auto& s : old) {
       delete_text.bind(1, s.id).run();
       delete_name_gram.bind(1, s.id).run();
@@ -489,6 +544,7 @@ struct IndexWriter::Impl {
       if (!left.empty()) affect(fqn);
     }
 
+    unresolved_delta += static_cast<std::int64_t>(file.calls.size());  // linked at commit
     for (const auto& call : file.calls) {
       std::optional<std::int64_t> caller = module_id;
       if (auto it = ids.find(call.caller_fqn); it != ids.end()) caller = it->second;
@@ -539,12 +595,20 @@ struct IndexWriter::Impl {
     db.exec(bulk ? RELINK_ALL : RELINK_CHANGED);
     db.exec(bulk ? MERGE_CANDIDATES_ALL : MERGE_CANDIDATES_CHANGED);
     db.exec(MERGE_DECLARATIONS);
+    // Linking changes only the sites in relink: their resolved count before and after is the delta.
+    auto resolved_before = stored_calls ? relinked_resolved_count() : 0;
     db.exec(LINK_CALLS);
     link_reexports();
     db.exec(INSERT_EDGES);
     db.exec(LINK_IMPORTS);
     update_dominant_package();
     if (bulk) index::create_deferrable_indexes(db);
+    if (stored_calls) {
+      auto linked = relinked_resolved_count() - resolved_before;
+      resolved_delta += linked;
+      unresolved_delta -= linked;
+    }
+    store_calls();
     db.exec(CLEAR_BATCH_TABLES);
     db.exec("COMMIT");
     in_batch = false;
@@ -730,7 +794,19 @@ void IndexWriter::rollback() {
 }
 
 index::IndexStats IndexWriter::stats() {
-  return index::read_stats(impl_->db);
+  auto calls = impl_->read_stored_calls();
+  if (!calls) return index::read_stats(impl_->db);
+  index::IndexStats stats;
+  auto st =
+      impl_->db.prepare("SELECT (SELECT count(*) FROM files), (SELECT count(*) FROM symbols)");
+  st.step();
+  stats.files = st.integer(0);
+  stats.symbols = st.integer(1);
+  stats.calls = calls->first;
+  stats.unresolved_calls = calls->second;
+  auto skipped = impl_->db.prepare("SELECT reason, count(*) FROM skipped GROUP BY reason");
+  while (skipped.step()) stats.skipped[skipped.text(0)] = skipped.integer(1);
+  return stats;
 }
 
 }  // namespace orvane_tamsel::indexer
