@@ -97,7 +97,8 @@ INSERT INTO edges(site_id, caller_id, callee_id, file_id, line, derived)
 // A C or C++ function declared without a body (its signature keeps the ";") and defined under
 // the same fqn is one entity: the definition stays, with the declaration's doc comment when it
 // has none, so that a method declared in its class and defined out of line is listed once. The
-// MERGE_CANDIDATES_* statements fill `merged` (all of the index, or what changed files touch).
+// MERGE_CANDIDATES_* statements fill `merged` (all of the index, or what changed files touch);
+// `merged` drives the joins, as the planner would otherwise walk every C file's symbols.
 constexpr const char* MERGE_CANDIDATES_ALL = R"sql(
 INSERT OR IGNORE INTO merged
   SELECT d.id, f.id FROM symbols d JOIN symbols f ON f.fqn = d.fqn AND f.kind = d.kind
@@ -121,8 +122,8 @@ INSERT OR IGNORE INTO merged
 )sql";
 constexpr const char* MERGE_DECLARATIONS = R"sql(
 DELETE FROM merged WHERE decl NOT IN (
-  SELECT s.id FROM merged m JOIN symbols s ON s.id = m.decl
-  JOIN files f ON f.id = s.file_id AND f.language IN ('c', 'cpp'));
+  SELECT s.id FROM merged m CROSS JOIN symbols s ON s.id = m.decl
+  CROSS JOIN files f ON f.id = s.file_id AND f.language IN ('c', 'cpp'));
 UPDATE symbols SET docstring = (
     SELECT d.docstring FROM merged m JOIN symbols d ON d.id = m.decl
     WHERE m.def = symbols.id AND d.docstring IS NOT NULL ORDER BY d.id LIMIT 1)
@@ -248,7 +249,8 @@ struct IndexWriter::Impl {
   std::unique_ptr<Database> owned;
   Database& db;
   bool in_batch = false;
-  bool bulk = false;  // the batch fills an empty index
+  bool bulk = false;                // the batch fills an empty index
+  bool components_changed = false;  // a file came, went or changed component or test status
   Statement find_file, insert_file, update_file, touch, old_symbols, delete_file, insert_symbol,
       insert_text, insert_name_gram, delete_text, delete_name_gram, insert_path_gram,
       delete_path_gram, insert_site, insert_fallback, insert_scope, insert_import, mark_changed,
@@ -265,7 +267,7 @@ struct IndexWriter::Impl {
     db.exec("PRAGMA temp_store = MEMORY");
     db.exec("PRAGMA cache_size = -65536");
     db.exec(BATCH_TABLES);
-    find_file = db.prepare("SELECT id FROM files WHERE path = ?");
+    find_file = db.prepare("SELECT id, component, is_test FROM files WHERE path = ?");
     insert_file = db.prepare(
         "INSERT INTO files(path, stem, base, language, size, mtime_ns, hash, is_test, module, "
         "component, line_count) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
@@ -361,6 +363,7 @@ struct IndexWriter::Impl {
     }
     if (bulk) index::drop_deferrable_indexes(db);
     stored_calls = bulk ? std::nullopt : read_stored_calls();
+    components_changed = false;
     resolved_delta = unresolved_delta = 0;
   }
 
@@ -423,10 +426,17 @@ struct IndexWriter::Impl {
     }
   }
 
+  std::optional<std::string> find_file_component;  // of the file file_id_of() last found
+  bool find_file_is_test = false;
+
   std::optional<std::int64_t> file_id_of(const std::string& path) {
     find_file.bind(1, path);
     std::optional<std::int64_t> id;
-    if (find_file.step()) id = find_file.integer(0);
+    if (find_file.step()) {
+      id = find_file.integer(0);
+      find_file_component = find_file.optional_text(1);
+      find_file_is_test = find_file.integer(2) != 0;
+    }
     find_file.reset();
     return id;
   }
@@ -483,10 +493,12 @@ struct IndexWriter::Impl {
     std::set<Binding> bound_before, bound_now;
     auto file_id = file_id_of(file.path);
     if (file_id) {
+      components_changed |= find_file_component != component || find_file_is_test != file.is_test;
       for (auto& s : clear_file(*file_id, bound_before)) reusable[s.fqn].push_back(s.id);
       bind_file(update_file);
       update_file.bind(12, *file_id).run();
     } else {
+      components_changed = true;
       bind_file(insert_file);
       insert_file.run();
       file_id = db.last_insert_id();
@@ -585,6 +597,7 @@ struct IndexWriter::Impl {
     std::set<Binding> bound;
     for (auto& s : clear_file(*file_id, bound)) affect(s.fqn);
     for (const auto& b : bound) affect_binding(b);
+    components_changed = true;
     delete_file.bind(1, *file_id).run();
     delete_path_gram.bind(1, *file_id).run();
   }
@@ -601,7 +614,7 @@ struct IndexWriter::Impl {
     link_reexports();
     db.exec(INSERT_EDGES);
     db.exec(LINK_IMPORTS);
-    update_dominant_package();
+    if (components_changed || bulk) update_dominant_package();
     if (bulk) index::create_deferrable_indexes(db);
     if (stored_calls) {
       auto linked = relinked_resolved_count() - resolved_before;
