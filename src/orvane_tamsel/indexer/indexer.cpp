@@ -30,6 +30,8 @@ namespace {
 
 constexpr std::size_t BINARY_PROBE = 8192;
 constexpr unsigned PARSE_THREADS = 2;
+// How far parsing may run ahead of writing: parsed files wait in memory until written in order.
+constexpr std::size_t PARSE_AHEAD = 64;
 
 std::string content_hash(std::string_view text) {
   std::uint64_t h = 1469598103934665603ULL;  // FNV-1a: stable across builds and runs
@@ -156,8 +158,13 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
   std::int64_t done = 0;
   std::mutex mutex;
   std::condition_variable cv;
+  std::size_t written = 0;  // outcomes taken by the writer
   auto worker = [&] {
     for (std::size_t i = next++; i < work.size() && !stop; i = next++) {
+      {
+        std::unique_lock lock(mutex);
+        cv.wait(lock, [&] { return i < written + PARSE_AHEAD || stop; });
+      }
       auto o = read_and_parse(repository_root, work[i], states);
       std::lock_guard lock(mutex);
       outcomes[i] = std::move(o);
@@ -171,7 +178,11 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
   std::vector<std::thread> threads;
   for (unsigned t = 0; t < PARSE_THREADS && t < work.size(); ++t) threads.emplace_back(worker);
   auto join = [&] {
-    stop = true;
+    {
+      std::lock_guard lock(mutex);
+      stop = true;
+    }
+    cv.notify_all();
     for (auto& t : threads) t.join();
     threads.clear();
   };
@@ -185,7 +196,9 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
         std::unique_lock lock(mutex);
         cv.wait(lock, [&] { return ready[i] != 0; });
         o = std::move(outcomes[i]);
+        written = i + 1;
       }
+      cv.notify_all();
       const auto& path = work[i].file->path;
       if (o.kind == Outcome::skip) {
         skipped[path] = o.reason;
