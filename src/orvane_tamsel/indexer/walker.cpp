@@ -56,6 +56,7 @@ class Walk {
   // The entries the walk may act on (folders, links, code and ignore files), sorted by name; the
   // type comes from the listing, so most entries cost no stat. nullopt when it cannot be listed.
   std::optional<std::vector<FolderEntry>> list(const std::string& abs) {
+    guessed_ = false;
     DIR* d = ::opendir(abs.c_str());
     if (d == nullptr) return std::nullopt;
     std::vector<FolderEntry> entries;
@@ -67,6 +68,7 @@ class Walk {
         struct stat st {};
         if (::fstatat(::dirfd(d), e->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
           type = DT_REG;  // the per-file stat below reports it
+          guessed_ = true;
         } else {
           type = S_ISDIR(st.st_mode) ? DT_DIR : S_ISLNK(st.st_mode) ? DT_LNK : DT_REG;
         }
@@ -104,7 +106,8 @@ class Walk {
         if (!rel.empty()) out_.skipped[rel] = "unreadable";
         return;
       }
-      if (stamped) cache_->keep(rel, stamp, *listed);
+      // A listing with a guessed type is not kept: the guess holds for this walk only.
+      if (stamped && !guessed_) cache_->keep(rel, stamp, *listed);
       entries = &*listed;
     }
     // Opened only when listed: most folders have neither, and a failed open per folder shows.
@@ -178,6 +181,7 @@ class Walk {
   fs::path root_, real_root_;
   std::int64_t max_size_;
   FolderCache* cache_;
+  bool guessed_ = false;  // the last listing had an entry whose type could not be read
   IgnoreRules rules_;
   WalkResult out_;
 };
