@@ -13,6 +13,7 @@
 #include <tuple>
 
 #include "indexer/temp_repo.h"
+#include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
 
@@ -36,6 +37,17 @@ std::set<std::string> dump(const fs::path& root) {
       ids.push_back(*s.id);
     }
   }
+  // The text rows search reads, which an update rewrites only for symbols whose text changed.
+  index::Database db(root / ".tamsel" / "index.db", index::Database::Mode::read);
+  for (const char* sql :
+       {"SELECT 'text ' || coalesce(s.fqn, 'orphan') || ' ' || t.name || ' ' || t.fqn || ' ' || "
+        "coalesce(t.signature, '') || ' ' || coalesce(t.docstring, '') || ' ' || t.path "
+        "FROM symbol_text t LEFT JOIN symbols s ON s.id = t.rowid",
+        "SELECT 'gram ' || coalesce(s.fqn, 'orphan') || ' ' || g.name "
+        "FROM name_grams g LEFT JOIN symbols s ON s.id = g.rowid"}) {
+    auto st = db.prepare(sql);
+    while (st.step()) out.insert(st.text(0));
+  }
   auto byid = repo->symbols_with_paths(ids);
   for (const auto& n : repo->evidence_neighbours(ids, index::TestFilter::include, 100000,
                                                  std::vector<index::Relation>{index::CALLEE})) {
@@ -50,7 +62,7 @@ TEST(UpdateIndex, ReparsesOnlyWhatChangedAndCountsSkips) {
   repo.write("src/shop/blob.py", std::string("import x\0\x01", 10));
   repo.write("src/shop/latin1.py", "name = '\xe9t\xe9'\n");
   // A declaration merged into its definition in another file, so an edit there changes counts.
-  repo.write("native/calc.h", "/** Adds. */\nint add(int a, int b);\n");
+  repo.write("native/calc.h", "int add(int a, int b);\n");
   repo.write("native/calc.c", "#include \"calc.h\"\nint add(int a, int b) { return a + b; }\n");
   auto first = indexer::update_index(repo.root());
   EXPECT_EQ(first.parsed, 12);

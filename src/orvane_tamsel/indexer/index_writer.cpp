@@ -192,9 +192,11 @@ SELECT * FROM (SELECT i.module || '.' || ?2
 constexpr const char* RESOLVED_KEY = "resolved_calls";
 constexpr const char* UNRESOLVED_KEY = "unresolved_calls";
 
+// A symbol as stored before its file is written again; what its text rows were made from.
 struct OldSymbol {
   std::int64_t id;
-  std::string fqn;
+  std::string fqn, name, kind;
+  std::optional<std::string> signature, docstring;
 };
 
 // A file cut short (a copy or a disk that failed midway) still opens and answers from the pages it
@@ -275,7 +277,9 @@ struct IndexWriter::Impl {
         "UPDATE files SET path = ?, stem = ?, base = ?, language = ?, size = ?, mtime_ns = ?, "
         "hash = ?, is_test = ?, module = ?, component = ?, line_count = ? WHERE id = ?");
     touch = db.prepare("UPDATE files SET mtime_ns = ?, size = ?, hash = ? WHERE path = ?");
-    old_symbols = db.prepare("SELECT id, fqn FROM symbols WHERE file_id = ? ORDER BY id");
+    old_symbols = db.prepare(
+        "SELECT id, fqn, name, kind, signature, docstring FROM symbols WHERE file_id = ? "
+        "ORDER BY id");
     delete_file = db.prepare("DELETE FROM files WHERE id = ?");
     insert_symbol = db.prepare(
         "INSERT INTO symbols(id, file_id, fqn, name, name_folded, kind, start_line, end_line, "
@@ -441,9 +445,10 @@ struct IndexWriter::Impl {
     return id;
   }
 
-  // Removes what a file holds (symbols, sites, imports, text rows) and returns its old symbols;
-  // `bound` receives the bindings its imports made.
-  std::vector<OldSymbol> clear_file(std::int64_t file_id, std::set<Binding>& bound) {
+  // Removes what a file holds (symbols, sites, imports, and unless `keep_text` text rows) and
+  // returns its old symbols; `bound` receives the bindings its imports made.
+  std::vector<OldSymbol> clear_file(std::int64_t file_id, std::set<Binding>& bound,
+                                    bool keep_text = false) {
     if (!bulk) {
       old_bindings.bind(1, file_id);
       while (old_bindings.step()) {
@@ -454,7 +459,11 @@ struct IndexWriter::Impl {
     }
     std::vector<OldSymbol> old;
     old_symbols.bind(1, file_id);
-    while (old_symbols.step()) old.push_back({old_symbols.integer(0), old_symbols.text(1)});
+    while (old_symbols.step()) {
+      old.push_back({old_symbols.integer(0), old_symbols.text(1), old_symbols.text(2),
+                     old_symbols.text(3), old_symbols.optional_text(4),
+                     old_symbols.optional_text(5)});
+    }
     old_symbols.reset();
     if (stored_calls) {
       file_sites.bind(1, file_id).step();
@@ -463,11 +472,15 @@ struct IndexWriter::Impl {
       file_sites.reset();
     }
     for (const auto& s : old) {
-      delete_text.bind(1, s.id).run();
-      delete_name_gram.bind(1, s.id).run();
+      if (!keep_text) delete_text_rows(s.id);
     }
     for (auto& st : clear_contents) st.bind(1, file_id).run();
     return old;
+  }
+
+  void delete_text_rows(std::int64_t symbol_id) {
+    delete_text.bind(1, symbol_id).run();
+    delete_name_gram.bind(1, symbol_id).run();
   }
 
   void put_file(const ParsedFile& file, const FileState& state) {
@@ -490,11 +503,16 @@ struct IndexWriter::Impl {
     };
 
     std::unordered_map<std::string, std::deque<std::int64_t>> reusable;
+    // Text rows of symbols that keep their id and text stay as they are: an edit changes few.
+    std::unordered_map<std::int64_t, OldSymbol> old_by_id;
     std::set<Binding> bound_before, bound_now;
     auto file_id = file_id_of(file.path);
     if (file_id) {
       components_changed |= find_file_component != component || find_file_is_test != file.is_test;
-      for (auto& s : clear_file(*file_id, bound_before)) reusable[s.fqn].push_back(s.id);
+      for (auto& s : clear_file(*file_id, bound_before, true)) {
+        reusable[s.fqn].push_back(s.id);
+        old_by_id.emplace(s.id, std::move(s));
+      }
       bind_file(update_file);
       update_file.bind(12, *file_id).run();
     } else {
@@ -539,10 +557,19 @@ struct IndexWriter::Impl {
         affect(s.fqn);
       }
       ids.emplace(s.fqn, *id);
+      bool same_text = false;
+      if (auto old = old_by_id.find(*id); old != old_by_id.end()) {
+        const auto& o = old->second;
+        same_text = o.kind != "module" && s.kind != "module" && o.name == s.name &&
+                    o.signature == s.signature && o.docstring == s.docstring;
+        if (!same_text) delete_text_rows(*id);
+        old_by_id.erase(old);
+      }
       if (s.kind == "module") {
         if (!module_id) module_id = id;
         continue;
       }
+      if (same_text) continue;
       insert_text.bind(1, *id)
           .bind(2, index::name_text(s.name))
           .bind(3, s.fqn)
@@ -555,6 +582,7 @@ struct IndexWriter::Impl {
     for (const auto& [fqn, left] : reusable) {
       if (!left.empty()) affect(fqn);
     }
+    for (const auto& [old_id, old] : old_by_id) delete_text_rows(old_id);
 
     unresolved_delta += static_cast<std::int64_t>(file.calls.size());  // linked at commit
     for (const auto& call : file.calls) {
