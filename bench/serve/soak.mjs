@@ -1,9 +1,10 @@
 // A soak: one server answering explore calls back to back for SOAK_SECONDS while files of the
 // repository are edited every EDIT_MS; per window of WINDOW_SECONDS it prints the calls answered,
-// the throughput, p50/p99 latency and the server's resident memory.
+// the throughput, p50/p99 latency, the server's resident memory and the machine's load average.
 // Usage: node bench/serve/soak.mjs BINARY REPO
 import { spawn } from 'node:child_process';
 import { readdirSync, readFileSync, writeFileSync } from 'node:fs';
+import { loadavg } from 'node:os';
 import { join, relative } from 'node:path';
 import { performance } from 'node:perf_hooks';
 
@@ -44,10 +45,10 @@ const originals = new Map();
 let edits = 0;
 const edit = () => {
   edits += 1;
-  const [path, text] = [...originals][0] ?? [];
-  if (path !== undefined && edits % 2 === 0) {
-    writeFileSync(path, text);
-    originals.delete(path);
+  const [oldest, original] = [...originals][0] ?? [];
+  if (oldest !== undefined && edits % 2 === 0) {
+    writeFileSync(oldest, original);
+    originals.delete(oldest);
     return;
   }
   const file = files[(edits * 7919) % files.length];
@@ -82,7 +83,7 @@ child.stdin.write('{"jsonrpc":"2.0","method":"notifications/initialized"}\n');
 await ask('tools/call', { name: 'explore', arguments: { query: QUERIES[0] } });
 
 console.log(`soak: ${SOAK_SECONDS} s on ${repo} (${files.length} Python files), an edit every ${EDIT_MS} ms`);
-console.log('window  calls  calls/s   p50 ms   p99 ms   rss MB');
+console.log('window  calls  calls/s   p50 ms   p99 ms   rss MB  load avg');
 const editor = setInterval(edit, EDIT_MS);
 const start = performance.now();
 const all = [];
@@ -93,7 +94,7 @@ let index = 0;
 const report = (label, values, seconds) => {
   console.log(`${label.padStart(6)} ${String(values.length).padStart(6)} ${(values.length / seconds).toFixed(1).padStart(8)} ` +
     `${percentile(values, 50).toFixed(1).padStart(8)} ${percentile(values, 99).toFixed(1).padStart(8)} ` +
-    `${residentMb(child.pid).toFixed(1).padStart(8)}`);
+    `${residentMb(child.pid).toFixed(1).padStart(8)} ${loadavg()[0].toFixed(1).padStart(9)}`);
 };
 while (performance.now() - start < SOAK_SECONDS * 1000) {
   const t = performance.now();

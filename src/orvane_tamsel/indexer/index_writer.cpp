@@ -216,6 +216,9 @@ bool truncated(const std::filesystem::path& file) {
   return size < std::uint64_t{be32(28)} * page_size;
 }
 
+// Left beside the index by a reader that met a damaged page.
+constexpr const char* DAMAGED = "-damaged";
+
 // Two writers opening one index at the same moment can meet a lock SQLite refuses to wait for
 // (the switch to WAL, the first schema): wait and try again rather than fail the run.
 void prepare_waiting(Database& db) {
@@ -236,7 +239,17 @@ void prepare_waiting(Database& db) {
 
 void discard_index(const std::filesystem::path& repository_root) {
   auto file = index::index_file(repository_root);
-  for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(file.string() + suffix);
+  for (const char* suffix : {"", "-wal", "-shm", DAMAGED})
+    std::filesystem::remove(file.string() + suffix);
+}
+
+void mark_damaged(const std::filesystem::path& repository_root) {
+  std::ofstream(index::index_file(repository_root).string() + DAMAGED);
+}
+
+bool marked_damaged(const std::filesystem::path& repository_root) {
+  std::error_code ec;
+  return std::filesystem::exists(index::index_file(repository_root).string() + DAMAGED, ec);
 }
 
 struct IndexWriter::Impl {
@@ -318,6 +331,9 @@ struct IndexWriter::Impl {
     try {
       if (truncated(file)) {
         throw index::SqliteError("the file is shorter than its header says", SQLITE_CORRUPT);
+      }
+      if (marked_damaged(root)) {
+        throw index::SqliteError("a reader met a damaged page", SQLITE_CORRUPT);
       }
       Database probe(file, Database::Mode::write);
       prepare_waiting(probe);
