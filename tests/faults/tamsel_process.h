@@ -83,29 +83,22 @@ class Child {
 class Server {
  public:
   explicit Server(const std::string& repo) {
-    int in[2], out[2], err[2];
-    if (::pipe(in) != 0 || ::pipe(out) != 0 || ::pipe(err) != 0) return;
+    int in[2], out[2];
+    log_ = std::tmpfile();  // a file, so that a chatty server never blocks on its log
+    if (::pipe(in) != 0 || ::pipe(out) != 0 || log_ == nullptr) return;
     pid_ = ::fork();
     if (pid_ == 0) {
       ::dup2(in[0], STDIN_FILENO);
       ::dup2(out[1], STDOUT_FILENO);
-      ::dup2(err[1], STDERR_FILENO);
-      for (int fd : {in[0], in[1], out[0], out[1], err[0], err[1]}) ::close(fd);
+      ::dup2(::fileno(log_), STDERR_FILENO);
+      for (int fd : {in[0], in[1], out[0], out[1]}) ::close(fd);
       ::execl(TAMSEL_BINARY, TAMSEL_BINARY, "serve", "--repo", repo.c_str(), nullptr);
       ::_exit(127);
     }
     ::close(in[0]);
     ::close(out[1]);
-    ::close(err[1]);
     in_ = ::fdopen(in[1], "w");
     out_ = ::fdopen(out[0], "r");
-    err_fd_ = err[0];
-    // The log is drained as it comes, so that a chatty server never blocks on it.
-    log_reader_ = std::thread([this] {
-      char buf[4096];
-      ssize_t n;
-      while ((n = ::read(err_fd_, buf, sizeof buf)) > 0) log_.append(buf, static_cast<size_t>(n));
-    });
     request(R"("initialize","params":{"protocolVersion":"2025-11-25","capabilities":{},)"
             R"("clientInfo":{"name":"faults","version":"1"}})");
     std::fputs("{\"jsonrpc\":\"2.0\",\"method\":\"notifications/initialized\"}\n", in_);
@@ -132,10 +125,10 @@ class Server {
     std::fclose(in_);
     ::waitpid(pid_, &out.status, 0);
     pid_ = -1;
-    log_reader_.join();
-    ::close(err_fd_);
     std::fclose(out_);
-    out.err = log_;
+    std::rewind(log_);
+    for (int c; (c = std::fgetc(log_)) != EOF;) out.err.push_back(static_cast<char>(c));
+    std::fclose(log_);
     return out;
   }
 
@@ -144,9 +137,7 @@ class Server {
   int id_ = 0;
   FILE* in_ = nullptr;
   FILE* out_ = nullptr;
-  int err_fd_ = -1;
-  std::thread log_reader_;
-  std::string log_;
+  FILE* log_ = nullptr;
 };
 
 inline Outcome run(const std::vector<std::string>& args, long file_limit = 0) {
