@@ -43,9 +43,10 @@ std::string package_root(const std::vector<std::string>& modules);
 // one of its ancestors (com.acme.shop -> shop).
 std::string component_below(std::string_view module, std::string_view root);
 
-// A package that holds most of a repository's production files (DOMINANT_SHARE of them) would be
-// one component for everything, so it is split into its subpackages: with django/ holding nearly
-// all, django/db/models/base.py is in django.db while django/shortcuts.py stays in django.
+// A Python package that holds most of a repository's Python production files (DOMINANT_SHARE of
+// them) would be one component for everything, so it is split into its subpackages: with django/
+// holding nearly all, django/db/models/base.py is in django.db while django/shortcuts.py stays in
+// django.
 inline constexpr double DOMINANT_SHARE = 0.8;
 // The subpackage component of a module inside the dominant package, or "" when none applies.
 std::string split_component(std::string_view module, std::string_view dominant);
