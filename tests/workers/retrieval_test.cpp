@@ -114,4 +114,9 @@ TEST(TermMatch, InflectionsAndRunTogetherNamesMeet) {
   EXPECT_FALSE(meets(stem("cat"), fqn_stems("shop.Category")));
   EXPECT_TRUE(inside_name(stem("split"), "urlsplit"));
   EXPECT_FALSE(inside_name(stem("url"), "urlsplit"));
+  // Module words are left out of the name match: only the part inside the file names the symbol.
+  EXPECT_EQ(inside_module("shop.cart.Cart.total", "src/shop/cart.py"), "Cart.total");
+  EXPECT_EQ(inside_module("logging.Formatter.format", "logging/__init__.py"), "Formatter.format");
+  EXPECT_EQ(inside_module("http.client.HTTPResponse.read", "http/client.py"), "HTTPResponse.read");
+  EXPECT_EQ(inside_module("shop.carts", "shop/cart.py"), "shop.carts");
 }

@@ -177,11 +177,16 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
   // Ranked by how many of the question's words are parts of the fqn ("Cart total" puts
   // shop.cart.Cart.total before shop.cart.Cart); the index's order breaks ties.
   std::vector<std::pair<std::size_t, const index::Symbol*>> named;
+  auto exact_paths = repository_.get_file_paths_batch(exact);
   for (const auto& s : exact) {
     if (!s.id || (!include_tests && s.is_test)) continue;
+    // A word that names the module ("http", "asyncio") says where to look, not which of the
+    // module's symbols: only the parts inside the file count.
+    auto path = exact_paths.find(*s.id);
+    auto inner = detail::inside_module(s.fqn, path == exact_paths.end() ? "" : path->second);
     std::set<std::string> parts;
     std::string part;
-    for (char c : s.fqn + ".") {
+    for (char c : inner + ".") {
       if (c == '.') {
         parts.insert(lower_ascii(part));
         part.clear();
