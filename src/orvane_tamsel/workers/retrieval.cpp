@@ -255,7 +255,7 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
     for (std::size_t i = 0; i < depth; ++i) {
       auto& c = candidates[i];
       const auto& s = *c.symbol;
-      auto known_by = fqn_stems(s.fqn);
+      auto known_by = fqn_stems(inside_module(s.fqn, *c.path));
       auto lower_name = lower_ascii(s.name);
       double in_name = 0;
       for (const auto& t : stems) in_name += meets(t, known_by) || inside_name(t, lower_name);
