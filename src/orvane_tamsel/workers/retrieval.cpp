@@ -259,7 +259,8 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
       auto lower_name = lower_ascii(s.name);
       double in_name = 0;
       for (const auto& t : stems) in_name += meets(t, known_by) || inside_name(t, lower_name);
-      bool whole = term_set.count(lower_name) != 0;
+      bool whole = term_set.count(lower_name) != 0 ||
+                   std::binary_search(stems.begin(), stems.end(), stem(lower_name));
       auto path = lower_ascii(*c.path);
       bool in_path = std::any_of(terms.begin(), terms.end(), [&](const std::string& t) {
         return t.size() > 2 && path.find(t) != std::string::npos;
