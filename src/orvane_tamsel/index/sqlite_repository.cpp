@@ -412,6 +412,22 @@ class SqliteRepository : public Repository {
     return counts;
   }
 
+  std::pair<std::map<std::string, std::int64_t>, std::int64_t> name_word_counts(
+      const std::vector<std::string>& words) override {
+    std::lock_guard lock(mutex_);
+    std::pair<std::map<std::string, std::int64_t>, std::int64_t> counts;
+    auto total = db_->prepare("SELECT count(*) FROM symbols WHERE kind <> 'module'");
+    if (total.step()) counts.second = total.integer(0);
+    auto st = db_->prepare("SELECT count(*) FROM symbol_text WHERE symbol_text MATCH ?1");
+    for (const auto& w : words) {
+      if (w.find('"') != std::string::npos) continue;
+      st.reset();
+      st.bind(1, "name : \"" + w + "\"");
+      if (st.step()) counts.first[w] = st.integer(0);
+    }
+    return counts;
+  }
+
   // Most alike first (edit distance to the path or its file name), then the shorter path.
   std::vector<std::string> similar_paths(const std::string& text, int limit) override {
     std::lock_guard lock(mutex_);

@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "orvane_tamsel/index/subwords.h"
+#include "orvane_tamsel/workers/term_expansion.h"
 #include "orvane_tamsel/workers/term_match.h"
 
 namespace orvane_tamsel::workers {
@@ -149,7 +150,11 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
   if (limit <= 0) return result;
 
   // Signal 1: BM25 over the symbol text table.
-  auto bm25 = repository_.search_text(match_expression(terms), CANDIDATES, include_tests);
+  // The code base's own words for the question's words widen the text search only; the name
+  // signals keep to what was asked.
+  auto searched = terms;
+  for (auto& w : expansions(repository_, terms)) searched.push_back(std::move(w));
+  auto bm25 = repository_.search_text(match_expression(searched), CANDIDATES, include_tests);
   // Signal 2: symbols whose name is one of the words as written (and its lower-cased form).
   std::vector<std::string> names;
   auto words = query_words(query, terms);
