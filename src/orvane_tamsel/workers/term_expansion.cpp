@@ -46,13 +46,11 @@ std::vector<std::string> expansions(index::Repository& repository,
   std::set<std::string> words;
   for (const auto& t : terms) {
     if (!plain_word(t)) continue;
-    auto hits = repository.search_text("docstring : \"" + t + "\"", SAMPLE, false);
-    if (hits.size() < static_cast<std::size_t>(MIN_WITNESSES)) continue;
-    std::vector<index::SymbolId> ids;
-    for (const auto& h : hits) ids.push_back(h.id);
-    Seen s{t, hits.size(), {}};
-    for (const auto& [id, found] : repository.symbols_with_paths(ids)) {
-      auto parts = index::subwords(found.first.name);
+    auto names = repository.names_matching_text("docstring : \"" + t + "\"", SAMPLE);
+    if (names.size() < static_cast<std::size_t>(MIN_WITNESSES)) continue;
+    Seen s{t, names.size(), {}};
+    for (const auto& name : names) {
+      auto parts = index::subwords(name);
       std::set<std::string> distinct(parts.begin(), parts.end());
       for (const auto& w : distinct) {
         if (plain_word(w) && term_stems.count(stem(w)) == 0) ++s.witnesses[w];
