@@ -692,7 +692,7 @@ struct IndexWriter::Impl {
   }
 
   // For each C or C++ file with sites to link: the modules of the files it includes, within
-  // MAX_INCLUDE_DEPTH, and its own (a header and its source file share one).
+  // MAX_INCLUDE_DEPTH, and its own (a header and its source file share one, or its tail).
   void reach_includes() {
     std::vector<std::int64_t> origins;
     {
@@ -741,6 +741,13 @@ struct IndexWriter::Impl {
         }
         level = std::move(next);
       }
+      // A header's dotted tails too: `gtest/internal/gtest-port.h` pairs with `src/gtest-port.cc`.
+      std::set<std::string> tails;
+      for (const auto& m : reached) {
+        for (auto dot = m.find('.'); dot != std::string::npos; dot = m.find('.', dot + 1))
+          tails.insert(m.substr(dot + 1));
+      }
+      reached.merge(tails);
       for (const auto& m : reached) insert.bind(1, origin).bind(2, m).run();
     }
   }
