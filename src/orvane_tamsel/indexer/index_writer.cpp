@@ -42,12 +42,14 @@ CREATE TEMP TABLE IF NOT EXISTS merged(decl INTEGER PRIMARY KEY, def INTEGER NOT
 CREATE INDEX IF NOT EXISTS temp.merged_def ON merged(def);
 CREATE TEMP TABLE IF NOT EXISTS reach(origin INTEGER, module TEXT, PRIMARY KEY(origin, module))
   WITHOUT ROWID;
+CREATE TEMP TABLE IF NOT EXISTS reach_files(origin INTEGER, file_id INTEGER,
+  PRIMARY KEY(origin, file_id)) WITHOUT ROWID;
 CREATE TEMP TABLE IF NOT EXISTS include_changed(id INTEGER PRIMARY KEY);
 )sql";
 
 constexpr const char* CLEAR_BATCH_TABLES =
     "DELETE FROM changed_files; DELETE FROM affected; DELETE FROM relink; DELETE FROM reimport; "
-    "DELETE FROM reach; DELETE FROM include_changed;";
+    "DELETE FROM reach; DELETE FROM reach_files; DELETE FROM include_changed;";
 
 // Sites to link again: those of changed files, and those naming an fqn that appeared or vanished.
 constexpr const char* RELINK_CHANGED = R"sql(
@@ -73,22 +75,32 @@ INSERT INTO reimport SELECT id FROM imports;
   "call_sites.id AND (k.module = f.module OR (f.module <> '' AND "                       \
   "substr(k.module, -length(f.module) - 1) = '.' || f.module))))"
 #define TAMSEL_BODY_FIRST "s.start_line - s.end_line"
-// A C or C++ site (one whose file has `reach` rows) sees the modules of the headers its file
-// includes, directly or through other headers: the callee's file must have one of them.
+// A C or C++ site (one whose file has `reach` rows) sees the files its file includes, directly
+// or through other headers (`reach_files`), and their modules (`reach`): a function declared in
+// a header is defined in a source file of the same module. Its own file first, then what the
+// includes hold, then their modules' other files.
 #define TAMSEL_C_SITE "EXISTS (SELECT 1 FROM reach r WHERE r.origin = call_sites.file_id)"
+#define TAMSEL_INCLUDED                                                                      \
+  "EXISTS (SELECT 1 FROM reach_files r WHERE r.origin = call_sites.file_id AND r.file_id = " \
+  "s.file_id)"
 #define TAMSEL_REACHED                                                                        \
   "EXISTS (SELECT 1 FROM files f JOIN reach r ON r.module = f.module WHERE f.id = s.file_id " \
   "AND r.origin = call_sites.file_id)"
+#define TAMSEL_C_CANDIDATES(where)                                                             \
+  "(SELECT s.id FROM symbols s WHERE s.fqn = call_sites.target_fqn AND s.kind <> 'module' "    \
+  "AND " where " ORDER BY " TAMSEL_BODY_FIRST                                                  \
+  ", s.id LIMIT 1), "                                                                          \
+  "(SELECT s.id FROM call_fallbacks b JOIN symbols s ON s.fqn = b.fqn AND s.kind <> 'module' " \
+  "WHERE b.site_id = call_sites.id AND " where " ORDER BY b.rank, " TAMSEL_BODY_FIRST          \
+  ", s.id LIMIT 1)"
+#define TAMSEL_CALLEE_FQN "(SELECT fqn FROM symbols WHERE id = call_sites.callee_id)"
+#define TAMSEL_CALLEE_FILE "(SELECT file_id FROM symbols WHERE id = call_sites.callee_id)"
 constexpr const char* LINK_CALLS = R"sql(
 DELETE FROM edges WHERE site_id IN (SELECT site_id FROM relink);
 UPDATE call_sites SET callee_id = CASE WHEN )sql" TAMSEL_C_SITE R"sql( THEN coalesce(
-    (SELECT s.id FROM symbols s WHERE s.fqn = call_sites.target_fqn AND s.kind <> 'module'
-      AND s.file_id = call_sites.file_id ORDER BY )sql" TAMSEL_BODY_FIRST R"sql(, s.id LIMIT 1),
-    (SELECT s.id FROM symbols s WHERE s.fqn = call_sites.target_fqn AND s.kind <> 'module'
-      AND )sql" TAMSEL_REACHED R"sql( ORDER BY )sql" TAMSEL_BODY_FIRST R"sql(, s.id LIMIT 1),
-    (SELECT s.id FROM call_fallbacks b JOIN symbols s ON s.fqn = b.fqn AND s.kind <> 'module'
-      WHERE b.site_id = call_sites.id AND )sql" TAMSEL_REACHED R"sql(
-      ORDER BY b.rank, )sql" TAMSEL_BODY_FIRST R"sql(, s.id LIMIT 1))
+    )sql" TAMSEL_C_CANDIDATES("s.file_id = call_sites.file_id") R"sql(,
+    )sql" TAMSEL_C_CANDIDATES(TAMSEL_INCLUDED) R"sql(,
+    )sql" TAMSEL_C_CANDIDATES(TAMSEL_REACHED) R"sql()
   ELSE coalesce(
     (SELECT s.id FROM symbols s WHERE s.fqn = call_sites.target_fqn AND s.kind <> 'module'
       AND )sql" TAMSEL_IN_SCOPE R"sql( ORDER BY )sql" TAMSEL_BODY_FIRST R"sql(, s.id LIMIT 1),
@@ -96,15 +108,20 @@ UPDATE call_sites SET callee_id = CASE WHEN )sql" TAMSEL_C_SITE R"sql( THEN coal
       WHERE b.site_id = call_sites.id AND )sql" TAMSEL_IN_SCOPE R"sql(
       ORDER BY b.rank, )sql" TAMSEL_BODY_FIRST R"sql(, s.id LIMIT 1)) END
   WHERE id IN (SELECT site_id FROM relink);
--- One definition or no edge: a C or C++ call whose name has bodies in two files it sees (and
--- none in its own) is ambiguous. Declarations of one function do not count twice.
+-- One definition or no edge: a C or C++ call whose name has bodies in two files of the tier it
+-- was found in (included files, or their modules' files) is ambiguous. Declarations of one
+-- function do not count twice.
 UPDATE call_sites SET callee_id = NULL
   WHERE id IN (SELECT site_id FROM relink) AND callee_id IS NOT NULL AND )sql" TAMSEL_C_SITE R"sql(
-    AND NOT EXISTS (SELECT 1 FROM symbols s WHERE s.fqn = (SELECT fqn FROM symbols
-      WHERE id = call_sites.callee_id) AND s.file_id = call_sites.file_id)
-    AND (SELECT count(DISTINCT s.file_id) FROM symbols s
-      WHERE s.fqn = (SELECT fqn FROM symbols WHERE id = call_sites.callee_id)
-        AND s.kind <> 'module' AND s.signature NOT GLOB '*;' AND )sql" TAMSEL_REACHED R"sql() > 1;
+    AND )sql" TAMSEL_CALLEE_FILE R"sql( <> call_sites.file_id
+    AND CASE WHEN EXISTS (SELECT 1 FROM reach_files r WHERE r.origin = call_sites.file_id
+                            AND r.file_id = )sql" TAMSEL_CALLEE_FILE R"sql()
+      THEN (SELECT count(DISTINCT s.file_id) FROM symbols s
+        WHERE s.fqn = )sql" TAMSEL_CALLEE_FQN R"sql( AND s.kind <> 'module'
+          AND s.signature NOT GLOB '*;' AND )sql" TAMSEL_INCLUDED R"sql()
+      ELSE (SELECT count(DISTINCT s.file_id) FROM symbols s
+        WHERE s.fqn = )sql" TAMSEL_CALLEE_FQN R"sql( AND s.kind <> 'module'
+          AND s.signature NOT GLOB '*;' AND )sql" TAMSEL_REACHED R"sql() END > 1;
 )sql";
 
 // An #include names a path that the compiler looks for next to the including file, then in the
@@ -706,6 +723,7 @@ struct IndexWriter::Impl {
         "SELECT target_file_id FROM imports WHERE file_id = ? AND target_file_id IS NOT NULL");
     auto module_st = db.prepare("SELECT module FROM files WHERE id = ?");
     auto insert = db.prepare("INSERT OR IGNORE INTO reach VALUES(?, ?)");
+    auto insert_file = db.prepare("INSERT OR IGNORE INTO reach_files VALUES(?, ?)");
     std::unordered_map<std::int64_t, std::vector<std::int64_t>> targets;
     std::unordered_map<std::int64_t, std::string> modules;
     auto targets_of = [&](std::int64_t id) -> const std::vector<std::int64_t>& {
@@ -749,6 +767,9 @@ struct IndexWriter::Impl {
       }
       reached.merge(tails);
       for (const auto& m : reached) insert.bind(1, origin).bind(2, m).run();
+      for (auto f : seen) {
+        if (f != origin) insert_file.bind(1, origin).bind(2, f).run();
+      }
     }
   }
 
