@@ -278,6 +278,11 @@ std::vector<std::string> Rules::visible_modules() const {
 
 void Rules::visit(TSNode node) {
   if (is(node, "call_expression")) {
+    // A macro invocation the grammar cannot expand (OpenSSL's stack macros) can swallow the
+    // `#define`s after it into a bogus function: a call on a directive line is no call of it.
+    auto bol = src_.rfind('\n', ts_node_start_byte(node));
+    auto first = src_.find_first_not_of(" \t", bol == std::string_view::npos ? 0 : bol + 1);
+    if (first != std::string_view::npos && src_[first] == '#') return;
     add_call(node, ts_node_child_by_field_name(node, "function", 8));
     return;
   }
