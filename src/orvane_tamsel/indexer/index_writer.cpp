@@ -380,7 +380,7 @@ struct IndexWriter::Impl {
     symbol_by_fqn = db.prepare(
         "SELECT id FROM symbols WHERE fqn = ? AND kind <> 'module' "
         "ORDER BY start_line - end_line, id LIMIT 1");
-    file_language = db.prepare("SELECT language FROM files WHERE id = ?");
+    file_language = db.prepare("SELECT language, module FROM files WHERE id = ?");
     includers_of = db.prepare(
         "INSERT OR IGNORE INTO include_changed SELECT file_id FROM imports WHERE module = ?");
     reimport_module =
@@ -663,10 +663,14 @@ struct IndexWriter::Impl {
     auto file_id = file_id_of(path);
     if (!file_id) return;
     std::set<Binding> bound;
-    std::string language;
+    std::string language, module;
     file_language.bind(1, *file_id);
-    if (file_language.step()) language = file_language.text(0);
+    if (file_language.step()) {
+      language = file_language.text(0);
+      module = file_language.text(1);
+    }
     file_language.reset();
+    if (!bulk && language == "go") go_packages.insert(module);
     if (!bulk && (language == "c" || language == "cpp")) include_target_changed(path);
     if (!bulk && language == "go") {
       struct_bases.bind(1, *file_id);
