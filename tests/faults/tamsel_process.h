@@ -79,6 +79,67 @@ class Child {
   bool reaped_ = false;
 };
 
+// `tamsel serve` on a repository, driven one request at a time.
+class Server {
+ public:
+  explicit Server(const std::string& repo) {
+    int in[2], out[2];
+    log_ = std::tmpfile();  // a file, so that a chatty server never blocks on its log
+    if (::pipe(in) != 0 || ::pipe(out) != 0 || log_ == nullptr) return;
+    pid_ = ::fork();
+    if (pid_ == 0) {
+      ::dup2(in[0], STDIN_FILENO);
+      ::dup2(out[1], STDOUT_FILENO);
+      ::dup2(::fileno(log_), STDERR_FILENO);
+      for (int fd : {in[0], in[1], out[0], out[1]}) ::close(fd);
+      ::execl(TAMSEL_BINARY, TAMSEL_BINARY, "serve", "--repo", repo.c_str(), nullptr);
+      ::_exit(127);
+    }
+    ::close(in[0]);
+    ::close(out[1]);
+    in_ = ::fdopen(in[1], "w");
+    out_ = ::fdopen(out[0], "r");
+    request(R"("initialize","params":{"protocolVersion":"2025-11-25","capabilities":{},)"
+            R"("clientInfo":{"name":"faults","version":"1"}})");
+    std::fputs("{\"jsonrpc\":\"2.0\",\"method\":\"notifications/initialized\"}\n", in_);
+  }
+  ~Server() { stop(); }
+  Server(const Server&) = delete;
+  Server& operator=(const Server&) = delete;
+
+  // Sends `"method"...` as the body of a request; the answer line ("" once the server is gone).
+  std::string request(const std::string& body) {
+    std::fprintf(in_, "{\"jsonrpc\":\"2.0\",\"id\":%d,\"method\":%s}\n", ++id_, body.c_str());
+    std::fflush(in_);
+    char* line = nullptr;
+    size_t size = 0;
+    std::string answer;
+    if (::getline(&line, &size, out_) > 0) answer = line;
+    std::free(line);
+    return answer;
+  }
+  // Ends the input and waits: the exit status and everything the server logged.
+  Outcome stop() {
+    Outcome out;
+    if (pid_ <= 0) return out;
+    std::fclose(in_);
+    ::waitpid(pid_, &out.status, 0);
+    pid_ = -1;
+    std::fclose(out_);
+    std::rewind(log_);
+    for (int c; (c = std::fgetc(log_)) != EOF;) out.err.push_back(static_cast<char>(c));
+    std::fclose(log_);
+    return out;
+  }
+
+ private:
+  pid_t pid_ = -1;
+  int id_ = 0;
+  FILE* in_ = nullptr;
+  FILE* out_ = nullptr;
+  FILE* log_ = nullptr;
+};
+
 inline Outcome run(const std::vector<std::string>& args, long file_limit = 0) {
   return Child(args, file_limit).wait();
 }

@@ -1,13 +1,16 @@
-// Runs the MCP tests against a tamsel binary: node tests/mcp/run.mjs BINARY
+// Runs the MCP tests against a tamsel binary: node tests/mcp/run.mjs BINARY [TEST NAME...]
 import { resolve, dirname } from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { results } from './harness.mjs';
 import sdkClientTest from './sdk_client.test.mjs';
 import stdioBadInputTest from './stdio_bad_input.test.mjs';
+import loadTest from './load.test.mjs';
 
 const binary = resolve(process.argv[2] ?? 'build/tamsel');
 const sourceDir = resolve(dirname(fileURLToPath(import.meta.url)), '..', '..');
-for (const [name, test] of [['stdio bad input', stdioBadInputTest], ['sdk client', sdkClientTest]]) {
+const only = process.argv.slice(3);
+const all = [['stdio bad input', stdioBadInputTest], ['sdk client', sdkClientTest], ['load', loadTest]];
+for (const [name, test] of all.filter(([name]) => only.length === 0 || only.includes(name))) {
   try {
     await test(binary, sourceDir);
   } catch (error) {

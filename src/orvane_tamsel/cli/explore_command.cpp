@@ -6,7 +6,9 @@
 
 #include "orvane_tamsel/cli/commands.h"
 #include "orvane_tamsel/index/memory_store.h"
+#include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
+#include "orvane_tamsel/indexer/index_writer.h"
 #include "orvane_tamsel/indexer/indexer.h"
 #include "orvane_tamsel/mcp_responses.h"
 #include "orvane_tamsel/tool_handlers/explore.h"
@@ -55,6 +57,12 @@ int run(const ExploreArgs& args) {
                                                 args.text.at("depth"), args.token_budget,
                                                 &retriever, memories.get());
     std::cout << tool_result_text(answer) << "\n" << std::flush;
+  } catch (const index::SqliteError& e) {
+    if (e.unreadable()) indexer::mark_damaged(root);
+    std::cerr << "tamsel explore: " << e.what()
+              << (e.unreadable() ? "\nthe index is damaged: the next tamsel index rebuilds it\n"
+                                 : "\n");
+    return 1;
   } catch (const std::exception& e) {
     std::cerr << "tamsel explore: " << e.what() << "\n";
     return 1;

@@ -61,13 +61,33 @@ tool_handlers::Memory read_memory(const Statement& st) {
   return {st.integer(0), st.text(1), st.text(2), split_tags(st.text(3)), st.text(4)};
 }
 
+std::string unreadable(const std::filesystem::path& file, const std::exception& e) {
+  return "the project memories in " + file.string() + " cannot be used (" + e.what() + ")";
+}
+
 }  // namespace
 
-MemoryStore::MemoryStore(const std::filesystem::path& repository_root) {
-  auto folder = repository_root / ".tamsel";
-  std::filesystem::create_directories(folder);
-  db_ = std::make_unique<Database>(folder / "memories.db", Database::Mode::write);
-  db_->exec(SCHEMA);
+MemoryStore::MemoryStore(const std::filesystem::path& repository_root)
+    : file_(repository_root / ".tamsel" / "memories.db") {
+  try {
+    std::filesystem::create_directories(file_.parent_path());
+    db_ = std::make_unique<Database>(file_, Database::Mode::write);
+    db_->exec(SCHEMA);
+  } catch (const std::exception& e) {
+    db_.reset();
+    problem_ = unreadable(file_, e);
+  }
+}
+
+template <typename Use>
+auto MemoryStore::guarded(Use&& use) {
+  std::lock_guard lock(mutex_);
+  if (!db_) throw tool_handlers::MemoryUnreadable(problem_);
+  try {
+    return use(*db_);
+  } catch (const SqliteError& e) {
+    throw tool_handlers::MemoryUnreadable(unreadable(file_, e));
+  }
 }
 
 MemoryStore::~MemoryStore() = default;
@@ -81,13 +101,14 @@ std::vector<tool_handlers::Memory> MemoryStore::operator()(const std::string& qu
     match += "\"" + t + "\"";
   }
   if (match.empty()) return found;
-  std::lock_guard lock(mutex_);
-  auto st = db_->prepare(
-      "SELECT m.id, m.title, m.text, m.tags, m.created FROM memory_text t "
-      "JOIN memories m ON m.id = t.rowid WHERE memory_text MATCH ?1 ORDER BY t.rank LIMIT ?2");
-  st.bind(1, match).bind(2, MAX_FOUND);
-  while (st.step()) found.push_back(read_memory(st));
-  return found;
+  return guarded([&](Database& db) {
+    auto st = db.prepare(
+        "SELECT m.id, m.title, m.text, m.tags, m.created FROM memory_text t "
+        "JOIN memories m ON m.id = t.rowid WHERE memory_text MATCH ?1 ORDER BY t.rank LIMIT ?2");
+    st.bind(1, match).bind(2, MAX_FOUND);
+    while (st.step()) found.push_back(read_memory(st));
+    return found;
+  });
 }
 
 tool_handlers::Memory MemoryStore::save(const std::string& title, const std::string& text,
@@ -102,31 +123,34 @@ tool_handlers::Memory MemoryStore::save(const std::string& title, const std::str
     joined += tag;
   }
   tool_handlers::Memory memory{0, title, text, split_tags(joined), now_utc()};
-  std::lock_guard lock(mutex_);
-  auto st =
-      db_->prepare("INSERT INTO memories(title, text, tags, created) VALUES (?1, ?2, ?3, ?4)");
-  st.bind(1, title).bind(2, text).bind(3, joined).bind(4, memory.created);
-  st.run();
-  memory.id = db_->last_insert_id();
-  return memory;
+  return guarded([&](Database& db) {
+    auto st =
+        db.prepare("INSERT INTO memories(title, text, tags, created) VALUES (?1, ?2, ?3, ?4)");
+    st.bind(1, title).bind(2, text).bind(3, joined).bind(4, memory.created);
+    st.run();
+    memory.id = db.last_insert_id();
+    return memory;
+  });
 }
 
 std::vector<tool_handlers::Memory> MemoryStore::list(int limit) {
-  std::lock_guard lock(mutex_);
-  std::vector<tool_handlers::Memory> all;
-  auto st =
-      db_->prepare("SELECT id, title, text, tags, created FROM memories ORDER BY id DESC LIMIT ?1");
-  st.bind(1, limit);
-  while (st.step()) all.push_back(read_memory(st));
-  return all;
+  return guarded([&](Database& db) {
+    std::vector<tool_handlers::Memory> all;
+    auto st =
+        db.prepare("SELECT id, title, text, tags, created FROM memories ORDER BY id DESC LIMIT ?1");
+    st.bind(1, limit);
+    while (st.step()) all.push_back(read_memory(st));
+    return all;
+  });
 }
 
 bool MemoryStore::remove(std::int64_t id) {
-  std::lock_guard lock(mutex_);
-  auto st = db_->prepare("DELETE FROM memories WHERE id = ?1");
-  st.bind(1, id);
-  st.run();
-  return sqlite3_changes(db_->handle()) > 0;
+  return guarded([&](Database& db) {
+    auto st = db.prepare("DELETE FROM memories WHERE id = ?1");
+    st.bind(1, id);
+    st.run();
+    return sqlite3_changes(db.handle()) > 0;
+  });
 }
 
 }  // namespace orvane_tamsel::index

@@ -16,7 +16,8 @@ class Database;
 
 class MemoryStore : public tool_handlers::MemoryLookup {
  public:
-  // Opens (creating when missing) the store of the repository at `repository_root`.
+  // Opens (creating when missing) the store of the repository at `repository_root`. A damaged
+  // store does not throw here: each use then throws tool_handlers::MemoryUnreadable.
   explicit MemoryStore(const std::filesystem::path& repository_root);
   ~MemoryStore() override;
 
@@ -31,7 +32,13 @@ class MemoryStore : public tool_handlers::MemoryLookup {
   bool remove(std::int64_t id);
 
  private:
+  // Runs `use` on the open store; SQLite's errors become MemoryUnreadable naming the file.
+  template <typename Use>
+  auto guarded(Use&& use);
+
   std::mutex mutex_;
+  std::filesystem::path file_;
+  std::string problem_;  // why the store could not be opened
   std::unique_ptr<Database> db_;
 };
 

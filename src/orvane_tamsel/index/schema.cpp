@@ -91,6 +91,32 @@ CREATE TABLE edges(
   line INTEGER NOT NULL,
   derived INTEGER NOT NULL DEFAULT 0);  -- 1: the __init__ reached through its class
 
+-- A C or C++ declaration (symbol_id, its id while it was a symbol) merged into its definition
+-- (def_id in def_file_id), kept to come back when the definition changes or goes; gave_doc: the
+-- definition took its doc comment.
+CREATE TABLE declarations(
+  id INTEGER PRIMARY KEY,
+  symbol_id INTEGER NOT NULL,
+  def_id INTEGER NOT NULL,
+  def_file_id INTEGER NOT NULL,
+  file_id INTEGER NOT NULL,
+  fqn TEXT NOT NULL,
+  name TEXT NOT NULL,
+  name_folded TEXT NOT NULL,
+  kind TEXT NOT NULL,
+  start_line INTEGER NOT NULL,
+  end_line INTEGER NOT NULL,
+  signature TEXT,
+  docstring TEXT,
+  is_test INTEGER NOT NULL,
+  parent_id INTEGER,
+  parent_fqn TEXT NOT NULL,
+  bases TEXT NOT NULL,
+  gave_doc INTEGER NOT NULL);
+CREATE INDEX declarations_file ON declarations(file_id);
+CREATE INDEX declarations_def ON declarations(def_id);
+CREATE INDEX declarations_def_file ON declarations(def_file_id);
+
 CREATE TABLE skipped(path TEXT PRIMARY KEY, reason TEXT NOT NULL) WITHOUT ROWID;
 
 -- Code symbols (no modules) for ranked text search; rowid = symbols.id.

@@ -2,7 +2,12 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
+#include <chrono>
+#include <thread>
 #include <utility>
+
+#include <spdlog/spdlog.h>
 
 namespace orvane_tamsel::index {
 
@@ -15,6 +20,23 @@ namespace {
 
 // Writers wait this long for one another instead of failing with "database is locked".
 constexpr int BUSY_TIMEOUT_MS = 60'000;
+// A wait longer than this is reported, so that a waiting run does not look hung.
+constexpr int BUSY_REPORT_MS = 200;
+
+// Sleeps between attempts to take another connection's lock; 0 gives up. `attempt` restarts at
+// 0 for each lock waited for, so the time waited is the sum of the earlier sleeps.
+int wait_for_lock(void* file, int attempt) {
+  auto sleep_ms = [](int n) { return std::min(1 << std::min(n, 5), 25); };
+  int waited = 0;
+  for (int n = 0; n < attempt; ++n) waited += sleep_ms(n);
+  if (waited >= BUSY_TIMEOUT_MS) return 0;
+  if (waited < BUSY_REPORT_MS && waited + sleep_ms(attempt) >= BUSY_REPORT_MS) {
+    spdlog::warn("{} is in use by another tamsel: waiting for it (up to {} s)",
+                 static_cast<const std::filesystem::path*>(file)->string(), BUSY_TIMEOUT_MS / 1000);
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(sleep_ms(attempt)));
+  return 1;
+}
 
 }  // namespace
 
@@ -140,7 +162,7 @@ Database::Database(const std::filesystem::path& file, Mode mode) : file_(file) {
     db_ = nullptr;
     throw SqliteError(file.string() + ": " + message, code);
   }
-  sqlite3_busy_timeout(db_, BUSY_TIMEOUT_MS);
+  sqlite3_busy_handler(db_, wait_for_lock, &file_);
   sqlite3_extended_result_codes(db_, 1);
 }
 

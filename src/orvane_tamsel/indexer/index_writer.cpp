@@ -40,6 +40,9 @@ CREATE TEMP TABLE IF NOT EXISTS relink(site_id INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS reimport(id INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS merged(decl INTEGER PRIMARY KEY, def INTEGER NOT NULL);
 CREATE INDEX IF NOT EXISTS temp.merged_def ON merged(def);
+CREATE TEMP TABLE IF NOT EXISTS gone_files(id INTEGER PRIMARY KEY);
+CREATE TEMP TABLE IF NOT EXISTS restored(id INTEGER PRIMARY KEY);
+CREATE TEMP TABLE IF NOT EXISTS stale_docs(def INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS reach(origin INTEGER, module TEXT, PRIMARY KEY(origin, module))
   WITHOUT ROWID;
 CREATE TEMP TABLE IF NOT EXISTS reach_files(origin INTEGER, file_id INTEGER,
@@ -49,6 +52,7 @@ CREATE TEMP TABLE IF NOT EXISTS include_changed(id INTEGER PRIMARY KEY);
 
 constexpr const char* CLEAR_BATCH_TABLES =
     "DELETE FROM changed_files; DELETE FROM affected; DELETE FROM relink; DELETE FROM reimport; "
+    "DELETE FROM gone_files; DELETE FROM restored; DELETE FROM stale_docs; "
     "DELETE FROM reach; DELETE FROM reach_files; DELETE FROM include_changed;";
 
 // Sites to link again: those of changed files, and those naming an fqn that appeared or vanished.
@@ -174,7 +178,45 @@ INSERT INTO edges(site_id, caller_id, callee_id, file_id, line, derived)
 // A C or C++ function declared without a body (its signature keeps the ";") and defined under
 // the same fqn is one entity: the definition stays, with the declaration's doc comment when it
 // has none, so that a method declared in its class and defined out of line is listed once. The
-// MERGE_CANDIDATES_* statements fill `merged` (all of the index, or what changed files touch).
+// declaration is kept aside in `declarations`, so that an update gives the index a clean build
+// would: UNMERGE takes back what changed or gone files gave or received, and the declarations
+// whose definition was extracted again or removed return (`restored`) to be merged anew. The
+// MERGE_CANDIDATES_* statements fill `merged` (all of the index, or what the update touches).
+constexpr const char* UNMERGE = R"sql(
+INSERT OR IGNORE INTO stale_docs
+  SELECT d.def_id FROM changed_files c CROSS JOIN declarations d ON d.file_id = c.id
+  WHERE d.gave_doc AND d.def_file_id NOT IN (SELECT id FROM changed_files)
+    AND d.def_file_id NOT IN (SELECT id FROM gone_files);
+INSERT OR IGNORE INTO stale_docs
+  SELECT d.def_id FROM gone_files c CROSS JOIN declarations d ON d.file_id = c.id
+  WHERE d.gave_doc AND d.def_file_id NOT IN (SELECT id FROM changed_files)
+    AND d.def_file_id NOT IN (SELECT id FROM gone_files);
+DELETE FROM declarations WHERE file_id IN (SELECT id FROM changed_files);
+DELETE FROM declarations WHERE file_id IN (SELECT id FROM gone_files);
+UPDATE symbols SET docstring = (
+    SELECT d.docstring FROM declarations d WHERE d.def_id = symbols.id
+    AND d.docstring IS NOT NULL ORDER BY d.symbol_id LIMIT 1)
+  WHERE id IN (SELECT def FROM stale_docs);
+UPDATE declarations SET gave_doc = 1 WHERE id IN (
+  SELECT (SELECT d.id FROM declarations d WHERE d.def_id = s.def AND d.docstring IS NOT NULL
+          ORDER BY d.symbol_id LIMIT 1) FROM stale_docs s);
+UPDATE symbol_text SET docstring = (SELECT docstring FROM symbols WHERE id = symbol_text.rowid)
+  WHERE rowid IN (SELECT def FROM stale_docs);
+)sql";
+constexpr const char* RETURNING_DECLARATIONS = R"sql(
+SELECT d.id, d.file_id, d.fqn, d.name, d.name_folded, d.kind, d.start_line, d.end_line,
+    d.signature, d.docstring, d.is_test, d.parent_id, d.parent_fqn, d.bases, f.path,
+    EXISTS (SELECT 1 FROM symbols s WHERE s.id = d.symbol_id), d.symbol_id
+  FROM declarations d JOIN files f ON f.id = d.file_id
+  WHERE d.def_file_id IN (SELECT id FROM changed_files) OR d.def_file_id IN (SELECT id FROM gone_files)
+)sql";
+constexpr const char* MERGE_CANDIDATES_RESTORED = R"sql(
+INSERT OR IGNORE INTO merged
+  SELECT d.id, f.id FROM restored r CROSS JOIN symbols d ON d.id = r.id
+  JOIN symbols f ON f.fqn = d.fqn AND f.kind = d.kind
+  WHERE f.signature NOT GLOB '*;'
+  ORDER BY d.id, f.id;
+)sql";
 constexpr const char* MERGE_CANDIDATES_ALL = R"sql(
 INSERT OR IGNORE INTO merged
   SELECT d.id, f.id FROM symbols d JOIN symbols f ON f.fqn = d.fqn AND f.kind = d.kind
@@ -200,6 +242,13 @@ constexpr const char* MERGE_DECLARATIONS = R"sql(
 DELETE FROM merged WHERE decl NOT IN (
   SELECT s.id FROM merged m JOIN symbols s ON s.id = m.decl
   JOIN files f ON f.id = s.file_id AND f.language IN ('c', 'cpp'));
+INSERT INTO declarations
+  SELECT NULL, d.id, m.def, f.file_id, d.file_id, d.fqn, d.name, d.name_folded, d.kind, d.start_line,
+    d.end_line, d.signature, d.docstring, d.is_test, d.parent_id, d.parent_fqn, d.bases,
+    f.docstring IS NULL AND d.docstring IS NOT NULL AND d.id = (
+      SELECT min(o.id) FROM merged n JOIN symbols o ON o.id = n.decl
+      WHERE n.def = m.def AND o.docstring IS NOT NULL)
+  FROM merged m JOIN symbols d ON d.id = m.decl JOIN symbols f ON f.id = m.def;
 UPDATE symbols SET docstring = (
     SELECT d.docstring FROM merged m JOIN symbols d ON d.id = m.decl
     WHERE m.def = symbols.id AND d.docstring IS NOT NULL ORDER BY d.id LIMIT 1)
@@ -293,6 +342,9 @@ bool truncated(const std::filesystem::path& file) {
   return size < std::uint64_t{be32(28)} * page_size;
 }
 
+// Left beside the index by a reader that met a damaged page.
+constexpr const char* DAMAGED = "-damaged";
+
 // Two writers opening one index at the same moment can meet a lock SQLite refuses to wait for
 // (the switch to WAL, the first schema): wait and try again rather than fail the run.
 void prepare_waiting(Database& db) {
@@ -313,7 +365,17 @@ void prepare_waiting(Database& db) {
 
 void discard_index(const std::filesystem::path& repository_root) {
   auto file = index::index_file(repository_root);
-  for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(file.string() + suffix);
+  for (const char* suffix : {"", "-wal", "-shm", DAMAGED})
+    std::filesystem::remove(file.string() + suffix);
+}
+
+void mark_damaged(const std::filesystem::path& repository_root) {
+  std::ofstream(index::index_file(repository_root).string() + DAMAGED);
+}
+
+bool marked_damaged(const std::filesystem::path& repository_root) {
+  std::error_code ec;
+  return std::filesystem::exists(index::index_file(repository_root).string() + DAMAGED, ec);
 }
 
 struct IndexWriter::Impl {
@@ -331,6 +393,7 @@ struct IndexWriter::Impl {
   std::set<std::string> go_packages;
   std::vector<std::string> go_scopes;
   std::unordered_map<std::string, std::optional<std::int64_t>> reexport_cache;
+  std::set<std::string> tree_languages;  // languages of this batch's files with tree components
   std::vector<Statement> clear_contents;
 
   explicit Impl(const std::filesystem::path& root) : db(open(root), Database::Mode::write) {
@@ -413,6 +476,9 @@ struct IndexWriter::Impl {
     try {
       if (truncated(file)) {
         throw index::SqliteError("the file is shorter than its header says", SQLITE_CORRUPT);
+      }
+      if (marked_damaged(root)) {
+        throw index::SqliteError("a reader met a damaged page", SQLITE_CORRUPT);
       }
       Database probe(file, Database::Mode::write);
       prepare_waiting(probe);
@@ -504,7 +570,8 @@ struct IndexWriter::Impl {
     ensure_batch();
     auto stem = index::path_stem(file.path);
     auto base = std::string(index::last_component(stem));
-    auto component = index::component_of(file.path, file.module);
+    auto component = index::component_of(file.path, file.module, file.language);
+    if (index::tree_components(file.language)) tree_languages.insert(file.language);
     auto bind_file = [&](Statement& st) {
       st.bind(1, file.path)
           .bind(2, stem)
@@ -662,6 +729,11 @@ struct IndexWriter::Impl {
     ensure_batch();
     auto file_id = file_id_of(path);
     if (!file_id) return;
+    {
+      auto st = db.prepare("SELECT language FROM files WHERE id = ?");
+      st.bind(1, *file_id);
+      if (st.step() && index::tree_components(st.text(0))) tree_languages.insert(st.text(0));
+    }
     std::set<Binding> bound;
     std::string language, module;
     file_language.bind(1, *file_id);
@@ -683,16 +755,75 @@ struct IndexWriter::Impl {
     for (const auto& b : bound) affect_binding(b);
     delete_file.bind(1, *file_id).run();
     delete_path_gram.bind(1, *file_id).run();
+    db.prepare("INSERT OR IGNORE INTO gone_files VALUES(?)").bind(1, *file_id).run();
+  }
+
+  // Declarations whose definition was extracted again or removed come back as symbols (under
+  // their old id while it is free) to be merged again or stay; see UNMERGE.
+  void unmerge() {
+    db.exec(UNMERGE);
+    struct Returning {
+      std::int64_t row, file_id, start_line, end_line;
+      std::string fqn, name, folded, kind, parent_fqn, bases, path;
+      std::optional<std::string> signature, docstring;
+      bool is_test, taken;
+      std::optional<std::int64_t> parent;
+      std::int64_t id;
+    };
+    std::vector<Returning> back;
+    {
+      auto st = db.prepare(RETURNING_DECLARATIONS);
+      while (st.step()) {
+        back.push_back(
+            {st.integer(0), st.integer(1), st.integer(6), st.integer(7), st.text(2), st.text(3),
+             st.text(4), st.text(5), st.text(12), st.text(13), st.text(14), st.optional_text(8),
+             st.optional_text(9), st.integer(10) != 0, st.integer(15) != 0,
+             st.is_null(11) ? std::nullopt : std::optional(st.integer(11)), st.integer(16)});
+      }
+    }
+    auto forget = db.prepare("DELETE FROM declarations WHERE id = ?");
+    auto mark = db.prepare("INSERT OR IGNORE INTO restored VALUES(?)");
+    for (const auto& d : back) {
+      insert_symbol.bind(1, d.taken ? std::nullopt : std::optional(d.id))
+          .bind(2, d.file_id)
+          .bind(3, d.fqn)
+          .bind(4, d.name)
+          .bind(5, d.folded)
+          .bind(6, d.kind)
+          .bind(7, d.start_line)
+          .bind(8, d.end_line)
+          .bind(9, d.signature)
+          .bind(10, d.docstring)
+          .bind(11, d.is_test)
+          .bind(12, d.parent)
+          .bind(13, d.parent_fqn)
+          .bind(14, d.bases)
+          .run();
+      auto id = db.last_insert_id();
+      insert_text.bind(1, id)
+          .bind(2, index::name_text(d.name))
+          .bind(3, d.fqn)
+          .bind(4, d.signature)
+          .bind(5, d.docstring)
+          .bind(6, d.path)
+          .run();
+      insert_name_gram.bind(1, id).bind(2, d.name).run();
+      forget.bind(1, d.row).run();
+      mark.bind(1, id).run();
+      affect(d.fqn);
+    }
   }
 
   void commit() {
     if (!in_batch) return;
     if (!bulk) {
+      unmerge();
       affect_reexports();
       affect_promotions();
     }
     db.exec(bulk ? RELINK_ALL : RELINK_CHANGED);
     db.exec(bulk ? MERGE_CANDIDATES_ALL : MERGE_CANDIDATES_CHANGED);
+    if (!bulk) db.exec(MERGE_CANDIDATES_RESTORED);
     db.exec(MERGE_DECLARATIONS);
     // Includes are linked before calls: a C or C++ call sees what its file includes.
     db.exec(LINK_IMPORTS);
@@ -704,6 +835,7 @@ struct IndexWriter::Impl {
     link_reexports();
     db.exec(INSERT_EDGES);
     update_dominant_package();
+    update_tree_components();
     if (bulk) index::create_deferrable_indexes(db);
     db.exec(CLEAR_BATCH_TABLES);
     db.exec("COMMIT");
@@ -1026,20 +1158,47 @@ struct IndexWriter::Impl {
     }
   }
 
-  // Which package, if any, holds most production files (see split_component).
+  // Which Python package, if any, holds most production files (see split_component).
   void update_dominant_package() {
     std::string dominant;
     {
       auto st = db.prepare(
-          "SELECT component, count(*), (SELECT count(*) FROM files WHERE is_test = 0) "
-          "FROM files WHERE is_test = 0 GROUP BY component ORDER BY 2 DESC, 1 LIMIT 1");
+          "SELECT component, count(*), (SELECT count(*) FROM files WHERE is_test = 0 AND "
+          "language = 'python') FROM files WHERE is_test = 0 AND language = 'python' "
+          "GROUP BY component ORDER BY 2 DESC, 1 LIMIT 1");
       if (st.step() && st.integer(1) >= index::DOMINANT_SHARE * st.real(2)) dominant = st.text(0);
     }
     db.prepare("INSERT OR REPLACE INTO meta VALUES('dominant_package', ?)").bind(1, dominant).run();
   }
 
+  // A file of a tree language is in the package right below its language's package root, which
+  // any file added or removed may move: the files of a touched language are placed again.
+  void update_tree_components() {
+    for (const auto& language : tree_languages) {
+      std::vector<std::tuple<std::int64_t, std::string, std::string>> files;
+      std::vector<std::string> modules;
+      {
+        auto st = db.prepare("SELECT id, module, component FROM files WHERE language = ?");
+        st.bind(1, language);
+        while (st.step()) {
+          files.emplace_back(st.integer(0), st.text(1), st.text(2));
+          modules.push_back(st.text(1));
+        }
+      }
+      auto root = index::package_root(modules);
+      auto set = db.prepare("UPDATE files SET component = ? WHERE id = ?");
+      for (const auto& [id, module, component] : files) {
+        if (module.empty()) continue;
+        auto placed = index::component_below(module, root);
+        if (placed != component) set.bind(1, placed).bind(2, id).run();
+      }
+    }
+    tree_languages.clear();
+  }
+
   void rollback() {
     if (!in_batch) return;
+    tree_languages.clear();
     in_batch = false;
     db.exec("ROLLBACK");
   }

@@ -50,5 +50,9 @@ class IndexWriter {
 
 // Deletes DIR/.tamsel/index.db and its log, so that the next writer builds it afresh.
 void discard_index(const std::filesystem::path& repository_root);
+// Notes that a reader met a damaged page, so that the next writer rebuilds the index rather than
+// update an index whose damage its own run may never touch.
+void mark_damaged(const std::filesystem::path& repository_root);
+bool marked_damaged(const std::filesystem::path& repository_root);
 
 }  // namespace orvane_tamsel::indexer

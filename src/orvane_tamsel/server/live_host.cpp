@@ -1,15 +1,29 @@
 #include "orvane_tamsel/server/live_host.h"
 
+#include <sys/stat.h>
+
 #include <chrono>
 
 #include <spdlog/spdlog.h>
 
+#include "orvane_tamsel/index/schema.h"
+#include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
+#include "orvane_tamsel/indexer/index_writer.h"
 #include "orvane_tamsel/indexer/indexer.h"
 #include "orvane_tamsel/tool_handlers/explore.h"
 #include "orvane_tamsel/tool_handlers/tools.h"
 
 namespace orvane_tamsel::server {
+
+namespace {
+
+std::uint64_t inode_of(const std::filesystem::path& file) {
+  struct stat st {};
+  return ::stat(file.c_str(), &st) == 0 ? static_cast<std::uint64_t>(st.st_ino) : 0;
+}
+
+}  // namespace
 
 LiveHost::LiveHost(std::filesystem::path root) : root_(std::move(root)), watch_(root_) {}
 
@@ -43,13 +57,24 @@ void LiveHost::index_at_start() {
   });
   spdlog::info("serve: {}", indexer::summary_line(report));
   watch_.arm(report.folders);
+  index_inode_ = inode_of(index::index_file(root_));
   repository_ = index::open_repository(root_);
   memories_ = std::make_unique<index::MemoryStore>(root_);
 }
 
+void LiveHost::reopen_if_replaced() {
+  auto inode = inode_of(index::index_file(root_));
+  if (inode == index_inode_ || inode == 0) return;
+  spdlog::info("serve: the index was rebuilt: opening it again");
+  retriever_.reset();
+  repository_ = index::open_repository(root_);
+  index_inode_ = inode;
+}
+
 void LiveHost::refresh() {
   // An unchanged repository costs no walk; after any change the walk compares times and sizes.
-  if (watch_.quiet()) return;
+  // An index a reader found damaged is rebuilt by the update.
+  if (watch_.quiet() && !indexer::marked_damaged(root_)) return reopen_if_replaced();
   try {
     auto report = indexer::update_index(root_);
     watch_.arm(report.folders);
@@ -62,6 +87,7 @@ void LiveHost::refresh() {
     // index in use.
     spdlog::warn("serve: the index could not be brought up to date: {}", e.what());
   }
+  reopen_if_replaced();
 }
 
 Json LiveHost::call_tool(const std::string& name, const Json& arguments) {
@@ -85,7 +111,15 @@ Json LiveHost::call_tool(const std::string& name, const Json& arguments) {
         a["depth"].get<std::string>(), a["token_budget"].get<long long>(), retriever_.get(),
         memories_.get());
   };
-  return tool_handlers::call_tool(name, arguments, context);
+  try {
+    return tool_handlers::call_tool(name, arguments, context);
+  } catch (const index::SqliteError& e) {
+    if (!e.unreadable()) throw;
+    indexer::mark_damaged(root_);
+    throw tool_handlers::ToolError(
+        std::string("the index is damaged (") + e.what() + "): it is rebuilt before the next call",
+        Json{{"hint", "call again; `tamsel index` also rebuilds it; memories are kept"}});
+  }
 }
 
 }  // namespace orvane_tamsel::server

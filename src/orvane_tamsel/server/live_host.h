@@ -3,6 +3,7 @@
 // before each call and the retriever is rebuilt only when the index changed.
 
 #include <condition_variable>
+#include <cstdint>
 #include <exception>
 #include <filesystem>
 #include <memory>
@@ -32,11 +33,15 @@ class LiveHost : public ToolHost {
  private:
   void index_at_start();
   void refresh();
+  // Opens the index again when a writer replaced its file (a rebuild), which the open connection
+  // would never see.
+  void reopen_if_replaced();
 
   std::filesystem::path root_;
   std::thread indexing_;
   std::exception_ptr start_error_;
   std::unique_ptr<index::Repository> repository_;
+  std::uint64_t index_inode_ = 0;
   std::unique_ptr<workers::HybridRetriever> retriever_;
   std::unique_ptr<index::MemoryStore> memories_;
   ChangeWatch watch_;

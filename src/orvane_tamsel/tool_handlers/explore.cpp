@@ -7,6 +7,7 @@
 #include <spdlog/sinks/stdout_color_sinks.h>
 #include <spdlog/spdlog.h>
 
+#include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/tool_handlers/explore_internal.h"
 #include "orvane_tamsel/utils/unicode.h"
 
@@ -69,6 +70,13 @@ std::string repr(const std::string& text) {
 }
 
 void warn_failed(const std::string& what, const std::string& query) {
+  // A damaged index is no partial answer: its error goes on to the caller, who has it rebuilt.
+  try {
+    throw;
+  } catch (const index::SqliteError& e) {
+    if (e.unreadable()) throw;
+  } catch (...) {
+  }
   logger()->warn("explore: the {} of {} failed\n{}", what, repr(query), details());
 }
 

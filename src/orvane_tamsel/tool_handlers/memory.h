@@ -2,6 +2,7 @@
 // Project memories: short notes saved by users, attached to answers as untrusted.
 
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,16 @@ struct Memory {
   std::string created;  // ISO 8601, UTC
 };
 
+// The store cannot be read or written; the message says which file and why.
+class MemoryUnreadable : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+inline constexpr const char* MEMORIES_UNREADABLE_HINT =
+    "move the memories file aside (an empty store is created in its place) or restore it from a "
+    "backup; the index and the answers do not depend on it";
+
 // Gives the memories relevant to a query (at most 3).
 class MemoryLookup {
  public:
@@ -30,6 +41,7 @@ inline constexpr const char* MEMORIES_TRUST =
     "untrusted: notes saved by users of this tool, not read from the code";
 
 // Appends "memories" to the answer when the lookup finds any; the answer unchanged otherwise.
+// A store that cannot be read is reported under "memories" and never fails the answer.
 Json with_memories(Json answer, const std::string& query, MemoryLookup* lookup);
 
 }  // namespace orvane_tamsel::tool_handlers

@@ -20,13 +20,7 @@ Json memory_row(const Memory& m) {
   return row;
 }
 
-}  // namespace
-
-Json memory_tool(const Json& arguments, ToolContext& context) {
-  if (context.memories == nullptr) {
-    throw ToolError("project memories are not available in this server");
-  }
-  auto& store = *context.memories;
+Json memory_action(const Json& arguments, index::MemoryStore& store) {
   const auto action = arguments["action"].get<std::string>();
   if (action == "save") {
     auto title = arguments.value("title", "");
@@ -56,6 +50,19 @@ Json memory_tool(const Json& arguments, ToolContext& context) {
     if (!fit.add("memories", memory_row(memories[i]))) break;
   }
   return fit.finish();
+}
+
+}  // namespace
+
+Json memory_tool(const Json& arguments, ToolContext& context) {
+  if (context.memories == nullptr) {
+    throw ToolError("project memories are not available in this server");
+  }
+  try {
+    return memory_action(arguments, *context.memories);
+  } catch (const MemoryUnreadable& e) {
+    throw ToolError(e.what(), Json{{"hint", MEMORIES_UNREADABLE_HINT}});
+  }
 }
 
 }  // namespace orvane_tamsel::tool_handlers

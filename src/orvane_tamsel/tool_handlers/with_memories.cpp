@@ -4,7 +4,17 @@ namespace orvane_tamsel::tool_handlers {
 
 Json with_memories(Json answer, const std::string& query, MemoryLookup* lookup) {
   if (lookup == nullptr) return answer;
-  auto found = (*lookup)(query);
+  std::vector<Memory> found;
+  try {
+    found = (*lookup)(query);
+  } catch (const std::exception& e) {
+    Json problem = Json::object();
+    problem["trust"] = MEMORIES_TRUST;
+    problem["error"] = e.what();
+    problem["hint"] = MEMORIES_UNREADABLE_HINT;
+    answer["memories"] = std::move(problem);
+    return answer;
+  }
   if (found.empty()) return answer;
   Json items = Json::array();
   for (const auto& m : found) {

@@ -35,6 +35,7 @@ TEST(CExtraction, SymbolsCallersAndTests) {
   auto macro = index->get_symbol_by_fqn("CART_MAX");
   ASSERT_TRUE(macro.has_value());
   EXPECT_EQ(macro->kind, "macro");
+  EXPECT_FALSE(index->get_symbol_by_fqn("STORE_CART_H").has_value()) << "an include guard";
   auto limit = index->get_symbol_by_fqn("MAX_PRICE");
   ASSERT_TRUE(limit.has_value());
   EXPECT_EQ(limit->kind, "variable");

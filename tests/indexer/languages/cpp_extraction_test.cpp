@@ -1,10 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <set>
 #include <string>
 
 #include "indexer/languages/neighbour_fqns.h"
 #include "indexer/temp_repo.h"
+#include "orvane_tamsel/index/schema.h"
+#include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
 
@@ -65,6 +70,61 @@ TEST(CppExtraction, SymbolsCallersAndTests) {
   auto components = index->components_of({"src/shop/cart.cpp", "test/cart_test.cpp"});
   EXPECT_EQ(components["src/shop/cart.cpp"], "shop");
   EXPECT_EQ(components["test/cart_test.cpp"], "test");
+}
+
+// What a definition takes from its declaration must not depend on the order of updates: after
+// each edit the index holds what a clean build of the same sources holds.
+TEST(CppExtraction, DeclarationAndDefinitionFollowEdits) {
+  auto snapshot = [](const indexer_test::TempRepo& repo) {
+    index::Database db(index::index_file(repo.root()), index::Database::Mode::read);
+    auto st = db.prepare(
+        "SELECT s.fqn || ' ' || s.kind || ' ' || f.path || ':' || s.start_line || ' ' || "
+        "coalesce(s.docstring, '-') FROM symbols s JOIN files f ON f.id = s.file_id UNION ALL "
+        "SELECT c.fqn || ' <- ' || r.fqn FROM edges e JOIN symbols c ON c.id = e.callee_id "
+        "JOIN symbols r ON r.id = e.caller_id UNION ALL "
+        "SELECT t.fqn || ' text ' || coalesce(t.docstring, '-') FROM symbol_text t");
+    std::multiset<std::string> rows;
+    while (st.step()) rows.insert(st.text(0));
+    return rows;
+  };
+  indexer_test::TempRepo repo("lang_cpp"), clean("lang_cpp");
+  auto read = [&](const std::string& rel) {
+    std::ifstream in(repo.root() / rel);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  };
+  auto edit = [&](const std::string& rel, const std::string& from, const std::string& to) {
+    auto text = read(rel);
+    auto at = text.find(from);
+    ASSERT_NE(at, std::string::npos) << from;
+    repo.write(rel, text.replace(at, from.size(), to));
+  };
+  auto same_as_clean = [&](const char* step) {
+    indexer::update_index(repo.root());
+    std::filesystem::remove_all(clean.root());
+    std::filesystem::copy(repo.root(), clean.root(), std::filesystem::copy_options::recursive);
+    std::filesystem::remove_all(clean.root() / ".tamsel");
+    indexer::update_index(clean.root());
+    EXPECT_EQ(snapshot(repo), snapshot(clean)) << step;
+  };
+  indexer::update_index(repo.root());
+
+  edit("src/shop/cart.cpp", "  total();\n", "  total();\n  total();\n");
+  same_as_clean("the definition's file edited");
+  auto add = index::open_repository(repo.root())->get_symbol_by_fqn("shop.Cart.add");
+  EXPECT_EQ(add->docstring.value_or(""), "Puts a price in the cart.");
+  auto body = read("src/shop/cart.cpp");
+  edit("src/shop/cart.cpp",
+       "void Cart::add(int price) {\n  items_.push_back(price);\n  total();\n  total();\n}\n", "");
+  same_as_clean("the definition deleted");
+  auto declared = index::open_repository(repo.root())->get_symbol_by_fqn("shop.Cart.add");
+  ASSERT_TRUE(declared.has_value());
+  EXPECT_EQ(declared->signature.value_or(""), "void add(int price);");
+  repo.write("src/shop/cart.cpp", body);
+  same_as_clean("the definition back");
+  edit("include/shop/cart.h", "Puts a price", "Adds a price");
+  same_as_clean("the declaration's doc edited");
+  std::filesystem::remove(repo.root() / "src/shop/cart.cpp");
+  same_as_clean("the definition's file removed");
 }
 
 }  // namespace

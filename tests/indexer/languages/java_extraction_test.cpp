@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <map>
 #include <set>
 #include <string>
 
@@ -15,7 +16,7 @@ using indexer_test::neighbour_fqns;
 
 // Package fqns under src/main/java and src/test/java, Javadoc, JUnit tests, and calls through
 // `this`, fields, locals, imports, the own package and an inherited method; a bare name defined
-// nowhere gets no edge.
+// nowhere gets no edge; components are the packages below the one all files share.
 TEST(JavaExtraction, SymbolsTestsAndCallers) {
   indexer_test::TempRepo repo("lang_java");
   indexer::update_index(repo.root());
@@ -46,6 +47,13 @@ TEST(JavaExtraction, SymbolsTestsAndCallers) {
   auto tests = index->get_tests_for("src/main/java/com/shop/Cart.java");
   ASSERT_FALSE(tests["tests"].empty());
   EXPECT_EQ(tests["tests"][0]["path"], "src/test/java/com/shop/CartTest.java");
+
+  EXPECT_EQ(index->components_of({"src/main/java/com/shop/Cart.java",
+                                  "src/main/java/com/shop/util/Prices.java",
+                                  "src/test/java/com/shop/CartTest.java"}),
+            (std::map<std::string, std::string>{{"src/main/java/com/shop/Cart.java", "shop"},
+                                                {"src/main/java/com/shop/util/Prices.java", "util"},
+                                                {"src/test/java/com/shop/CartTest.java", "shop"}}));
 }
 
 }  // namespace

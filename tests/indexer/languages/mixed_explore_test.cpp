@@ -41,6 +41,7 @@ TEST(MixedLanguages, ExploreAnswersFromEveryLanguage) {
   EXPECT_EQ(view["symbols"][0]["fqn"], "cart.view.CartView");
   EXPECT_EQ(view["symbols"][0]["file"], "web/src/cart/view.ts");
   EXPECT_TRUE(fqns(view["callers"]).count("cart.view.test.CartView.renders_the_total"));
+  EXPECT_EQ(view["components"][0]["name"], "web") << "the project holding the source root";
 
   // one question, answered from the Python server and the TypeScript front end
   auto discount = fqns(explore(repo, "how is the discount applied to a total")["symbols"]);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <map>
 #include <set>
 #include <string>
 
@@ -15,7 +16,8 @@ using indexer_test::neighbour_fqns;
 
 // Crate and module fqns from the Cargo layout, `///` docs past attributes, #[test] and
 // #[cfg(test)] code, and calls through `self`, `Type::` paths, `use` and typed locals, also in
-// macro arguments; an integration test reaches the crate by its package name.
+// macro arguments; an integration test reaches the crate by its package name; components are
+// the crate's modules.
 TEST(RustExtraction, SymbolsTestsAndCallers) {
   indexer_test::TempRepo repo("lang_rust");
   indexer::update_index(repo.root());
@@ -53,6 +55,11 @@ TEST(RustExtraction, SymbolsTestsAndCallers) {
   auto tests = index->get_tests_for("src/cart.rs");
   ASSERT_FALSE(tests["tests"].empty());
   EXPECT_EQ(tests["tests"][0]["path"], "tests/cart_test.rs");
+
+  EXPECT_EQ(
+      index->components_of({"src/cart.rs", "src/lib.rs", "tests/cart_test.rs"}),
+      (std::map<std::string, std::string>{
+          {"src/cart.rs", "cart"}, {"src/lib.rs", "crate"}, {"tests/cart_test.rs", "tests"}}));
 }
 
 }  // namespace

@@ -14,7 +14,8 @@ using namespace orvane_tamsel;
 using indexer_test::neighbour_fqns;
 
 // Module fqns from the source root, JSDoc, `this` (on to a base class), typed parameters, imports
-// (named and namespace), describe/it blocks as tests, and no edge for a name defined nowhere.
+// (named and namespace), describe/it blocks as tests, overloads listed once with their
+// implementation, and no edge for a name defined nowhere.
 TEST(TsExtraction, SymbolsTestsAndCallers) {
   indexer_test::TempRepo repo("lang_ts");
   indexer::update_index(repo.root());
@@ -29,6 +30,20 @@ TEST(TsExtraction, SymbolsTestsAndCallers) {
   EXPECT_EQ(index->get_symbol_by_fqn("app.cart.Status")->kind, "enum");
   EXPECT_EQ(index->get_symbol_by_fqn("app.cart.Cart.constructor")->kind, "constructor");
   EXPECT_EQ(index->get_symbol_by_fqn("app.cart.emptyCart")->kind, "function");
+  for (const char* name : {"formatPrice", "priceOf"}) {
+    auto found = index->search_symbols({name}, true, 10).symbols;
+    ASSERT_EQ(found.size(), 1u) << name << ": overloads and implementation listed apart";
+  }
+  auto format = index->get_symbol_by_fqn("util.format.formatPrice");
+  EXPECT_EQ(format->signature.value_or(""),
+            "export function formatPrice(amount: number, currency: string): string\n"
+            "export function formatPrice(amount: bigint, currency: string): string");
+  EXPECT_EQ(format->docstring.value_or(""), "Two decimals and the currency.");
+  EXPECT_EQ(format->start_line, 4);
+  EXPECT_EQ(format->end_line, 6);
+  auto price = index->get_symbol_by_fqn("app.cart.Cart.priceOf");
+  EXPECT_EQ(price->kind, "method");
+  EXPECT_EQ(price->docstring.value_or(""), "The price of an item, by name or position.");
   auto block = index->get_symbol_by_fqn("app.cart.test.Cart.adds_an_item");
   ASSERT_TRUE(block.has_value());
   EXPECT_TRUE(block->is_test);

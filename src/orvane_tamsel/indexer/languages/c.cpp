@@ -210,6 +210,13 @@ std::optional<tagged::Definition> Rules::define(const tagged::Tag& tag) {
     return def;
   }
   if (tag.role == "macro") {
+    // an include guard (`#ifndef X` `#define X` around the header) names nothing
+    TSNode parent = ts_node_parent(tag.node);
+    if (is(tag.node, "preproc_def") &&
+        ts_node_is_null(ts_node_child_by_field_name(tag.node, "value", 5)) &&
+        is(parent, "preproc_ifdef") && field_text(parent, "name") == def.name) {
+      return std::nullopt;
+    }
     def.kind = "macro";
     return def;
   }

@@ -179,6 +179,15 @@ class Rules : public tagged::Extraction {
   }
 
   void visit(TSNode node) override {
+    if (is(node, "function_signature") || is(node, "method_signature") ||
+        is(node, "abstract_method_signature")) {
+      auto symbol = frames_.back().symbol;
+      if (symbol == NONE && frames_.size() >= 2 &&
+          is(frames_[frames_.size() - 2].node, "export_statement")) {
+        symbol = frames_[frames_.size() - 2].symbol;
+      }
+      if (symbol != NONE) overloads_.insert(symbol);
+    }
     if (is(node, "call_expression") && frames_.back().symbol != NONE) {
       blocks_.insert(out_.symbols[frames_.back().symbol].fqn);
     }
@@ -399,7 +408,12 @@ class Rules : public tagged::Extraction {
     call.fallbacks.push_back(join(join(bindings_.at(bound), bound), member));
   }
 
+ public:
+  // Symbols declared by a signature without a body (an overload, an interface member).
+  const std::set<std::size_t>& overloads() const { return overloads_; }
+
  private:
+  std::set<std::size_t> overloads_;
   std::map<std::string, std::string, std::less<>> bindings_;     // imported name -> fqn
   std::map<std::string, std::string, std::less<>> fields_;       // `this.x` -> its declared type
   std::vector<std::pair<std::size_t, std::string>> base_names_;  // class symbol, base name
@@ -428,10 +442,59 @@ std::string module_name(std::string_view path, const PackageDirs& /*packages*/,
   return p.empty() ? std::string(root_name) : p;
 }
 
+// The overload signatures of a function or method and its implementation are one symbol: the
+// implementation's lines, the overloads' signatures (the ones callers see) one per line, and the
+// first doc comment among them.
+void merge_overloads(ParsedFile& file, const std::set<std::size_t>& overloads) {
+  std::map<std::pair<std::string, std::string>, std::vector<std::size_t>> groups;
+  for (auto i : overloads) groups[{file.symbols[i].fqn, file.symbols[i].kind}];
+  if (groups.empty()) return;
+  for (std::size_t i = 0; i < file.symbols.size(); ++i) {
+    const auto& s = file.symbols[i];
+    if (auto it = groups.find({s.fqn, s.kind}); it != groups.end()) it->second.push_back(i);
+  }
+  std::vector<bool> drop(file.symbols.size(), false);
+  for (const auto& [key, members] : groups) {
+    if (members.size() < 2) continue;
+    auto keeper = members.front();
+    for (auto i : members) {
+      if (!overloads.contains(i)) {
+        keeper = i;
+        break;
+      }
+    }
+    std::string signature;
+    std::optional<std::string> doc;
+    bool is_test = false;
+    for (auto i : members) {
+      const auto& s = file.symbols[i];
+      if (overloads.contains(i) && s.signature) {
+        signature += (signature.empty() ? "" : "\n") + *s.signature;
+      }
+      if (!doc) doc = s.docstring;
+      is_test = is_test || s.is_test;
+      if (i != keeper) drop[i] = true;
+    }
+    auto& kept = file.symbols[keeper];
+    if (!signature.empty()) kept.signature = signature;
+    kept.docstring = doc;
+    kept.is_test = is_test;
+  }
+  std::size_t out = 0;
+  for (std::size_t i = 0; i < file.symbols.size(); ++i) {
+    if (drop[i]) continue;
+    if (out != i) file.symbols[out] = std::move(file.symbols[i]);
+    ++out;
+  }
+  file.symbols.resize(out);
+}
+
 ParsedFile extract(const utils::Language& language, std::string_view path, std::string_view module,
                    std::string_view content) {
   Rules rules(language, path, module, content);
-  return rules.run();
+  auto file = rules.run();
+  merge_overloads(file, rules.overloads());
+  return file;
 }
 
 }  // namespace orvane_tamsel::indexer::javascript

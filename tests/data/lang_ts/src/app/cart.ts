@@ -28,6 +28,14 @@ export class Cart {
     return formatPrice(this.total(), this.currency);
   }
 
+  /** The price of an item, by name or position. */
+  priceOf(name: string): number;
+  priceOf(index: number): number;
+  priceOf(key: string | number): number {
+    const item = typeof key === 'number' ? this.items[key] : this.items.find((i) => i.name === key);
+    return item ? item.price : 0;
+  }
+
   private log(name: string): void {
     console.log(name);
   }
