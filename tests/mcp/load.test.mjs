@@ -104,7 +104,9 @@ export default async function loadTest(binary, sourceDir) {
   } finally {
     clearTimeout(timer);
     child.stdin.end();
-    await new Promise((resolve) => child.on('exit', resolve));
+    // A sanitizer's report (a leak, say) ends the server with another status.
+    const code = await new Promise((resolve) => child.on('exit', resolve));
+    check(code === 0, 'the server ends cleanly after the load', code);
     repo.cleanup();
   }
 }

@@ -8,6 +8,7 @@
 #include "orvane_tamsel/indexer/indexer.h"
 #include "orvane_tamsel/workers/name_lookup.h"
 #include "orvane_tamsel/workers/retrieval.h"
+#include "orvane_tamsel/workers/term_expansion.h"
 #include "orvane_tamsel/workers/term_match.h"
 
 using namespace orvane_tamsel;
@@ -114,4 +115,35 @@ TEST(TermMatch, InflectionsAndRunTogetherNamesMeet) {
   EXPECT_FALSE(meets(stem("cat"), fqn_stems("shop.Category")));
   EXPECT_TRUE(inside_name(stem("split"), "urlsplit"));
   EXPECT_FALSE(inside_name(stem("url"), "urlsplit"));
+  // Module words are left out of the name match: only the part inside the file names the symbol.
+  EXPECT_EQ(inside_module("shop.cart.Cart.total", "src/shop/cart.py"), "Cart.total");
+  EXPECT_EQ(inside_module("logging.Formatter.format", "logging/__init__.py"), "Formatter.format");
+  EXPECT_EQ(inside_module("http.client.HTTPResponse.read", "http/client.py"), "HTTPResponse.read");
+  EXPECT_EQ(inside_module("shop.carts", "shop/cart.py"), "shop.carts");
+}
+
+TEST(TermExpansion, TheCodeBasesOwnWordReachesNamesTheQuestionDoesNotSpell) {
+  indexer_test::TempRepo repo("shop");
+  std::string access =
+      "def has_perm(user, codename):\n    \"\"\"Whether the user holds the permission.\"\"\"\n"
+      "def grant_perm(user, codename):\n    \"\"\"Give the user a permission.\"\"\"\n"
+      "def revoke_perm(user, codename):\n    \"\"\"Take a permission away.\"\"\"\n"
+      "def perm_codenames():\n    \"\"\"The codenames, sorted.\"\"\"\n";
+  // Many other names, so that "perm" is specific to the symbols described with "permission".
+  for (int i = 0; i < 40; ++i) {
+    access += "def item_" + std::to_string(i) + "():\n    \"\"\"Return an item.\"\"\"\n";
+  }
+  repo.write("src/shop/access.py", access);
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+
+  auto terms = query_terms("which permissions does a user have");
+  EXPECT_THAT(detail::expansions(*index, terms), ElementsAre("perm"));
+  // No word of the code base is paired often enough with "item" or "codenames" to be added.
+  EXPECT_TRUE(detail::expansions(*index, query_terms("list the items")).empty());
+
+  // perm_codenames never says "permission"; only the paired name word finds it.
+  HybridRetriever retriever(*index);
+  auto names = fqns(*index, retriever.retrieve("which permissions exist", 10, false, true));
+  EXPECT_THAT(names, Contains("shop.access.perm_codenames"));
 }

@@ -164,6 +164,18 @@ class Repository {
     (void)ids;
     return {};
   }
+  // The names of the production symbols that match, best first (search_text without the rows).
+  virtual std::vector<std::string> names_matching_text(const std::string& match, int limit) {
+    (void)match, (void)limit;
+    return {};
+  }
+  // How many symbols have each word in their name (matched as the text table matches it), and how
+  // many symbols there are: how specific a name word is.
+  virtual std::pair<std::map<std::string, std::int64_t>, std::int64_t> name_word_counts(
+      const std::vector<std::string>& words) {
+    (void)words;
+    return {};
+  }
   // Candidate paths / names that look like the text (trigram or prefix), bounded.
   virtual std::vector<std::string> similar_paths(const std::string& text, int limit) {
     (void)text, (void)limit;

@@ -412,6 +412,35 @@ class SqliteRepository : public Repository {
     return counts;
   }
 
+  std::vector<std::string> names_matching_text(const std::string& match, int limit) override {
+    std::lock_guard lock(mutex_);
+    std::vector<std::string> names;
+    if (match.empty() || limit <= 0) return names;
+    auto st = db_->prepare(
+        "SELECT s.name FROM symbol_text t JOIN symbols s ON s.id = t.rowid "
+        "WHERE symbol_text MATCH ?1 AND s.is_test = 0 ORDER BY t.rank LIMIT ?2");
+    st.bind(1, match).bind(2, limit);
+    while (st.step()) names.push_back(st.text(0));
+    return names;
+  }
+
+  std::pair<std::map<std::string, std::int64_t>, std::int64_t> name_word_counts(
+      const std::vector<std::string>& words) override {
+    std::lock_guard lock(mutex_);
+    std::pair<std::map<std::string, std::int64_t>, std::int64_t> counts;
+    // All symbols, modules too: close enough for a ratio, and counted from the smallest index.
+    auto total = db_->prepare("SELECT count(*) FROM symbols");
+    if (total.step()) counts.second = total.integer(0);
+    auto st = db_->prepare("SELECT count(*) FROM symbol_text WHERE symbol_text MATCH ?1");
+    for (const auto& w : words) {
+      if (w.find('"') != std::string::npos) continue;
+      st.reset();
+      st.bind(1, "name : \"" + w + "\"");
+      if (st.step()) counts.first[w] = st.integer(0);
+    }
+    return counts;
+  }
+
   // Most alike first (edit distance to the path or its file name), then the shorter path.
   std::vector<std::string> similar_paths(const std::string& text, int limit) override {
     std::lock_guard lock(mutex_);

@@ -43,11 +43,17 @@ CREATE INDEX IF NOT EXISTS temp.merged_def ON merged(def);
 CREATE TEMP TABLE IF NOT EXISTS gone_files(id INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS restored(id INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS stale_docs(def INTEGER PRIMARY KEY);
+CREATE TEMP TABLE IF NOT EXISTS reach(origin INTEGER, module TEXT, PRIMARY KEY(origin, module))
+  WITHOUT ROWID;
+CREATE TEMP TABLE IF NOT EXISTS reach_files(origin INTEGER, file_id INTEGER,
+  PRIMARY KEY(origin, file_id)) WITHOUT ROWID;
+CREATE TEMP TABLE IF NOT EXISTS include_changed(id INTEGER PRIMARY KEY);
 )sql";
 
 constexpr const char* CLEAR_BATCH_TABLES =
     "DELETE FROM changed_files; DELETE FROM affected; DELETE FROM relink; DELETE FROM reimport; "
-    "DELETE FROM gone_files; DELETE FROM restored; DELETE FROM stale_docs;";
+    "DELETE FROM gone_files; DELETE FROM restored; DELETE FROM stale_docs; "
+    "DELETE FROM reach; DELETE FROM reach_files; DELETE FROM include_changed;";
 
 // Sites to link again: those of changed files, and those naming an fqn that appeared or vanished.
 constexpr const char* RELINK_CHANGED = R"sql(
@@ -73,15 +79,86 @@ INSERT INTO reimport SELECT id FROM imports;
   "call_sites.id AND (k.module = f.module OR (f.module <> '' AND "                       \
   "substr(k.module, -length(f.module) - 1) = '.' || f.module))))"
 #define TAMSEL_BODY_FIRST "s.start_line - s.end_line"
+// A C or C++ site (one whose file has `reach` rows) sees the files its file includes, directly
+// or through other headers (`reach_files`), and their modules (`reach`): a function declared in
+// a header is defined in a source file of the same module. Its own file first, then what the
+// includes hold, then their modules' other files.
+#define TAMSEL_C_SITE "EXISTS (SELECT 1 FROM reach r WHERE r.origin = call_sites.file_id)"
+#define TAMSEL_INCLUDED                                                                      \
+  "EXISTS (SELECT 1 FROM reach_files r WHERE r.origin = call_sites.file_id AND r.file_id = " \
+  "s.file_id)"
+#define TAMSEL_REACHED                                                                        \
+  "EXISTS (SELECT 1 FROM files f JOIN reach r ON r.module = f.module WHERE f.id = s.file_id " \
+  "AND r.origin = call_sites.file_id)"
+#define TAMSEL_C_CANDIDATES(where)                                                             \
+  "(SELECT s.id FROM symbols s WHERE s.fqn = call_sites.target_fqn AND s.kind <> 'module' "    \
+  "AND " where " ORDER BY " TAMSEL_BODY_FIRST                                                  \
+  ", s.id LIMIT 1), "                                                                          \
+  "(SELECT s.id FROM call_fallbacks b JOIN symbols s ON s.fqn = b.fqn AND s.kind <> 'module' " \
+  "WHERE b.site_id = call_sites.id AND " where " ORDER BY b.rank, " TAMSEL_BODY_FIRST          \
+  ", s.id LIMIT 1)"
+#define TAMSEL_CALLEE_FQN "(SELECT fqn FROM symbols WHERE id = call_sites.callee_id)"
+#define TAMSEL_CALLEE_FILE "(SELECT file_id FROM symbols WHERE id = call_sites.callee_id)"
 constexpr const char* LINK_CALLS = R"sql(
 DELETE FROM edges WHERE site_id IN (SELECT site_id FROM relink);
-UPDATE call_sites SET callee_id = coalesce(
+UPDATE call_sites SET callee_id = CASE WHEN )sql" TAMSEL_C_SITE R"sql( THEN coalesce(
+    )sql" TAMSEL_C_CANDIDATES("s.file_id = call_sites.file_id") R"sql(,
+    )sql" TAMSEL_C_CANDIDATES(TAMSEL_INCLUDED) R"sql(,
+    )sql" TAMSEL_C_CANDIDATES(TAMSEL_REACHED) R"sql()
+  ELSE coalesce(
     (SELECT s.id FROM symbols s WHERE s.fqn = call_sites.target_fqn AND s.kind <> 'module'
       AND )sql" TAMSEL_IN_SCOPE R"sql( ORDER BY )sql" TAMSEL_BODY_FIRST R"sql(, s.id LIMIT 1),
     (SELECT s.id FROM call_fallbacks b JOIN symbols s ON s.fqn = b.fqn AND s.kind <> 'module'
       WHERE b.site_id = call_sites.id AND )sql" TAMSEL_IN_SCOPE R"sql(
-      ORDER BY b.rank, )sql" TAMSEL_BODY_FIRST R"sql(, s.id LIMIT 1))
+      ORDER BY b.rank, )sql" TAMSEL_BODY_FIRST R"sql(, s.id LIMIT 1)) END
   WHERE id IN (SELECT site_id FROM relink);
+-- One definition or no edge: a C or C++ call whose name has bodies in two files of the tier it
+-- was found in (included files, or their modules' files) is ambiguous. Declarations of one
+-- function do not count twice.
+UPDATE call_sites SET callee_id = NULL
+  WHERE id IN (SELECT site_id FROM relink) AND callee_id IS NOT NULL AND )sql" TAMSEL_C_SITE R"sql(
+    AND )sql" TAMSEL_CALLEE_FILE R"sql( <> call_sites.file_id
+    AND CASE WHEN EXISTS (SELECT 1 FROM reach_files r WHERE r.origin = call_sites.file_id
+                            AND r.file_id = )sql" TAMSEL_CALLEE_FILE R"sql()
+      THEN (SELECT count(DISTINCT s.file_id) FROM symbols s
+        WHERE s.fqn = )sql" TAMSEL_CALLEE_FQN R"sql( AND s.kind <> 'module'
+          AND s.signature NOT GLOB '*;' AND )sql" TAMSEL_INCLUDED R"sql()
+      ELSE (SELECT count(DISTINCT s.file_id) FROM symbols s
+        WHERE s.fqn = )sql" TAMSEL_CALLEE_FQN R"sql( AND s.kind <> 'module'
+          AND s.signature NOT GLOB '*;' AND )sql" TAMSEL_REACHED R"sql() END > 1;
+)sql";
+
+// An #include names a path that the compiler looks for next to the including file, then in the
+// include folders: here any folder of the repository, the shortest path first, a header before
+// a source file of the same stem. `module` holds the path dotted, without its extension.
+constexpr const char* LINK_INCLUDES = R"sql(
+UPDATE imports SET target_file_id = (
+    SELECT f.id FROM imports i CROSS JOIN files g CROSS JOIN files f
+    WHERE i.id = imports.id AND g.id = i.file_id AND f.id <> g.id AND f.language IN ('c', 'cpp')
+      AND f.base = substr(i.module, length(rtrim(i.module, replace(i.module, '.', ''))) + 1)
+      AND (replace(f.stem, '/', '.') = i.module
+        OR substr(replace(f.stem, '/', '.'), -length(i.module) - 1) = '.' || i.module)
+    ORDER BY replace(f.stem, '/', '.') = replace(rtrim(g.stem, replace(g.stem, '/', '')), '/', '.')
+               || i.module DESC,
+      f.path GLOB '*.c' OR f.path GLOB '*.cc' OR f.path GLOB '*.cpp' OR f.path GLOB '*.cxx',
+      length(f.path), f.path
+    LIMIT 1)
+  WHERE id IN (SELECT id FROM reimport)
+    AND file_id IN (SELECT id FROM files WHERE language IN ('c', 'cpp'));
+)sql";
+
+// How many #includes deep a call looks for its callee (a.c -> b.h -> c.h is two).
+constexpr int MAX_INCLUDE_DEPTH = 4;
+
+// Sites of files that include, within that depth, a file whose includes changed see other
+// headers now.
+constexpr const char* RELINK_INCLUDERS = R"sql(
+WITH RECURSIVE up(file, depth) AS (
+  SELECT id, 0 FROM include_changed
+  UNION SELECT i.file_id, up.depth + 1 FROM up CROSS JOIN imports i ON i.target_file_id = up.file
+    WHERE up.depth < ?1)
+INSERT OR IGNORE INTO relink
+  SELECT c.id FROM (SELECT DISTINCT file FROM up) u CROSS JOIN call_sites c ON c.file_id = u.file
 )sql";
 
 constexpr const char* INSERT_EDGES = R"sql(
@@ -318,7 +395,13 @@ struct IndexWriter::Impl {
   Statement find_file, insert_file, update_file, touch, old_symbols, delete_file, insert_symbol,
       insert_text, insert_name_gram, delete_text, delete_name_gram, insert_path_gram,
       delete_path_gram, insert_site, insert_fallback, insert_scope, insert_import, mark_changed,
-      mark_affected, old_bindings, public_names, reexport_of, reexporters, symbol_by_fqn;
+      mark_affected, old_bindings, public_names, reexport_of, reexporters, symbol_by_fqn,
+      file_language, includers_of, reimport_module, mark_include_changed, relink_includers,
+      relink_members, struct_bases;
+  // Go packages whose files changed, and the fqns whose members' call sites to link again:
+  // a method promoted through an embedded struct may come or go with them.
+  std::set<std::string> go_packages;
+  std::vector<std::string> go_scopes;
   std::unordered_map<std::string, std::optional<std::int64_t>> reexport_cache;
   std::set<std::string> tree_languages;  // languages of this batch's files with tree components
   std::vector<Statement> clear_contents;
@@ -379,6 +462,18 @@ struct IndexWriter::Impl {
     file_sites = db.prepare("SELECT count(callee_id), count(*) FROM call_sites WHERE file_id = ?");
     relinked_resolved = db.prepare(
         "SELECT count(c.callee_id) FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id");
+    file_language = db.prepare("SELECT language, module FROM files WHERE id = ?");
+    includers_of = db.prepare(
+        "INSERT OR IGNORE INTO include_changed SELECT file_id FROM imports WHERE module = ?");
+    reimport_module =
+        db.prepare("INSERT OR IGNORE INTO reimport SELECT id FROM imports WHERE module = ?");
+    mark_include_changed = db.prepare("INSERT OR IGNORE INTO include_changed VALUES(?)");
+    relink_includers = db.prepare(RELINK_INCLUDERS);
+    struct_bases =
+        db.prepare("SELECT fqn, bases FROM symbols WHERE file_id = ? AND kind = 'struct'");
+    relink_members = db.prepare(
+        "INSERT OR IGNORE INTO relink SELECT id FROM call_sites "
+        "WHERE target_fqn > ?1 || '.' AND target_fqn < ?1 || '/'");
     for (const char* sql : {
              "DELETE FROM edges WHERE site_id IN (SELECT id FROM call_sites WHERE file_id = ?)",
              "DELETE FROM call_fallbacks WHERE site_id IN "
@@ -574,6 +669,13 @@ struct IndexWriter::Impl {
     std::unordered_map<std::int64_t, OldSymbol> old_by_id;
     std::set<Binding> bound_before, bound_now;
     auto file_id = file_id_of(file.path);
+    bool is_new = !file_id;
+    std::map<std::string, std::string> embeds_before;  // Go struct fqn -> bases
+    if (file_id && file.language == "go" && !bulk) {
+      struct_bases.bind(1, *file_id);
+      while (struct_bases.step()) embeds_before[struct_bases.text(0)] = struct_bases.text(1);
+      struct_bases.reset();
+    }
     if (file_id) {
       components_changed |= find_file_component != component || find_file_is_test != file.is_test;
       for (auto& s : clear_file(*file_id, bound_before, true)) {
@@ -683,6 +785,40 @@ struct IndexWriter::Impl {
     std::set_symmetric_difference(bound_before.begin(), bound_before.end(), bound_now.begin(),
                                   bound_now.end(), std::back_inserter(changed));
     for (const auto& b : changed) affect_binding(b);
+    if (bulk) return;
+    if (file.language == "c" || file.language == "cpp") {
+      if (is_new || !changed.empty()) mark_include_changed.bind(1, *file_id).run();
+      if (is_new) include_target_changed(file.path);
+    } else if (file.language == "go") {
+      go_packages.insert(file.module);
+      // a struct whose embeddings changed promotes other methods now
+      for (const auto& s : file.symbols) {
+        if (s.kind != "struct") continue;
+        std::string bases;
+        for (const auto& b : s.bases) bases += (bases.empty() ? "" : " ") + b;
+        auto before = embeds_before.find(s.fqn);
+        if (before == embeds_before.end() ? !bases.empty() : before->second != bases)
+          go_scopes.push_back(s.fqn);
+        if (before != embeds_before.end()) embeds_before.erase(before);
+      }
+      for (const auto& [fqn, bases] : embeds_before) {
+        if (!bases.empty()) go_scopes.push_back(fqn);
+      }
+    }
+  }
+
+  // A C or C++ file that came or went may be what an #include elsewhere finds now: those
+  // includes are resolved again (each dotted tail of the path is a name they may use).
+  void include_target_changed(const std::string& path) {
+    std::string dots = index::path_stem(path);
+    std::replace(dots.begin(), dots.end(), '/', '.');
+    for (std::size_t at = 0; at != std::string::npos;) {
+      auto tail = dots.substr(at);
+      reimport_module.bind(1, tail).run();
+      includers_of.bind(1, tail).run();
+      at = dots.find('.', at);
+      if (at != std::string::npos) ++at;
+    }
   }
 
   void remove_file(const std::string& path) {
@@ -695,6 +831,22 @@ struct IndexWriter::Impl {
       if (st.step() && index::tree_components(st.text(0))) tree_languages.insert(st.text(0));
     }
     std::set<Binding> bound;
+    std::string language, module;
+    file_language.bind(1, *file_id);
+    if (file_language.step()) {
+      language = file_language.text(0);
+      module = file_language.text(1);
+    }
+    file_language.reset();
+    if (!bulk && language == "go") go_packages.insert(module);
+    if (!bulk && (language == "c" || language == "cpp")) include_target_changed(path);
+    if (!bulk && language == "go") {
+      struct_bases.bind(1, *file_id);
+      while (struct_bases.step()) {
+        if (!struct_bases.text(1).empty()) go_scopes.push_back(struct_bases.text(0));
+      }
+      struct_bases.reset();
+    }
     for (auto& s : clear_file(*file_id, bound)) affect(s.fqn);
     for (const auto& b : bound) affect_binding(b);
     components_changed = true;
@@ -761,18 +913,26 @@ struct IndexWriter::Impl {
 
   void commit() {
     if (!in_batch) return;
-    if (!bulk) unmerge();
-    if (!bulk) affect_reexports();
+    if (!bulk) {
+      unmerge();
+      affect_reexports();
+      affect_promotions();
+    }
     db.exec(bulk ? RELINK_ALL : RELINK_CHANGED);
     db.exec(bulk ? MERGE_CANDIDATES_ALL : MERGE_CANDIDATES_CHANGED);
     if (!bulk) db.exec(MERGE_CANDIDATES_RESTORED);
     db.exec(MERGE_DECLARATIONS);
+    // Includes are linked before calls: a C or C++ call sees what its file includes.
+    db.exec(LINK_IMPORTS);
+    db.exec(LINK_INCLUDES);
+    if (!bulk) relink_includers.bind(1, MAX_INCLUDE_DEPTH).run();
+    reach_includes();
     // Linking changes only the sites in relink: their resolved count before and after is the delta.
     auto resolved_before = stored_calls ? relinked_resolved_count() : 0;
     db.exec(LINK_CALLS);
+    link_promoted();
     link_reexports();
     db.exec(INSERT_EDGES);
-    db.exec(LINK_IMPORTS);
     if (components_changed || bulk || !tree_languages.empty()) update_dominant_package();
     update_tree_components();
     if (bulk) index::create_deferrable_indexes(db);
@@ -785,6 +945,219 @@ struct IndexWriter::Impl {
     db.exec(CLEAR_BATCH_TABLES);
     db.exec("COMMIT");
     in_batch = false;
+    go_packages.clear();
+    go_scopes.clear();
+  }
+
+  // For each C or C++ file with sites to link: the modules of the files it includes, within
+  // MAX_INCLUDE_DEPTH, and its own (a header and its source file share one, or its tail).
+  void reach_includes() {
+    std::vector<std::int64_t> origins;
+    {
+      auto st = db.prepare(
+          "SELECT DISTINCT c.file_id FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id "
+          "CROSS JOIN files f ON f.id = c.file_id WHERE f.language IN ('c', 'cpp')");
+      while (st.step()) origins.push_back(st.integer(0));
+    }
+    if (origins.empty()) return;
+    auto targets_st = db.prepare(
+        "SELECT target_file_id FROM imports WHERE file_id = ? AND target_file_id IS NOT NULL");
+    auto module_st = db.prepare("SELECT module FROM files WHERE id = ?");
+    auto insert = db.prepare("INSERT OR IGNORE INTO reach VALUES(?, ?)");
+    auto insert_file = db.prepare("INSERT OR IGNORE INTO reach_files VALUES(?, ?)");
+    std::unordered_map<std::int64_t, std::vector<std::int64_t>> targets;
+    std::unordered_map<std::int64_t, std::string> modules;
+    auto targets_of = [&](std::int64_t id) -> const std::vector<std::int64_t>& {
+      auto [it, fresh] = targets.try_emplace(id);
+      if (fresh) {
+        targets_st.bind(1, id);
+        while (targets_st.step()) it->second.push_back(targets_st.integer(0));
+        targets_st.reset();
+      }
+      return it->second;
+    };
+    auto module_of = [&](std::int64_t id) -> const std::string& {
+      auto [it, fresh] = modules.try_emplace(id);
+      if (fresh) {
+        module_st.bind(1, id);
+        if (module_st.step()) it->second = module_st.text(0);
+        module_st.reset();
+      }
+      return it->second;
+    };
+    for (auto origin : origins) {
+      std::set<std::int64_t> seen{origin};
+      std::set<std::string> reached{module_of(origin)};
+      std::vector<std::int64_t> level{origin};
+      for (int depth = 0; depth < MAX_INCLUDE_DEPTH && !level.empty(); ++depth) {
+        std::vector<std::int64_t> next;
+        for (auto f : level) {
+          for (auto t : targets_of(f)) {
+            if (!seen.insert(t).second) continue;
+            next.push_back(t);
+            reached.insert(module_of(t));
+          }
+        }
+        level = std::move(next);
+      }
+      // A header's dotted tails too: `gtest/internal/gtest-port.h` pairs with `src/gtest-port.cc`.
+      std::set<std::string> tails;
+      for (const auto& m : reached) {
+        for (auto dot = m.find('.'); dot != std::string::npos; dot = m.find('.', dot + 1))
+          tails.insert(m.substr(dot + 1));
+      }
+      reached.merge(tails);
+      for (const auto& m : reached) insert.bind(1, origin).bind(2, m).run();
+      for (auto f : seen) {
+        if (f != origin) insert_file.bind(1, origin).bind(2, f).run();
+      }
+    }
+  }
+
+  // Go: `s.Close()` with s a Server that embeds Base names Server.Close; when no file defines
+  // it, Base.Close of the same package is the callee, the nearest embedding first. Two at one
+  // depth are ambiguous and make no edge, as they do for the compiler.
+  void link_promoted() {
+    std::vector<std::pair<std::int64_t, std::string>> open;
+    {
+      auto st = db.prepare(
+          "SELECT c.id, c.target_fqn FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id "
+          "CROSS JOIN files f ON f.id = c.file_id WHERE c.callee_id IS NULL "
+          "AND c.target_fqn <> '' AND f.language = 'go'");
+      while (st.step()) open.emplace_back(st.integer(0), st.text(1));
+    }
+    if (open.empty()) return;
+    auto scopes = db.prepare("SELECT module FROM call_scopes WHERE site_id = ?");
+    auto embedding = db.prepare(
+        "SELECT s.bases, f.module FROM symbols s CROSS JOIN files f ON f.id = s.file_id "
+        "WHERE s.fqn = ? AND s.bases <> ''");
+    auto bases_in = db.prepare(
+        "SELECT s.bases FROM symbols s CROSS JOIN files f ON f.id = s.file_id "
+        "WHERE s.fqn = ? AND f.module = ? AND s.bases <> ''");
+    auto method_in = db.prepare(
+        "SELECT s.id FROM symbols s CROSS JOIN files f ON f.id = s.file_id "
+        "WHERE s.fqn = ? AND f.module = ? AND s.kind <> 'module' "
+        "ORDER BY s.start_line - s.end_line, s.id LIMIT 1");
+    auto link = db.prepare("UPDATE call_sites SET callee_id = ? WHERE id = ?");
+    // Most open sites name no embedding struct: a full index reads those structs' names once.
+    std::unordered_map<std::string, bool> embeds;
+    bool all_known = bulk;
+    if (bulk) {
+      auto st =
+          db.prepare("SELECT DISTINCT fqn FROM symbols WHERE bases <> '' AND kind = 'struct'");
+      while (st.step()) embeds.emplace(st.text(0), true);
+    }
+    auto split_bases = [](const std::string& text) {
+      std::vector<std::string> out;
+      for (std::size_t at = 0; at < text.size();) {
+        auto end = text.find(' ', at);
+        if (end == std::string::npos) end = text.size();
+        if (end > at) out.push_back(text.substr(at, end - at));
+        at = end + 1;
+      }
+      return out;
+    };
+    for (const auto& [site, target] : open) {
+      auto dot = target.rfind('.');
+      if (dot == std::string::npos || dot == 0) continue;
+      std::string type = target.substr(0, dot), method = target.substr(dot + 1);
+      if (auto known = embeds.find(type); known != embeds.end() ? !known->second : all_known)
+        continue;
+      std::vector<std::string> allowed;
+      scopes.bind(1, site);
+      while (scopes.step()) allowed.push_back(scopes.text(0));
+      scopes.reset();
+      std::vector<std::pair<std::string, std::string>> found;  // (bases, package module)
+      bool any = false;
+      embedding.bind(1, type);
+      while (embedding.step()) {
+        any = true;
+        auto module = embedding.text(1);
+        bool in_scope = allowed.empty();
+        for (const auto& k : allowed) {
+          in_scope = in_scope || k == module ||
+                     (!module.empty() && k.size() > module.size() && k.ends_with(module) &&
+                      k[k.size() - module.size() - 1] == '.');
+        }
+        if (in_scope) found.emplace_back(embedding.text(0), module);
+      }
+      embedding.reset();
+      if (!all_known) embeds.emplace(type, any);
+      if (found.size() != 1) continue;  // no embedding, or one type name in two packages
+      const auto& module = found.front().second;
+      std::vector<std::string> level = split_bases(found.front().first);
+      std::set<std::string> seen(level.begin(), level.end());
+      for (int depth = 0; depth < 3 && !level.empty(); ++depth) {
+        std::set<std::int64_t> hits;
+        for (const auto& base : level) {
+          method_in.bind(1, base + "." + method).bind(2, module);
+          if (method_in.step()) hits.insert(method_in.integer(0));
+          method_in.reset();
+        }
+        if (hits.size() == 1) link.bind(1, *hits.begin()).bind(2, site).run();
+        if (!hits.empty()) break;
+        std::vector<std::string> next;
+        for (const auto& base : level) {
+          bases_in.bind(1, base).bind(2, module);
+          while (bases_in.step()) {
+            for (auto& b : split_bases(bases_in.text(0))) {
+              if (seen.insert(b).second) next.push_back(b);
+            }
+          }
+          bases_in.reset();
+        }
+        level = std::move(next);
+      }
+    }
+  }
+
+  // What appeared or vanished in a Go package may be promoted into a struct embedding its
+  // type: sites naming the struct's member are linked again, and so are those of the members
+  // of structs whose embeddings may have changed.
+  void affect_promotions() {
+    for (const auto& fqn : go_scopes) relink_members.bind(1, fqn).run();
+    if (go_packages.empty()) return;
+    std::vector<std::tuple<std::string, std::string>> affected;  // (head, tail)
+    {
+      auto st = db.prepare("SELECT head, tail FROM affected WHERE head <> ''");
+      while (st.step()) affected.emplace_back(st.text(0), st.text(1));
+    }
+    if (affected.empty()) return;
+    auto structs = db.prepare(
+        "SELECT s.fqn, s.bases FROM files f CROSS JOIN symbols s ON s.file_id = f.id "
+        "WHERE f.module = ? AND s.bases <> ''");
+    for (const auto& package : go_packages) {
+      std::map<std::string, std::vector<std::string>> embeds;
+      structs.bind(1, package);
+      while (structs.step()) {
+        auto& list = embeds[structs.text(0)];
+        std::string text = structs.text(1);
+        for (std::size_t at = 0; at < text.size();) {
+          auto end = std::min(text.find(' ', at), text.size());
+          if (end > at) list.push_back(text.substr(at, end - at));
+          at = end + 1;
+        }
+      }
+      structs.reset();
+      for (const auto& [type, direct] : embeds) {
+        std::set<std::string> all(direct.begin(), direct.end());
+        std::vector<std::string> level = direct;
+        for (int depth = 1; depth < 3 && !level.empty(); ++depth) {
+          std::vector<std::string> next;
+          for (const auto& b : level) {
+            if (auto e = embeds.find(b); e != embeds.end()) {
+              for (const auto& inner : e->second) {
+                if (all.insert(inner).second) next.push_back(inner);
+              }
+            }
+          }
+          level = std::move(next);
+        }
+        for (const auto& [head, tail] : affected) {
+          if (all.count(head) != 0) affect(type + "." + tail);
+        }
+      }
+    }
   }
 
   // Splits of an fqn where a re-export may stand: before its last name (a function or class) and

@@ -44,7 +44,8 @@ struct ParsedCall {
   std::string evidence;                    // same-scope, same-file, import, self, cls, super,
                                            // constructor, module-attribute, decorator, include,
                                            // same-package, receiver, this
-  std::vector<std::string> scope_modules;  // the own file's module, #included files, Go packages
+  std::vector<std::string> scope_modules;  // the own file's module, Go packages; for C and C++
+                                           // the writer adds what the file's #includes reach
 };
 
 struct ParsedFile {

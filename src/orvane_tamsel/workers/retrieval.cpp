@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "orvane_tamsel/index/subwords.h"
+#include "orvane_tamsel/workers/term_expansion.h"
 #include "orvane_tamsel/workers/term_match.h"
 
 namespace orvane_tamsel::workers {
@@ -75,7 +76,7 @@ constexpr int RERANK_DEPTH = 60;
 
 // Decision-model weights, set by hand from what an answer should list first: a symbol named by
 // the question beats one that mentions it, production code beats tests, and documented,
-// often-called classes and functions beat helpers. The fused score is spread over 0..1 across the
+// often-called functions beat helpers. The fused score is spread over 0..1 across the
 // reordered head and keeps the largest weight, so that one feature moves a hit a few places, not
 // from the bottom of the head to the top. The first hand-set values were twice these; the first
 // run of bench/quality showed the features overturning the fused order, so every feature weight
@@ -83,15 +84,18 @@ constexpr int RERANK_DEPTH = 60;
 // corpora), over small grids: the name weight 0.15 to 0.5, the exact name 0.05 to 0.2, callers
 // 0.02 to 0.05, kind 0 to 0.06, a penalty of 0 to 0.1 for private `_names` and 0 to 0.1 for the
 // share of terms in the docstring's first sentence all moved at most one question either way, so
-// the weights stayed and the last two features were left out. No weight was set by looking at one
+// the weights stayed and the last two features were left out (the docstring's first sentence was
+// tried again at 0.15 later: one question up, one down). No weight was set by looking at one
 // question.
 constexpr double W_FUSED = 1.0;        // fused score, scaled to 0..1
-constexpr double W_NAME_WORD = 0.15;   // share of the question's terms met by the fqn's words
-constexpr double W_EXACT_NAME = 0.10;  // a term is the whole name
+constexpr double W_NAME_WORD = 0.15;   // share of the question's terms met by words of the fqn
+                                       // inside its file (the path feature covers the module)
+constexpr double W_EXACT_NAME = 0.10;  // a term is the whole name, or has its stem
 constexpr double W_PATH = 0.05;        // a term appears in the path
 constexpr double W_DOCSTRING = 0.03;
 constexpr double W_CALLERS = 0.02;  // per log2(1 + callers), capped at 4 doublings
-constexpr double W_KIND = 0.03;     // class or function rather than method
+constexpr double W_KIND = 0.03;  // a function rather than a method: a question asks how something
+                                 // is done, which a class answers no better than its methods
 constexpr double W_TEST = -0.20;
 
 std::string match_expression(const std::vector<std::string>& terms) {
@@ -149,7 +153,11 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
   if (limit <= 0) return result;
 
   // Signal 1: BM25 over the symbol text table.
-  auto bm25 = repository_.search_text(match_expression(terms), CANDIDATES, include_tests);
+  // The code base's own words for the question's words widen the text search only; the name
+  // signals keep to what was asked.
+  auto searched = terms;
+  for (auto& w : expansions(repository_, terms)) searched.push_back(std::move(w));
+  auto bm25 = repository_.search_text(match_expression(searched), CANDIDATES, include_tests);
   // Signal 2: symbols whose name is one of the words as written (and its lower-cased form).
   std::vector<std::string> names;
   auto words = query_words(query, terms);
@@ -177,11 +185,16 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
   // Ranked by how many of the question's words are parts of the fqn ("Cart total" puts
   // shop.cart.Cart.total before shop.cart.Cart); the index's order breaks ties.
   std::vector<std::pair<std::size_t, const index::Symbol*>> named;
+  auto exact_paths = repository_.get_file_paths_batch(exact);
   for (const auto& s : exact) {
     if (!s.id || (!include_tests && s.is_test)) continue;
+    // A word that names the module ("http", "asyncio") says where to look, not which of the
+    // module's symbols: only the parts inside the file count.
+    auto path = exact_paths.find(*s.id);
+    auto inner = detail::inside_module(s.fqn, path == exact_paths.end() ? "" : path->second);
     std::set<std::string> parts;
     std::string part;
-    for (char c : s.fqn + ".") {
+    for (char c : inner + ".") {
       if (c == '.') {
         parts.insert(lower_ascii(part));
         part.clear();
@@ -250,11 +263,12 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
     for (std::size_t i = 0; i < depth; ++i) {
       auto& c = candidates[i];
       const auto& s = *c.symbol;
-      auto known_by = fqn_stems(s.fqn);
+      auto known_by = fqn_stems(inside_module(s.fqn, *c.path));
       auto lower_name = lower_ascii(s.name);
       double in_name = 0;
       for (const auto& t : stems) in_name += meets(t, known_by) || inside_name(t, lower_name);
-      bool whole = term_set.count(lower_name) != 0;
+      bool whole = term_set.count(lower_name) != 0 ||
+                   std::binary_search(stems.begin(), stems.end(), stem(lower_name));
       auto path = lower_ascii(*c.path);
       bool in_path = std::any_of(terms.begin(), terms.end(), [&](const std::string& t) {
         return t.size() > 2 && path.find(t) != std::string::npos;
@@ -265,7 +279,7 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
                      W_EXACT_NAME * whole + W_PATH * in_path +
                      W_DOCSTRING * (s.docstring && !s.docstring->empty()) +
                      W_CALLERS * std::min(4.0, std::log2(1.0 + static_cast<double>(n))) +
-                     W_KIND * (s.kind != "method") + W_TEST * s.is_test;
+                     W_KIND * (s.kind == "function") + W_TEST * s.is_test;
       c.score = model;
     }
     std::stable_sort(candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(depth),

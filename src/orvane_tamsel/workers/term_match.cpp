@@ -1,5 +1,6 @@
 #include "orvane_tamsel/workers/term_match.h"
 
+#include <algorithm>
 #include <cctype>
 
 #include "orvane_tamsel/index/subwords.h"
@@ -81,6 +82,27 @@ bool meets(const std::string& term, const std::vector<std::string>& stems) {
     }
   }
   return false;
+}
+
+std::string inside_module(const std::string& fqn, const std::string& path) {
+  std::string stem(path);
+  auto slash = stem.rfind('/');
+  auto dot = stem.rfind('.');
+  if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) stem.resize(dot);
+  if (ends_with(stem, "/__init__")) stem.resize(stem.size() - 9);
+  std::replace(stem.begin(), stem.end(), '/', '.');
+  // The longest tail of the module's dotted path that begins the fqn (a src/ layout drops "src").
+  for (std::size_t from = 0; from < stem.size();) {
+    auto module = stem.substr(from);
+    if (fqn.size() > module.size() && fqn.compare(0, module.size(), module) == 0 &&
+        fqn[module.size()] == '.') {
+      return fqn.substr(module.size() + 1);
+    }
+    auto dot = stem.find('.', from);
+    if (dot == std::string::npos) break;
+    from = dot + 1;
+  }
+  return fqn;
 }
 
 bool inside_name(const std::string& term, std::string_view lower_name) {

@@ -23,4 +23,8 @@ bool meets(const std::string& term, const std::vector<std::string>& stems);
 // several words (urlsplit, copytree, b64decode).
 bool inside_name(const std::string& term, std::string_view lower_name);
 
+// The part of a symbol's fqn inside its file: "Cart.total" for shop.cart.Cart.total in
+// src/shop/cart.py; the whole fqn when the path does not begin it.
+std::string inside_module(const std::string& fqn, const std::string& path);
+
 }  // namespace orvane_tamsel::workers::detail

@@ -51,9 +51,10 @@ TEST(CExtraction, SymbolsCallersAndTests) {
   EXPECT_EQ(neighbour_fqns(*index, "cart_add", index::CALLEE), (std::set<std::string>{"clamp"}));
   EXPECT_EQ(neighbour_fqns(*index, "cart_total", index::CALLER),
             (std::set<std::string>{"receipt_print", "test_add_and_total"}));
-  // printf and a name defined nowhere make no edge
+  // printf and a name defined nowhere make no edge, nor cart_reset, defined in two files that
+  // receipt.c includes; price_round is declared in a header that cart.h includes
   EXPECT_EQ(neighbour_fqns(*index, "receipt_print", index::CALLEE),
-            (std::set<std::string>{"cart_total"}));
+            (std::set<std::string>{"cart_total", "price_round"}));
 
   auto tests = index->get_tests_for("src/store/cart.c");
   ASSERT_EQ(tests["tests"].size(), 1u);
@@ -65,6 +66,19 @@ TEST(CExtraction, SymbolsCallersAndTests) {
   auto components = index->components_of({"src/store/cart.c", "test/test_cart.c"});
   EXPECT_EQ(components["src/store/cart.c"], "store");
   EXPECT_EQ(components["test/test_cart.c"], "test");
+
+  // an include taken out of a header takes its callees away from the files including it, and
+  // a header that comes later is found by the includes waiting for it
+  repo.write("src/store/cart.h", "#include \"money.h\"\nint cart_total(const void *c);\n");
+  indexer::update_index(repo.root());
+  index = index::open_repository(repo.root());
+  EXPECT_EQ(neighbour_fqns(*index, "receipt_print", index::CALLEE),
+            (std::set<std::string>{"cart_total"}));
+  repo.write("src/store/money.h", "#include \"price.h\"\n");
+  indexer::update_index(repo.root());
+  index = index::open_repository(repo.root());
+  EXPECT_EQ(neighbour_fqns(*index, "receipt_print", index::CALLEE),
+            (std::set<std::string>{"cart_total", "price_round"}));
 }
 
 }  // namespace

@@ -19,7 +19,8 @@ using namespace orvane_tamsel;
 using indexer_test::neighbour_fqns;
 
 // Namespaced fqns, a method declared in its class and defined out of line kept once, calls
-// through `this`, members and typed locals, GoogleTest tests and the ranked tests of a source.
+// through `this`, members, typed locals and `ns::f` into a header included by a header,
+// GoogleTest tests and the ranked tests of a source.
 TEST(CppExtraction, SymbolsCallersAndTests) {
   indexer_test::TempRepo repo("lang_cpp");
   indexer::update_index(repo.root());
@@ -52,6 +53,11 @@ TEST(CppExtraction, SymbolsCallersAndTests) {
   EXPECT_EQ(neighbour_fqns(*index, "shop.Cart.total", index::CALLER),
             (std::set<std::string>{"shop.Cart.add", "shop.pay.Checkout.charge", "shop.pay.pay_all",
                                    "CartTest.AddsUp", "CartFixture.StartsEmpty"}));
+
+  EXPECT_EQ(neighbour_fqns(*index, "shop.Ledger.record", index::CALLER),
+            (std::set<std::string>{"shop.Ledger.close", "shop.pay.pay_all"}));
+  EXPECT_EQ(neighbour_fqns(*index, "shop.round_cents", index::CALLER),
+            std::set<std::string>{"shop.pay.pay_all"});
 
   auto tests = index->get_tests_for("src/shop/cart.cpp");
   ASSERT_EQ(tests["tests"].size(), 1u);

@@ -3,6 +3,7 @@
 #include <set>
 #include <string>
 
+#include "indexer/languages/neighbour_fqns.h"
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
@@ -10,8 +11,10 @@
 namespace {
 
 using namespace orvane_tamsel;
+using indexer_test::neighbour_fqns;
 
-// Package-qualified fqns, receiver and instance calls, and test code of a small Go package.
+// Package-qualified fqns, receiver and instance calls (methods promoted from structs embedded
+// in other files too), and test code of a small Go package.
 TEST(GoExtraction, SymbolsTestsAndCallers) {
   indexer_test::TempRepo repo("lang_go");
   indexer::update_index(repo.root());
@@ -35,6 +38,9 @@ TEST(GoExtraction, SymbolsTestsAndCallers) {
     callers.insert(n.fqn.value_or(""));
   }
   EXPECT_EQ(callers, std::set<std::string>{"shop.TestAdd"});
+  // s.Count() on a Store, which embeds Cart (in another file), which embeds *Base
+  EXPECT_EQ(neighbour_fqns(*index, "shop.Base.Count", index::CALLER),
+            (std::set<std::string>{"shop.Cart.Add", "shop.TestAdd"}));
   std::set<std::string> callees;
   for (const auto& n : index->evidence_neighbours({*add->id}, index::TestFilter::include, 50,
                                                   std::vector<index::Relation>{index::CALLEE})) {
@@ -46,6 +52,13 @@ TEST(GoExtraction, SymbolsTestsAndCallers) {
   auto tests = index->get_tests_for("shop/cart.go");
   ASSERT_FALSE(tests["tests"].empty());
   EXPECT_EQ(tests["tests"][0]["path"], "shop/cart_test.go");
+
+  // the embedding goes away, and with it the promoted calls
+  repo.write("shop/store.go", "package shop\n\ntype Store struct{ c Cart }\n");
+  indexer::update_index(repo.root());
+  index = index::open_repository(repo.root());
+  EXPECT_EQ(neighbour_fqns(*index, "shop.Base.Count", index::CALLER),
+            std::set<std::string>{"shop.Cart.Add"});
 }
 
 }  // namespace

@@ -15,8 +15,9 @@ using namespace orvane_tamsel;
 using indexer_test::neighbour_fqns;
 
 // Crate and module fqns from the Cargo layout, `///` docs past attributes, #[test] and
-// #[cfg(test)] code, and calls through `self`, `Type::` paths, `use` and typed locals; an
-// integration test reaches the crate by its package name; components are the crate's modules.
+// #[cfg(test)] code, and calls through `self`, `Type::` paths, `use` and typed locals, also in
+// macro arguments; an integration test reaches the crate by its package name; components are
+// the crate's modules.
 TEST(RustExtraction, SymbolsTestsAndCallers) {
   indexer_test::TempRepo repo("lang_rust");
   indexer::update_index(repo.root());
@@ -41,6 +42,11 @@ TEST(RustExtraction, SymbolsTestsAndCallers) {
                                    "crate.tests.cart_test.adds_an_item"}));
   EXPECT_EQ(neighbour_fqns(*index, "crate.cart.tests.sample", index::CALLER),
             std::set<std::string>{"crate.cart.tests.empty_cart_totals_zero"});
+  EXPECT_EQ(neighbour_fqns(*index, "crate.cart.Cart.label", index::CALLER),
+            std::set<std::string>{"crate.tests.cart_test.labels_in_euros"});
+  EXPECT_EQ(neighbour_fqns(*index, "crate.tests.cart_test.labels_in_euros", index::CALLEE),
+            (std::set<std::string>{"crate.cart.Cart.new", "crate.cart.Cart.label",
+                                   "crate.price.format_price"}));
   EXPECT_EQ(neighbour_fqns(*index, "crate.checkout.checkout", index::CALLEE),
             std::set<std::string>{"crate.cart.Cart.total"});
   EXPECT_EQ(neighbour_fqns(*index, "crate.cart.Cart.label", index::CALLEE),

@@ -41,6 +41,41 @@ std::string dotted(std::string_view path) {
   return out;
 }
 
+// An #include's path as the index matches it against file paths: dotted, extension dropped,
+// `./` and `../` resolved against the including file's folder.
+std::string include_path(std::string_view including, std::string_view inc) {
+  std::vector<std::string_view> parts;
+  if (inc.starts_with("./") || inc.starts_with("../")) {
+    auto slash = including.rfind('/');
+    auto dir = slash == std::string_view::npos ? std::string_view() : including.substr(0, slash);
+    for (std::size_t start = 0; !dir.empty() && start <= dir.size();) {
+      auto end = std::min(dir.find('/', start), dir.size());
+      parts.push_back(dir.substr(start, end - start));
+      start = end + 1;
+    }
+  }
+  for (std::size_t start = 0; start <= inc.size();) {
+    auto end = std::min(inc.find('/', start), inc.size());
+    auto part = inc.substr(start, end - start);
+    if (part == "..") {
+      if (!parts.empty()) parts.pop_back();
+    } else if (!part.empty() && part != ".") {
+      parts.push_back(part);
+    }
+    start = end + 1;
+  }
+  if (parts.empty()) return {};
+  auto& last = parts.back();
+  auto dot = last.rfind('.');
+  if (dot != std::string_view::npos && dot > 0) last = last.substr(0, dot);
+  std::string out;
+  for (auto p : parts) {
+    if (!out.empty()) out.push_back('.');
+    out.append(p);
+  }
+  return out;
+}
+
 }  // namespace
 
 std::string module_name(std::string_view path, const PackageDirs& /*packages*/,
@@ -245,15 +280,16 @@ std::string Rules::declared_signature(TSNode host) const {
 }
 
 std::vector<std::string> Rules::visible_modules() const {
-  std::vector<std::string> out{module_};
-  for (const auto& m : includes_) {
-    if (std::find(out.begin(), out.end(), m) == out.end()) out.push_back(m);
-  }
-  return out;
+  return {module_};
 }
 
 void Rules::visit(TSNode node) {
   if (is(node, "call_expression")) {
+    // A macro invocation the grammar cannot expand (OpenSSL's stack macros) can swallow the
+    // `#define`s after it into a bogus function: a call on a directive line is no call of it.
+    auto bol = src_.rfind('\n', ts_node_start_byte(node));
+    auto first = src_.find_first_not_of(" \t", bol == std::string_view::npos ? 0 : bol + 1);
+    if (first != std::string_view::npos && src_[first] == '#') return;
     add_call(node, ts_node_child_by_field_name(node, "function", 8));
     return;
   }
@@ -262,16 +298,8 @@ void Rules::visit(TSNode node) {
   if (ts_node_is_null(p)) return;
   auto raw = text(p);
   if (raw.size() < 2) return;
-  std::string inc(raw.substr(1, raw.size() - 2));
-  std::string module;
-  if (is(p, "string_literal") && (inc.find('/') == std::string::npos || inc.starts_with("."))) {
-    auto slash = path_.rfind('/');
-    module = dotted((slash == std::string::npos ? "" : path_.substr(0, slash + 1)) + inc);
-  } else {
-    module = dotted(inc);
-  }
+  auto module = include_path(path_, raw.substr(1, raw.size() - 2));
   if (module.empty()) return;
-  includes_.push_back(module);
   out_.imports.push_back({line(node), module, "", ""});
 }
 

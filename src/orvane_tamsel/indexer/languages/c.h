@@ -36,10 +36,8 @@ class Rules : public tagged::Extraction {
   // The declaration or definition a function declarator belongs to, or a null node.
   TSNode function_host() const;
   bool is_header() const;
-  // The file's own module and the modules it includes: where a callee may be defined.
+  // The file's own module: the index adds the modules of the files it includes.
   std::vector<std::string> visible_modules() const;
-
-  std::vector<std::string> includes_;
 };
 
 }  // namespace orvane_tamsel::indexer::c

@@ -133,8 +133,11 @@ class Rules : public tagged::Extraction {
     for (std::size_t i = frames_.size(); i-- > 0;) {
       auto sym = frames_[i].symbol;
       if (sym == NONE) continue;
-      if (out_.symbols[sym].kind == "struct")
+      if (out_.symbols[sym].kind == "struct") {
         embeds_[out_.symbols[sym].fqn].push_back(join(package_, type));
+        // the index follows them for a method that another file of the package defines
+        out_.symbols[sym].bases.push_back(join(package_, type));
+      }
       return;
     }
   }

@@ -187,9 +187,27 @@ class Rules : public tagged::Extraction {
     }
   }
 
+  // A macro's arguments are a token tree, not expressions: `name (`, `path::name (` and
+  // `value.name (` in it are read as the call sites they expand to.
+  void scan_token_tree(TSNode tree) {
+    std::size_t up = frames_.size() - 1;
+    while (up > 0 && is(frames_[up - 1].node, "token_tree")) --up;
+    if (up == 0 || !is(frames_[up - 1].node, "macro_invocation")) return;
+    TSNode prev{};
+    for (std::uint32_t i = 0; i < ts_node_child_count(tree); ++i) {
+      TSNode child = ts_node_child(tree, i);
+      if (is(child, "token_tree") && is(prev, "identifier") && is(ts_node_child(child, 0), "(")) {
+        add_call(child, prev);
+      }
+      prev = child;
+    }
+  }
+
   void visit(TSNode node) override {
     if (frames_.back().symbol != NONE) modules_[frames_.back().symbol] = scope_module();
-    if (is(node, "use_declaration")) {
+    if (is(node, "token_tree")) {
+      scan_token_tree(node);
+    } else if (is(node, "use_declaration")) {
       bind(node, "", ts_node_child_by_field_name(node, "argument", 8));
     } else if (is(node, "let_declaration")) {
       TSNode pattern = ts_node_child_by_field_name(node, "pattern", 7);
@@ -244,67 +262,114 @@ class Rules : public tagged::Extraction {
       }
       return;
     }
+    if (is(ts_node_parent(callee), "token_tree")) {
+      resolve_token(pending, callee, call);
+    } else if (is(callee, "identifier")) {
+      resolve_name(pending, std::string(text(callee)), call);
+    } else {
+      if (is(callee, "field_identifier")) callee = ts_node_parent(callee);
+      if (is(callee, "scoped_identifier")) {
+        resolve_path(pending, field_text(callee, "path"), field_text(callee, "name"), call);
+      } else if (is(callee, "field_expression")) {
+        TSNode value = ts_node_child_by_field_name(callee, "value", 5);
+        if (is(value, "self") || is(value, "identifier"))
+          resolve_member(pending, std::string(text(value)), field_text(callee, "field"), call);
+      }
+    }
+  }
+
+  // A call read from a macro's tokens: what precedes the name tells its shape.
+  void resolve_token(const tagged::PendingCall& pending, TSNode name, ParsedCall& call) {
+    TSNode prev = ts_node_prev_sibling(name);
+    if (is(prev, ".")) {
+      TSNode value = ts_node_prev_sibling(prev);
+      TSNode before = ts_node_prev_sibling(value);
+      if ((is(value, "self") || is(value, "identifier")) && !is(before, ".") && !is(before, "::"))
+        resolve_member(pending, std::string(text(value)), std::string(text(name)), call);
+      return;
+    }
+    if (is(prev, "::")) {
+      std::string path;
+      for (TSNode part = ts_node_prev_sibling(prev); !ts_node_is_null(part);) {
+        if (!is(part, "identifier") && !is(part, "self") && !is(part, "super") &&
+            !is(part, "crate")) {
+          return;  // `<T>::f(`, `x.y::f(`: not a plain path
+        }
+        path = path.empty() ? std::string(text(part)) : std::string(text(part)) + "::" + path;
+        TSNode sep = ts_node_prev_sibling(part);
+        if (!is(sep, "::")) break;
+        part = ts_node_prev_sibling(sep);
+      }
+      if (!path.empty()) resolve_path(pending, path, std::string(text(name)), call);
+      return;
+    }
+    // `fn f(` in a macro that writes items defines rather than calls
+    for (const char* keyword : {"fn", "struct", "enum", "union", "trait", "mod", "macro_rules"}) {
+      if (is(prev, keyword)) return;
+    }
+    resolve_name(pending, std::string(text(name)), call);
+  }
+
+  void resolve_name(const tagged::PendingCall& pending, const std::string& name, ParsedCall& call) {
+    auto m = modules_.find(pending.caller);
+    const std::string& here = m == modules_.end() ? module_ : m->second;
+    for (auto s = here;;) {
+      if (defined_.count(join(s, name)) != 0 &&
+          out_.symbols[defined_.at(join(s, name))].kind == "function") {
+        call.target = join(s, name);
+        call.evidence = "same-file";
+        return;
+      }
+      if (s == module_) break;
+      s = s.substr(0, s.rfind('.'));
+    }
+    if (auto b = bindings_.find(name); b != bindings_.end()) {
+      call.target = b->second;
+      call.evidence = "import";
+      external_fallback(call);
+    }
+  }
+
+  void resolve_path(const tagged::PendingCall& pending, const std::string& path,
+                    const std::string& name, ParsedCall& call) {
     const auto& scope = prefix_of(pending.caller);
     auto m = modules_.find(pending.caller);
     const std::string& here = m == modules_.end() ? module_ : m->second;
-    if (is(callee, "identifier")) {
-      std::string name(text(callee));
-      for (auto s = here;;) {
-        if (defined_.count(join(s, name)) != 0 &&
-            out_.symbols[defined_.at(join(s, name))].kind == "function") {
-          call.target = join(s, name);
-          call.evidence = "same-file";
-          return;
-        }
-        if (s == module_) break;
-        s = s.substr(0, s.rfind('.'));
-      }
-      if (auto b = bindings_.find(name); b != bindings_.end()) {
-        call.target = b->second;
-        call.evidence = "import";
-        external_fallback(call);
-      }
+    if (path == "Self") {
+      if (scope == module_) return;
+      call.target = join(scope, name);
+      call.evidence = "receiver";
       return;
     }
-    if (is(callee, "field_identifier")) callee = ts_node_parent(callee);
-    if (is(callee, "scoped_identifier")) {
-      auto path = field_text(callee, "path");
-      auto name = field_text(callee, "name");
-      if (path == "Self") {
-        if (scope == module_) return;
-        call.target = join(scope, name);
-        call.evidence = "receiver";
-        return;
-      }
-      auto parts = split(path, "::");
-      std::string head;
-      if (parts[0] == "crate" || parts[0] == "self" || parts[0] == "super") {
-        head = path_fqn(path, here);
-        call.evidence = "import";
-      } else if (auto hit = lookup(parts[0])) {
-        head = hit->first;
-        for (std::size_t i = 1; i < parts.size(); ++i) head = join(head, parts[i]);
-        call.evidence = hit->second;
-      } else {
-        return;
-      }
-      call.target = join(head, name);
-      external_fallback(call);
+    auto parts = split(path, "::");
+    std::string head;
+    if (parts[0] == "crate" || parts[0] == "self" || parts[0] == "super") {
+      head = path_fqn(path, here);
+      call.evidence = "import";
+    } else if (auto hit = lookup(parts[0])) {
+      head = hit->first;
+      for (std::size_t i = 1; i < parts.size(); ++i) head = join(head, parts[i]);
+      call.evidence = hit->second;
+    } else {
       return;
     }
-    if (!is(callee, "field_expression")) return;
-    TSNode value = ts_node_child_by_field_name(callee, "value", 5);
-    auto field = field_text(callee, "field");
-    if (is(value, "self")) {
+    call.target = join(head, name);
+    external_fallback(call);
+  }
+
+  // `self.f()` or `x.f()` with x of a type this file names.
+  void resolve_member(const tagged::PendingCall& pending, const std::string& value,
+                      const std::string& field, ParsedCall& call) {
+    const auto& scope = prefix_of(pending.caller);
+    if (value == "self") {
       if (scope == module_) return;
       call.target = join(scope, field);
       call.evidence = "receiver";
       return;
     }
-    if (!is(value, "identifier")) return;
     auto l = locals_.find(pending.caller);
     if (l == locals_.end()) return;
-    auto t = l->second.find(std::string(text(value)));
+    auto t = l->second.find(value);
     if (t == l->second.end()) return;
     if (auto hit = lookup(t->second)) {
       call.target = join(hit->first, field);

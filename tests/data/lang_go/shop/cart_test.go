@@ -7,4 +7,7 @@ func TestAdd(t *testing.T) {
 	c.Add(1)
 	k := &Cart{}
 	k.Add(2)
+	s := &Store{}
+	s.Add(3)
+	s.Count()
 }

@@ -11,6 +11,11 @@ int cart_add(struct cart *c, int price) {
   return 1;
 }
 
+void cart_reset(struct cart *c) {
+  for (int i = 0; i < c->count; ++i) c->items[i] = 0;
+  c->count = 0;
+}
+
 int cart_total(const struct cart *c) {
   int sum = 0;
   for (int i = 0; i < c->count; ++i) sum += c->items[i];

@@ -1,6 +1,8 @@
 #ifndef STORE_CART_H
 #define STORE_CART_H
 
+#include "price.h"
+
 #define CART_MAX 16
 
 /* A fixed-size basket of prices. */

@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include "shop/money.h"
+
 namespace shop {
 
 /// A basket of prices in cents.

@@ -1,0 +1,3 @@
+#include "cart.h"
+
+void cart_reset(struct cart *c) { c->count = 0; }

@@ -1,0 +1,2 @@
+/* The old cart API, kept for one release. */
+void cart_reset(struct cart *c);

@@ -1,0 +1,3 @@
+#include "price.h"
+
+int price_round(int price) { return price - price % 5; }

@@ -1,0 +1,6 @@
+package shop
+
+// Store sells from one cart.
+type Store struct {
+	Cart
+}
