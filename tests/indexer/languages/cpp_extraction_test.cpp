@@ -35,6 +35,9 @@ TEST(CppExtraction, SymbolsCallersAndTests) {
   EXPECT_EQ(add->kind, "method");
   EXPECT_EQ(index->get_file_paths_batch({*add})[*add->id], "src/shop/cart.cpp");
   EXPECT_EQ(add->docstring.value_or(""), "Puts a price in the cart.");
+  auto constructor = index->get_symbol_by_fqn("shop.Cart.Cart");
+  ASSERT_TRUE(constructor.has_value());
+  EXPECT_EQ(constructor->signature.value_or(""), "Cart::Cart(int limit)");  // no initializers
   auto total = index->search_symbols({"total"}, true, 10);
   ASSERT_EQ(total.symbols.size(), 1u) << "declaration and definition listed twice";
   EXPECT_EQ(total.symbols[0].docstring.value_or(""), "Adds the prices up.");

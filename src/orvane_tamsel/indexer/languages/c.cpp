@@ -13,6 +13,20 @@ namespace {
 constexpr std::array<std::string_view, 5> GTEST_MACROS = {"TEST", "TEST_F", "TEST_P", "TYPED_TEST",
                                                           "TYPED_TEST_P"};
 
+// Path parts joined with dots, the last one without its extension.
+std::string joined_without_extension(std::vector<std::string_view>& parts) {
+  if (parts.empty()) return {};
+  auto& last = parts.back();
+  auto dot = last.rfind('.');
+  if (dot != std::string_view::npos && dot > 0) last = last.substr(0, dot);
+  std::string out;
+  for (auto p : parts) {
+    if (!out.empty()) out.push_back('.');
+    out.append(p);
+  }
+  return out;
+}
+
 std::string dotted(std::string_view path) {
   std::vector<std::string_view> parts;
   std::size_t start = 0;
@@ -29,16 +43,7 @@ std::string dotted(std::string_view path) {
     }
     start = end + 1;
   }
-  if (parts.empty()) return {};
-  auto& last = parts.back();
-  auto dot = last.rfind('.');
-  if (dot != std::string_view::npos && dot > 0) last = last.substr(0, dot);
-  std::string out;
-  for (auto p : parts) {
-    if (!out.empty()) out.push_back('.');
-    out.append(p);
-  }
-  return out;
+  return joined_without_extension(parts);
 }
 
 // An #include's path as the index matches it against file paths: dotted, extension dropped,
@@ -64,16 +69,7 @@ std::string include_path(std::string_view including, std::string_view inc) {
     }
     start = end + 1;
   }
-  if (parts.empty()) return {};
-  auto& last = parts.back();
-  auto dot = last.rfind('.');
-  if (dot != std::string_view::npos && dot > 0) last = last.substr(0, dot);
-  std::string out;
-  for (auto p : parts) {
-    if (!out.empty()) out.push_back('.');
-    out.append(p);
-  }
-  return out;
+  return joined_without_extension(parts);
 }
 
 }  // namespace
@@ -261,20 +257,15 @@ std::string Rules::declared_signature(TSNode host) const {
     if (!ts_node_is_null(ts_node_child_by_field_name(host, "body", 4))) break;
     TSNode c = ts_node_named_child(host, i);
     if (ts_node_is_null(ts_node_child_by_field_name(c, "body", 4))) continue;
-    auto a = ts_node_start_byte(host);
-    std::string head;
-    bool space = false;
-    for (char ch : src_.substr(a, ts_node_start_byte(c) - a)) {
-      if (ch == ' ' || ch == '\n' || ch == '\t' || ch == '\r') {
-        space = !head.empty();
-        continue;
-      }
-      if (space) head.push_back(' ');
-      space = false;
-      head.push_back(ch);
-    }
-    auto rest = Extraction::signature_of(c);
+    auto head = flatten(ts_node_start_byte(host), ts_node_start_byte(c));
+    auto rest = declared_signature(c);
     return head.empty() ? rest : head + " " + rest;
+  }
+  // a constructor's header ends before its member initializers
+  for (std::uint32_t i = 0; i < ts_node_named_child_count(host); ++i) {
+    TSNode c = ts_node_named_child(host, i);
+    if (is(c, "field_initializer_list"))
+      return flatten(ts_node_start_byte(host), ts_node_start_byte(c));
   }
   return Extraction::signature_of(host);
 }

@@ -9,6 +9,7 @@ namespace shop {
 /// A basket of prices in cents.
 class Cart {
  public:
+  explicit Cart(int limit);
   /// Puts a price in the cart.
   void add(int price);
   /// Sum of all prices.
@@ -16,6 +17,7 @@ class Cart {
 
  private:
   std::vector<int> items_;
+  int limit_;
 };
 
 }  // namespace shop

@@ -2,6 +2,10 @@
 
 namespace shop {
 
+Cart::Cart(int limit)
+    : items_(),
+      limit_(limit) {}
+
 void Cart::add(int price) {
   items_.push_back(price);
   total();
