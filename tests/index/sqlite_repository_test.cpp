@@ -74,6 +74,9 @@ TEST(SqliteRepository, FilesPathsStemsAndComponents) {
                                                             {"tests/test_cart.py", "tests"}}));
   EXPECT_EQ(index::component_of("packages/api/src/api/views.py", "api.views"), "api");
   EXPECT_EQ(index::component_of("scripts/run.py", "run"), "scripts");
+  EXPECT_EQ(index::component_of("packages/cart/lib/total.js", "", "javascript"), "cart");
+  EXPECT_EQ(index::component_of("packages/cart/src/ui/view.ts", "", "typescript"), "cart");
+  EXPECT_EQ(index::component_of("lib/total.js", "", "javascript"), "lib");
   EXPECT_EQ(index::split_component("django.db.models.base", "django"), "django.db");
   EXPECT_EQ(index::split_component("django.shortcuts", "django"), "");
   EXPECT_EQ(index::split_component("djangoo.db.x", "django"), "");

@@ -83,6 +83,10 @@ std::string component_of(std::string_view path, std::string_view module,
       }
     }
     if (c_family) return folder_component(path, module, {"src", "include"});
+    // a workspace of a monorepo without source roots: packages/cart/lib/total.js -> cart
+    if (folders.size() >= 2 && (folders[0] == "packages" || folders[0] == "apps")) {
+      return std::string(folders[1]);
+    }
     return folder_component(path, module, {"src"});
   }
   auto dot = module.find('.');

@@ -26,7 +26,9 @@ std::string_view last_component(std::string_view path);
 //  - Go: the package folder: net/http/server.go -> net/http; a file at the root its module.
 //  - C, C++, JavaScript, TypeScript: the first folder below the last source root (src, and for
 //    C and C++ include): src/store/cart.c -> store; a source root below the repository's root
-//    names its project: web/src/cart/view.ts -> web; otherwise as for Python, rules 2 and 3.
+//    names its project: web/src/cart/view.ts -> web; for JavaScript and TypeScript a workspace
+//    folder of a monorepo names its package: packages/cart/lib/total.js -> cart; otherwise as
+//    for Python, rules 2 and 3.
 std::string component_of(std::string_view path, std::string_view module,
                          std::string_view language = "python");
 
