@@ -1263,14 +1263,16 @@ struct IndexWriter::Impl {
     }
   }
 
-  // Which Python package, if any, holds most production files (see split_component).
+  // Which package, if any, holds most production files (see split_component): a Python
+  // package, or a C or C++ project's src/<name>/. Go, Java and Rust components come from their
+  // folders and package trees instead.
   void update_dominant_package() {
     std::string dominant;
     {
       auto st = db.prepare(
           "SELECT component, count(*), (SELECT count(*) FROM files WHERE is_test = 0 AND "
-          "language = 'python') FROM files WHERE is_test = 0 AND language = 'python' "
-          "GROUP BY component ORDER BY 2 DESC, 1 LIMIT 1");
+          "language NOT IN ('go', 'java', 'rust')) FROM files WHERE is_test = 0 AND "
+          "language NOT IN ('go', 'java', 'rust') GROUP BY component ORDER BY 2 DESC, 1 LIMIT 1");
       if (st.step() && st.integer(1) >= index::DOMINANT_SHARE * st.real(2)) dominant = st.text(0);
     }
     db.prepare("INSERT OR REPLACE INTO meta VALUES('dominant_package', ?)").bind(1, dominant).run();

@@ -73,6 +73,14 @@ TEST(CppExtraction, SymbolsCallersAndTests) {
   auto components = index->components_of({"src/shop/cart.cpp", "test/cart_test.cpp"});
   EXPECT_EQ(components["src/shop/cart.cpp"], "shop");
   EXPECT_EQ(components["test/cart_test.cpp"], "test");
+  // One project folder under src holding nearly everything is split into its subfolders.
+  std::filesystem::create_directories(repo.root() / "src/shop/ledger");
+  std::ofstream(repo.root() / "src/shop/ledger/book.cpp") << "int book() { return 1; }\n";
+  indexer::update_index(repo.root());
+  index = index::open_repository(repo.root());
+  components = index->components_of({"src/shop/cart.cpp", "src/shop/ledger/book.cpp"});
+  EXPECT_EQ(components["src/shop/cart.cpp"], "shop");
+  EXPECT_EQ(components["src/shop/ledger/book.cpp"], "shop.ledger");
 }
 
 // What a definition takes from its declaration must not depend on the order of updates: after
