@@ -25,7 +25,7 @@ bool has(const WalkResult& r, const std::string& path) {
 TEST(IgnoreRules, GitignoreSemantics) {
   IgnoreRules rules;
   for (const char* line : {"# comment", "*.log", "build/", "/root_only.py", "docs/**/gen_*.py",
-                           "**/cache", "!keep.log", "sub/*.py", "\\#hash.py"}) {
+                           "**/cache", "!keep.log", "sub/*.py", "\\#hash.py", "x/**/b/**/c.py"}) {
     rules.add_line(line, "");
   }
   rules.add_line("local.py", "pkg");
@@ -44,6 +44,16 @@ TEST(IgnoreRules, GitignoreSemantics) {
   EXPECT_TRUE(rules.ignored("pkg/local.py", false));
   EXPECT_TRUE(rules.ignored("pkg/inner/local.py", false));
   EXPECT_FALSE(rules.ignored("other/local.py", false));  // scoped to its folder
+  EXPECT_TRUE(rules.ignored("x/b/c.py", false));
+  EXPECT_TRUE(rules.ignored("x/1/b/2/3/c.py", false));
+  EXPECT_FALSE(rules.ignored("x/c.py/b", false));
+  // Many `**` against a deep path that misses: answered at once, not by trying every split.
+  IgnoreRules stars;
+  std::string pattern, path;
+  for (int i = 0; i < 40; ++i) pattern += "**/g/";
+  for (int i = 0; i < 60; ++i) path += "g/";
+  stars.add_line(pattern + "end", "");
+  EXPECT_FALSE(stars.ignored(path + "other", false));
 }
 
 TEST(Walker, SkipsWithReasonsAndHonoursIgnoreFiles) {

@@ -2,6 +2,7 @@
 
 #include <fnmatch.h>
 
+#include <algorithm>
 #include <fstream>
 
 namespace orvane_tamsel::indexer {
@@ -20,19 +21,27 @@ std::vector<std::string> split(std::string_view text) {
   return out;
 }
 
-// Pattern segments against path segments; `**` spans any number of folders.
-bool match(const std::vector<std::string>& pat, std::size_t i, const std::vector<std::string>& path,
-           std::size_t j) {
-  if (i == pat.size()) return j == path.size();
-  if (pat[i] == "**") {
-    for (std::size_t k = j; k <= path.size(); ++k) {
-      if (match(pat, i + 1, path, k)) return true;
+// Pattern segments against path segments; `**` spans any number of folders. One pass per
+// pattern segment over which path prefixes it can reach: trying every split of every `**`
+// instead takes exponential time on patterns with many of them.
+bool match(const std::vector<std::string>& pat, const std::vector<std::string>& path) {
+  std::vector<char> reach(path.size() + 1, 0), next(path.size() + 1);
+  reach[0] = 1;
+  for (const auto& segment : pat) {
+    std::fill(next.begin(), next.end(), 0);
+    if (segment == "**") {
+      char any = 0;
+      for (std::size_t j = 0; j <= path.size(); ++j)
+        next[j] = any = static_cast<char>(any | reach[j]);
+    } else {
+      for (std::size_t j = 0; j < path.size(); ++j) {
+        if (reach[j] && fnmatch(segment.c_str(), path[j].c_str(), FNM_PATHNAME) == 0)
+          next[j + 1] = 1;
+      }
     }
-    return false;
+    reach.swap(next);
   }
-  if (j == path.size()) return false;
-  return fnmatch(pat[i].c_str(), path[j].c_str(), FNM_PATHNAME) == 0 &&
-         match(pat, i + 1, path, j + 1);
+  return reach[path.size()] != 0;
 }
 
 }  // namespace
@@ -84,7 +93,7 @@ bool IgnoreRules::ignored(std::string_view path, bool is_dir) const {
     }
     bool hit;
     if (r.anchored) {
-      hit = match(r.segments, 0, split(rel), 0);
+      hit = match(r.segments, split(rel));
     } else {
       auto slash = rel.rfind('/');
       std::string name(slash == std::string_view::npos ? rel : rel.substr(slash + 1));
