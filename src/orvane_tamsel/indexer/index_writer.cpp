@@ -98,6 +98,8 @@ INSERT INTO reimport SELECT id FROM imports;
   "WHERE b.site_id = call_sites.id AND " where " ORDER BY b.rank, " TAMSEL_BODY_FIRST          \
   ", s.id LIMIT 1)"
 #define TAMSEL_CALLEE_FQN "(SELECT fqn FROM symbols WHERE id = call_sites.callee_id)"
+// Fallback ranks from here on mark names equally near (ParsedCall::equally_near).
+#define TAMSEL_EQUALLY_NEAR "1000000"
 #define TAMSEL_CALLEE_FILE "(SELECT file_id FROM symbols WHERE id = call_sites.callee_id)"
 constexpr const char* LINK_CALLS = R"sql(
 DELETE FROM edges WHERE site_id IN (SELECT site_id FROM relink);
@@ -126,6 +128,31 @@ UPDATE call_sites SET callee_id = NULL
       ELSE (SELECT count(DISTINCT s.file_id) FROM symbols s
         WHERE s.fqn = )sql" TAMSEL_CALLEE_FQN R"sql( AND s.kind <> 'module'
           AND s.signature NOT GLOB '*;' AND )sql" TAMSEL_REACHED R"sql() END > 1;
+-- Names equally near (a C++ global name and those using-directives bring in): two that the
+-- site sees make no edge.
+UPDATE call_sites SET callee_id = NULL
+  WHERE id IN (SELECT site_id FROM relink) AND callee_id IS NOT NULL
+    AND EXISTS (SELECT 1 FROM call_fallbacks b WHERE b.site_id = call_sites.id
+      AND b.rank >= )sql" TAMSEL_EQUALLY_NEAR R"sql( AND b.fqn = )sql" TAMSEL_CALLEE_FQN R"sql()
+    AND (SELECT count(DISTINCT s.fqn) FROM call_fallbacks b
+      JOIN symbols s ON s.fqn = b.fqn AND s.kind <> 'module'
+      WHERE b.site_id = call_sites.id AND b.rank >= )sql" TAMSEL_EQUALLY_NEAR R"sql(
+        AND (s.file_id = call_sites.file_id OR )sql" TAMSEL_INCLUDED R"sql( OR )sql" TAMSEL_REACHED
+                                              R"sql()) > 1;
+-- A C++ construction (`T x(a)`, `new T`) reaches a class or nothing; a call that names a
+-- class, constructed or not, lands on the constructor the class declares, if any.
+UPDATE call_sites SET callee_id = NULL
+  WHERE id IN (SELECT site_id FROM relink) AND evidence = 'constructor'
+    AND (SELECT kind FROM symbols WHERE id = call_sites.callee_id)
+      NOT IN ('class', 'struct', 'union', 'constructor');
+UPDATE call_sites SET callee_id = coalesce((
+    SELECT s.id FROM symbols k CROSS JOIN symbols s ON s.fqn = k.fqn || '.' || k.name
+    WHERE k.id = call_sites.callee_id AND s.kind = 'constructor'
+      AND (s.file_id = k.file_id OR EXISTS (SELECT 1 FROM declarations d
+        WHERE d.def_id = s.id AND d.file_id = k.file_id))
+    ORDER BY )sql" TAMSEL_BODY_FIRST R"sql(, s.id LIMIT 1), callee_id)
+  WHERE id IN (SELECT site_id FROM relink) AND )sql" TAMSEL_C_SITE R"sql(
+    AND (SELECT kind FROM symbols WHERE id = call_sites.callee_id) IN ('class', 'struct');
 )sql";
 
 // An #include names a path that the compiler looks for next to the including file, then in the
@@ -146,6 +173,8 @@ UPDATE imports SET target_file_id = (
   WHERE id IN (SELECT id FROM reimport)
     AND file_id IN (SELECT id FROM files WHERE language IN ('c', 'cpp'));
 )sql";
+
+constexpr std::int64_t EQUALLY_NEAR = 1000000;  // TAMSEL_EQUALLY_NEAR
 
 // How many #includes deep a call looks for its callee (a.c -> b.h -> c.h is two).
 constexpr int MAX_INCLUDE_DEPTH = 4;
@@ -764,9 +793,9 @@ struct IndexWriter::Impl {
           .bind(5, call.target)
           .run();
       auto site = db.last_insert_id();
-      std::int64_t rank = 1;
-      for (const auto& fallback : call.fallbacks) {
-        insert_fallback.bind(1, site).bind(2, rank++).bind(3, fallback).run();
+      for (std::size_t i = 0; i < call.fallbacks.size(); ++i) {
+        auto rank = static_cast<std::int64_t>(i) + (i >= call.equally_near ? EQUALLY_NEAR : 1);
+        insert_fallback.bind(1, site).bind(2, rank).bind(3, call.fallbacks[i]).run();
       }
       for (const auto& module : call.scope_modules)
         insert_scope.bind(1, site).bind(2, module).run();

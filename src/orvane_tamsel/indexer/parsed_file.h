@@ -1,6 +1,7 @@
 #pragma once
 // What parsing one source file yields: the hand-off from the parser to the index writer.
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -46,6 +47,9 @@ struct ParsedCall {
                                            // same-package, receiver, this
   std::vector<std::string> scope_modules;  // the own file's module, Go packages; for C and C++
                                            // the writer adds what the file's #includes reach
+  // Fallbacks from this index on are equally near (a C++ global name and what using-directives
+  // bring in beside it): when the site sees two of them, it makes no edge.
+  std::size_t equally_near = static_cast<std::size_t>(-1);
 };
 
 struct ParsedFile {

@@ -19,8 +19,8 @@ using namespace orvane_tamsel;
 using indexer_test::neighbour_fqns;
 
 // Namespaced fqns, a method declared in its class and defined out of line kept once, calls
-// through `this`, members, typed locals and `ns::f` into a header included by a header,
-// GoogleTest tests and the ranked tests of a source.
+// through `this`, members, typed locals, `ns::f` into a header included by a header, using
+// directives and constructions, GoogleTest tests and the ranked tests of a source.
 TEST(CppExtraction, SymbolsCallersAndTests) {
   indexer_test::TempRepo repo("lang_cpp");
   indexer::update_index(repo.root());
@@ -55,10 +55,19 @@ TEST(CppExtraction, SymbolsCallersAndTests) {
             (std::set<std::string>{"shop.pay.pay_all", "CartTest.AddsUp"}));
   EXPECT_EQ(neighbour_fqns(*index, "shop.Cart.total", index::CALLER),
             (std::set<std::string>{"shop.Cart.add", "shop.pay.Checkout.charge", "shop.pay.pay_all",
-                                   "CartTest.AddsUp", "CartFixture.StartsEmpty"}));
+                                   "CartTest.AddsUp", "CartFixture.StartsEmpty", "orders.fill",
+                                   "refund"}));
+  // Names that using-directives bring in, constructions (a class without a constructor is the
+  // callee itself); a global name beside one a directive brings in is ambiguous: no edge.
+  EXPECT_EQ(neighbour_fqns(*index, "orders.fill", index::CALLEE),
+            (std::set<std::string>{"shop.Cart.Cart", "shop.Cart.total", "shop.Ledger",
+                                   "shop.Ledger.record", "shop.tax.vat"}));
+  EXPECT_EQ(neighbour_fqns(*index, "refund", index::CALLEE),
+            (std::set<std::string>{"shop.Cart.Cart", "shop.Cart.total", "shop.tax.vat"}));
+  EXPECT_EQ(neighbour_fqns(*index, "round_cents", index::CALLER), std::set<std::string>{});
 
   EXPECT_EQ(neighbour_fqns(*index, "shop.Ledger.record", index::CALLER),
-            (std::set<std::string>{"shop.Ledger.close", "shop.pay.pay_all"}));
+            (std::set<std::string>{"shop.Ledger.close", "shop.pay.pay_all", "orders.fill"}));
   EXPECT_EQ(neighbour_fqns(*index, "shop.round_cents", index::CALLER),
             std::set<std::string>{"shop.pay.pay_all"});
 

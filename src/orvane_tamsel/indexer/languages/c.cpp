@@ -147,6 +147,8 @@ std::optional<tagged::Definition> Rules::define(const tagged::Tag& tag) {
     bool member = frame_of_type("field_declaration_list") != NONE;
     // A prototype in a source file repeats a definition; headers and class bodies declare.
     if (!body && !member && !is_header()) return std::nullopt;
+    // in a function body, a local prototype or the grammar's reading of `T x(y);`
+    if (!body && frame_of_type("compound_statement") != NONE) return std::nullopt;
     if (std::find(GTEST_MACROS.begin(), GTEST_MACROS.end(), def.name) != GTEST_MACROS.end() &&
         body) {
       TSNode params = ts_node_child_by_field_name(node, "parameters", 10);

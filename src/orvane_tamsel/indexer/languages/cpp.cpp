@@ -1,5 +1,6 @@
 #include "orvane_tamsel/indexer/languages/cpp.h"
 
+#include <algorithm>
 #include <map>
 #include <unordered_map>
 
@@ -96,6 +97,16 @@ class Rules : public c::Rules {
 
   void visit(TSNode node) override {
     c::Rules::visit(node);
+    if (is(node, "using_declaration")) {
+      note_using(node);
+      return;
+    }
+    if (is(node, "new_expression") || is(node, "compound_literal_expression")) {
+      TSNode type = ts_node_child_by_field_name(node, "type", 4);
+      if (names_class(type)) add_call(node, type);
+      return;
+    }
+    if (is(node, "declaration")) constructions(node);
     bool field = is(node, "field_declaration");
     if (!field && !is(node, "declaration") && !is(node, "parameter_declaration")) return;
     std::string type = class_of_type(field_text(node, "type"));
@@ -117,6 +128,85 @@ class Rules : public c::Rules {
     } else if (auto fn = current_callable(); fn != 0) {
       locals_[fn][std::string(text(d))] = type;
     }
+  }
+
+  // A type that may name a class: not a built-in, `auto`, or a standard library one.
+  bool names_class(TSNode type) const {
+    if (!is(type, "type_identifier") && !is(type, "qualified_identifier") &&
+        !is(type, "template_type"))
+      return false;
+    auto parts = split_qualified(text(type));
+    return !parts.empty() && parts.front() != "std";
+  }
+
+  // `T x(args);`, `T x{args};` and `T x = {args};` construct a T. Inside a function body,
+  // `T x(y);` with y a variable is read by the grammar as a function declaration; there it is
+  // a construction too, as local function declarations are rare.
+  void constructions(TSNode node) {
+    TSNode type = ts_node_child_by_field_name(node, "type", 4);
+    if (!names_class(type)) return;
+    bool in_body = frame_of_type("compound_statement") != NONE;
+    for (std::uint32_t i = 0; i < ts_node_child_count(node); ++i) {
+      const char* field = ts_node_field_name_for_child(node, i);
+      if (field == nullptr || std::string_view(field) != "declarator") continue;
+      TSNode d = ts_node_child(node, i);
+      if (is(d, "init_declarator")) {
+        TSNode value = ts_node_child_by_field_name(d, "value", 5);
+        if (is(value, "argument_list") || is(value, "initializer_list")) add_call(d, type);
+      } else if (in_body && is(d, "function_declarator")) {
+        TSNode params = ts_node_child_by_field_name(d, "parameters", 10);
+        std::uint32_t n = ts_node_named_child_count(params);
+        bool arguments = n > 0;
+        for (std::uint32_t k = 0; k < n && arguments; ++k) {
+          TSNode p = ts_node_named_child(params, k);
+          arguments = is(p, "parameter_declaration") &&
+                      ts_node_is_null(ts_node_child_by_field_name(p, "declarator", 10));
+        }
+        if (arguments) add_call(d, type);
+      }
+    }
+  }
+
+  // `using namespace ns;` and `using ns::f;` in a file, namespace or function body, from the
+  // statement to the end of that block. Members' `using Base::m;` change no call lookup here.
+  void note_using(TSNode node) {
+    TSNode block = ts_node_parent(node);
+    if (is(block, "field_declaration_list")) return;
+    bool directive = false;
+    for (std::uint32_t i = 0; i < ts_node_child_count(node); ++i) {
+      if (is(ts_node_child(node, i), "namespace")) directive = true;
+    }
+    TSNode named = ts_node_named_child(node, 0);
+    auto written = text(named);
+    auto parts = split_qualified(written);
+    if (parts.empty() || parts.front() == "std") return;
+    Using u;
+    u.directive = directive;
+    u.last = parts.back();
+    if (!directive) parts.pop_back();
+    std::string scope;
+    for (const auto& f : frames_) scope = join(scope, f.scope);
+    u.prefixes = written.starts_with("::") ? std::vector<std::string>{dotted(parts)}
+                                           : outwards(scope, dotted(parts));
+    u.from = ts_node_end_byte(node);
+    u.to = ts_node_end_byte(block);
+    usings_.push_back(std::move(u));
+  }
+
+  // What using-directives and -declarations in force at a byte make `name` (dotted) stand for.
+  std::vector<std::string> brought_in(const std::vector<std::string>& parts,
+                                      std::uint32_t at) const {
+    std::vector<std::string> out;
+    if (parts.empty()) return out;
+    auto name = dotted(parts);
+    for (const auto& u : usings_) {
+      if (at < u.from || at >= u.to || (!u.directive && u.last != parts.front())) continue;
+      for (const auto& p : u.prefixes) {
+        auto c = join(p, name);
+        if (std::find(out.begin(), out.end(), c) == out.end()) out.push_back(std::move(c));
+      }
+    }
+    return out;
   }
 
   // Name lookup from a scope outwards: `ns.Cls` tries ns.Cls.x, ns.x, x.
@@ -152,15 +242,22 @@ class Rules : public c::Rules {
     bool fixture = caller.is_test && caller.signature && caller.signature->starts_with("TEST_F(");
     std::string scope = pending.caller == 0 ? "" : prefix_of(pending.caller);
     std::string cls = in_method || fixture ? scope : "";
-    std::vector<std::string> candidates;
-    if (is(callee, "identifier") || is(callee, "qualified_identifier")) {
-      auto parts = split_qualified(text(callee));
+    std::vector<std::string> candidates, brought;
+    if (is(callee, "identifier") || is(callee, "qualified_identifier") ||
+        is(callee, "type_identifier") || is(callee, "template_type")) {
+      auto written = text(callee);
+      auto parts = split_qualified(written);
       if (parts.empty() || parts.front() == "std") return;
-      candidates = outwards(scope, dotted(parts));
+      auto name = dotted(parts);
+      candidates =
+          written.starts_with("::") ? std::vector<std::string>{name} : outwards(scope, name);
       call.evidence = "include";
       for (const auto& c : candidates) {
         if (defined_.count(c) != 0) call.evidence = "same-file";
       }
+      // a construction names a class; the index links it to the class's constructor
+      if (!is(pending.call, "call_expression")) call.evidence = "constructor";
+      if (!written.starts_with("::")) brought = brought_in(parts, ts_node_start_byte(pending.call));
     } else if (is(callee, "field_expression")) {
       TSNode object = ts_node_child_by_field_name(callee, "argument", 8);
       std::string member = field_text(callee, "field");
@@ -192,16 +289,33 @@ class Rules : public c::Rules {
         candidates.push_back(tagged::Extraction::join(type, member));
       } else {
         for (auto& c : outwards(scope, type)) candidates.push_back(join(c, member));
+        for (auto& b : brought_in(split_qualified(type), ts_node_start_byte(pending.call)))
+          brought.push_back(join(b, member));
       }
     } else {
       return;
     }
     call.target = candidates.front();
     call.fallbacks.assign(candidates.begin() + 1, candidates.end());
+    if (!brought.empty()) {
+      // the global name and what the usings bring in are equally near
+      if (candidates.size() == 1) call.fallbacks.push_back(candidates.back());
+      call.equally_near = call.fallbacks.size() - 1;
+      for (auto& b : brought) {
+        if (b != candidates.back()) call.fallbacks.push_back(std::move(b));
+      }
+    }
     call.scope_modules = visible_modules();
   }
 
  private:
+  struct Using {
+    bool directive = false;             // `using namespace`, else a using-declaration
+    std::string last;                   // the declared name (`f` of `using ns::f`)
+    std::vector<std::string> prefixes;  // what the name may mean, nearest scope first
+    std::uint32_t from = 0, to = 0;     // the bytes it holds for
+  };
+  std::vector<Using> usings_;
   std::unordered_map<std::size_t, std::map<std::string, std::string>> locals_;  // by caller
   std::map<std::string, std::map<std::string, std::string>> members_;           // by class fqn
 };

@@ -12,4 +12,8 @@ class Ledger {
   void close() { this->record(0); }
 };
 
+namespace tax {
+inline int vat(int cents) { return cents / 5; }
+}  // namespace tax
+
 }  // namespace shop
