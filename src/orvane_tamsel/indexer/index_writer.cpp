@@ -48,12 +48,24 @@ CREATE TEMP TABLE IF NOT EXISTS reach(origin INTEGER, module TEXT, PRIMARY KEY(o
 CREATE TEMP TABLE IF NOT EXISTS reach_files(origin INTEGER, file_id INTEGER,
   PRIMARY KEY(origin, file_id)) WITHOUT ROWID;
 CREATE TEMP TABLE IF NOT EXISTS include_changed(id INTEGER PRIMARY KEY);
+CREATE TEMP TABLE IF NOT EXISTS symbol_delta(n INTEGER NOT NULL);
 )sql";
+
+// An update counts the symbols it adds and removes (a full build counts them once at the end).
+constexpr const char* COUNT_SYMBOLS = R"sql(
+CREATE TEMP TRIGGER IF NOT EXISTS symbol_added AFTER INSERT ON symbols
+  BEGIN UPDATE symbol_delta SET n = n + 1; END;
+CREATE TEMP TRIGGER IF NOT EXISTS symbol_removed AFTER DELETE ON symbols
+  BEGIN UPDATE symbol_delta SET n = n - 1; END;
+)sql";
+constexpr const char* STOP_COUNTING_SYMBOLS =
+    "DROP TRIGGER IF EXISTS symbol_added; DROP TRIGGER IF EXISTS symbol_removed;";
 
 constexpr const char* CLEAR_BATCH_TABLES =
     "DELETE FROM changed_files; DELETE FROM affected; DELETE FROM relink; DELETE FROM reimport; "
     "DELETE FROM gone_files; DELETE FROM restored; DELETE FROM stale_docs; "
-    "DELETE FROM reach; DELETE FROM reach_files; DELETE FROM include_changed;";
+    "DELETE FROM reach; DELETE FROM reach_files; DELETE FROM include_changed; "
+    "DELETE FROM symbol_delta; INSERT INTO symbol_delta VALUES(0);";
 
 // Sites to link again: those of changed files, and those naming an fqn that appeared or vanished.
 constexpr const char* RELINK_CHANGED = R"sql(
@@ -342,10 +354,11 @@ SELECT * FROM (SELECT i.module || '.' || ?2
   AND substr(?2, 1, 1) <> '_' ORDER BY length(f.path), f.path, i.line)
 )sql";
 
-// The summary's call counts live in meta, kept up to date by each batch, so that a small update
-// does not count the sites of the whole index.
+// The summary's call and symbol counts live in meta, kept up to date by each batch, so that a
+// small update does not count the sites and symbols of the whole index.
 constexpr const char* RESOLVED_KEY = "resolved_calls";
 constexpr const char* UNRESOLVED_KEY = "unresolved_calls";
+constexpr const char* SYMBOLS_KEY = "symbols";
 
 // A symbol as stored before its file is written again; what its text rows were made from.
 struct OldSymbol {
@@ -439,11 +452,13 @@ struct IndexWriter::Impl {
   // changes to them.
   std::optional<std::pair<std::int64_t, std::int64_t>> stored_calls;
   std::int64_t resolved_delta = 0, unresolved_delta = 0;
+  std::optional<std::int64_t> stored_symbols;  // as stored before the batch; symbol_delta counts
 
   explicit Impl(const std::filesystem::path& root) : owned(open(root)), db(*owned) {
     db.exec("PRAGMA temp_store = MEMORY");
     db.exec("PRAGMA cache_size = -65536");
     db.exec(BATCH_TABLES);
+    db.exec(COUNT_SYMBOLS);
     find_file = db.prepare("SELECT id, component, is_test FROM files WHERE path = ?");
     insert_file = db.prepare(
         "INSERT INTO files(path, stem, base, language, size, mtime_ns, hash, is_test, module, "
@@ -557,6 +572,8 @@ struct IndexWriter::Impl {
     }
     if (bulk) index::drop_deferrable_indexes(db);
     stored_calls = bulk ? std::nullopt : read_stored_calls();
+    stored_symbols = bulk ? std::nullopt : read_stored_symbols();
+    db.exec(stored_symbols ? COUNT_SYMBOLS : STOP_COUNTING_SYMBOLS);
     components_changed = false;
     resolved_delta = unresolved_delta = 0;
   }
@@ -567,6 +584,13 @@ struct IndexWriter::Impl {
     st.bind(1, RESOLVED_KEY).bind(2, UNRESOLVED_KEY);
     if (!st.step() || st.is_null(0) || st.is_null(1)) return std::nullopt;
     return std::pair{st.integer(0), st.integer(1)};
+  }
+
+  std::optional<std::int64_t> read_stored_symbols() {
+    auto st = db.prepare("SELECT value FROM meta WHERE key = ?");
+    st.bind(1, SYMBOLS_KEY);
+    if (!st.step() || st.is_null(0)) return std::nullopt;
+    return st.integer(0);
   }
 
   std::int64_t relinked_resolved_count() {
@@ -589,6 +613,12 @@ struct IndexWriter::Impl {
     auto put = db.prepare("INSERT OR REPLACE INTO meta VALUES(?, ?)");
     put.bind(1, RESOLVED_KEY).bind(2, std::to_string(calls.first)).run();
     put.bind(1, UNRESOLVED_KEY).bind(2, std::to_string(calls.second)).run();
+    auto count =
+        db.prepare(stored_symbols ? "SELECT n FROM symbol_delta" : "SELECT count(*) FROM symbols");
+    count.step();
+    put.bind(1, SYMBOLS_KEY)
+        .bind(2, std::to_string(stored_symbols.value_or(0) + count.integer(0)))
+        .run();
   }
 
   void affect(const std::string& fqn) {
@@ -721,7 +751,9 @@ struct IndexWriter::Impl {
       insert_path_gram.bind(1, *file_id).bind(2, file.path).run();
     }
     mark_changed.bind(1, *file_id).run();
-    if (!file.module.empty()) affect(file.module);
+    // An edited C or C++ file keeps its path: the #includes naming it find it as before.
+    bool c_family = file.language == "c" || file.language == "cpp";
+    if (!file.module.empty() && (is_new || !c_family)) affect(file.module);
 
     std::unordered_map<std::string, std::int64_t> ids;  // fqn -> id, first definition wins
     std::optional<std::int64_t> module_id;
@@ -1399,13 +1431,13 @@ void IndexWriter::rollback() {
 
 index::IndexStats IndexWriter::stats() {
   auto calls = impl_->read_stored_calls();
-  if (!calls) return index::read_stats(impl_->db);
+  auto symbols = impl_->read_stored_symbols();
+  if (!calls || !symbols) return index::read_stats(impl_->db);
   index::IndexStats stats;
-  auto st =
-      impl_->db.prepare("SELECT (SELECT count(*) FROM files), (SELECT count(*) FROM symbols)");
+  auto st = impl_->db.prepare("SELECT count(*) FROM files");
   st.step();
   stats.files = st.integer(0);
-  stats.symbols = st.integer(1);
+  stats.symbols = *symbols;
   stats.calls = calls->first;
   stats.unresolved_calls = calls->second;
   auto skipped = impl_->db.prepare("SELECT reason, count(*) FROM skipped GROUP BY reason");
