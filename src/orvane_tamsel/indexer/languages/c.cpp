@@ -199,6 +199,9 @@ std::optional<tagged::Definition> Rules::define(const tagged::Tag& tag) {
     return def;
   }
   if (tag.role == "constant") {
+    // the declaration holds the lines, signature and doc; a declaration's first variable names it
+    def.host = ts_node_parent(node);
+    if (!is(def.host, "declaration")) return std::nullopt;
     // locals, parameters and members are no symbols of their own
     if (frame_of_type("compound_statement") != NONE ||
         frame_of_type("field_declaration_list") != NONE) {
