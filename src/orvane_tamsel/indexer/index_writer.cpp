@@ -167,9 +167,12 @@ UPDATE call_sites SET callee_id = coalesce((
     AND (SELECT kind FROM symbols WHERE id = call_sites.callee_id) IN ('class', 'struct');
 )sql";
 
-// An #include names a path that the compiler looks for next to the including file, then in the
-// include folders: here any folder of the repository, the shortest path first, a header before
-// a source file of the same stem. `module` holds the path dotted, without its extension.
+// An #include names a path that the compiler looks for next to the including file (`"a.h"`
+// only), then in the include folders: here any folder of the repository, the shortest path
+// first, a header before a source file of the same stem. `module` holds the path dotted, without
+// its extension; `name` the include as written, whose file name must match (`<vector>` is no
+// vector.h).
+#define TAMSEL_LAST_PART(p) "substr(" p ", length(rtrim(" p ", replace(" p ", '/', ''))) + 1)"
 constexpr const char* LINK_INCLUDES = R"sql(
 UPDATE imports SET target_file_id = (
     SELECT f.id FROM imports i CROSS JOIN files g CROSS JOIN files f
@@ -177,8 +180,10 @@ UPDATE imports SET target_file_id = (
       AND f.base = substr(i.module, length(rtrim(i.module, replace(i.module, '.', ''))) + 1)
       AND (replace(f.stem, '/', '.') = i.module
         OR substr(replace(f.stem, '/', '.'), -length(i.module) - 1) = '.' || i.module)
-    ORDER BY replace(f.stem, '/', '.') = replace(rtrim(g.stem, replace(g.stem, '/', '')), '/', '.')
-               || i.module DESC,
+      AND (i.name = '' OR )sql" TAMSEL_LAST_PART("f.path") R"sql( =
+        )sql" TAMSEL_LAST_PART("substr(i.name, 2, length(i.name) - 2)") R"sql()
+    ORDER BY i.name GLOB '"*' AND replace(f.stem, '/', '.') =
+               replace(rtrim(g.stem, replace(g.stem, '/', '')), '/', '.') || i.module DESC,
       f.path GLOB '*.c' OR f.path GLOB '*.cc' OR f.path GLOB '*.cpp' OR f.path GLOB '*.cxx',
       length(f.path), f.path
     LIMIT 1)

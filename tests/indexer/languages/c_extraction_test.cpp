@@ -51,8 +51,9 @@ TEST(CExtraction, SymbolsCallersAndTests) {
   EXPECT_EQ(neighbour_fqns(*index, "cart_add", index::CALLEE), (std::set<std::string>{"clamp"}));
   EXPECT_EQ(neighbour_fqns(*index, "cart_total", index::CALLER),
             (std::set<std::string>{"receipt_print", "test_add_and_total"}));
-  // printf and a name defined nowhere make no edge, nor cart_reset, defined in two files that
-  // receipt.c includes; price_round is declared in a header that cart.h includes
+  // printf and a name defined nowhere make no edge (`<stdio.h>` is not the stdio.h beside
+  // receipt.c), nor cart_reset, defined in two files that receipt.c includes; price_round is
+  // declared in a header that cart.h includes
   EXPECT_EQ(neighbour_fqns(*index, "receipt_print", index::CALLEE),
             (std::set<std::string>{"cart_total", "price_round"}));
 

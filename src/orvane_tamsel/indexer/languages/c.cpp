@@ -296,7 +296,8 @@ void Rules::visit(TSNode node) {
   if (raw.size() < 2) return;
   auto module = include_path(path_, raw.substr(1, raw.size() - 2));
   if (module.empty()) return;
-  out_.imports.push_back({line(node), module, "", ""});
+  // the name keeps the include as written: `<a.h>` or `"a.h"`, which the index looks up apart
+  out_.imports.push_back({line(node), module, std::string(raw), ""});
 }
 
 void Rules::resolve(const tagged::PendingCall& pending, ParsedCall& call) {
