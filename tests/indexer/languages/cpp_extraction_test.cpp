@@ -66,6 +66,8 @@ TEST(CppExtraction, SymbolsCallersAndTests) {
   EXPECT_EQ(neighbour_fqns(*index, "refund", index::CALLEE),
             (std::set<std::string>{"shop.Cart.Cart", "shop.Cart.total", "shop.tax.vat"}));
   EXPECT_EQ(neighbour_fqns(*index, "round_cents", index::CALLER), std::set<std::string>{});
+  EXPECT_FALSE(index->get_symbol_by_fqn("fresh").has_value())
+      << "`Cart fresh(limit);` is no prototype";
 
   EXPECT_EQ(neighbour_fqns(*index, "shop.Ledger.record", index::CALLER),
             (std::set<std::string>{"shop.Ledger.close", "shop.pay.pay_all", "orders.fill"}));

@@ -115,6 +115,21 @@ bool Rules::is_header() const {
   return false;
 }
 
+bool Rules::reads_as_construction(TSNode declarator) const {
+  auto block = frame_of_type("compound_statement");
+  auto members = frame_of_type("field_declaration_list");
+  if (block == NONE || (members != NONE && members > block)) return false;
+  TSNode params = ts_node_child_by_field_name(declarator, "parameters", 10);
+  std::uint32_t n = ts_node_named_child_count(params);
+  for (std::uint32_t i = 0; i < n; ++i) {
+    TSNode p = ts_node_named_child(params, i);
+    if (!is(p, "parameter_declaration") ||
+        !ts_node_is_null(ts_node_child_by_field_name(p, "declarator", 10)))
+      return false;
+  }
+  return n > 0;
+}
+
 TSNode Rules::function_host() const {
   for (std::size_t i = frames_.size(); i-- > 0;) {
     TSNode n = frames_[i].node;
@@ -147,8 +162,7 @@ std::optional<tagged::Definition> Rules::define(const tagged::Tag& tag) {
     bool member = frame_of_type("field_declaration_list") != NONE;
     // A prototype in a source file repeats a definition; headers and class bodies declare.
     if (!body && !member && !is_header()) return std::nullopt;
-    // in a function body, a local prototype or the grammar's reading of `T x(y);`
-    if (!body && frame_of_type("compound_statement") != NONE) return std::nullopt;
+    if (!body && reads_as_construction(node)) return std::nullopt;
     if (std::find(GTEST_MACROS.begin(), GTEST_MACROS.end(), def.name) != GTEST_MACROS.end() &&
         body) {
       TSNode params = ts_node_child_by_field_name(node, "parameters", 10);

@@ -36,6 +36,9 @@ class Rules : public tagged::Extraction {
   // The declaration or definition a function declarator belongs to, or a null node.
   TSNode function_host() const;
   bool is_header() const;
+  // A function declarator in a block whose parameters are bare names, `T x(y);`: the grammar
+  // reads a variable constructed from arguments as a local prototype.
+  bool reads_as_construction(TSNode declarator) const;
   // The file's own module: the index adds the modules of the files it includes.
   std::vector<std::string> visible_modules() const;
 };

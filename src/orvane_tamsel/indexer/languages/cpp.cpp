@@ -139,13 +139,11 @@ class Rules : public c::Rules {
     return !parts.empty() && parts.front() != "std";
   }
 
-  // `T x(args);`, `T x{args};` and `T x = {args};` construct a T. Inside a function body,
-  // `T x(y);` with y a variable is read by the grammar as a function declaration; there it is
-  // a construction too, as local function declarations are rare.
+  // `T x(args);`, `T x{args};` and `T x = {args};` construct a T, and so does `T x(y);` in a
+  // block, which the grammar reads as a prototype (local prototypes are rare).
   void constructions(TSNode node) {
     TSNode type = ts_node_child_by_field_name(node, "type", 4);
     if (!names_class(type)) return;
-    bool in_body = frame_of_type("compound_statement") != NONE;
     for (std::uint32_t i = 0; i < ts_node_child_count(node); ++i) {
       const char* field = ts_node_field_name_for_child(node, i);
       if (field == nullptr || std::string_view(field) != "declarator") continue;
@@ -153,16 +151,8 @@ class Rules : public c::Rules {
       if (is(d, "init_declarator")) {
         TSNode value = ts_node_child_by_field_name(d, "value", 5);
         if (is(value, "argument_list") || is(value, "initializer_list")) add_call(d, type);
-      } else if (in_body && is(d, "function_declarator")) {
-        TSNode params = ts_node_child_by_field_name(d, "parameters", 10);
-        std::uint32_t n = ts_node_named_child_count(params);
-        bool arguments = n > 0;
-        for (std::uint32_t k = 0; k < n && arguments; ++k) {
-          TSNode p = ts_node_named_child(params, k);
-          arguments = is(p, "parameter_declaration") &&
-                      ts_node_is_null(ts_node_child_by_field_name(p, "declarator", 10));
-        }
-        if (arguments) add_call(d, type);
+      } else if (is(d, "function_declarator") && reads_as_construction(d)) {
+        add_call(d, type);
       }
     }
   }
