@@ -236,8 +236,11 @@ class Extraction {
         for (Role r : {DEF_CLASS, DEF_FUNCTION, DEF_CONSTANT}) {
           if (caps.has(r)) tags_.push_back({caps.node[r], caps.node[NAME], r});
         }
-        if (caps.has(DEF_CLASS)) defs_.push_back({caps.node[DEF_CLASS], 0});
-        if (caps.has(DEF_FUNCTION)) defs_.push_back({caps.node[DEF_FUNCTION], 0});
+        for (Role r : {DEF_CLASS, DEF_FUNCTION}) {
+          if (!caps.has(r)) continue;
+          TSNode n = caps.node[r];
+          defs_.push_back({n, ts_node_start_byte(n), ts_node_end_byte(n), 0});
+        }
       } else if (caps.has(DECORATED)) {
         decorated_line_[ts_node_start_byte(caps.node[DECORATED])] = line(caps.at(OUTER));
       } else if (caps.has(HEADER)) {
@@ -279,32 +282,39 @@ class Extraction {
   // Definitions nest, so their byte ranges form a tree; walking it avoids ts_node_parent, which
   // descends from the root on every call.
   void nest_definitions() {
-    std::sort(defs_.begin(), defs_.end(), [](const auto& a, const auto& b) {
-      return ts_node_start_byte(a.node) < ts_node_start_byte(b.node);
-    });
+    std::sort(defs_.begin(), defs_.end(),
+              [](const auto& a, const auto& b) { return a.start < b.start; });
     std::vector<std::size_t> stack;
     for (std::size_t i = 0; i < defs_.size(); ++i) {
-      while (!stack.empty() && !contains(defs_[stack.back()].node, defs_[i].node)) stack.pop_back();
+      while (!stack.empty() &&
+             !contains(defs_[stack.back()], defs_[i].start, defs_[i].end, defs_[i].node)) {
+        stack.pop_back();
+      }
       defs_[i].parent = stack.empty() ? NONE : stack.back();
       stack.push_back(i);
     }
   }
 
-  static bool contains(TSNode outer, TSNode inner) {
-    return ts_node_start_byte(outer) <= ts_node_start_byte(inner) &&
-           ts_node_end_byte(inner) <= ts_node_end_byte(outer) && !ts_node_eq(outer, inner);
+  struct Def {
+    TSNode node;
+    std::uint32_t start, end;  // bytes, kept: ts_node_end_byte walks the subtree's children
+    std::size_t parent;
+  };
+
+  static bool contains(const Def& outer, std::uint32_t start, std::uint32_t end, TSNode inner) {
+    return outer.start <= start && end <= outer.end && !ts_node_eq(outer.node, inner);
   }
 
   // The innermost function or class around a node, or a null node at module level.
   TSNode enclosing_def(TSNode n) const {
     if (ts_node_is_null(n)) return TSNode{};
     auto start = ts_node_start_byte(n);
-    auto it = std::upper_bound(
-        defs_.begin(), defs_.end(), start,
-        [](std::uint32_t s, const Def& d) { return s < ts_node_start_byte(d.node); });
+    auto it = std::upper_bound(defs_.begin(), defs_.end(), start,
+                               [](std::uint32_t s, const Def& d) { return s < d.start; });
     if (it == defs_.begin()) return TSNode{};
     std::size_t i = static_cast<std::size_t>(it - defs_.begin()) - 1;
-    while (i != NONE && !contains(defs_[i].node, n)) i = defs_[i].parent;
+    auto end = ts_node_end_byte(n);
+    while (i != NONE && !contains(defs_[i], start, end, n)) i = defs_[i].parent;
     return i == NONE ? TSNode{} : defs_[i].node;
   }
 
@@ -639,10 +649,6 @@ class Extraction {
   std::unordered_map<std::uint32_t, Scope> scopes_;
   std::unordered_map<std::uint32_t, std::int64_t> decorated_line_;
   static constexpr std::size_t NONE = static_cast<std::size_t>(-1);
-  struct Def {
-    TSNode node;
-    std::size_t parent;
-  };
   std::vector<Def> defs_;
   struct Tag {
     TSNode node, name;
