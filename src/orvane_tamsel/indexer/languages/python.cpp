@@ -71,7 +71,6 @@ enum Role : std::uint8_t {
   DEF_CLASS,
   DEF_FUNCTION,
   DEF_CONSTANT,
-  REF_CALL,
   HEADER,
   COLON,
   DECORATED,
@@ -111,7 +110,6 @@ Query compile(const utils::Language& language) {
       {"definition.class", DEF_CLASS},
       {"definition.function", DEF_FUNCTION},
       {"definition.constant", DEF_CONSTANT},
-      {"reference.call", REF_CALL},
       {"header", HEADER},
       {"colon", COLON},
       {"decorated", DECORATED},
@@ -131,6 +129,14 @@ Query compile(const utils::Language& language) {
     const char* name = ts_query_capture_name_for_id(q, i, &len);
     auto it = NAMES.find(std::string_view(name, len));
     out.roles.push_back(it == NAMES.end() ? OTHER : it->second);
+    if (it == NAMES.end()) ts_query_disable_capture(q, name, len);
+  }
+  // Call sites come from our own pattern; the tags' call references would only be skipped.
+  for (std::uint32_t i = 0; i < ts_query_pattern_count(q); ++i) {
+    auto a = ts_query_start_byte_for_pattern(q, i), b = ts_query_end_byte_for_pattern(q, i);
+    if (std::string_view(source).substr(a, b - a).find("@reference.") != std::string_view::npos) {
+      ts_query_disable_pattern(q, i);
+    }
   }
   return out;
 }
@@ -232,7 +238,6 @@ class Extraction {
         caps.present |= 1U << r;
       }
       if (caps.has(NAME)) {
-        if (caps.has(REF_CALL)) continue;
         for (Role r : {DEF_CLASS, DEF_FUNCTION, DEF_CONSTANT}) {
           if (caps.has(r)) tags_.push_back({caps.node[r], caps.node[NAME], r});
         }
