@@ -149,7 +149,7 @@ const Query& query(const utils::Language& language) {
 
 // One match's captured nodes by role.
 struct Captures {
-  std::array<TSNode, ROLE_COUNT + 1> node{};
+  std::array<TSNode, ROLE_COUNT + 1> node;  // read only where `present` has the role
   std::uint32_t present = 0;
   bool has(Role r) const { return (present & (1U << r)) != 0; }
   TSNode at(Role r) const {
