@@ -19,6 +19,7 @@
 #include <nlohmann/json.hpp>
 
 #include "faults/tamsel_process.h"
+#include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/tool_handlers/memory.h"
 
@@ -37,22 +38,7 @@ constexpr int FILES = 120;  // the sanitizers slow the child down several times
 constexpr int FILES = 300;
 #endif
 
-class TempDir {
- public:
-  TempDir() {
-    char tmpl[] = "/tmp/tamsel-faults-XXXXXX";
-    root_ = ::mkdtemp(tmpl);
-  }
-  ~TempDir() {
-    std::error_code ec;
-    fs::remove_all(root_, ec);
-  }
-  const fs::path& root() const { return root_; }
-  std::string repo() const { return root_.string(); }
-
- private:
-  fs::path root_;
-};
+using TempDir = indexer_test::TempRepo;
 
 // Symbols and resolved call edges by name, sorted: equal dumps mean equal indexes.
 std::string dump(const fs::path& root) {

@@ -12,6 +12,7 @@
 #include <fstream>
 #include <string>
 
+#include "indexer/temp_repo.h"
 #include "orvane_tamsel/indexer/indexer.h"
 #include "orvane_tamsel/server/live_host.h"
 
@@ -20,21 +21,11 @@ namespace {
 namespace fs = std::filesystem;
 using namespace orvane_tamsel;
 
-class Scratch {
+// Folders made unreadable by a test are made readable again before the repository goes.
+class Scratch : public indexer_test::TempRepo {
  public:
-  Scratch() {
-    char tmpl[] = "/tmp/tamsel-hostile-XXXXXX";
-    root_ = ::mkdtemp(tmpl);
-  }
   ~Scratch() {
     for (auto& p : locked_) ::chmod(p.c_str(), 0755);
-    std::error_code ec;
-    fs::remove_all(root_, ec);
-  }
-  const fs::path& root() const { return root_; }
-  void write(const std::string& rel, const std::string& text) const {
-    fs::create_directories((root_ / rel).parent_path());
-    std::ofstream(root_ / rel, std::ios::binary) << text;
   }
   void lock(const fs::path& p) {
     ::chmod(p.c_str(), 0);
@@ -42,7 +33,6 @@ class Scratch {
   }
 
  private:
-  fs::path root_;
   std::vector<fs::path> locked_;
 };
 

@@ -1,5 +1,5 @@
 #pragma once
-// A throw-away copy of a fixture repository, removed when the test ends.
+// A throw-away repository (a copy of a fixture, or empty), removed when the test ends.
 
 #include <unistd.h>
 
@@ -11,11 +11,12 @@ namespace indexer_test {
 
 class TempRepo {
  public:
-  explicit TempRepo(const std::string& fixture) {
-    char tmpl[] = "/tmp/tamsel-indexer-XXXXXX";
+  explicit TempRepo(const std::string& fixture = "") {
+    char tmpl[] = "/tmp/tamsel-test-XXXXXX";
     root_ = ::mkdtemp(tmpl);
-    std::filesystem::copy(std::filesystem::path(TAMSEL_TEST_DATA) / fixture, root_,
-                          std::filesystem::copy_options::recursive);
+    if (!fixture.empty())
+      std::filesystem::copy(std::filesystem::path(TAMSEL_TEST_DATA) / fixture, root_,
+                            std::filesystem::copy_options::recursive);
   }
   ~TempRepo() {
     std::error_code ec;
@@ -25,6 +26,7 @@ class TempRepo {
   TempRepo& operator=(const TempRepo&) = delete;
 
   const std::filesystem::path& root() const { return root_; }
+  std::string repo() const { return root_.string(); }
   void write(const std::string& rel, const std::string& text) const {
     std::filesystem::create_directories((root_ / rel).parent_path());
     std::ofstream(root_ / rel, std::ios::binary) << text;
