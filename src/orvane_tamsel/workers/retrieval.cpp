@@ -67,6 +67,8 @@ constexpr double BM25_WEIGHT = 1.0;
 constexpr double NAME_WEIGHT = 1.0;
 // Run-together names are tried from the first terms only, neighbouring pairs in both orders.
 constexpr std::size_t MAX_COMPOUND_TERMS = 8;
+// Shorter run-together words are found inside names by chance.
+constexpr std::size_t MIN_COMPOUND = 6;
 // How many candidates each signal contributes before fusion, and how many fused hits the
 // decision model reorders. 60 rather than 30 once the name feature matched loosely: it lets a
 // well-named symbol from further down reach the top (tuning half: top-1 up by one question on
@@ -302,10 +304,21 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
       auto inner = inside_module(s.fqn, *c.path);
       auto known_by = fqn_stems(inner);
       auto lower_name = lower_ascii(s.name);
-      double in_name = 0;
+      std::set<std::string> met;
       for (const auto& [t, w] : stems) {
-        if (meets(t, known_by) || inside_name(t, lower_name)) in_name += w / stems_weight;
+        if (meets(t, known_by) || inside_name(t, lower_name)) met.insert(t);
       }
+      // Two neighbouring words run together inside the name meet it both ("URL-safe" and
+      // token_urlsafe), though one alone is too short to be looked for inside a name.
+      for (std::size_t k = 0; k + 1 < terms.size() && k + 1 < MAX_COMPOUND_TERMS; ++k) {
+        auto compound = terms[k] + terms[k + 1];
+        if (compound.size() >= MIN_COMPOUND && lower_name.find(compound) != std::string::npos) {
+          met.insert(stem(terms[k]));
+          met.insert(stem(terms[k + 1]));
+        }
+      }
+      double in_name = 0;
+      for (const auto& t : met) in_name += stems[t] / stems_weight;
       auto path = lower_ascii(*c.path);
       // A class named like its module (configparser.ConfigParser) is named by a question that
       // names the module; the path feature counts that word already.
