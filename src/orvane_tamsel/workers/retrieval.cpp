@@ -341,8 +341,11 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
                      [](const Candidate& a, const Candidate& b) { return a.score > b.score; });
   }
 
+  // A name defined more than once in one file (one definition per platform, say) is one answer.
+  std::set<std::pair<std::string_view, std::string_view>> listed;
   for (const auto& c : candidates) {
     if (static_cast<int>(result.hits.size()) == limit) break;
+    if (!listed.emplace(c.symbol->fqn, *c.path).second) continue;
     result.hits.push_back({{c.id, *c.path}, c.score});
   }
 
