@@ -239,14 +239,15 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
     std::size_t shared = 0;
     for (const auto& t : terms) shared += parts.count(t);
     if (compounds.count(lower_ascii(s.name)) != 0) shared += 2;
-    // A plain English word ("read", "send") names hundreds of methods; alone it is no evidence.
-    // It counts when the name is spelled like code or when a second word of the question is
-    // also part of the fqn.
-    if (shared < 2 && !std::any_of(words.begin(), words.end(), [&](const std::string& w) {
-          return w == s.name && reads_as_code(w);
-        })) {
-      continue;
-    }
+    // A plain English word ("read", "update") names hundreds of methods, even with a second
+    // plain word of the question in the fqn ("queryset ... update" is not QuerySet.update). A
+    // name counts when a word spelled like code is the name or a part of its fqn ("Cart total"),
+    // or when it is two neighbouring words run together.
+    bool anchored = compounds.count(lower_ascii(s.name)) != 0 ||
+                    std::any_of(words.begin(), words.end(), [&](const std::string& w) {
+                      return reads_as_code(w) && (w == s.name || parts.count(lower_ascii(w)));
+                    });
+    if (!anchored) continue;
     named.emplace_back(shared, &s);
   }
   std::stable_sort(named.begin(), named.end(),
