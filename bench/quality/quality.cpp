@@ -106,6 +106,17 @@ int main(int argc, char** argv) {
     if (std::getenv("QUALITY_SHOW") != nullptr && h != 1) {
       auto shown = repo->symbols_with_paths(hybrid);
       for (auto id : hybrid) std::printf("         %s\n", shown[id].first.fqn.c_str());
+      std::vector<index::SymbolId> deep;
+      for (const auto& hit : retriever.retrieve(q.text, 50, false, true).hits)
+        deep.push_back(hit.symbol.id);
+      auto deep_found = repo->symbols_with_paths(deep);
+      for (std::size_t k = 0; k < deep.size(); ++k) {
+        if (q.expected.count(deep_found[deep[k]].first.fqn)) {
+          std::printf("         expected at %zu: %s\n", k + 1,
+                      deep_found[deep[k]].first.fqn.c_str());
+          break;
+        }
+      }
     }
   }
   auto report = [](const char* title, const Tally& t) {

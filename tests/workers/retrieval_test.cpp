@@ -77,6 +77,17 @@ std::vector<std::string> fqns(index::Repository& repo, const RetrievalResult& r)
 
 TEST(HybridRetriever, RanksTheShopFixture) {
   indexer_test::TempRepo repo("shop");
+  // A class named like its module, a closure and a name two far-apart words of the question spell:
+  // none of them is what a question about the ledger's balance asks for. A name defined once per
+  // platform is one answer.
+  repo.write("src/shop/ledger.py",
+             "class Ledger:\n    \"\"\"The shop's ledger.\"\"\"\n"
+             "def readline(stream):\n    \"\"\"Read one line of a stream.\"\"\"\n"
+             "def read_balance(path):\n    \"\"\"Read the ledger balance from a file.\"\"\"\n"
+             "    def read_entries(rows):\n        \"\"\"Read the ledger's rows.\"\"\"\n"
+             "    return 0\n"
+             "if WINDOWS:\n    def lock(f):\n        \"\"\"Lock the ledger file.\"\"\"\n"
+             "else:\n    def lock(f):\n        \"\"\"Lock the ledger file.\"\"\"\n");
   indexer::update_index(repo.root());
   auto index = index::open_repository(repo.root());
   HybridRetriever retriever(*index);
@@ -94,6 +105,14 @@ TEST(HybridRetriever, RanksTheShopFixture) {
   EXPECT_TRUE(std::any_of(with_tests.begin(), with_tests.end(), [](const std::string& n) {
     return n.find("test_") != std::string::npos;
   }));
+
+  for (const auto* q : {"how is the ledger balance read", "read the ledger balance line"}) {
+    EXPECT_EQ(fqns(*index, retriever.retrieve(q, 5, false, true)).front(),
+              "shop.ledger.read_balance")
+        << q;
+  }
+  auto locks = fqns(*index, retriever.retrieve("how is the ledger file locked", 5, false, true));
+  EXPECT_EQ(std::count(locks.begin(), locks.end(), "shop.ledger.lock"), 1);
 
   auto partial = retriever.retrieve("cart zeppelin", 5, false, true);
   EXPECT_FALSE(partial.hits.empty());

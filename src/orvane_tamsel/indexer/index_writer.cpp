@@ -125,7 +125,10 @@ UPDATE call_sites SET callee_id = CASE WHEN )sql" TAMSEL_C_SITE R"sql( THEN coal
     (SELECT s.id FROM call_fallbacks b JOIN symbols s ON s.fqn = b.fqn AND s.kind <> 'module'
       WHERE b.site_id = call_sites.id AND )sql" TAMSEL_IN_SCOPE R"sql(
       ORDER BY b.rank, )sql" TAMSEL_BODY_FIRST R"sql(, s.id LIMIT 1)) END
-  WHERE id IN (SELECT site_id FROM relink);
+  WHERE id IN (SELECT site_id FROM relink)
+    -- A site with no name and no fallbacks to look up links to nothing: left as it is when unlinked.
+    AND (target_fqn <> '' OR callee_id IS NOT NULL
+      OR EXISTS (SELECT 1 FROM call_fallbacks b WHERE b.site_id = call_sites.id));
 -- One definition or no edge: a C or C++ call whose name has bodies in two files of the tier it
 -- was found in (included files, or their modules' files) is ambiguous. Declarations of one
 -- function do not count twice.

@@ -69,7 +69,14 @@ Outcome read_and_parse(const fs::path& root, const Job& job,
     out.reason = "unreadable";
     return out;
   }
-  std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  // One allocation of the size the walk saw; a file that grew since is read to its end.
+  std::string content(static_cast<std::size_t>(std::max<std::int64_t>(f.size, 0)), '\0');
+  in.read(content.data(), static_cast<std::streamsize>(content.size()));
+  content.resize(static_cast<std::size_t>(in.gcount()));
+  if (in.gcount() == static_cast<std::streamsize>(f.size)) {
+    in.clear();
+    content.append(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  }
   if (in.bad()) {
     out.reason = "unreadable";
     return out;

@@ -65,8 +65,10 @@ constexpr double FUSION_K = 60.0;
 // bench/quality: it floods the head with same-named methods.
 constexpr double BM25_WEIGHT = 1.0;
 constexpr double NAME_WEIGHT = 1.0;
-// Run-together names are tried from the first terms only, pairs in both orders (56 names).
+// Run-together names are tried from the first terms only, neighbouring pairs in both orders.
 constexpr std::size_t MAX_COMPOUND_TERMS = 8;
+// Shorter run-together words are found inside names by chance.
+constexpr std::size_t MIN_COMPOUND = 6;
 // How many candidates each signal contributes before fusion, and how many fused hits the
 // decision model reorders. 60 rather than 30 once the name feature matched loosely: it lets a
 // well-named symbol from further down reach the top (tuning half: top-1 up by one question on
@@ -89,13 +91,15 @@ constexpr int RERANK_DEPTH = 60;
 // question.
 constexpr double W_FUSED = 1.0;        // fused score, scaled to 0..1
 constexpr double W_NAME_WORD = 0.15;   // share of the question's terms met by words of the fqn
-                                       // inside its file (the path feature covers the module)
+                                       // inside its file (the path feature covers the module),
+                                       // each term weighted by its idf among names
 constexpr double W_EXACT_NAME = 0.10;  // a term is the whole name, or has its stem
 constexpr double W_PATH = 0.05;        // a term appears in the path
 constexpr double W_DOCSTRING = 0.03;
 constexpr double W_CALLERS = 0.02;  // per log2(1 + callers), capped at 4 doublings
-constexpr double W_KIND = 0.03;  // a function rather than a method: a question asks how something
-                                 // is done, which a class answers no better than its methods
+// A top-level function rather than a method: a question asks how something is done, which a
+// class answers no better than its methods.
+constexpr double W_KIND = 0.03;
 constexpr double W_TEST = -0.20;
 
 std::string match_expression(const std::vector<std::string>& terms) {
@@ -139,6 +143,36 @@ std::vector<std::string> query_words(const std::string& query,
   return words;
 }
 
+// The BM25 idf of each term among symbol names: always above zero, near zero for a word every
+// name carries.
+std::map<std::string, double> name_word_weights(index::Repository& repository,
+                                                const std::vector<std::string>& terms) {
+  auto [counts, total] = repository.name_word_counts(terms);
+  std::map<std::string, double> weights;
+  const double all = static_cast<double>(std::max<std::int64_t>(total, 1));
+  for (const auto& t : terms) {
+    auto it = counts.find(t);
+    double df = it == counts.end() ? 0.0 : static_cast<double>(it->second);
+    weights[t] = std::log(1.0 + (all - df + 0.5) / (df + 0.5));
+  }
+  return weights;
+}
+
+// Whether a lower-cased name is one of the path's folder or file names.
+bool names_module(const std::string& lower_name, const std::string& lower_path) {
+  std::size_t start = 0;
+  while (start <= lower_path.size()) {
+    auto end = lower_path.find_first_of("/.", start);
+    if (end == std::string::npos) end = lower_path.size();
+    if (lower_path.compare(start, end - start, lower_name) == 0 &&
+        end - start == lower_name.size()) {
+      return true;
+    }
+    start = end + 1;
+  }
+  return false;
+}
+
 }  // namespace
 
 RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, bool include_tests,
@@ -165,14 +199,14 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
     names.push_back(w);
     if (lower_ascii(w) != w) names.push_back(lower_ascii(w));
   }
-  // Two words of the question run together are a name as the standard library and many others
-  // spell them (urlsplit, copytree, deepcopy); such a name is as good as two shared parts.
+  // Two neighbouring words of the question run together are a name as the standard library and
+  // many others spell them (urlsplit, copytree, deepcopy); such a name is as good as two shared
+  // parts. Words far apart in the question join by chance ("read the status line": readline).
   std::set<std::string> compounds;
   const std::size_t n = std::min<std::size_t>(terms.size(), MAX_COMPOUND_TERMS);
-  for (std::size_t i = 0; i < n; ++i) {
-    for (std::size_t j = 0; j < n; ++j) {
-      if (i != j) compounds.insert(terms[i] + terms[j]);
-    }
+  for (std::size_t i = 0; i + 1 < n; ++i) {
+    compounds.insert(terms[i] + terms[i + 1]);
+    compounds.insert(terms[i + 1] + terms[i]);
   }
   names.insert(names.end(), compounds.begin(), compounds.end());
   std::vector<index::Symbol> exact;
@@ -205,14 +239,15 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
     std::size_t shared = 0;
     for (const auto& t : terms) shared += parts.count(t);
     if (compounds.count(lower_ascii(s.name)) != 0) shared += 2;
-    // A plain English word ("read", "send") names hundreds of methods; alone it is no evidence.
-    // It counts when the name is spelled like code or when a second word of the question is
-    // also part of the fqn.
-    if (shared < 2 && !std::any_of(words.begin(), words.end(), [&](const std::string& w) {
-          return w == s.name && reads_as_code(w);
-        })) {
-      continue;
-    }
+    // A plain English word ("read", "update") names hundreds of methods, even with a second
+    // plain word of the question in the fqn ("queryset ... update" is not QuerySet.update). A
+    // name counts when a word spelled like code is the name or a part of its fqn ("Cart total"),
+    // or when it is two neighbouring words run together.
+    bool anchored = compounds.count(lower_ascii(s.name)) != 0 ||
+                    std::any_of(words.begin(), words.end(), [&](const std::string& w) {
+                      return reads_as_code(w) && (w == s.name || parts.count(lower_ascii(w)));
+                    });
+    if (!anchored) continue;
     named.emplace_back(shared, &s);
   }
   std::stable_sort(named.begin(), named.end(),
@@ -256,38 +291,62 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
     double bottom = candidates[depth - 1].score;
     double spread = top > bottom ? top - bottom : 1.0;
     std::set<std::string> term_set(terms.begin(), terms.end());
-    std::vector<std::string> stems;
-    for (const auto& t : term_set) stems.push_back(stem(t));
-    std::sort(stems.begin(), stems.end());
-    stems.erase(std::unique(stems.begin(), stems.end()), stems.end());
+    // A stem weighs what its word tells about names: "process" or "read" name thousands of
+    // symbols, "urlsafe" a few.
+    auto weights = name_word_weights(repository_, terms);
+    std::map<std::string, double> stems;
+    for (const auto& t : term_set) stems[stem(t)] = std::max(stems[stem(t)], weights[t]);
+    double stems_weight = 0;
+    for (const auto& [st, w] : stems) stems_weight += w;
+    if (stems_weight <= 0) stems_weight = 1;
     for (std::size_t i = 0; i < depth; ++i) {
       auto& c = candidates[i];
       const auto& s = *c.symbol;
-      auto known_by = fqn_stems(inside_module(s.fqn, *c.path));
+      auto inner = inside_module(s.fqn, *c.path);
+      auto known_by = fqn_stems(inner);
       auto lower_name = lower_ascii(s.name);
+      std::set<std::string> met;
+      for (const auto& [t, w] : stems) {
+        if (meets(t, known_by) || inside_name(t, lower_name)) met.insert(t);
+      }
+      // Two neighbouring words run together inside the name meet it both ("URL-safe" and
+      // token_urlsafe), though one alone is too short to be looked for inside a name.
+      for (std::size_t k = 0; k + 1 < terms.size() && k + 1 < MAX_COMPOUND_TERMS; ++k) {
+        auto compound = terms[k] + terms[k + 1];
+        if (compound.size() >= MIN_COMPOUND && lower_name.find(compound) != std::string::npos) {
+          met.insert(stem(terms[k]));
+          met.insert(stem(terms[k + 1]));
+        }
+      }
       double in_name = 0;
-      for (const auto& t : stems) in_name += meets(t, known_by) || inside_name(t, lower_name);
-      bool whole = term_set.count(lower_name) != 0 ||
-                   std::binary_search(stems.begin(), stems.end(), stem(lower_name));
+      for (const auto& t : met) in_name += stems[t] / stems_weight;
       auto path = lower_ascii(*c.path);
+      // A class named like its module (configparser.ConfigParser) is named by a question that
+      // names the module; the path feature counts that word already.
+      bool whole = !names_module(lower_name, path) &&
+                   (term_set.count(lower_name) != 0 || stems.count(stem(lower_name)) != 0);
+      // A function inside a function is a closure, an implementation detail of its parent.
+      bool function = s.kind == "function" && inner.find('.') == std::string::npos;
       bool in_path = std::any_of(terms.begin(), terms.end(), [&](const std::string& t) {
         return t.size() > 2 && path.find(t) != std::string::npos;
       });
       auto n = callers.count(c.id) ? callers[c.id] : 0;
-      double model = W_FUSED * ((c.score - bottom) / spread) +
-                     W_NAME_WORD * in_name / static_cast<double>(stems.size()) +
+      double model = W_FUSED * ((c.score - bottom) / spread) + W_NAME_WORD * in_name +
                      W_EXACT_NAME * whole + W_PATH * in_path +
                      W_DOCSTRING * (s.docstring && !s.docstring->empty()) +
                      W_CALLERS * std::min(4.0, std::log2(1.0 + static_cast<double>(n))) +
-                     W_KIND * (s.kind == "function") + W_TEST * s.is_test;
+                     W_KIND * function + W_TEST * s.is_test;
       c.score = model;
     }
     std::stable_sort(candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(depth),
                      [](const Candidate& a, const Candidate& b) { return a.score > b.score; });
   }
 
+  // A name defined more than once in one file (one definition per platform, say) is one answer.
+  std::set<std::pair<std::string_view, std::string_view>> listed;
   for (const auto& c : candidates) {
     if (static_cast<int>(result.hits.size()) == limit) break;
+    if (!listed.emplace(c.symbol->fqn, *c.path).second) continue;
     result.hits.push_back({{c.id, *c.path}, c.score});
   }
 

@@ -3,6 +3,7 @@
 #include <tree_sitter/api.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -10,6 +11,7 @@
 #include <optional>
 #include <stdexcept>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -63,37 +65,98 @@ std::string module_from(std::string_view path, const PackageDirs& packages,
   return out;
 }
 
-struct Queries {
-  QueryPtr tags;
-  QueryPtr own;  // our query files as one query, so the tree is walked once for all of them
+// What a capture stands for; the extractor dispatches on these instead of capture names.
+enum Role : std::uint8_t {
+  NAME,
+  DEF_CLASS,
+  DEF_FUNCTION,
+  DEF_CONSTANT,
+  HEADER,
+  COLON,
+  DECORATED,
+  OUTER,
+  DOCSTRING,
+  DOC_OWNER,
+  IMPORT,
+  CALLEE,
+  DECORATOR,
+  LOCAL,
+  INSTANCE,
+  INSTANCE_CLASS,
+  OTHER,
+  ROLE_COUNT = OTHER
 };
 
-QueryPtr compile(const utils::Language& language, std::initializer_list<const char*> names) {
+struct Query {
+  QueryPtr query;
+  std::vector<Role> roles;  // by capture id
+};
+
+// tags.scm and our query files as one query, so that the tree is walked once for all of them.
+Query compile(const utils::Language& language) {
   std::string source;
-  std::string name;
-  for (const char* n : names) {
+  for (const auto& n : language.queries) {
     auto text = utils::query_source(language.name, n);
-    if (text.empty()) throw std::runtime_error(std::string("query not embedded: ") + n);
+    if (text.empty()) throw std::runtime_error("query not embedded: " + n);
     source.append(text).push_back('\n');
-    name += std::string(name.empty() ? "" : "+") + n;
   }
   std::uint32_t offset = 0;
   TSQueryError error = TSQueryErrorNone;
   TSQuery* q = ts_query_new(language.grammar(), source.data(),
                             static_cast<std::uint32_t>(source.size()), &offset, &error);
-  if (q == nullptr) {
-    throw std::runtime_error("bad query " + name + " at byte " + std::to_string(offset));
+  if (q == nullptr) throw std::runtime_error("bad Python query at byte " + std::to_string(offset));
+  static const std::map<std::string_view, Role> NAMES = {
+      {"name", NAME},
+      {"definition.class", DEF_CLASS},
+      {"definition.function", DEF_FUNCTION},
+      {"definition.constant", DEF_CONSTANT},
+      {"header", HEADER},
+      {"colon", COLON},
+      {"decorated", DECORATED},
+      {"outer", OUTER},
+      {"docstring", DOCSTRING},
+      {"definition", DOC_OWNER},
+      {"import", IMPORT},
+      {"callee", CALLEE},
+      {"decorator", DECORATOR},
+      {"local", LOCAL},
+      {"instance", INSTANCE},
+      {"class", INSTANCE_CLASS},
+  };
+  Query out{QueryPtr(q), {}};
+  for (std::uint32_t i = 0; i < ts_query_capture_count(q); ++i) {
+    std::uint32_t len = 0;
+    const char* name = ts_query_capture_name_for_id(q, i, &len);
+    auto it = NAMES.find(std::string_view(name, len));
+    out.roles.push_back(it == NAMES.end() ? OTHER : it->second);
+    if (it == NAMES.end()) ts_query_disable_capture(q, name, len);
   }
-  return QueryPtr(q);
+  // Call sites come from our own pattern; the tags' call references would only be skipped.
+  for (std::uint32_t i = 0; i < ts_query_pattern_count(q); ++i) {
+    auto a = ts_query_start_byte_for_pattern(q, i), b = ts_query_end_byte_for_pattern(q, i);
+    if (std::string_view(source).substr(a, b - a).find("@reference.") != std::string_view::npos) {
+      ts_query_disable_pattern(q, i);
+    }
+  }
+  return out;
 }
 
 // Compiled once; a TSQuery is read-only after creation, so threads share it.
-const Queries& queries(const utils::Language& language) {
-  static const Queries q{
-      compile(language, {"tags"}),
-      compile(language, {"signatures", "docstrings", "imports", "calls", "locals", "instances"})};
+const Query& query(const utils::Language& language) {
+  static const Query q = compile(language);
   return q;
 }
+
+// One match's captured nodes by role.
+struct Captures {
+  std::array<TSNode, ROLE_COUNT + 1> node;  // read only where `present` has the role
+  std::uint32_t present = 0;
+  bool has(Role r) const { return (present & (1U << r)) != 0; }
+  TSNode at(Role r) const {
+    if (!has(r)) throw std::logic_error("Python query lacks a capture");
+    return node[r];
+  }
+};
 
 // What a name is bound to in one scope.
 struct Binding {
@@ -116,7 +179,7 @@ class Extraction {
  public:
   Extraction(const utils::Language& language, std::string_view path, std::string_view module,
              std::string_view content)
-      : language_(language), q_(queries(language)), path_(path), module_(module), src_(content) {}
+      : language_(language), q_(query(language)), path_(path), module_(module), src_(content) {}
 
   ParsedFile run() {
     thread_local std::unique_ptr<TSParser, ParserDeleter> parser(ts_parser_new());
@@ -131,24 +194,8 @@ class Extraction {
     out_.module = module_;
     out_.is_test = utils::is_test_path(language_, path_);
     out_.line_count = line_count();
-    collect_scopes();
-    each_match(q_.own.get(), [&](const Captures& caps) {
-      if (caps.get("header") || caps.get("decorated")) {
-        signature_matches_.push_back(caps);
-      } else if (caps.get("docstring")) {
-        docstring_matches_.push_back(caps);
-      } else if (caps.get("import")) {
-        import_matches_.push_back(caps);
-      } else if (caps.get("callee") || caps.get("decorator")) {
-        call_matches_.push_back(caps);
-      } else if (caps.get("local")) {
-        local_matches_.push_back(caps);
-      } else if (caps.get("instance")) {
-        instance_matches_.push_back(caps);
-      }
-    });
-    collect_signatures();
-    collect_docstrings();
+    collect_matches();
+    nest_definitions();
     collect_definitions();
     collect_imports();
     collect_locals();
@@ -178,52 +225,51 @@ class Extraction {
     return !src_.empty() && src_.back() != '\n' ? n + 1 : n;
   }
 
-  struct Captures {
-    std::vector<std::pair<std::string_view, TSNode>> list;
-    std::optional<TSNode> get(std::string_view name) const {
-      for (const auto& [n, node] : list) {
-        if (n == name) return node;
-      }
-      return std::nullopt;
-    }
-    TSNode at(std::string_view name) const {
-      auto n = get(name);
-      if (!n) throw std::logic_error("query lacks capture " + std::string(name));
-      return *n;
-    }
-  };
-
-  template <typename F>
-  static void for_each(const std::vector<Captures>& matches, F&& f) {
-    for (const auto& caps : matches) f(caps);
-  }
-
-  template <typename F>
-  void each_match(TSQuery* query, F&& f) {
-    std::unique_ptr<TSQueryCursor, CursorDeleter> cursor(ts_query_cursor_new());
-    ts_query_cursor_exec(cursor.get(), query, root_);
+  // One pass of the query over the tree, sorting its matches by what they say.
+  void collect_matches() {
+    thread_local std::unique_ptr<TSQueryCursor, CursorDeleter> cursor(ts_query_cursor_new());
+    ts_query_cursor_exec(cursor.get(), q_.query.get(), root_);
     TSQueryMatch m;
     while (ts_query_cursor_next_match(cursor.get(), &m)) {
       Captures caps;
       for (std::uint16_t i = 0; i < m.capture_count; ++i) {
-        std::uint32_t len = 0;
-        const char* name = ts_query_capture_name_for_id(query, m.captures[i].index, &len);
-        caps.list.emplace_back(std::string_view(name, len), m.captures[i].node);
+        Role r = q_.roles[m.captures[i].index];
+        caps.node[r] = m.captures[i].node;
+        caps.present |= 1U << r;
       }
-      f(caps);
+      if (caps.has(NAME)) {
+        for (Role r : {DEF_CLASS, DEF_FUNCTION, DEF_CONSTANT}) {
+          if (caps.has(r)) tags_.push_back({caps.node[r], caps.node[NAME], r});
+        }
+        for (Role r : {DEF_CLASS, DEF_FUNCTION}) {
+          if (!caps.has(r)) continue;
+          TSNode n = caps.node[r];
+          defs_.push_back({n, ts_node_start_byte(n), ts_node_end_byte(n), 0});
+        }
+      } else if (caps.has(DECORATED)) {
+        decorated_line_[ts_node_start_byte(caps.node[DECORATED])] = line(caps.at(OUTER));
+      } else if (caps.has(HEADER)) {
+        TSNode h = caps.node[HEADER], c = caps.at(COLON);
+        auto a = ts_node_start_byte(h);
+        signatures_[a] = std::string(src_.substr(a, ts_node_end_byte(c) - a));
+      } else if (caps.has(DOCSTRING)) {
+        std::uint32_t key =
+            caps.has(DOC_OWNER) ? ts_node_start_byte(caps.node[DOC_OWNER]) : UINT32_MAX;
+        docstrings_.emplace(key, string_body(caps.node[DOCSTRING]));
+      } else if (caps.has(IMPORT)) {
+        imports_.push_back(caps.node[IMPORT]);
+      } else if (caps.has(CALLEE) || caps.has(DECORATOR)) {
+        if (caps.has(CALLEE)) sites_.emplace_back(caps.node[CALLEE], false);
+        if (caps.has(DECORATOR)) {
+          sites_.emplace_back(caps.node[DECORATOR], true);
+          decorator_calls_.insert(ts_node_start_byte(caps.node[DECORATOR]));
+        }
+      } else if (caps.has(LOCAL)) {
+        locals_.push_back(caps.node[LOCAL]);
+      } else if (caps.has(INSTANCE)) {
+        instances_.emplace_back(caps.node[INSTANCE], caps.at(INSTANCE_CLASS));
+      }
     }
-  }
-
-  void collect_signatures() {
-    for_each(signature_matches_, [&](const Captures& caps) {
-      if (auto d = caps.get("decorated")) {
-        decorated_line_[ts_node_start_byte(*d)] = line(caps.at("outer"));
-        return;
-      }
-      TSNode h = caps.at("header"), c = caps.at("colon");
-      auto a = ts_node_start_byte(h);
-      signatures_[a] = std::string(src_.substr(a, ts_node_end_byte(c) - a));
-    });
   }
 
   std::string string_body(TSNode s) const {
@@ -238,48 +284,42 @@ class Extraction {
     return std::string(body.substr(first, last - first + 1));
   }
 
-  void collect_docstrings() {
-    for_each(docstring_matches_, [&](const Captures& caps) {
-      auto d = caps.get("definition");
-      std::uint32_t key = d ? ts_node_start_byte(*d) : UINT32_MAX;
-      docstrings_.emplace(key, string_body(caps.at("docstring")));
-    });
-  }
-
   // Definitions nest, so their byte ranges form a tree; walking it avoids ts_node_parent, which
   // descends from the root on every call.
-  void collect_scopes() {
-    each_match(q_.tags.get(), [&](const Captures& caps) {
-      if (caps.get("name") && !caps.get("reference.call")) tags_.push_back(caps);
-      if (auto c = caps.get("definition.class")) defs_.push_back({*c, 0});
-      if (auto f = caps.get("definition.function")) defs_.push_back({*f, 0});
-    });
-    std::sort(defs_.begin(), defs_.end(), [](const auto& a, const auto& b) {
-      return ts_node_start_byte(a.node) < ts_node_start_byte(b.node);
-    });
+  void nest_definitions() {
+    std::sort(defs_.begin(), defs_.end(),
+              [](const auto& a, const auto& b) { return a.start < b.start; });
     std::vector<std::size_t> stack;
     for (std::size_t i = 0; i < defs_.size(); ++i) {
-      while (!stack.empty() && !contains(defs_[stack.back()].node, defs_[i].node)) stack.pop_back();
+      while (!stack.empty() &&
+             !contains(defs_[stack.back()], defs_[i].start, defs_[i].end, defs_[i].node)) {
+        stack.pop_back();
+      }
       defs_[i].parent = stack.empty() ? NONE : stack.back();
       stack.push_back(i);
     }
   }
 
-  static bool contains(TSNode outer, TSNode inner) {
-    return ts_node_start_byte(outer) <= ts_node_start_byte(inner) &&
-           ts_node_end_byte(inner) <= ts_node_end_byte(outer) && !ts_node_eq(outer, inner);
+  struct Def {
+    TSNode node;
+    std::uint32_t start, end;  // bytes, kept: ts_node_end_byte walks the subtree's children
+    std::size_t parent;
+  };
+
+  static bool contains(const Def& outer, std::uint32_t start, std::uint32_t end, TSNode inner) {
+    return outer.start <= start && end <= outer.end && !ts_node_eq(outer.node, inner);
   }
 
   // The innermost function or class around a node, or a null node at module level.
   TSNode enclosing_def(TSNode n) const {
     if (ts_node_is_null(n)) return TSNode{};
     auto start = ts_node_start_byte(n);
-    auto it = std::upper_bound(
-        defs_.begin(), defs_.end(), start,
-        [](std::uint32_t s, const Def& d) { return s < ts_node_start_byte(d.node); });
+    auto it = std::upper_bound(defs_.begin(), defs_.end(), start,
+                               [](std::uint32_t s, const Def& d) { return s < d.start; });
     if (it == defs_.begin()) return TSNode{};
     std::size_t i = static_cast<std::size_t>(it - defs_.begin()) - 1;
-    while (i != NONE && !contains(defs_[i].node, n)) i = defs_[i].parent;
+    auto end = ts_node_end_byte(n);
+    while (i != NONE && !contains(defs_[i], start, end, n)) i = defs_[i].parent;
     return i == NONE ? TSNode{} : defs_[i].node;
   }
 
@@ -311,24 +351,17 @@ class Extraction {
 
     // Matches come in document order, so an enclosing definition is named before its members.
     std::map<std::string, bool> variables;
-    for (const auto& caps : tags_) {
-      auto name_node = caps.get("name");
-      if (!name_node) continue;
-      std::string name(text(*name_node));
+    for (const auto& tag : tags_) {
+      std::string name(text(tag.name));
       ParsedSymbol s;
-      TSNode node;
-      if (auto c = caps.get("definition.class")) {
-        node = *c;
+      TSNode node = tag.node;
+      if (tag.role == DEF_CLASS) {
         s.kind = "class";
-      } else if (auto f = caps.get("definition.function")) {
-        node = *f;
+      } else if (tag.role == DEF_FUNCTION) {
         TSNode outer = enclosing_def(node);
         s.kind = !ts_node_is_null(outer) && is_class(outer) ? "method" : "function";
-      } else if (auto v = caps.get("definition.constant")) {
-        node = *v;
-        s.kind = "variable";
       } else {
-        continue;
+        s.kind = "variable";
       }
       TSNode outer = enclosing_def(node);
       s.parent_fqn = fqn_of(outer);
@@ -382,15 +415,14 @@ class Extraction {
   }
 
   void collect_imports() {
-    for_each(import_matches_, [&](const Captures& caps) {
-      TSNode stmt = caps.at("import");
+    for (TSNode stmt : imports_) {
       TSNode scope = enclosing_def(stmt);
       std::int64_t at = line(stmt);
       bool from = std::strcmp(ts_node_type(stmt), "import_from_statement") == 0;
       std::string base;
       if (from) {
         TSNode m = ts_node_child_by_field_name(stmt, "module_name", 11);
-        if (ts_node_is_null(m)) return;
+        if (ts_node_is_null(m)) continue;
         if (std::strcmp(ts_node_type(m), "relative_import") == 0) {
           std::size_t level = 0;
           std::string rest;
@@ -441,16 +473,15 @@ class Extraction {
           }
         }
       }
-    });
+    }
   }
 
   void collect_locals() {
-    for_each(local_matches_, [&](const Captures& caps) {
-      TSNode n = caps.at("local");
+    for (TSNode n : locals_) {
       TSNode scope = enclosing_def(n);
-      if (ts_node_is_null(scope) || is_class(scope)) return;  // module and class names stay
+      if (ts_node_is_null(scope) || is_class(scope)) continue;  // module and class names stay
       ++scopes_[scope_key(scope)].locals[std::string(text(n))];
-    });
+    }
   }
 
   // Resolves a name as Python would look it up from `at`: enclosing functions, then the module.
@@ -503,14 +534,13 @@ class Extraction {
 
   // A function's local assigned once from `Cls(...)` holds a Cls: its `x.m()` calls name Cls.m.
   void collect_instances() {
-    for (const auto& caps : instance_matches_) {
-      TSNode name = caps.at("instance");
+    for (const auto& [name, built_from] : instances_) {
       TSNode scope = enclosing_def(name);
       if (ts_node_is_null(scope) || is_class(scope)) continue;
       auto& sc = scopes_[scope_key(scope)];
       std::string var(text(name));
       if (sc.locals[var] != 1) continue;
-      auto parts = dotted(caps.at("class"));
+      auto parts = dotted(built_from);
       if (parts.empty()) continue;
       auto b = lookup(name, parts[0]);
       if (!b) continue;
@@ -601,17 +631,8 @@ class Extraction {
   }
 
   void collect_calls() {
-    std::vector<std::pair<TSNode, bool>> sites;  // callee, is a decorator
-    std::unordered_map<std::uint32_t, bool> decorator_calls;
-    for_each(call_matches_, [&](const Captures& caps) {
-      if (auto c = caps.get("callee")) sites.emplace_back(*c, false);
-      if (auto d = caps.get("decorator")) {
-        sites.emplace_back(*d, true);
-        decorator_calls[ts_node_start_byte(*d)] = true;
-      }
-    });
-    for (const auto& [callee, decorator] : sites) {
-      if (!decorator && decorator_calls.count(ts_node_start_byte(callee)) != 0) continue;
+    for (const auto& [callee, decorator] : sites_) {
+      if (!decorator && decorator_calls_.count(ts_node_start_byte(callee)) != 0) continue;
       ParsedCall call;
       call.line = line(callee);
       // A decorator stands before its definition, so the caller is the enclosing scope.
@@ -623,7 +644,7 @@ class Extraction {
   }
 
   const utils::Language& language_;
-  const Queries& q_;
+  const Query& q_;
   std::string path_;
   std::string module_;
   std::string_view src_;
@@ -633,13 +654,16 @@ class Extraction {
   std::unordered_map<std::uint32_t, Scope> scopes_;
   std::unordered_map<std::uint32_t, std::int64_t> decorated_line_;
   static constexpr std::size_t NONE = static_cast<std::size_t>(-1);
-  struct Def {
-    TSNode node;
-    std::size_t parent;
-  };
   std::vector<Def> defs_;
-  std::vector<Captures> tags_, signature_matches_, docstring_matches_, import_matches_,
-      call_matches_, local_matches_, instance_matches_;
+  struct Tag {
+    TSNode node, name;
+    Role role;
+  };
+  std::vector<Tag> tags_;
+  std::vector<TSNode> imports_, locals_;
+  std::vector<std::pair<TSNode, bool>> sites_;  // callee, is a decorator
+  std::unordered_set<std::uint32_t> decorator_calls_;
+  std::vector<std::pair<TSNode, TSNode>> instances_;  // local name, what it was built from
   std::vector<std::pair<TSNode, std::size_t>> class_nodes_;
   std::map<std::string, std::vector<std::string>> bases_;
 };
