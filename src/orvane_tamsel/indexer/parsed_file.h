@@ -26,7 +26,8 @@ struct ParsedSymbol {
 struct ParsedImport {
   std::int64_t line = 0;
   std::string module;  // absolute dotted module (relative imports already resolved)
-  std::string name;    // the imported name for `from m import name`; empty for `import m`
+  std::string name;    // the imported name for `from m import name`; empty for `import m`;
+                       // a C or C++ #include as written (`<a.h>`, `"a.h"`)
   std::string alias;   // the bound name when `as` is used
 };
 
