@@ -1393,8 +1393,11 @@ IndexWriter::~IndexWriter() {
 
 std::map<std::string, FileState> IndexWriter::file_states() {
   std::map<std::string, FileState> states;
-  auto st = impl_->db.prepare("SELECT path, mtime_ns, size, hash, module FROM files");
-  while (st.step()) states[st.text(0)] = {st.integer(1), st.integer(2), st.text(3), st.text(4)};
+  auto st = impl_->db.prepare("SELECT path, mtime_ns, size, hash, module FROM files ORDER BY path");
+  while (st.step()) {
+    states.emplace_hint(states.end(), st.text(0),
+                        FileState{st.integer(1), st.integer(2), st.text(3), st.text(4)});
+  }
   return states;
 }
 

@@ -1,5 +1,6 @@
 #include "orvane_tamsel/indexer/indexer.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -8,7 +9,6 @@
 #include <fstream>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <sstream>
 #include <thread>
 #include <utility>
@@ -134,20 +134,24 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
   if (folder_cache.changed()) folder_cache.save(cache_file);  // a lost cache costs one full walk
   auto states = writer.file_states();
 
+  // Both lists are sorted by path: one pass pairs them, with no lookups (a tree of thousands of
+  // files shows the string compares).
   std::vector<Job> work;
-  std::set<std::string, std::less<>> present;
+  std::vector<std::string> removed;  // indexed files that are gone, in path order
+  auto s = states.begin();
   for (const auto& f : walked.files) {
-    present.insert(f.path);
+    for (; s != states.end() && s->first < f.path; ++s) removed.push_back(s->first);
     auto module = module_name(*f.language, f.path, walked.packages, root_name);
-    auto s = states.find(f.path);
-    if (s == states.end() || s->second.mtime_ns != f.mtime_ns || s->second.size != f.size) {
+    bool known = s != states.end() && s->first == f.path;
+    if (!known || s->second.mtime_ns != f.mtime_ns || s->second.size != f.size) {
       work.push_back({&f, std::move(module)});
     } else if (s->second.module != module) {
       work.push_back({&f, std::move(module), true});
     }
+    if (known) ++s;
   }
-  std::size_t gone = 0;
-  for (const auto& [path, state] : states) gone += present.count(path) == 0 ? 1 : 0;
+  for (; s != states.end(); ++s) removed.push_back(s->first);
+  std::size_t gone = removed.size();
 
   IndexReport report;
   report.folders = std::move(walked.folders);
@@ -209,7 +213,7 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
       const auto& path = work[i].file->path;
       if (o.kind == Outcome::skip) {
         skipped[path] = o.reason;
-        present.erase(path);
+        if (states.count(path) != 0) removed.push_back(path);
       } else if (o.kind == Outcome::touch) {
         writer.touch_file(path, o.state);
       } else {
@@ -217,11 +221,10 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
         ++report.parsed;
       }
     }
-    for (const auto& [path, state] : states) {
-      if (present.count(path) == 0) {
-        writer.remove_file(path);
-        ++report.removed;
-      }
+    std::sort(removed.begin(), removed.end());
+    for (const auto& path : removed) {
+      writer.remove_file(path);
+      ++report.removed;
     }
     join();
     writer.set_skipped(skipped);
