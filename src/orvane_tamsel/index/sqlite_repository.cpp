@@ -652,6 +652,9 @@ std::unique_ptr<Repository> open_repository(const std::filesystem::path& reposit
     db = std::make_unique<Database>(file, Database::Mode::read);
     version = schema_version_of(*db);
     db->exec("PRAGMA query_only = 1");
+    // A question reads the same few MB of index on every call; SQLite's default 2 MB page cache
+    // would read them from the file again each time. Pages are allocated only when read.
+    db->exec("PRAGMA cache_size = -32768");
   } catch (const SqliteError& e) {
     throw std::runtime_error("cannot read the index at " + file.string() + " (" + e.what() +
                              "): run tamsel index to rebuild it");
