@@ -11,6 +11,8 @@
 #include <string>
 #include <thread>
 #include <tuple>
+#include <utility>
+#include <vector>
 
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/sqlite_db.h"
@@ -23,9 +25,9 @@ using namespace orvane_tamsel;
 namespace fs = std::filesystem;
 
 // Everything a reader sees of an index, as comparable text lines.
-std::set<std::string> dump(const fs::path& root) {
+std::multiset<std::string> dump(const fs::path& root) {
   auto repo = index::open_repository(root);
-  std::set<std::string> out;
+  std::multiset<std::string> out;
   auto [paths, total] = repo->paths_under("", 100000);
   std::vector<index::SymbolId> ids;
   for (const auto& p : paths) {
@@ -48,6 +50,31 @@ std::set<std::string> dump(const fs::path& root) {
     auto st = db.prepare(sql);
     while (st.step()) out.insert(st.text(0));
   }
+  // Rows as stored, ids replaced by what they name: an update must leave what a clean build
+  // writes, also in the columns no reader above shows.
+  const std::vector<std::pair<std::vector<std::string>, std::string>> rows = {
+      {{"'row'", "s.fqn", "s.name", "s.name_folded", "s.kind", "s.start_line", "s.end_line",
+        "s.signature", "s.docstring", "s.is_test", "p.fqn", "s.parent_fqn", "s.bases", "f.path"},
+       "symbols s JOIN files f ON f.id = s.file_id LEFT JOIN symbols p ON p.id = s.parent_id"},
+      {{"'site'", "f.path", "c.line", "r.fqn", "c.evidence", "c.target_fqn", "e.fqn",
+        "(SELECT group_concat(b.rank || ':' || b.fqn) FROM call_fallbacks b "
+        "WHERE b.site_id = c.id)",
+        "(SELECT group_concat(k.module) FROM call_scopes k WHERE k.site_id = c.id)"},
+       "call_sites c JOIN files f ON f.id = c.file_id LEFT JOIN symbols r ON r.id = c.caller_id "
+       "LEFT JOIN symbols e ON e.id = c.callee_id"},
+      {{"'edge'", "r.fqn", "e.fqn", "f.path", "g.line", "g.derived", "c.line"},
+       "edges g JOIN symbols r ON r.id = g.caller_id JOIN symbols e ON e.id = g.callee_id "
+       "JOIN files f ON f.id = g.file_id JOIN call_sites c ON c.id = g.site_id"},
+      {{"'import'", "f.path", "i.line", "i.module", "i.name", "i.alias", "t.path", "s.fqn"},
+       "imports i JOIN files f ON f.id = i.file_id LEFT JOIN files t ON t.id = i.target_file_id "
+       "LEFT JOIN symbols s ON s.id = i.target_symbol_id"}};
+  for (const auto& [columns, from] : rows) {
+    std::string select;
+    for (const auto& c : columns)
+      select += (select.empty() ? "" : " || ' ' || ") + ("coalesce(" + c + ", '~')");
+    auto st = db.prepare("SELECT " + select + " FROM " + from);
+    while (st.step()) out.insert(st.text(0));
+  }
   auto byid = repo->symbols_with_paths(ids);
   for (const auto& n : repo->evidence_neighbours(ids, index::TestFilter::include, 100000,
                                                  std::vector<index::Relation>{index::CALLEE})) {
@@ -64,9 +91,16 @@ TEST(UpdateIndex, ReparsesOnlyWhatChangedAndCountsSkips) {
   // A declaration merged into its definition in another file, so an edit there changes counts.
   repo.write("native/calc.h", "int add(int a, int b);\n");
   repo.write("native/calc.c", "#include \"calc.h\"\nint add(int a, int b) { return a + b; }\n");
+  // A Go package whose edited file keeps, moves, changes, drops and adds symbols and calls.
+  repo.write("go/shop/base.go",
+             "package shop\n\ntype Base struct{}\n\nfunc (b *Base) Sum() int { return 0 }\n");
+  repo.write("go/shop/cart.go",
+             "package shop\n\n// Cart holds items.\ntype Cart struct {\n\tBase\n}\n\n"
+             "func (c *Cart) Total() int { return c.Sum() + helper() }\n\n"
+             "func helper() int { return 1 }\n\nfunc gone() int { return helper() }\n");
   auto first = indexer::update_index(repo.root());
-  EXPECT_EQ(first.parsed, 12);
-  EXPECT_EQ(first.indexed, 12);
+  EXPECT_EQ(first.parsed, 14);
+  EXPECT_EQ(first.indexed, 14);
   EXPECT_EQ(first.skipped["binary"], 1);
   EXPECT_EQ(first.skipped["not utf-8"], 1);
   EXPECT_GT(first.calls, 10);
@@ -94,10 +128,16 @@ TEST(UpdateIndex, ReparsesOnlyWhatChangedAndCountsSkips) {
   repo.write("native/calc.c",
              "#include \"calc.h\"\nint add(int a, int b) { return a + b; }\n"
              "int twice(int a) { return add(a, a) + add(a, 1) + missing(a); }\n");
+  repo.write("native/calc.h", "\n// Adds.\nint add(int a, int b);\n");
+  repo.write("go/shop/cart.go",
+             "package shop\n\n// Cart holds the items.\ntype Cart struct {\n\tBase\n}\n\n"
+             "func fresh() int { return helper(2) }\n\n"
+             "func (c *Cart) Total() int { return c.Sum() + helper(1) }\n\n"
+             "func helper(n int) int { return n }\n");
   auto changed = indexer::update_index(repo.root());
-  EXPECT_EQ(changed.parsed, 3);
+  EXPECT_EQ(changed.parsed, 5);
   EXPECT_EQ(changed.removed, 1);
-  EXPECT_EQ(changed.indexed, 12);
+  EXPECT_EQ(changed.indexed, 14);
 
   auto seen = dump(repo.root());
   EXPECT_EQ(seen.count("symbol shop.pricing.with_tax function 14-15"), 0u);

@@ -368,11 +368,16 @@ constexpr const char* RESOLVED_KEY = "resolved_calls";
 constexpr const char* UNRESOLVED_KEY = "unresolved_calls";
 constexpr const char* SYMBOLS_KEY = "symbols";
 
-// A symbol as stored before its file is written again; what its text rows were made from.
+// A symbol as stored before its file is written again: a row equal but for what the new
+// extraction changed is updated in place, so the name indexes and text rows stay untouched.
 struct OldSymbol {
   std::int64_t id;
   std::string fqn, name, kind;
   std::optional<std::string> signature, docstring;
+  std::int64_t start_line, end_line;
+  bool is_test;
+  std::optional<std::int64_t> parent_id;
+  std::string parent_fqn, bases;
 };
 
 // A file cut short (a copy or a disk that failed midway) still opens and answers from the pages it
@@ -443,11 +448,11 @@ struct IndexWriter::Impl {
   bool bulk = false;                // the batch fills an empty index
   bool components_changed = false;  // a file came, went or changed component or test status
   Statement find_file, insert_file, update_file, touch, old_symbols, delete_file, insert_symbol,
-      insert_text, insert_name_gram, delete_text, delete_name_gram, insert_path_gram,
-      delete_path_gram, insert_site, insert_fallback, insert_scope, insert_import, mark_changed,
-      mark_affected, old_bindings, public_names, reexport_of, reexporters, symbol_by_fqn,
-      file_language, includers_of, reimport_module, mark_include_changed, relink_includers,
-      relink_members, struct_bases;
+      update_symbol, rename_symbol, delete_symbol, insert_text, insert_name_gram, delete_text,
+      delete_name_gram, insert_path_gram, delete_path_gram, insert_site, insert_fallback,
+      insert_scope, insert_import, mark_changed, mark_affected, old_bindings, public_names,
+      reexport_of, reexporters, symbol_by_fqn, file_language, includers_of, reimport_module,
+      mark_include_changed, relink_includers, relink_members, struct_bases;
   // Go packages whose files changed, and the fqns whose members' call sites to link again:
   // a method promoted through an embedded struct may come or go with them.
   std::set<std::string> go_packages;
@@ -455,6 +460,7 @@ struct IndexWriter::Impl {
   std::unordered_map<std::string, std::optional<std::int64_t>> reexport_cache;
   std::set<std::string> tree_languages;  // languages of this batch's files with tree components
   std::vector<Statement> clear_contents;
+  Statement delete_file_symbols;
   Statement file_sites, relinked_resolved;
   // Call counts as stored before the batch (nullopt: count them all at commit) and the batch's
   // changes to them.
@@ -476,13 +482,19 @@ struct IndexWriter::Impl {
         "hash = ?, is_test = ?, module = ?, component = ?, line_count = ? WHERE id = ?");
     touch = db.prepare("UPDATE files SET mtime_ns = ?, size = ?, hash = ? WHERE path = ?");
     old_symbols = db.prepare(
-        "SELECT id, fqn, name, kind, signature, docstring FROM symbols WHERE file_id = ? "
-        "ORDER BY id");
+        "SELECT id, fqn, name, kind, signature, docstring, start_line, end_line, is_test, "
+        "parent_id, parent_fqn, bases FROM symbols WHERE file_id = ? ORDER BY id");
     delete_file = db.prepare("DELETE FROM files WHERE id = ?");
     insert_symbol = db.prepare(
         "INSERT INTO symbols(id, file_id, fqn, name, name_folded, kind, start_line, end_line, "
         "signature, docstring, is_test, parent_id, parent_fqn, bases) "
         "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    // No column of the name indexes: only the file's own index entries move with its lines.
+    update_symbol = db.prepare(
+        "UPDATE symbols SET kind = ?, start_line = ?, end_line = ?, signature = ?, docstring = ?, "
+        "is_test = ?, parent_id = ?, parent_fqn = ?, bases = ? WHERE id = ?");
+    rename_symbol = db.prepare("UPDATE symbols SET name = ?, name_folded = ? WHERE id = ?");
+    delete_symbol = db.prepare("DELETE FROM symbols WHERE id = ?");
     insert_text = db.prepare(
         "INSERT INTO symbol_text(rowid, name, fqn, signature, docstring, path) "
         "VALUES(?, ?, ?, ?, ?, ?)");
@@ -534,10 +546,10 @@ struct IndexWriter::Impl {
              "?)",
              "DELETE FROM call_sites WHERE file_id = ?",
              "DELETE FROM imports WHERE file_id = ?",
-             "DELETE FROM symbols WHERE file_id = ?",
          }) {
       clear_contents.push_back(db.prepare(sql));
     }
+    delete_file_symbols = db.prepare("DELETE FROM symbols WHERE file_id = ?");
   }
 
   // A damaged index is rebuilt from scratch rather than failing every later run.
@@ -673,10 +685,10 @@ struct IndexWriter::Impl {
     return id;
   }
 
-  // Removes what a file holds (symbols, sites, imports, and unless `keep_text` text rows) and
-  // returns its old symbols; `bound` receives the bindings its imports made.
+  // Removes what a file holds (sites, imports, and unless `keep_symbols` its symbols and their
+  // text rows) and returns its old symbols; `bound` receives the bindings its imports made.
   std::vector<OldSymbol> clear_file(std::int64_t file_id, std::set<Binding>& bound,
-                                    bool keep_text = false) {
+                                    bool keep_symbols = false) {
     if (!bulk) {
       old_bindings.bind(1, file_id);
       while (old_bindings.step()) {
@@ -688,9 +700,12 @@ struct IndexWriter::Impl {
     std::vector<OldSymbol> old;
     old_symbols.bind(1, file_id);
     while (old_symbols.step()) {
-      old.push_back({old_symbols.integer(0), old_symbols.text(1), old_symbols.text(2),
-                     old_symbols.text(3), old_symbols.optional_text(4),
-                     old_symbols.optional_text(5)});
+      auto& o = old.emplace_back(
+          OldSymbol{old_symbols.integer(0), old_symbols.text(1), old_symbols.text(2),
+                    old_symbols.text(3), old_symbols.optional_text(4), old_symbols.optional_text(5),
+                    old_symbols.integer(6), old_symbols.integer(7), old_symbols.integer(8) != 0,
+                    std::nullopt, old_symbols.text(10), old_symbols.text(11)});
+      if (!old_symbols.is_null(9)) o.parent_id = old_symbols.integer(9);
     }
     old_symbols.reset();
     if (stored_calls) {
@@ -699,10 +714,11 @@ struct IndexWriter::Impl {
       unresolved_delta -= file_sites.integer(1) - file_sites.integer(0);
       file_sites.reset();
     }
-    for (const auto& s : old) {
-      if (!keep_text) delete_text_rows(s.id);
-    }
     for (auto& st : clear_contents) st.bind(1, file_id).run();
+    if (!keep_symbols) {
+      for (const auto& s : old) delete_text_rows(s.id);
+      delete_file_symbols.bind(1, file_id).run();
+    }
     return old;
   }
 
@@ -732,7 +748,8 @@ struct IndexWriter::Impl {
     };
 
     std::unordered_map<std::string, std::deque<std::int64_t>> reusable;
-    // Text rows of symbols that keep their id and text stay as they are: an edit changes few.
+    // Symbols that keep their fqn keep their row and id, and their text rows while their text
+    // stays: an edit changes few.
     std::unordered_map<std::int64_t, OldSymbol> old_by_id;
     std::set<Binding> bound_before, bound_now;
     auto file_id = file_id_of(file.path);
@@ -775,33 +792,56 @@ struct IndexWriter::Impl {
       if (auto it = ids.find(s.parent_fqn); it != ids.end()) parent = it->second;
       std::string bases;
       for (const auto& b : s.bases) bases += (bases.empty() ? "" : " ") + b;
-      insert_symbol.bind(1, id)
-          .bind(2, *file_id)
-          .bind(3, s.fqn)
-          .bind(4, s.name)
-          .bind(5, utils::lower(s.name))
-          .bind(6, s.kind)
-          .bind(7, s.start_line)
-          .bind(8, s.end_line)
-          .bind(9, s.signature)
-          .bind(10, s.docstring)
-          .bind(11, s.is_test || file.is_test)
-          .bind(12, parent)
-          .bind(13, s.parent_fqn)
-          .bind(14, bases)
-          .run();
-      if (!id) {
+      bool is_test = s.is_test || file.is_test;
+      const OldSymbol* old = nullptr;
+      if (id) {
+        auto it = old_by_id.find(*id);
+        old = &it->second;
+        if (old->name != s.name) {
+          rename_symbol.bind(1, s.name).bind(2, utils::lower(s.name)).bind(3, *id).run();
+        }
+        if (old->kind != s.kind || old->start_line != s.start_line || old->end_line != s.end_line ||
+            old->signature != s.signature || old->docstring != s.docstring ||
+            old->is_test != is_test || old->parent_id != parent ||
+            old->parent_fqn != s.parent_fqn || old->bases != bases) {
+          update_symbol.bind(1, s.kind)
+              .bind(2, s.start_line)
+              .bind(3, s.end_line)
+              .bind(4, s.signature)
+              .bind(5, s.docstring)
+              .bind(6, is_test)
+              .bind(7, parent)
+              .bind(8, s.parent_fqn)
+              .bind(9, bases)
+              .bind(10, *id)
+              .run();
+        }
+      } else {
+        insert_symbol.bind(1, std::optional<std::int64_t>{})
+            .bind(2, *file_id)
+            .bind(3, s.fqn)
+            .bind(4, s.name)
+            .bind(5, utils::lower(s.name))
+            .bind(6, s.kind)
+            .bind(7, s.start_line)
+            .bind(8, s.end_line)
+            .bind(9, s.signature)
+            .bind(10, s.docstring)
+            .bind(11, is_test)
+            .bind(12, parent)
+            .bind(13, s.parent_fqn)
+            .bind(14, bases)
+            .run();
         id = db.last_insert_id();
         affect(s.fqn);
       }
       ids.emplace(s.fqn, *id);
       bool same_text = false;
-      if (auto old = old_by_id.find(*id); old != old_by_id.end()) {
-        const auto& o = old->second;
-        same_text = o.kind != "module" && s.kind != "module" && o.name == s.name &&
-                    o.signature == s.signature && o.docstring == s.docstring;
+      if (old) {
+        same_text = old->kind != "module" && s.kind != "module" && old->name == s.name &&
+                    old->signature == s.signature && old->docstring == s.docstring;
         if (!same_text) delete_text_rows(*id);
-        old_by_id.erase(old);
+        old_by_id.erase(*id);
       }
       if (s.kind == "module") {
         if (!module_id) module_id = id;
@@ -820,7 +860,10 @@ struct IndexWriter::Impl {
     for (const auto& [fqn, left] : reusable) {
       if (!left.empty()) affect(fqn);
     }
-    for (const auto& [old_id, old] : old_by_id) delete_text_rows(old_id);
+    for (const auto& [old_id, old] : old_by_id) {
+      delete_text_rows(old_id);
+      delete_symbol.bind(1, old_id).run();
+    }
 
     unresolved_delta += static_cast<std::int64_t>(file.calls.size());  // linked at commit
     for (const auto& call : file.calls) {
