@@ -43,6 +43,7 @@ CREATE INDEX IF NOT EXISTS temp.merged_def ON merged(def);
 CREATE TEMP TABLE IF NOT EXISTS gone_files(id INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS restored(id INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS stale_docs(def INTEGER PRIMARY KEY);
+CREATE TEMP TABLE IF NOT EXISTS new_text(id INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS reach(origin INTEGER, module TEXT, PRIMARY KEY(origin, module))
   WITHOUT ROWID;
 CREATE TEMP TABLE IF NOT EXISTS reach_files(origin INTEGER, file_id INTEGER,
@@ -63,7 +64,7 @@ constexpr const char* STOP_COUNTING_SYMBOLS =
 
 constexpr const char* CLEAR_BATCH_TABLES =
     "DELETE FROM changed_files; DELETE FROM affected; DELETE FROM relink; DELETE FROM reimport; "
-    "DELETE FROM gone_files; DELETE FROM restored; DELETE FROM stale_docs; "
+    "DELETE FROM gone_files; DELETE FROM restored; DELETE FROM stale_docs; DELETE FROM new_text; "
     "DELETE FROM reach; DELETE FROM reach_files; DELETE FROM include_changed; "
     "DELETE FROM symbol_delta; INSERT INTO symbol_delta VALUES(0);";
 
@@ -250,8 +251,13 @@ UPDATE symbols SET docstring = (
 UPDATE declarations SET gave_doc = 1 WHERE id IN (
   SELECT (SELECT d.id FROM declarations d WHERE d.def_id = s.def AND d.docstring IS NOT NULL
           ORDER BY d.symbol_id LIMIT 1) FROM stale_docs s);
+)sql";
+// After the merge: a definition whose declarations in a changed file were taken back and merged
+// again mostly holds the doc comment it had, and its text rows are left as they are.
+constexpr const char* SYNC_STALE_DOCS = R"sql(
 UPDATE symbol_text SET docstring = (SELECT docstring FROM symbols WHERE id = symbol_text.rowid)
-  WHERE rowid IN (SELECT def FROM stale_docs);
+  WHERE rowid IN (SELECT def FROM stale_docs)
+    AND docstring IS NOT (SELECT docstring FROM symbols WHERE id = symbol_text.rowid);
 )sql";
 constexpr const char* RETURNING_DECLARATIONS = R"sql(
 SELECT d.id, d.file_id, d.fqn, d.name, d.name_folded, d.kind, d.start_line, d.end_line,
@@ -304,7 +310,8 @@ UPDATE symbols SET docstring = (
     WHERE m.def = symbols.id AND d.docstring IS NOT NULL ORDER BY d.id LIMIT 1)
   WHERE docstring IS NULL AND id IN (SELECT def FROM merged);
 UPDATE symbol_text SET docstring = (SELECT docstring FROM symbols WHERE id = symbol_text.rowid)
-  WHERE rowid IN (SELECT def FROM merged);
+  WHERE rowid IN (SELECT def FROM merged)
+    AND docstring IS NOT (SELECT docstring FROM symbols WHERE id = symbol_text.rowid);
 INSERT OR IGNORE INTO relink SELECT e.site_id FROM merged m CROSS JOIN edges e ON e.callee_id = m.decl;
 INSERT OR IGNORE INTO reimport SELECT i.id FROM merged m CROSS JOIN imports i ON i.target_symbol_id = m.decl;
 DELETE FROM symbol_text WHERE rowid IN (SELECT decl FROM merged);
@@ -449,10 +456,10 @@ struct IndexWriter::Impl {
   bool components_changed = false;  // a file came, went or changed component or test status
   Statement find_file, insert_file, update_file, touch, old_symbols, delete_file, insert_symbol,
       update_symbol, rename_symbol, delete_symbol, insert_text, insert_name_gram, delete_text,
-      delete_name_gram, insert_path_gram, delete_path_gram, insert_site, insert_fallback,
-      insert_scope, insert_import, mark_changed, mark_affected, old_bindings, public_names,
-      reexport_of, reexporters, symbol_by_fqn, file_language, includers_of, reimport_module,
-      mark_include_changed, relink_includers, relink_members, struct_bases;
+      delete_name_gram, insert_path_gram, delete_path_gram, mark_new_text, insert_site,
+      insert_fallback, insert_scope, insert_import, mark_changed, mark_affected, old_bindings,
+      public_names, reexport_of, reexporters, symbol_by_fqn, file_language, includers_of,
+      reimport_module, mark_include_changed, relink_includers, relink_members, struct_bases;
   // Go packages whose files changed, and the fqns whose members' call sites to link again:
   // a method promoted through an embedded struct may come or go with them.
   std::set<std::string> go_packages;
@@ -511,6 +518,7 @@ struct IndexWriter::Impl {
     insert_import =
         db.prepare("INSERT INTO imports(file_id, line, module, name, alias) VALUES(?, ?, ?, ?, ?)");
     mark_changed = db.prepare("INSERT OR IGNORE INTO changed_files VALUES(?)");
+    mark_new_text = db.prepare("INSERT OR IGNORE INTO new_text VALUES(?)");
     mark_affected = db.prepare("INSERT OR IGNORE INTO affected VALUES(?, ?, ?)");
     old_bindings = db.prepare(
         "SELECT f.module, i.module, i.name, i.alias FROM imports i JOIN files f "
@@ -722,6 +730,32 @@ struct IndexWriter::Impl {
     return old;
   }
 
+  void insert_text_rows(std::int64_t id, const std::string& name, const std::string& fqn,
+                        const std::optional<std::string>& signature,
+                        const std::optional<std::string>& docstring, const std::string& path) {
+    insert_text.bind(1, id)
+        .bind(2, index::name_text(name))
+        .bind(3, fqn)
+        .bind(4, signature)
+        .bind(5, docstring)
+        .bind(6, path)
+        .run();
+    insert_name_gram.bind(1, id).bind(2, name).run();
+  }
+
+  // An update writes the text rows of its new symbols once the merge has taken back the
+  // declarations it re-extracted: those would be written, deleted and merged in again.
+  void insert_new_text() {
+    auto st = db.prepare(
+        "SELECT s.id, s.name, s.fqn, s.signature, s.docstring, f.path FROM new_text n "
+        "CROSS JOIN symbols s ON s.id = n.id CROSS JOIN files f ON f.id = s.file_id "
+        "WHERE s.kind <> 'module'");
+    while (st.step()) {
+      insert_text_rows(st.integer(0), st.text(1), st.text(2), st.optional_text(3),
+                       st.optional_text(4), st.text(5));
+    }
+  }
+
   void delete_text_rows(std::int64_t symbol_id) {
     delete_text.bind(1, symbol_id).run();
     delete_name_gram.bind(1, symbol_id).run();
@@ -848,14 +882,11 @@ struct IndexWriter::Impl {
         continue;
       }
       if (same_text) continue;
-      insert_text.bind(1, *id)
-          .bind(2, index::name_text(s.name))
-          .bind(3, s.fqn)
-          .bind(4, s.signature)
-          .bind(5, s.docstring)
-          .bind(6, file.path)
-          .run();
-      insert_name_gram.bind(1, *id).bind(2, s.name).run();
+      if (bulk) {
+        insert_text_rows(*id, s.name, s.fqn, s.signature, s.docstring, file.path);
+      } else {
+        mark_new_text.bind(1, *id).run();
+      }
     }
     for (const auto& [fqn, left] : reusable) {
       if (!left.empty()) affect(fqn);
@@ -1009,14 +1040,7 @@ struct IndexWriter::Impl {
           .bind(14, d.bases)
           .run();
       auto id = db.last_insert_id();
-      insert_text.bind(1, id)
-          .bind(2, index::name_text(d.name))
-          .bind(3, d.fqn)
-          .bind(4, d.signature)
-          .bind(5, d.docstring)
-          .bind(6, d.path)
-          .run();
-      insert_name_gram.bind(1, id).bind(2, d.name).run();
+      mark_new_text.bind(1, id).run();
       forget.bind(1, d.row).run();
       mark.bind(1, id).run();
       affect(d.fqn);
@@ -1034,6 +1058,10 @@ struct IndexWriter::Impl {
     db.exec(bulk ? MERGE_CANDIDATES_ALL : MERGE_CANDIDATES_CHANGED);
     if (!bulk) db.exec(MERGE_CANDIDATES_RESTORED);
     db.exec(MERGE_DECLARATIONS);
+    if (!bulk) {
+      db.exec(SYNC_STALE_DOCS);
+      insert_new_text();
+    }
     // Includes are linked before calls: a C or C++ call sees what its file includes.
     db.exec(LINK_IMPORTS);
     db.exec(LINK_INCLUDES);
