@@ -68,9 +68,8 @@ constexpr const char* CLEAR_BATCH_TABLES =
     "DELETE FROM reach; DELETE FROM reach_files; DELETE FROM include_changed; "
     "DELETE FROM symbol_delta; INSERT INTO symbol_delta VALUES(0);";
 
-// Sites to link again: those of changed files, and those naming an fqn that appeared or vanished.
+// Sites to link again besides the new ones: those naming an fqn that appeared or vanished.
 constexpr const char* RELINK_CHANGED = R"sql(
-INSERT OR IGNORE INTO relink SELECT c.id FROM changed_files f CROSS JOIN call_sites c ON c.file_id = f.id;
 INSERT OR IGNORE INTO relink SELECT c.id FROM affected a CROSS JOIN call_sites c ON c.target_fqn = a.fqn;
 INSERT OR IGNORE INTO relink SELECT b.site_id FROM affected a CROSS JOIN call_fallbacks b ON b.fqn = a.fqn;
 INSERT OR IGNORE INTO reimport SELECT i.id FROM changed_files f CROSS JOIN imports i ON i.file_id = f.id;
@@ -467,7 +466,8 @@ struct IndexWriter::Impl {
   std::unordered_map<std::string, std::optional<std::int64_t>> reexport_cache;
   std::set<std::string> tree_languages;  // languages of this batch's files with tree components
   std::vector<Statement> clear_contents;
-  Statement delete_file_symbols;
+  Statement delete_file_symbols, clear_imports, old_sites, site_line, edge_line, mark_relink;
+  std::vector<Statement> delete_site;
   Statement file_sites, relinked_resolved;
   // Call counts as stored before the batch (nullopt: count them all at commit) and the batch's
   // changes to them.
@@ -553,11 +553,24 @@ struct IndexWriter::Impl {
              "DELETE FROM call_scopes WHERE site_id IN (SELECT id FROM call_sites WHERE file_id = "
              "?)",
              "DELETE FROM call_sites WHERE file_id = ?",
-             "DELETE FROM imports WHERE file_id = ?",
          }) {
       clear_contents.push_back(db.prepare(sql));
     }
     delete_file_symbols = db.prepare("DELETE FROM symbols WHERE file_id = ?");
+    clear_imports = db.prepare("DELETE FROM imports WHERE file_id = ?");
+    old_sites = db.prepare(
+        "SELECT c.id, c.caller_id, c.line, c.evidence, c.target_fqn, c.callee_id IS NOT NULL, "
+        "(SELECT group_concat(b.rank || ':' || b.fqn, ' ') FROM call_fallbacks b "
+        "WHERE b.site_id = c.id), (SELECT group_concat(k.module, ' ') FROM call_scopes k "
+        "WHERE k.site_id = c.id) FROM call_sites c WHERE c.file_id = ? ORDER BY c.id");
+    site_line = db.prepare("UPDATE call_sites SET line = ? WHERE id = ?");
+    edge_line = db.prepare("UPDATE edges SET line = ? WHERE site_id = ?");
+    mark_relink = db.prepare("INSERT OR IGNORE INTO relink VALUES(?)");
+    for (const char* sql :
+         {"DELETE FROM edges WHERE site_id = ?", "DELETE FROM call_fallbacks WHERE site_id = ?",
+          "DELETE FROM call_scopes WHERE site_id = ?", "DELETE FROM call_sites WHERE id = ?"}) {
+      delete_site.push_back(db.prepare(sql));
+    }
   }
 
   // A damaged index is rebuilt from scratch rather than failing every later run.
@@ -693,10 +706,10 @@ struct IndexWriter::Impl {
     return id;
   }
 
-  // Removes what a file holds (sites, imports, and unless `keep_symbols` its symbols and their
-  // text rows) and returns its old symbols; `bound` receives the bindings its imports made.
+  // Removes what a file holds (imports, and unless `keep_rows` its sites, symbols and their text
+  // rows) and returns its old symbols; `bound` receives the bindings its imports made.
   std::vector<OldSymbol> clear_file(std::int64_t file_id, std::set<Binding>& bound,
-                                    bool keep_symbols = false) {
+                                    bool keep_rows = false) {
     if (!bulk) {
       old_bindings.bind(1, file_id);
       while (old_bindings.step()) {
@@ -716,14 +729,15 @@ struct IndexWriter::Impl {
       if (!old_symbols.is_null(9)) o.parent_id = old_symbols.integer(9);
     }
     old_symbols.reset();
-    if (stored_calls) {
+    if (stored_calls && !keep_rows) {
       file_sites.bind(1, file_id).step();
       resolved_delta -= file_sites.integer(0);
       unresolved_delta -= file_sites.integer(1) - file_sites.integer(0);
       file_sites.reset();
     }
-    for (auto& st : clear_contents) st.bind(1, file_id).run();
-    if (!keep_symbols) {
+    clear_imports.bind(1, file_id).run();
+    if (!keep_rows) {
+      for (auto& st : clear_contents) st.bind(1, file_id).run();
       for (const auto& s : old) delete_text_rows(s.id);
       delete_file_symbols.bind(1, file_id).run();
     }
@@ -754,6 +768,22 @@ struct IndexWriter::Impl {
       insert_text_rows(st.integer(0), st.text(1), st.text(2), st.optional_text(3),
                        st.optional_text(4), st.text(5));
     }
+  }
+
+  struct OldSite {
+    std::int64_t id, line;
+    bool resolved;
+  };
+
+  static std::string site_key(std::optional<std::int64_t> caller, const std::string& evidence,
+                              const std::string& target, const std::string& fallbacks,
+                              const std::string& scopes) {
+    std::string key = caller ? std::to_string(*caller) : std::string("-");
+    for (const auto* part : {&evidence, &target, &fallbacks, &scopes}) {
+      key.push_back('\x1f');
+      key.append(*part);
+    }
+    return key;
   }
 
   void delete_text_rows(std::int64_t symbol_id) {
@@ -794,6 +824,20 @@ struct IndexWriter::Impl {
       while (struct_bases.step()) embeds_before[struct_bases.text(0)] = struct_bases.text(1);
       struct_bases.reset();
     }
+    // A call site the same but for its line keeps its row, its links and its edges.
+    std::unordered_map<std::string, std::deque<OldSite>> kept_sites;
+    if (file_id) {
+      old_sites.bind(1, *file_id);
+      while (old_sites.step()) {
+        auto key =
+            site_key(old_sites.is_null(1) ? std::nullopt : std::optional(old_sites.integer(1)),
+                     old_sites.text(3), old_sites.text(4), old_sites.optional_text(6).value_or(""),
+                     old_sites.optional_text(7).value_or(""));
+        kept_sites[key].push_back(
+            {old_sites.integer(0), old_sites.integer(2), old_sites.integer(5) != 0});
+      }
+      old_sites.reset();
+    }
     if (file_id) {
       components_changed |= find_file_component != component || find_file_is_test != file.is_test;
       for (auto& s : clear_file(*file_id, bound_before, true)) {
@@ -831,6 +875,12 @@ struct IndexWriter::Impl {
       if (id) {
         auto it = old_by_id.find(*id);
         old = &it->second;
+        // What linking reads of a symbol: a site of this file kept as it was must be linked
+        // again where another candidate may now come first.
+        if (old->kind != s.kind || old->signature != s.signature ||
+            old->end_line - old->start_line != s.end_line - s.start_line) {
+          affect(s.fqn);
+        }
         if (old->name != s.name) {
           rename_symbol.bind(1, s.name).bind(2, utils::lower(s.name)).bind(3, *id).run();
         }
@@ -896,10 +946,34 @@ struct IndexWriter::Impl {
       delete_symbol.bind(1, old_id).run();
     }
 
-    unresolved_delta += static_cast<std::int64_t>(file.calls.size());  // linked at commit
     for (const auto& call : file.calls) {
       std::optional<std::int64_t> caller = module_id;
       if (auto it = ids.find(call.caller_fqn); it != ids.end()) caller = it->second;
+      std::string fallbacks;
+      for (std::size_t i = 0; i < call.fallbacks.size(); ++i) {
+        auto rank = static_cast<std::int64_t>(i) + (i >= call.equally_near ? EQUALLY_NEAR : 1);
+        if (i) fallbacks.push_back(' ');
+        fallbacks.append(std::to_string(rank)).append(":").append(call.fallbacks[i]);
+      }
+      if (!kept_sites.empty()) {
+        std::set<std::string> modules(call.scope_modules.begin(), call.scope_modules.end());
+        std::string scopes;
+        for (const auto& m : modules) {
+          if (!scopes.empty()) scopes.push_back(' ');
+          scopes.append(m);
+        }
+        auto it = kept_sites.find(site_key(caller, call.evidence, call.target, fallbacks, scopes));
+        if (it != kept_sites.end() && !it->second.empty()) {
+          auto old = it->second.front();
+          it->second.pop_front();
+          if (old.line != call.line) {
+            site_line.bind(1, call.line).bind(2, old.id).run();
+            edge_line.bind(1, call.line).bind(2, old.id).run();
+          }
+          continue;
+        }
+      }
+      ++unresolved_delta;  // linked at commit
       insert_site.bind(1, *file_id)
           .bind(2, caller)
           .bind(3, call.line)
@@ -907,12 +981,19 @@ struct IndexWriter::Impl {
           .bind(5, call.target)
           .run();
       auto site = db.last_insert_id();
+      if (!bulk) mark_relink.bind(1, site).run();
       for (std::size_t i = 0; i < call.fallbacks.size(); ++i) {
         auto rank = static_cast<std::int64_t>(i) + (i >= call.equally_near ? EQUALLY_NEAR : 1);
         insert_fallback.bind(1, site).bind(2, rank).bind(3, call.fallbacks[i]).run();
       }
       for (const auto& module : call.scope_modules)
         insert_scope.bind(1, site).bind(2, module).run();
+    }
+    for (const auto& [key, sites] : kept_sites) {
+      for (const auto& old : sites) {
+        (old.resolved ? resolved_delta : unresolved_delta) -= 1;
+        for (auto& st : delete_site) st.bind(1, old.id).run();
+      }
     }
     for (const auto& imp : file.imports) {
       if (!bulk) bound_now.emplace(file.module, imp.module, imp.name, imp.alias);
