@@ -72,7 +72,6 @@ constexpr const char* CLEAR_BATCH_TABLES =
 constexpr const char* RELINK_CHANGED = R"sql(
 INSERT OR IGNORE INTO relink SELECT c.id FROM affected a CROSS JOIN call_sites c ON c.target_fqn = a.fqn;
 INSERT OR IGNORE INTO relink SELECT b.site_id FROM affected a CROSS JOIN call_fallbacks b ON b.fqn = a.fqn;
-INSERT OR IGNORE INTO reimport SELECT i.id FROM changed_files f CROSS JOIN imports i ON i.file_id = f.id;
 INSERT OR IGNORE INTO reimport SELECT i.id FROM affected a CROSS JOIN imports i ON i.module = a.fqn;
 INSERT OR IGNORE INTO reimport
   SELECT i.id FROM affected a CROSS JOIN imports i ON i.module = a.head AND i.name = a.tail;
@@ -466,7 +465,8 @@ struct IndexWriter::Impl {
   std::unordered_map<std::string, std::optional<std::int64_t>> reexport_cache;
   std::set<std::string> tree_languages;  // languages of this batch's files with tree components
   std::vector<Statement> clear_contents;
-  Statement delete_file_symbols, clear_imports, old_sites, site_line, edge_line, mark_relink;
+  Statement delete_file_symbols, clear_imports, old_imports, import_line, delete_import,
+      mark_reimport, old_sites, site_line, edge_line, mark_relink;
   std::vector<Statement> delete_site;
   Statement file_sites, relinked_resolved;
   // Call counts as stored before the batch (nullopt: count them all at commit) and the batch's
@@ -558,6 +558,11 @@ struct IndexWriter::Impl {
     }
     delete_file_symbols = db.prepare("DELETE FROM symbols WHERE file_id = ?");
     clear_imports = db.prepare("DELETE FROM imports WHERE file_id = ?");
+    old_imports = db.prepare(
+        "SELECT id, line, module, name, alias FROM imports WHERE file_id = ? ORDER BY id");
+    import_line = db.prepare("UPDATE imports SET line = ? WHERE id = ?");
+    delete_import = db.prepare("DELETE FROM imports WHERE id = ?");
+    mark_reimport = db.prepare("INSERT OR IGNORE INTO reimport VALUES(?)");
     old_sites = db.prepare(
         "SELECT c.id, c.caller_id, c.line, c.evidence, c.target_fqn, c.callee_id IS NOT NULL, "
         "(SELECT group_concat(b.rank || ':' || b.fqn, ' ') FROM call_fallbacks b "
@@ -706,7 +711,7 @@ struct IndexWriter::Impl {
     return id;
   }
 
-  // Removes what a file holds (imports, and unless `keep_rows` its sites, symbols and their text
+  // Removes what a file holds (unless `keep_rows`: its imports, sites, symbols and their text
   // rows) and returns its old symbols; `bound` receives the bindings its imports made.
   std::vector<OldSymbol> clear_file(std::int64_t file_id, std::set<Binding>& bound,
                                     bool keep_rows = false) {
@@ -735,8 +740,8 @@ struct IndexWriter::Impl {
       unresolved_delta -= file_sites.integer(1) - file_sites.integer(0);
       file_sites.reset();
     }
-    clear_imports.bind(1, file_id).run();
     if (!keep_rows) {
+      clear_imports.bind(1, file_id).run();
       for (auto& st : clear_contents) st.bind(1, file_id).run();
       for (const auto& s : old) delete_text_rows(s.id);
       delete_file_symbols.bind(1, file_id).run();
@@ -826,6 +831,8 @@ struct IndexWriter::Impl {
     }
     // A call site the same but for its line keeps its row, its links and its edges.
     std::unordered_map<std::string, std::deque<OldSite>> kept_sites;
+    // So does an import the same but for its line, and its targets.
+    std::unordered_map<std::string, std::deque<std::pair<std::int64_t, std::int64_t>>> kept_imports;
     if (file_id) {
       old_sites.bind(1, *file_id);
       while (old_sites.step()) {
@@ -837,6 +844,13 @@ struct IndexWriter::Impl {
             {old_sites.integer(0), old_sites.integer(2), old_sites.integer(5) != 0});
       }
       old_sites.reset();
+      old_imports.bind(1, *file_id);
+      while (old_imports.step()) {
+        kept_imports[old_imports.text(2) + '\x1f' + old_imports.text(3) + '\x1f' +
+                     old_imports.text(4)]
+            .emplace_back(old_imports.integer(0), old_imports.integer(1));
+      }
+      old_imports.reset();
     }
     if (file_id) {
       components_changed |= find_file_component != component || find_file_is_test != file.is_test;
@@ -997,12 +1011,23 @@ struct IndexWriter::Impl {
     }
     for (const auto& imp : file.imports) {
       if (!bulk) bound_now.emplace(file.module, imp.module, imp.name, imp.alias);
+      if (auto it = kept_imports.find(imp.module + '\x1f' + imp.name + '\x1f' + imp.alias);
+          it != kept_imports.end() && !it->second.empty()) {
+        auto [id, line] = it->second.front();
+        it->second.pop_front();
+        if (line != imp.line) import_line.bind(1, imp.line).bind(2, id).run();
+        continue;
+      }
       insert_import.bind(1, *file_id)
           .bind(2, imp.line)
           .bind(3, imp.module)
           .bind(4, imp.name)
           .bind(5, imp.alias)
           .run();
+      if (!bulk) mark_reimport.bind(1, db.last_insert_id()).run();
+    }
+    for (const auto& [key, imports] : kept_imports) {
+      for (const auto& [id, line] : imports) delete_import.bind(1, id).run();
     }
     // Only a binding that came or went changes what other modules reach through this one.
     std::vector<Binding> changed;
