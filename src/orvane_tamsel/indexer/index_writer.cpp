@@ -452,9 +452,9 @@ struct IndexWriter::Impl {
   bool in_batch = false;
   bool bulk = false;                // the batch fills an empty index
   bool components_changed = false;  // a file came, went or changed component or test status
-  Statement find_file, insert_file, update_file, touch, old_symbols, delete_file, insert_symbol,
-      update_symbol, rename_symbol, delete_symbol, insert_text, insert_name_gram, delete_text,
-      delete_name_gram, insert_path_gram, delete_path_gram, mark_new_text, insert_site,
+  Statement find_file, insert_file, update_file, rename_module, touch, old_symbols, delete_file,
+      insert_symbol, update_symbol, rename_symbol, delete_symbol, insert_text, insert_name_gram,
+      delete_text, delete_name_gram, insert_path_gram, delete_path_gram, mark_new_text, insert_site,
       insert_fallback, insert_scope, insert_import, mark_changed, mark_affected, old_bindings,
       public_names, reexport_of, reexporters, symbol_by_fqn, file_language, includers_of,
       reimport_module, mark_include_changed, relink_includers, relink_members, struct_bases;
@@ -480,13 +480,16 @@ struct IndexWriter::Impl {
     db.exec("PRAGMA cache_size = -65536");
     db.exec(BATCH_TABLES);
     db.exec(COUNT_SYMBOLS);
-    find_file = db.prepare("SELECT id, component, is_test FROM files WHERE path = ?");
+    find_file = db.prepare("SELECT id, component, is_test, module FROM files WHERE path = ?");
     insert_file = db.prepare(
         "INSERT INTO files(path, stem, base, language, size, mtime_ns, hash, is_test, module, "
         "component, line_count) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    // The path, and what is made of it, stay; the module only where it changed: no index entry
+    // of the files moves.
     update_file = db.prepare(
-        "UPDATE files SET path = ?, stem = ?, base = ?, language = ?, size = ?, mtime_ns = ?, "
-        "hash = ?, is_test = ?, module = ?, component = ?, line_count = ? WHERE id = ?");
+        "UPDATE files SET language = ?, size = ?, mtime_ns = ?, hash = ?, is_test = ?, "
+        "component = ?, line_count = ? WHERE id = ?");
+    rename_module = db.prepare("UPDATE files SET module = ? WHERE id = ?");
     touch = db.prepare("UPDATE files SET mtime_ns = ?, size = ?, hash = ? WHERE path = ?");
     old_symbols = db.prepare(
         "SELECT id, fqn, name, kind, signature, docstring, start_line, end_line, is_test, "
@@ -698,6 +701,7 @@ struct IndexWriter::Impl {
 
   std::optional<std::string> find_file_component;  // of the file file_id_of() last found
   bool find_file_is_test = false;
+  std::string find_file_module;
 
   std::optional<std::int64_t> file_id_of(const std::string& path) {
     find_file.bind(1, path);
@@ -706,6 +710,7 @@ struct IndexWriter::Impl {
       id = find_file.integer(0);
       find_file_component = find_file.optional_text(1);
       find_file_is_test = find_file.integer(2) != 0;
+      find_file_module = find_file.text(3);
     }
     find_file.reset();
     return id;
@@ -858,8 +863,17 @@ struct IndexWriter::Impl {
         reusable[s.fqn].push_back(s.id);
         old_by_id.emplace(s.id, std::move(s));
       }
-      bind_file(update_file);
-      update_file.bind(12, *file_id).run();
+      update_file.bind(1, file.language)
+          .bind(2, state.size)
+          .bind(3, state.mtime_ns)
+          .bind(4, state.hash)
+          .bind(5, file.is_test)
+          .bind(6, component)
+          .bind(7, file.line_count)
+          .bind(8, *file_id)
+          .run();
+      if (find_file_module != file.module)
+        rename_module.bind(1, file.module).bind(2, *file_id).run();
     } else {
       components_changed = true;
       bind_file(insert_file);
@@ -868,9 +882,9 @@ struct IndexWriter::Impl {
       insert_path_gram.bind(1, *file_id).bind(2, file.path).run();
     }
     mark_changed.bind(1, *file_id).run();
-    // An edited C or C++ file keeps its path: the #includes naming it find it as before.
-    bool c_family = file.language == "c" || file.language == "cpp";
-    if (!file.module.empty() && (is_new || !c_family)) affect(file.module);
+    // An edited file keeps its path: the imports and #includes naming its module find it as
+    // before, unless a package came or went above it.
+    if (!file.module.empty() && (is_new || find_file_module != file.module)) affect(file.module);
 
     std::unordered_map<std::string, std::int64_t> ids;  // fqn -> id, first definition wins
     std::optional<std::int64_t> module_id;
