@@ -65,6 +65,10 @@ std::multiset<std::string> dump(const fs::path& root) {
       {{"'edge'", "r.fqn", "e.fqn", "f.path", "g.line", "g.derived", "c.line"},
        "edges g JOIN symbols r ON r.id = g.caller_id JOIN symbols e ON e.id = g.callee_id "
        "JOIN files f ON f.id = g.file_id JOIN call_sites c ON c.id = g.site_id"},
+      {{"'merged'", "d.fqn", "d.kind", "d.start_line", "d.signature", "d.docstring", "d.gave_doc",
+        "f.path", "s.fqn", "g.path"},
+       "declarations d JOIN files f ON f.id = d.file_id LEFT JOIN symbols s ON s.id = d.def_id "
+       "LEFT JOIN files g ON g.id = d.def_file_id"},
       {{"'import'", "f.path", "i.line", "i.module", "i.name", "i.alias", "t.path", "s.fqn"},
        "imports i JOIN files f ON f.id = i.file_id LEFT JOIN files t ON t.id = i.target_file_id "
        "LEFT JOIN symbols s ON s.id = i.target_symbol_id"}};
@@ -89,8 +93,9 @@ TEST(UpdateIndex, ReparsesOnlyWhatChangedAndCountsSkips) {
   repo.write("src/shop/blob.py", std::string("import x\0\x01", 10));
   repo.write("src/shop/latin1.py", "name = '\xe9t\xe9'\n");
   // A declaration merged into its definition in another file, so an edit there changes counts.
-  repo.write("native/calc.h", "int add(int a, int b);\n");
+  repo.write("native/calc.h", "int sub(int a, int b);\nint add(int a, int b);\n");
   repo.write("native/calc.c", "#include \"calc.h\"\nint add(int a, int b) { return a + b; }\n");
+  repo.write("native/sub.c", "#include \"calc.h\"\nint sub(int a, int b) { return a - b; }\n");
   // A Go package whose edited file keeps, moves, changes, drops and adds symbols and calls.
   repo.write("go/shop/base.go",
              "package shop\n\ntype Base struct{}\n\nfunc (b *Base) Sum() int { return 0 }\n");
@@ -99,8 +104,8 @@ TEST(UpdateIndex, ReparsesOnlyWhatChangedAndCountsSkips) {
              "func (c *Cart) Total() int { return c.Sum() + helper() }\n\n"
              "func helper() int { return 1 }\n\nfunc gone() int { return helper() }\n");
   auto first = indexer::update_index(repo.root());
-  EXPECT_EQ(first.parsed, 14);
-  EXPECT_EQ(first.indexed, 14);
+  EXPECT_EQ(first.parsed, 15);
+  EXPECT_EQ(first.indexed, 15);
   EXPECT_EQ(first.skipped["binary"], 1);
   EXPECT_EQ(first.skipped["not utf-8"], 1);
   EXPECT_GT(first.calls, 10);
@@ -127,8 +132,8 @@ TEST(UpdateIndex, ReparsesOnlyWhatChangedAndCountsSkips) {
   fs::remove(repo.root() / "src/shop/report.py");
   repo.write("native/calc.c",
              "#include \"calc.h\"\nint add(int a, int b) { return a + b; }\n"
-             "int twice(int a) { return add(a, a) + add(a, 1) + missing(a); }\n");
-  repo.write("native/calc.h", "\n// Adds.\nint add(int a, int b);\n");
+             "int twice(int a) { return add(a, a) + add(a, 1) + sub(a, 1) + missing(a); }\n");
+  repo.write("native/calc.h", "int sub(int a, int b);\n\n// Adds.\nint add(int a, int b);\n");
   repo.write("go/shop/cart.go",
              "package shop\n\n// Cart holds the items.\ntype Cart struct {\n\tBase\n}\n\n"
              "func fresh() int { return helper(2) }\n\n"
@@ -137,7 +142,7 @@ TEST(UpdateIndex, ReparsesOnlyWhatChangedAndCountsSkips) {
   auto changed = indexer::update_index(repo.root());
   EXPECT_EQ(changed.parsed, 5);
   EXPECT_EQ(changed.removed, 1);
-  EXPECT_EQ(changed.indexed, 14);
+  EXPECT_EQ(changed.indexed, 15);
 
   auto seen = dump(repo.root());
   EXPECT_EQ(seen.count("symbol shop.pricing.with_tax function 14-15"), 0u);

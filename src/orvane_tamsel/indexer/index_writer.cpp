@@ -44,6 +44,7 @@ CREATE TEMP TABLE IF NOT EXISTS gone_files(id INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS restored(id INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS stale_docs(def INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS new_text(id INTEGER PRIMARY KEY);
+CREATE TEMP TABLE IF NOT EXISTS kept_declarations(id INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS reach(origin INTEGER, module TEXT, PRIMARY KEY(origin, module))
   WITHOUT ROWID;
 CREATE TEMP TABLE IF NOT EXISTS reach_files(origin INTEGER, file_id INTEGER,
@@ -65,6 +66,7 @@ constexpr const char* STOP_COUNTING_SYMBOLS =
 constexpr const char* CLEAR_BATCH_TABLES =
     "DELETE FROM changed_files; DELETE FROM affected; DELETE FROM relink; DELETE FROM reimport; "
     "DELETE FROM gone_files; DELETE FROM restored; DELETE FROM stale_docs; DELETE FROM new_text; "
+    "DELETE FROM kept_declarations; "
     "DELETE FROM reach; DELETE FROM reach_files; DELETE FROM include_changed; "
     "DELETE FROM symbol_delta; INSERT INTO symbol_delta VALUES(0);";
 
@@ -235,12 +237,14 @@ constexpr const char* UNMERGE = R"sql(
 INSERT OR IGNORE INTO stale_docs
   SELECT d.def_id FROM changed_files c CROSS JOIN declarations d ON d.file_id = c.id
   WHERE d.gave_doc AND d.def_file_id NOT IN (SELECT id FROM changed_files)
-    AND d.def_file_id NOT IN (SELECT id FROM gone_files);
+    AND d.def_file_id NOT IN (SELECT id FROM gone_files)
+    AND d.id NOT IN (SELECT id FROM kept_declarations);
 INSERT OR IGNORE INTO stale_docs
   SELECT d.def_id FROM gone_files c CROSS JOIN declarations d ON d.file_id = c.id
   WHERE d.gave_doc AND d.def_file_id NOT IN (SELECT id FROM changed_files)
     AND d.def_file_id NOT IN (SELECT id FROM gone_files);
-DELETE FROM declarations WHERE file_id IN (SELECT id FROM changed_files);
+DELETE FROM declarations WHERE file_id IN (SELECT id FROM changed_files)
+  AND id NOT IN (SELECT id FROM kept_declarations);
 DELETE FROM declarations WHERE file_id IN (SELECT id FROM gone_files);
 UPDATE symbols SET docstring = (
     SELECT d.docstring FROM declarations d WHERE d.def_id = symbols.id
@@ -383,6 +387,7 @@ struct OldSymbol {
   bool is_test;
   std::optional<std::int64_t> parent_id;
   std::string parent_fqn, bases;
+  std::int64_t row = 0;  // a merged declaration's row in `declarations`
 };
 
 // A file cut short (a copy or a disk that failed midway) still opens and answers from the pages it
@@ -466,7 +471,8 @@ struct IndexWriter::Impl {
   std::set<std::string> tree_languages;  // languages of this batch's files with tree components
   std::vector<Statement> clear_contents;
   Statement delete_file_symbols, clear_imports, old_imports, import_line, delete_import,
-      mark_reimport, old_sites, site_line, edge_line, mark_relink;
+      mark_reimport, old_declarations, keep_declaration, old_sites, site_line, edge_line,
+      mark_relink;
   std::vector<Statement> delete_site;
   Statement file_sites, relinked_resolved;
   // Call counts as stored before the batch (nullopt: count them all at commit) and the batch's
@@ -566,6 +572,10 @@ struct IndexWriter::Impl {
     import_line = db.prepare("UPDATE imports SET line = ? WHERE id = ?");
     delete_import = db.prepare("DELETE FROM imports WHERE id = ?");
     mark_reimport = db.prepare("INSERT OR IGNORE INTO reimport VALUES(?)");
+    old_declarations = db.prepare(
+        "SELECT id, symbol_id, fqn, name, kind, start_line, end_line, signature, docstring, "
+        "is_test, parent_id, parent_fqn, bases FROM declarations WHERE file_id = ? ORDER BY id");
+    keep_declaration = db.prepare("INSERT INTO kept_declarations VALUES(?)");
     old_sites = db.prepare(
         "SELECT c.id, c.caller_id, c.line, c.evidence, c.target_fqn, c.callee_id IS NOT NULL, "
         "(SELECT group_concat(b.rank || ':' || b.fqn, ' ') FROM call_fallbacks b "
@@ -886,6 +896,23 @@ struct IndexWriter::Impl {
     // before, unless a package came or went above it.
     if (!file.module.empty() && (is_new || find_file_module != file.module)) affect(file.module);
 
+    // A C or C++ declaration merged into its definition and extracted again as it was stays
+    // merged: not inserted to be merged again (with the name index entries and the relinking
+    // of its name that would cost).
+    std::unordered_map<std::string, std::deque<OldSymbol>> merged_before;
+    if (!is_new && !bulk && (file.language == "c" || file.language == "cpp")) {
+      old_declarations.bind(1, *file_id);
+      while (old_declarations.step()) {
+        auto& o = old_declarations;
+        merged_before[o.text(2)].push_back(
+            OldSymbol{o.integer(1), o.text(2), o.text(3), o.text(4), o.optional_text(7),
+                      o.optional_text(8), o.integer(5), o.integer(6), o.integer(9) != 0,
+                      o.is_null(10) ? std::nullopt : std::optional(o.integer(10)), o.text(11),
+                      o.text(12), o.integer(0)});
+      }
+      old_declarations.reset();
+    }
+
     std::unordered_map<std::string, std::int64_t> ids;  // fqn -> id, first definition wins
     std::optional<std::int64_t> module_id;
     for (const auto& s : file.symbols) {
@@ -899,6 +926,21 @@ struct IndexWriter::Impl {
       std::string bases;
       for (const auto& b : s.bases) bases += (bases.empty() ? "" : " ") + b;
       bool is_test = s.is_test || file.is_test;
+      if (auto it = merged_before.find(s.fqn); !id && it != merged_before.end()) {
+        auto& rows = it->second;
+        auto same = std::find_if(rows.begin(), rows.end(), [&](const OldSymbol& d) {
+          return d.name == s.name && d.kind == s.kind && d.start_line == s.start_line &&
+                 d.end_line == s.end_line && d.signature == s.signature &&
+                 d.docstring == s.docstring && d.is_test == is_test && d.parent_id == parent &&
+                 d.parent_fqn == s.parent_fqn && d.bases == bases;
+        });
+        if (same != rows.end()) {
+          keep_declaration.bind(1, same->row).run();
+          ids.emplace(s.fqn, same->id);
+          rows.erase(same);
+          continue;
+        }
+      }
       const OldSymbol* old = nullptr;
       if (id) {
         auto it = old_by_id.find(*id);
