@@ -946,9 +946,10 @@ struct IndexWriter::Impl {
         auto it = old_by_id.find(*id);
         old = &it->second;
         // What linking reads of a symbol: a site of this file kept as it was must be linked
-        // again where another candidate may now come first.
-        if (old->kind != s.kind || old->signature != s.signature ||
-            old->end_line - old->start_line != s.end_line - s.start_line) {
+        // again where another candidate may now come first. No site links to a module symbol.
+        if (old->kind != s.kind || (s.kind != "module" && (old->signature != s.signature ||
+                                                           old->end_line - old->start_line !=
+                                                               s.end_line - s.start_line))) {
           affect(s.fqn);
         }
         if (old->name != s.name) {
