@@ -669,12 +669,14 @@ struct IndexWriter::Impl {
       st.step();
       calls = {st.integer(0), st.integer(1) - st.integer(0)};
     }
-    auto put = db.prepare("INSERT OR REPLACE INTO meta VALUES(?, ?)");
-    put.bind(1, RESOLVED_KEY).bind(2, std::to_string(calls.first)).run();
-    put.bind(1, UNRESOLVED_KEY).bind(2, std::to_string(calls.second)).run();
     auto count =
         db.prepare(stored_symbols ? "SELECT n FROM symbol_delta" : "SELECT count(*) FROM symbols");
     count.step();
+    // An edit that moved nothing leaves the page as it is.
+    if (stored_calls && stored_symbols && calls == *stored_calls && count.integer(0) == 0) return;
+    auto put = db.prepare("INSERT OR REPLACE INTO meta VALUES(?, ?)");
+    put.bind(1, RESOLVED_KEY).bind(2, std::to_string(calls.first)).run();
+    put.bind(1, UNRESOLVED_KEY).bind(2, std::to_string(calls.second)).run();
     put.bind(1, SYMBOLS_KEY)
         .bind(2, std::to_string(stored_symbols.value_or(0) + count.integer(0)))
         .run();
@@ -1661,6 +1663,7 @@ void IndexWriter::remove_file(const std::string& path) {
 
 void IndexWriter::set_skipped(const std::map<std::string, std::string>& path_to_reason) {
   impl_->ensure_batch();
+  if (!impl_->bulk && skipped() == path_to_reason) return;  // the same files skipped as before
   impl_->db.exec("DELETE FROM skipped");
   auto st = impl_->db.prepare("INSERT OR REPLACE INTO skipped VALUES(?, ?)");
   for (const auto& [path, reason] : path_to_reason) st.bind(1, path).bind(2, reason).run();
