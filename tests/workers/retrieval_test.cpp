@@ -10,6 +10,7 @@
 #include "orvane_tamsel/workers/retrieval.h"
 #include "orvane_tamsel/workers/term_expansion.h"
 #include "orvane_tamsel/workers/term_match.h"
+#include "orvane_tamsel/workers/wordnet_embedder.h"
 
 using namespace orvane_tamsel;
 using namespace orvane_tamsel::workers;
@@ -165,4 +166,34 @@ TEST(TermExpansion, TheCodeBasesOwnWordReachesNamesTheQuestionDoesNotSpell) {
   HybridRetriever retriever(*index);
   auto names = fqns(*index, retriever.retrieve("which permissions exist", 10, false, true));
   EXPECT_THAT(names, Contains("shop.access.perm_codenames"));
+}
+
+TEST(WordNetEmbedder, SharedSensesInflectionsAndTheRetrieversUse) {
+  EXPECT_FALSE(WordNetEmbedder("/nonexistent").available());
+  WordNetEmbedder wordnet(WordNetEmbedder::default_dictionary());
+  if (!wordnet.available()) GTEST_SKIP() << "wordnet-base is not installed";
+  using detail::cosine;
+  auto asked = wordnet.embed("how is the total calculated");
+  // A synonym under an inflection, inside a code name; an unrelated name shares nothing.
+  EXPECT_GT(cosine(asked, wordnet.embed("Cart.compute_total")), 0.5);
+  EXPECT_GT(cosine(asked, wordnet.embed("computeTotal")),
+            cosine(asked, wordnet.embed("render_page")) + 0.3);
+  // A derivationally related word: the noun of the verb asked about.
+  EXPECT_GT(cosine(wordnet.embed("decompressed"), wordnet.embed("decompression")), 0.2);
+  EXPECT_EQ(cosine(wordnet.embed("decompressed"), wordnet.embed("zeppelin_hangar")), 0.0);
+  // Stop words and glue carry no meaning.
+  auto none = wordnet.embed("how does the a of");
+  EXPECT_TRUE(std::all_of(none.begin(), none.end(), [](float x) { return x == 0.0F; }));
+
+  // Two names the words of the question meet alike; only one says what the question means.
+  indexer_test::TempRepo repo("shop");
+  repo.write("src/shop/orders.py",
+             "def render_order(order):\n    \"\"\"Handle the order's sum.\"\"\"\n"
+             "def calculate_order(order):\n    \"\"\"Handle the order's sum.\"\"\"\n");
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+  HybridRetriever retriever(*index);
+  EXPECT_EQ(
+      fqns(*index, retriever.retrieve("how is the order sum computed", 5, false, true)).front(),
+      "shop.orders.calculate_order");
 }
