@@ -196,6 +196,32 @@ void create_deferrable_indexes(Database& db) {
   for (std::string sql : DEFERRABLE_INDEXES) db.exec("CREATE INDEX IF NOT EXISTS" + sql.substr(12));
 }
 
+namespace {
+
+std::string journal_mode(Database& db, const char* mode) {
+  auto st = db.prepare(std::string("PRAGMA journal_mode = ") + mode);
+  return st.step() ? st.text(0) : "";
+}
+
+}  // namespace
+
+bool journal_first_build(Database& db) {
+  try {
+    return journal_mode(db, "DELETE") == "delete";
+  } catch (const SqliteError& e) {
+    if (!e.busy()) throw;
+    return false;
+  }
+}
+
+void restore_log(Database& db) {
+  try {
+    journal_mode(db, "WAL");
+  } catch (const SqliteError& e) {
+    if (!e.busy()) throw;
+  }
+}
+
 std::filesystem::path index_file(const std::filesystem::path& repository_root) {
   return repository_root / ".tamsel" / "index.db";
 }

@@ -441,6 +441,7 @@ struct IndexWriter::Impl {
   Database& db;
   bool in_batch = false;
   bool bulk = false;                // the batch fills an empty index
+  bool journaled = false;           // the batch runs with a rollback journal instead of the log
   bool components_changed = false;  // a file came, went or changed component or test status
   Statement find_file, insert_file, update_file, touch, old_symbols, delete_file, insert_symbol,
       insert_text, insert_name_gram, delete_text, delete_name_gram, insert_path_gram,
@@ -571,6 +572,7 @@ struct IndexWriter::Impl {
 
   void begin() {
     if (in_batch) return;
+    if (index_empty()) journaled = index::journal_first_build(db);
     db.exec("BEGIN IMMEDIATE");
     in_batch = true;
     db.exec(CLEAR_BATCH_TABLES);
@@ -1014,6 +1016,7 @@ struct IndexWriter::Impl {
     db.exec(CLEAR_BATCH_TABLES);
     db.exec("COMMIT");
     in_batch = false;
+    end_journal();
     go_packages.clear();
     go_scopes.clear();
   }
@@ -1377,6 +1380,17 @@ struct IndexWriter::Impl {
     tree_languages.clear();
     in_batch = false;
     db.exec("ROLLBACK");
+    end_journal();
+  }
+
+  bool index_empty() {
+    auto st = db.prepare("SELECT NOT EXISTS (SELECT 1 FROM files)");
+    return st.step() && st.integer(0) != 0;
+  }
+
+  void end_journal() {
+    if (journaled) index::restore_log(db);
+    journaled = false;
   }
 };
 
