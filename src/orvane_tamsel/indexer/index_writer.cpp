@@ -78,8 +78,11 @@ INSERT OR IGNORE INTO reimport
   SELECT i.id FROM affected a CROSS JOIN imports i ON i.module = a.head AND i.name = a.tail;
 )sql";
 
+// A site with no name and no fallbacks links to nothing (see LINK_CALLS): a full build passes
+// over them; an update still relinks all of a changed file's sites.
 constexpr const char* RELINK_ALL = R"sql(
-INSERT INTO relink SELECT id FROM call_sites;
+INSERT INTO relink SELECT id FROM call_sites
+  WHERE target_fqn <> '' OR EXISTS (SELECT 1 FROM call_fallbacks b WHERE b.site_id = call_sites.id);
 INSERT INTO reimport SELECT id FROM imports;
 )sql";
 
