@@ -53,8 +53,10 @@ int place(index::Repository& repo, const std::vector<index::SymbolId>& ids,
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 3) {
-    std::cerr << "usage: tamsel_quality INDEXED_REPOSITORY QUESTIONS.tsv\n";
+  // --held: every question of the file is held out (a round's questions kept for its last run).
+  const bool all_held = argc == 4 && std::string(argv[3]) == "--held";
+  if (argc != 3 && !all_held) {
+    std::cerr << "usage: tamsel_quality INDEXED_REPOSITORY QUESTIONS.tsv [--held]\n";
     return 2;
   }
   auto repo = index::open_repository(argv[1]);
@@ -74,7 +76,9 @@ int main(int argc, char** argv) {
   struct Tally {
     int n = 0, hybrid1 = 0, hybrid5 = 0, fused1 = 0, fused5 = 0, bm1 = 0, bm5 = 0;
   };
-  Tally all, halves[2];
+  // The tuning half split once more (1st, 5th, ... and 3rd, 7th, ...): a change chosen on one
+  // fold should hold on the other.
+  Tally all, halves[2], folds[2];
   std::printf("%-6s %-6s %-6s half    question\n", "hybrid", "fused", "bm25");
   for (std::size_t i = 0; i < questions.size(); ++i) {
     const auto& q = questions[i];
@@ -93,14 +97,16 @@ int main(int argc, char** argv) {
     for (const auto& s : repo->search_text(match, 5, false)) bm25.push_back(s.id);
     int h = place(*repo, hybrid, q.expected), b = place(*repo, bm25, q.expected);
     int f = place(*repo, fused, q.expected);
-    for (Tally* t : {&all, &halves[i % 2]}) {
+    const std::size_t half = all_held ? 1 : i % 2;
+    for (Tally* t : {&all, &halves[half], half == 0 ? &folds[i / 2 % 2] : nullptr}) {
+      if (t == nullptr) continue;
       ++t->n;
       t->hybrid1 += h == 1, t->hybrid5 += h != 0, t->bm1 += b == 1, t->bm5 += b != 0;
       t->fused1 += f == 1, t->fused5 += f != 0;
     }
-    if (i % 2 == 1 && !show_held) continue;
+    if (half == 1 && (!show_held || all_held)) continue;
     auto mark = [](int p) { return p == 1 ? "top1" : p == 5 ? "top5" : "-"; };
-    std::printf("%-6s %-6s %-6s %-7s %s\n", mark(h), mark(f), mark(b), i % 2 ? "held" : "tuning",
+    std::printf("%-6s %-6s %-6s %-7s %s\n", mark(h), mark(f), mark(b), half ? "held" : "tuning",
                 q.text.c_str());
     // With QUALITY_SHOW set, what the hybrid ranked first when it missed the top-1.
     if (std::getenv("QUALITY_SHOW") != nullptr && h != 1) {
@@ -129,7 +135,11 @@ int main(int argc, char** argv) {
     std::printf("  BM25 alone:       top-1 %d (%.0f%%), top-5 %d (%.0f%%)\n", t.bm1, pct(t.bm1),
                 t.bm5, pct(t.bm5));
   };
-  report("tuning half", halves[0]);
+  if (halves[0].n > 0) {
+    report("tuning half", halves[0]);
+    report("tuning half, fold A (questions 1, 5, 9, ...)", folds[0]);
+    report("tuning half, fold B (questions 3, 7, 11, ...)", folds[1]);
+  }
   // The totals would give the held-out figures away too.
   if (show_held) {
     report("held-out half", halves[1]);

@@ -10,6 +10,7 @@
 #include "orvane_tamsel/workers/retrieval.h"
 #include "orvane_tamsel/workers/term_expansion.h"
 #include "orvane_tamsel/workers/term_match.h"
+#include "orvane_tamsel/workers/wordnet_embedder.h"
 
 using namespace orvane_tamsel;
 using namespace orvane_tamsel::workers;
@@ -165,4 +166,77 @@ TEST(TermExpansion, TheCodeBasesOwnWordReachesNamesTheQuestionDoesNotSpell) {
   HybridRetriever retriever(*index);
   auto names = fqns(*index, retriever.retrieve("which permissions exist", 10, false, true));
   EXPECT_THAT(names, Contains("shop.access.perm_codenames"));
+}
+
+TEST(WordNetEmbedder, ReadsTheDictionaryFilesFirstLineToLast) {
+  // A dictionary of a few words in the Debian files' layout: sorted index lines after a licence,
+  // synsets found by their byte offset in the data file, exceptions for irregular forms.
+  indexer_test::TempRepo dict;
+  auto offset = [](std::size_t at) {
+    char buf[16];
+    std::snprintf(buf, sizeof buf, "%08zu", at);
+    return std::string(buf);
+  };
+  const std::string licence = "  1 This software and database is being provided\n";
+  std::string noun = licence, verb = licence;
+  auto computation = offset(noun.size());
+  noun += computation + " 04 n 01 computation 0 000 | the act\n";
+  auto abide = offset(verb.size());
+  verb += abide + " 31 v 01 abide 0 000 | put up with\n";
+  auto compute = offset(verb.size());
+  verb += compute + " 31 v 02 compute 0 calculate 0 001 + " + computation + " n 0101 | reckon\n";
+  auto run = offset(verb.size()), zoom = offset(verb.size() + 100);
+  dict.write("data.noun", noun);
+  dict.write("data.verb", verb + run + " 38 v 01 run 0 000 | move fast\n" + std::string(60, ' ') +
+                              "\n" + zoom + " 38 v 01 zoom 0 000 | rise\n");
+  dict.write("index.noun", licence + "computation n 1 0 1 0 " + computation + "\n");
+  dict.write("index.verb", licence + "abide v 1 0 1 0 " + abide + "\ncalculate v 1 1 + 1 0 " +
+                               compute + "\ncompute v 1 0 1 0 " + compute + "\nrun v 1 0 1 0 " +
+                               run + "\nzoom v 1 0 1 0 " + zoom + "\n");
+  dict.write("verb.exc", "ran run\n");
+  for (const char* pos : {"adj", "adv"}) {
+    dict.write(std::string("index.") + pos, licence);
+    dict.write(std::string("data.") + pos, licence);
+  }
+  WordNetEmbedder wordnet(dict.root());
+  ASSERT_TRUE(wordnet.available());
+  EXPECT_FALSE(WordNetEmbedder("/nonexistent").available());
+  using detail::cosine;
+  for (auto [a, b] : {std::pair{"abides", "abide"},
+                      {"zooming", "zoom"},
+                      {"calculated", "compute"},
+                      {"ran", "run"},
+                      {"computation", "compute"}}) {
+    EXPECT_GT(cosine(wordnet.embed(a), wordnet.embed(b)), 0.2) << a << " " << b;
+  }
+  EXPECT_EQ(cosine(wordnet.embed("abide"), wordnet.embed("zoom")), 0.0);
+}
+
+TEST(WordNetEmbedder, SharedSensesInflectionsAndTheRetrieversUse) {
+  WordNetEmbedder wordnet(WordNetEmbedder::default_dictionary());
+  if (!wordnet.available()) GTEST_SKIP() << "wordnet-base is not installed";
+  using detail::cosine;
+  auto asked = wordnet.embed("how is the total calculated");
+  // A synonym under an inflection, inside a code name; an unrelated name shares nothing.
+  EXPECT_GT(cosine(asked, wordnet.embed("Cart.compute_total")), 0.5);
+  EXPECT_GT(cosine(asked, wordnet.embed("computeTotal")),
+            cosine(asked, wordnet.embed("render_page")) + 0.3);
+  // A derivationally related word: the noun of the verb asked about.
+  EXPECT_GT(cosine(wordnet.embed("decompressed"), wordnet.embed("decompression")), 0.2);
+  EXPECT_EQ(cosine(wordnet.embed("decompressed"), wordnet.embed("zeppelin_hangar")), 0.0);
+  // Stop words and glue carry no meaning.
+  auto none = wordnet.embed("how does the a of");
+  EXPECT_TRUE(std::all_of(none.begin(), none.end(), [](float x) { return x == 0.0F; }));
+
+  // Two names the words of the question meet alike; only one says what the question means.
+  indexer_test::TempRepo repo("shop");
+  repo.write("src/shop/orders.py",
+             "def render_order(order):\n    \"\"\"Handle the order's sum.\"\"\"\n"
+             "def calculate_order(order):\n    \"\"\"Handle the order's sum.\"\"\"\n");
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+  HybridRetriever retriever(*index);
+  EXPECT_EQ(
+      fqns(*index, retriever.retrieve("how is the order sum computed", 5, false, true)).front(),
+      "shop.orders.calculate_order");
 }

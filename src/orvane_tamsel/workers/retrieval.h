@@ -49,6 +49,7 @@ struct RetrievalSettings {
 // the file and line.
 RetrievalSettings load_settings(const std::filesystem::path& repository_root);
 
+// Without an embedder, the WordNet one when its dictionary is installed.
 class HybridRetriever : public Retriever {
  public:
   explicit HybridRetriever(index::Repository& repository,

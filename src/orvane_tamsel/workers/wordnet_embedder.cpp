@@ -1,0 +1,303 @@
+#include "orvane_tamsel/workers/wordnet_embedder.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cctype>
+#include <cmath>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "orvane_tamsel/index/subwords.h"
+
+namespace orvane_tamsel::workers {
+
+namespace {
+
+// Common words have dozens of senses ("get" has 36); the first ones are the usual meanings.
+constexpr std::size_t MAX_SENSES = 2;
+// A derivationally related sense ("compress" for "compression") counts half a shared meaning.
+constexpr float RELATED = 0.5F;
+// Shorter words are code glue ("to", "fn") more often than English.
+constexpr std::size_t MIN_WORD = 3;
+// Bounds the per-word cache of a long-running server.
+constexpr std::size_t MAX_CACHED = 50000;
+
+// A read-only view of a whole file; pages are read only when a lookup touches them.
+class Mapped {
+ public:
+  explicit Mapped(const std::filesystem::path& file) {
+    int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return;
+    struct stat st {};
+    if (::fstat(fd, &st) == 0 && st.st_size > 0) {
+      void* p =
+          ::mmap(nullptr, static_cast<std::size_t>(st.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
+      if (p != MAP_FAILED) {
+        data_ = static_cast<const char*>(p);
+        size_ = static_cast<std::size_t>(st.st_size);
+      }
+    }
+    ::close(fd);
+  }
+  ~Mapped() {
+    if (data_ != nullptr) ::munmap(const_cast<char*>(data_), size_);
+  }
+  Mapped(const Mapped&) = delete;
+  Mapped& operator=(const Mapped&) = delete;
+  bool ok() const { return data_ != nullptr; }
+  std::string_view text() const { return {data_, size_}; }
+
+ private:
+  const char* data_ = nullptr;
+  std::size_t size_ = 0;
+};
+
+// The line of a sorted index file whose first field is `word`; empty when there is none.
+std::string_view find_line(std::string_view text, std::string_view word) {
+  std::size_t lo = 0, hi = text.size();
+  while (lo < hi) {
+    std::size_t mid = lo + (hi - lo) / 2;
+    std::size_t start = text.rfind('\n', mid);
+    start = start == std::string_view::npos || start < lo ? lo : start + 1;
+    if (start > mid) start = lo;
+    std::size_t end = text.find('\n', start);
+    if (end == std::string_view::npos) end = text.size();
+    auto line = text.substr(start, end - start);
+    auto key = line.substr(0, line.find(' '));
+    // The licence at the top starts with spaces and sorts first.
+    if (line.empty() || line[0] == ' ' || key < word) {
+      lo = end + 1;
+    } else if (key > word) {
+      hi = start;
+    } else {
+      return line;
+    }
+  }
+  return {};
+}
+
+std::vector<std::string_view> fields(std::string_view line) {
+  std::vector<std::string_view> out;
+  std::size_t i = 0;
+  while (i < line.size()) {
+    while (i < line.size() && line[i] == ' ') ++i;
+    std::size_t j = line.find(' ', i);
+    if (j == std::string_view::npos) j = line.size();
+    if (j > i) out.push_back(line.substr(i, j - i));
+    i = j;
+  }
+  return out;
+}
+
+std::uint64_t number(std::string_view s, int base = 10) {
+  std::uint64_t v = 0;
+  for (char c : s) {
+    int d = std::isdigit(static_cast<unsigned char>(c)) ? c - '0'
+            : base == 16 && std::isxdigit(static_cast<unsigned char>(c))
+                ? std::tolower(static_cast<unsigned char>(c)) - 'a' + 10
+                : -1;
+    if (d < 0) break;
+    v = v * static_cast<std::uint64_t>(base) + static_cast<std::uint64_t>(d);
+  }
+  return v;
+}
+
+// WordNet's suffix rules per part of speech: (ending, replacement).
+const std::array<std::vector<std::pair<std::string, std::string>>, 4> SUFFIXES = {{
+    {{"s", ""},
+     {"ses", "s"},
+     {"xes", "x"},
+     {"zes", "z"},
+     {"ches", "ch"},
+     {"shes", "sh"},
+     {"men", "man"},
+     {"ies", "y"}},
+    {{"s", ""},
+     {"ies", "y"},
+     {"es", "e"},
+     {"es", ""},
+     {"ed", "e"},
+     {"ed", ""},
+     {"ing", "e"},
+     {"ing", ""}},
+    {{"er", ""}, {"est", ""}, {"er", "e"}, {"est", "e"}},
+    {},
+}};
+constexpr std::array<const char*, 4> POS_NAMES = {"noun", "verb", "adj", "adv"};
+
+std::uint32_t dimension(std::uint64_t key) {
+  key ^= key >> 33;
+  key *= 0xff51afd7ed558ccdULL;
+  key ^= key >> 33;
+  return static_cast<std::uint32_t>(key % WordNetEmbedder::DIMENSIONS);
+}
+
+std::size_t pos_index(char c) {
+  switch (c) {
+    case 'n':
+      return 0;
+    case 'v':
+      return 1;
+    case 'a':
+    case 's':
+      return 2;
+    default:
+      return 3;
+  }
+}
+
+}  // namespace
+
+struct WordNetEmbedder::Files {
+  std::array<std::unique_ptr<Mapped>, 4> index, data;
+  std::array<std::map<std::string, std::vector<std::string>, std::less<>>, 4> exceptions;
+  bool ok = true;
+};
+
+WordNetEmbedder::WordNetEmbedder(const std::filesystem::path& dictionary)
+    : files_(std::make_unique<Files>()) {
+  for (std::size_t p = 0; p < 4; ++p) {
+    files_->index[p] =
+        std::make_unique<Mapped>(dictionary / (std::string("index.") + POS_NAMES[p]));
+    files_->data[p] = std::make_unique<Mapped>(dictionary / (std::string("data.") + POS_NAMES[p]));
+    files_->ok = files_->ok && files_->index[p]->ok() && files_->data[p]->ok();
+    std::ifstream exc(dictionary / (std::string(POS_NAMES[p]) + ".exc"));
+    std::string line;
+    while (std::getline(exc, line)) {
+      auto f = fields(line);
+      for (std::size_t i = 1; i < f.size(); ++i) {
+        files_->exceptions[p][std::string(f[0])].emplace_back(f[i]);
+      }
+    }
+  }
+}
+
+WordNetEmbedder::~WordNetEmbedder() = default;
+
+bool WordNetEmbedder::available() const {
+  return files_->ok;
+}
+
+std::filesystem::path WordNetEmbedder::default_dictionary() {
+  return "/usr/share/wordnet";
+}
+
+// The senses of a word: its first senses in each part of speech (under its dictionary form),
+// their derivationally related senses at half weight, and the word itself, so that two spellings
+// of one word always meet.
+const std::vector<std::pair<std::uint32_t, float>>& WordNetEmbedder::concepts(
+    const std::string& word) {
+  if (auto it = cache_.find(word); it != cache_.end()) return it->second;
+  std::map<std::uint32_t, float> out;
+  out[dimension(std::hash<std::string>{}(word))] = 1.0F;
+  for (std::size_t p = 0; p < 4 && files_->ok; ++p) {
+    std::vector<std::string> forms{word};
+    if (auto e = files_->exceptions[p].find(word); e != files_->exceptions[p].end()) {
+      forms.insert(forms.end(), e->second.begin(), e->second.end());
+    }
+    for (const auto& [end, with] : SUFFIXES[p]) {
+      if (word.size() > end.size() + 2 &&
+          word.compare(word.size() - end.size(), end.size(), end) == 0) {
+        forms.push_back(word.substr(0, word.size() - end.size()) + with);
+      }
+    }
+    std::string_view line;
+    for (const auto& form : forms) {
+      line = find_line(files_->index[p]->text(), form);
+      if (!line.empty()) break;
+    }
+    if (line.empty()) continue;
+    // lemma pos synset_cnt p_cnt [ptr_symbol...] sense_cnt tagsense_cnt synset_offset...
+    auto f = fields(line);
+    if (f.size() < 4) continue;
+    std::size_t senses = number(f[2]);
+    std::size_t first = 4 + number(f[3]) + 2;
+    for (std::size_t s = 0; s < senses && s < MAX_SENSES && first + s < f.size(); ++s) {
+      auto offset = number(f[first + s]);
+      float& w = out[dimension(offset * 4 + p)];
+      w = std::max(w, 1.0F);
+      // The synset's line in the data file starts at its offset:
+      // offset lex_filenum ss_type w_cnt(hex) [word lex_id]... p_cnt [ptr offset pos st]...
+      auto data = files_->data[p]->text();
+      if (offset >= data.size()) continue;
+      auto end = data.find('\n', offset);
+      auto d = fields(data.substr(offset, end == std::string_view::npos ? end : end - offset));
+      if (d.size() < 4) continue;
+      std::size_t at = 4 + 2 * number(d[3], 16);
+      if (at >= d.size()) continue;
+      std::size_t pointers = number(d[at]);
+      for (std::size_t k = 0; k < pointers && at + 4 * k + 4 < d.size(); ++k) {
+        auto symbol = d[at + 1 + 4 * k];
+        if (symbol != "+") continue;
+        auto target = number(d[at + 2 + 4 * k]);
+        auto target_pos = d[at + 3 + 4 * k];
+        float& r = out[dimension(target * 4 + pos_index(target_pos.empty() ? 'n' : target_pos[0]))];
+        r = std::max(r, RELATED);
+      }
+    }
+  }
+  if (cache_.size() >= MAX_CACHED) cache_.clear();
+  auto& slot = cache_[word];
+  slot.assign(out.begin(), out.end());
+  return slot;
+}
+
+std::vector<float> WordNetEmbedder::embed(const std::string& text) {
+  std::vector<float> v(DIMENSIONS, 0.0F);
+  std::set<std::string> words;
+  std::string token;
+  auto flush = [&] {
+    for (auto& w : index::subwords(token)) {
+      bool letters = std::all_of(w.begin(), w.end(), [](char c) { return c >= 'a' && c <= 'z'; });
+      if (letters && w.size() >= MIN_WORD && !query_terms(w).empty()) words.insert(w);
+    }
+    token.clear();
+  };
+  for (char c : text) {
+    if (std::isalnum(static_cast<unsigned char>(c)) || c == '_') {
+      token.push_back(c);
+    } else {
+      flush();
+    }
+  }
+  flush();
+  std::lock_guard lock(mutex_);
+  for (const auto& w : words) {
+    for (const auto& [d, weight] : concepts(w)) v[d] += weight;
+  }
+  double norm = 0;
+  for (float x : v) norm += static_cast<double>(x) * x;
+  if (norm > 0) {
+    for (auto& x : v) x = static_cast<float>(x / std::sqrt(norm));
+  }
+  return v;
+}
+
+std::shared_ptr<Embedder> default_embedder() {
+  static std::shared_ptr<WordNetEmbedder> shared = [] {
+    auto e = std::make_shared<WordNetEmbedder>(WordNetEmbedder::default_dictionary());
+    return e->available() ? e : nullptr;
+  }();
+  return shared;
+}
+
+namespace detail {
+
+double cosine(const std::vector<float>& a, const std::vector<float>& b) {
+  double dot = 0, na = 0, nb = 0;
+  for (std::size_t i = 0; i < a.size() && i < b.size(); ++i) {
+    dot += static_cast<double>(a[i]) * b[i];
+    na += static_cast<double>(a[i]) * a[i];
+    nb += static_cast<double>(b[i]) * b[i];
+  }
+  return na > 0 && nb > 0 ? dot / std::sqrt(na * nb) : 0.0;
+}
+
+}  // namespace detail
+
+}  // namespace orvane_tamsel::workers

@@ -1,0 +1,46 @@
+#pragma once
+// An embedder from WordNet's English word senses: words that share a meaning get shared
+// dimensions ("compute" and "calculate", "decompressed" and "decompression").
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "orvane_tamsel/workers/retrieval.h"
+
+namespace orvane_tamsel::workers {
+
+class WordNetEmbedder : public Embedder {
+ public:
+  // Reads the dictionary files under `dictionary` (index.* and data.* of the Debian package).
+  explicit WordNetEmbedder(const std::filesystem::path& dictionary);
+  ~WordNetEmbedder() override;
+  // Whether the dictionary files were found and read.
+  bool available() const;
+  // A unit vector of DIMENSIONS values over the text's words (code names split into sub-words);
+  // all zeros when no word is known.
+  std::vector<float> embed(const std::string& text) override;
+
+  static constexpr std::size_t DIMENSIONS = 1024;
+  static std::filesystem::path default_dictionary();
+
+ private:
+  struct Files;
+  std::unique_ptr<Files> files_;
+  std::mutex mutex_;
+  std::map<std::string, std::vector<std::pair<std::uint32_t, float>>, std::less<>> cache_;
+  const std::vector<std::pair<std::uint32_t, float>>& concepts(const std::string& word);
+};
+
+// The WordNet embedder when its dictionary is installed, else null.
+std::shared_ptr<Embedder> default_embedder();
+
+namespace detail {
+double cosine(const std::vector<float>& a, const std::vector<float>& b);
+}  // namespace detail
+
+}  // namespace orvane_tamsel::workers
