@@ -112,6 +112,13 @@ TEST(UpdateIndex, ReparsesOnlyWhatChangedAndCountsSkips) {
   EXPECT_GT(first.unresolved_calls, 0);
   auto line = indexer::summary_line(first);
   EXPECT_NE(line.find("binary: 1"), std::string::npos) << line;
+  {  // a first build writes without the log, then leaves the index in the mode readers use
+    index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
+    auto mode = db.prepare("PRAGMA journal_mode");
+    ASSERT_TRUE(mode.step());
+    EXPECT_EQ(mode.text(0), "wal");
+  }
+  EXPECT_FALSE(fs::exists(repo.root() / ".tamsel" / "index.db-journal"));
 
   auto again = indexer::update_index(repo.root());
   EXPECT_EQ(again.parsed, 0);

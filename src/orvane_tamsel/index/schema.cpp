@@ -139,7 +139,8 @@ constexpr std::array<const char*, 12> DEFERRABLE_INDEXES = {
     "CREATE INDEX imports_target_file ON imports(target_file_id)",
     "CREATE INDEX imports_target_symbol ON imports(target_symbol_id)",
     "CREATE INDEX call_sites_target ON call_sites(target_fqn)",
-    "CREATE INDEX call_sites_callee ON call_sites(callee_id)",
+    // Most sites stay unlinked; only the linked ones are looked up by callee.
+    "CREATE INDEX call_sites_callee ON call_sites(callee_id) WHERE callee_id IS NOT NULL",
     "CREATE INDEX call_fallbacks_fqn ON call_fallbacks(fqn)",
     "CREATE INDEX edges_callee ON edges(callee_id, caller_id)",
     "CREATE INDEX edges_caller ON edges(caller_id, callee_id)",
@@ -194,6 +195,32 @@ void drop_deferrable_indexes(Database& db) {
 
 void create_deferrable_indexes(Database& db) {
   for (std::string sql : DEFERRABLE_INDEXES) db.exec("CREATE INDEX IF NOT EXISTS" + sql.substr(12));
+}
+
+namespace {
+
+std::string journal_mode(Database& db, const char* mode) {
+  auto st = db.prepare(std::string("PRAGMA journal_mode = ") + mode);
+  return st.step() ? st.text(0) : "";
+}
+
+}  // namespace
+
+bool journal_first_build(Database& db) {
+  try {
+    return journal_mode(db, "DELETE") == "delete";
+  } catch (const SqliteError& e) {
+    if (!e.busy()) throw;
+    return false;
+  }
+}
+
+void restore_log(Database& db) {
+  try {
+    journal_mode(db, "WAL");
+  } catch (const SqliteError& e) {
+    if (!e.busy()) throw;
+  }
 }
 
 std::filesystem::path index_file(const std::filesystem::path& repository_root) {

@@ -26,6 +26,14 @@ bool prepare_for_writing(Database& db);
 void drop_deferrable_indexes(Database& db);
 void create_deferrable_indexes(Database& db);
 
+// A first build writes each page once, into the file: a rollback journal holds only the few pages
+// the file had, where the log would take every page and copy it into the file again. Call
+// outside a transaction; another connection keeps the log (false).
+bool journal_first_build(Database& db);
+// Back to the log that readers and updates use; if another connection is in the way, the next
+// writer switches (prepare_for_writing).
+void restore_log(Database& db);
+
 // The schema version the index was written with (0 when it holds no tables).
 int schema_version_of(Database& db);
 

@@ -49,6 +49,14 @@ std::string module_name(const utils::Language& language, std::string_view path,
   return extractor_for(language).module_name(path, packages, root_name);
 }
 
+void prepare_extraction(const utils::Language& language) {
+  try {
+    extract(language, "", "", "");  // an empty file compiles the queries and little else
+  } catch (const std::exception&) {
+    // the first real file reports what is wrong
+  }
+}
+
 ParsedFile extract(const utils::Language& language, std::string_view path, std::string_view module,
                    std::string_view content) {
   return extractor_for(language).extract(language, path, module, content);

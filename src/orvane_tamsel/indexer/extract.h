@@ -18,6 +18,9 @@ using PackageDirs = std::set<std::string, std::less<>>;
 std::string module_name(const utils::Language& language, std::string_view path,
                         const PackageDirs& packages, std::string_view root_name = {});
 
+// Compiles the language's queries (once per process) before its first file needs them.
+void prepare_extraction(const utils::Language& language);
+
 // Safe to call from several threads at once.
 ParsedFile extract(const utils::Language& language, std::string_view path, std::string_view module,
                    std::string_view content);

@@ -79,8 +79,11 @@ INSERT OR IGNORE INTO reimport
   SELECT i.id FROM affected a CROSS JOIN imports i ON i.module = a.head AND i.name = a.tail;
 )sql";
 
+// A site with no name and no fallbacks links to nothing (see LINK_CALLS): a full build passes
+// over them; an update still relinks all of a changed file's sites.
 constexpr const char* RELINK_ALL = R"sql(
-INSERT INTO relink SELECT id FROM call_sites;
+INSERT INTO relink SELECT id FROM call_sites
+  WHERE target_fqn <> '' OR EXISTS (SELECT 1 FROM call_fallbacks b WHERE b.site_id = call_sites.id);
 INSERT INTO reimport SELECT id FROM imports;
 )sql";
 
@@ -456,6 +459,7 @@ struct IndexWriter::Impl {
   Database& db;
   bool in_batch = false;
   bool bulk = false;                // the batch fills an empty index
+  bool journaled = false;           // the batch runs with a rollback journal instead of the log
   bool components_changed = false;  // a file came, went or changed component or test status
   Statement find_file, insert_file, update_file, rename_module, touch, old_symbols, delete_file,
       insert_symbol, update_symbol, rename_symbol, delete_symbol, insert_text, insert_name_gram,
@@ -622,6 +626,7 @@ struct IndexWriter::Impl {
 
   void begin() {
     if (in_batch) return;
+    if (index_empty()) journaled = index::journal_first_build(db);
     db.exec("BEGIN IMMEDIATE");
     in_batch = true;
     db.exec(CLEAR_BATCH_TABLES);
@@ -1250,6 +1255,7 @@ struct IndexWriter::Impl {
     db.exec(CLEAR_BATCH_TABLES);
     db.exec("COMMIT");
     in_batch = false;
+    end_journal();
     go_packages.clear();
     go_scopes.clear();
   }
@@ -1613,6 +1619,17 @@ struct IndexWriter::Impl {
     tree_languages.clear();
     in_batch = false;
     db.exec("ROLLBACK");
+    end_journal();
+  }
+
+  bool index_empty() {
+    auto st = db.prepare("SELECT NOT EXISTS (SELECT 1 FROM files)");
+    return st.step() && st.integer(0) != 0;
+  }
+
+  void end_journal() {
+    if (journaled) index::restore_log(db);
+    journaled = false;
   }
 };
 

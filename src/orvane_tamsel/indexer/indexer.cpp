@@ -9,6 +9,7 @@
 #include <fstream>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <sstream>
 #include <thread>
 #include <utility>
@@ -16,6 +17,7 @@
 
 #include <spdlog/spdlog.h>
 
+#include "orvane_tamsel/index/schema.h"
 #include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/indexer/extract.h"
 #include "orvane_tamsel/indexer/index_writer.h"
@@ -127,6 +129,16 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
   auto cache_file = repository_root / ".tamsel" / "folders.cache";
   folder_cache.load(cache_file);
   auto walked = walk(repository_root, options.max_file_size, &folder_cache);
+  // A first build compiles each language's queries (tens of ms for Python) while the index is
+  // created; a later run may parse nothing, so it compiles them only when a file needs them.
+  std::jthread prepare;
+  if (!fs::exists(index::index_file(repository_root))) {
+    std::set<const utils::Language*> languages;
+    for (const auto& f : walked.files) languages.insert(f.language);
+    prepare = std::jthread([languages] {
+      for (const auto* l : languages) prepare_extraction(*l);
+    });
+  }
   std::error_code ec;
   auto real_root = fs::canonical(repository_root, ec);
   std::string root_name = (ec ? repository_root : real_root).filename().string();
