@@ -16,6 +16,7 @@
 #include <thread>
 #include <tuple>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "orvane_tamsel/index/paths.h"
 #include "orvane_tamsel/index/schema.h"
@@ -133,6 +134,9 @@ UPDATE call_sites SET callee_id = CASE WHEN )sql" TAMSEL_C_SITE R"sql( THEN coal
     -- A site with no name and no fallbacks to look up links to nothing: left as it is when unlinked.
     AND (target_fqn <> '' OR callee_id IS NOT NULL
       OR EXISTS (SELECT 1 FROM call_fallbacks b WHERE b.site_id = call_sites.id));
+)sql";
+// C and C++ only: a site outside those languages has no `reach` rows, and nothing to change.
+constexpr const char* ONE_DEFINITION = R"sql(
 -- One definition or no edge: a C or C++ call whose name has bodies in two files of the tier it
 -- was found in (included files, or their modules' files) is ambiguous. Declarations of one
 -- function do not count twice.
@@ -147,6 +151,8 @@ UPDATE call_sites SET callee_id = NULL
       ELSE (SELECT count(DISTINCT s.file_id) FROM symbols s
         WHERE s.fqn = )sql" TAMSEL_CALLEE_FQN R"sql( AND s.kind <> 'module'
           AND s.signature NOT GLOB '*;' AND )sql" TAMSEL_REACHED R"sql() END > 1;
+)sql";
+constexpr const char* EQUALLY_NEAR_AND_CONSTRUCTION = R"sql(
 -- Names equally near (a C++ global name and those using-directives bring in): two that the
 -- site sees make no edge.
 UPDATE call_sites SET callee_id = NULL
@@ -157,13 +163,16 @@ UPDATE call_sites SET callee_id = NULL
       JOIN symbols s ON s.fqn = b.fqn AND s.kind <> 'module'
       WHERE b.site_id = call_sites.id AND b.rank >= )sql" TAMSEL_EQUALLY_NEAR R"sql(
         AND (s.file_id = call_sites.file_id OR )sql" TAMSEL_INCLUDED R"sql( OR )sql" TAMSEL_REACHED
-                                              R"sql()) > 1;
--- A C++ construction (`T x(a)`, `new T`) reaches a class or nothing; a call that names a
--- class, constructed or not, lands on the constructor the class declares, if any.
+                                                      R"sql()) > 1;
+-- A construction (`T x(a)`, `new T`, a Python class called) reaches a class or nothing.
 UPDATE call_sites SET callee_id = NULL
   WHERE id IN (SELECT site_id FROM relink) AND evidence = 'constructor'
     AND (SELECT kind FROM symbols WHERE id = call_sites.callee_id)
       NOT IN ('class', 'struct', 'union', 'constructor');
+)sql";
+// C and C++ only, as ONE_DEFINITION: a call that names a class, constructed or not, lands on the
+// constructor the class declares, if any.
+constexpr const char* CONSTRUCTORS = R"sql(
 UPDATE call_sites SET callee_id = coalesce((
     SELECT s.id FROM symbols k CROSS JOIN symbols s ON s.fqn = k.fqn || '.' || k.name
     WHERE k.id = call_sites.callee_id AND s.kind = 'constructor'
@@ -472,6 +481,8 @@ struct IndexWriter::Impl {
   std::set<std::string> go_packages;
   std::vector<std::string> go_scopes;
   std::unordered_map<std::string, std::optional<std::int64_t>> reexport_cache;
+  // Modules whose files import anything: only they can re-export, so the others are not asked.
+  std::unordered_set<std::string> importing_modules;
   std::set<std::string> tree_languages;  // languages of this batch's files with tree components
   std::vector<Statement> clear_contents;
   Statement delete_file_symbols, clear_imports, old_imports, import_line, delete_import,
@@ -1236,10 +1247,13 @@ struct IndexWriter::Impl {
     db.exec(LINK_IMPORTS);
     db.exec(LINK_INCLUDES);
     if (!bulk) relink_includers.bind(1, MAX_INCLUDE_DEPTH).run();
-    reach_includes();
+    bool c_sites = reach_includes();
     // Linking changes only the sites in relink: their resolved count before and after is the delta.
     auto resolved_before = stored_calls ? relinked_resolved_count() : 0;
     db.exec(LINK_CALLS);
+    if (c_sites) db.exec(ONE_DEFINITION);
+    db.exec(EQUALLY_NEAR_AND_CONSTRUCTION);
+    if (c_sites) db.exec(CONSTRUCTORS);
     link_promoted();
     link_reexports();
     db.exec(INSERT_EDGES);
@@ -1262,7 +1276,8 @@ struct IndexWriter::Impl {
 
   // For each C or C++ file with sites to link: the modules of the files it includes, within
   // MAX_INCLUDE_DEPTH, and its own (a header and its source file share one, or its tail).
-  void reach_includes() {
+  // Whether there was any such file.
+  bool reach_includes() {
     std::vector<std::int64_t> origins;
     {
       auto st = db.prepare(
@@ -1270,7 +1285,7 @@ struct IndexWriter::Impl {
           "CROSS JOIN files f ON f.id = c.file_id WHERE f.language IN ('c', 'cpp')");
       while (st.step()) origins.push_back(st.integer(0));
     }
-    if (origins.empty()) return;
+    if (origins.empty()) return false;
     auto targets_st = db.prepare(
         "SELECT target_file_id FROM imports WHERE file_id = ? AND target_file_id IS NOT NULL");
     auto module_st = db.prepare("SELECT module FROM files WHERE id = ?");
@@ -1323,6 +1338,7 @@ struct IndexWriter::Impl {
         if (f != origin) insert_file.bind(1, origin).bind(2, f).run();
       }
     }
+    return true;
   }
 
   // Go: `s.Close()` with s a Server that embeds Base names Server.Close; when no file defines
@@ -1496,7 +1512,7 @@ struct IndexWriter::Impl {
       for (const auto& f : todo) {
         each_split(
             f, [&](const std::string& module, const std::string& name, const std::string& rest) {
-              if (found) return;
+              if (found || importing_modules.count(module) == 0) return;
               std::vector<std::string> targets;
               reexport_of.bind(1, module).bind(2, name);
               while (reexport_of.step()) targets.push_back(reexport_of.text(0) + rest);
@@ -1522,6 +1538,13 @@ struct IndexWriter::Impl {
   // from languages without re-exports and are left alone.
   void link_reexports() {
     reexport_cache.clear();
+    importing_modules.clear();
+    {
+      auto st = db.prepare(
+          "SELECT DISTINCT f.module FROM files f WHERE EXISTS (SELECT 1 FROM imports i "
+          "WHERE i.file_id = f.id)");
+      while (st.step()) importing_modules.insert(st.text(0));
+    }
     std::vector<std::pair<std::int64_t, std::string>> open;
     {
       auto st = db.prepare(
