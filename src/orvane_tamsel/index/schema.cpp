@@ -138,7 +138,8 @@ constexpr std::array<const char*, 12> DEFERRABLE_INDEXES = {
     "CREATE INDEX imports_module ON imports(module, name)",
     "CREATE INDEX imports_target_file ON imports(target_file_id)",
     "CREATE INDEX imports_target_symbol ON imports(target_symbol_id)",
-    "CREATE INDEX call_sites_target ON call_sites(target_fqn)",
+    // Most sites name nothing to look up; the lookups by name say `target_fqn <> ''`.
+    "CREATE INDEX call_sites_target ON call_sites(target_fqn) WHERE target_fqn <> ''",
     // Most sites stay unlinked; only the linked ones are looked up by callee.
     "CREATE INDEX call_sites_callee ON call_sites(callee_id) WHERE callee_id IS NOT NULL",
     "CREATE INDEX call_fallbacks_fqn ON call_fallbacks(fqn)",

@@ -73,7 +73,8 @@ constexpr const char* CLEAR_BATCH_TABLES =
 
 // Sites to link again besides the new ones: those naming an fqn that appeared or vanished.
 constexpr const char* RELINK_CHANGED = R"sql(
-INSERT OR IGNORE INTO relink SELECT c.id FROM affected a CROSS JOIN call_sites c ON c.target_fqn = a.fqn;
+INSERT OR IGNORE INTO relink SELECT c.id FROM affected a CROSS JOIN call_sites c
+  ON c.target_fqn = a.fqn AND c.target_fqn <> '';
 INSERT OR IGNORE INTO relink SELECT b.site_id FROM affected a CROSS JOIN call_fallbacks b ON b.fqn = a.fqn;
 INSERT OR IGNORE INTO reimport SELECT i.id FROM affected a CROSS JOIN imports i ON i.module = a.fqn;
 INSERT OR IGNORE INTO reimport
@@ -569,7 +570,7 @@ struct IndexWriter::Impl {
         db.prepare("SELECT fqn, bases FROM symbols WHERE file_id = ? AND kind = 'struct'");
     relink_members = db.prepare(
         "INSERT OR IGNORE INTO relink SELECT id FROM call_sites "
-        "WHERE target_fqn > ?1 || '.' AND target_fqn < ?1 || '/'");
+        "WHERE target_fqn > ?1 || '.' AND target_fqn < ?1 || '/' AND target_fqn <> ''");
     for (const char* sql : {
              "DELETE FROM edges WHERE site_id IN (SELECT id FROM call_sites WHERE file_id = ?)",
              "DELETE FROM call_fallbacks WHERE site_id IN "
