@@ -31,7 +31,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t BINARY_PROBE = 8192;
-constexpr unsigned PARSE_THREADS = 2;
 // How far parsing may run ahead of writing: parsed files wait in memory until written in order.
 constexpr std::size_t PARSE_AHEAD = 64;
 
@@ -173,7 +172,9 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
     return report;
   }
 
-  // Both cores parse while this thread writes the results in walk order as they come.
+  // Every core parses: one thread per core but this one, which writes the results in walk order
+  // and parses too whenever the next result is not ready. As many threads as cores, so none
+  // waits for a core while another holds it.
   std::vector<Outcome> outcomes(work.size());
   std::vector<char> ready(work.size(), 0);
   std::atomic<std::size_t> next{0};
@@ -182,24 +183,35 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
   std::mutex mutex;
   std::condition_variable cv;
   std::size_t written = 0;  // outcomes taken by the writer
+  auto parse = [&](std::size_t i) {
+    auto o = read_and_parse(repository_root, work[i], states);
+    std::lock_guard lock(mutex);
+    outcomes[i] = std::move(o);
+    ready[i] = 1;
+    if (on_progress) {
+      on_progress({++done, static_cast<std::int64_t>(work.size()), work[i].file->path});
+    }
+    cv.notify_all();
+  };
   auto worker = [&] {
     for (std::size_t i = next++; i < work.size() && !stop; i = next++) {
       {
         std::unique_lock lock(mutex);
         cv.wait(lock, [&] { return i < written + PARSE_AHEAD || stop; });
       }
-      auto o = read_and_parse(repository_root, work[i], states);
-      std::lock_guard lock(mutex);
-      outcomes[i] = std::move(o);
-      ready[i] = 1;
-      if (on_progress) {
-        on_progress({++done, static_cast<std::int64_t>(work.size()), work[i].file->path});
-      }
-      cv.notify_all();
+      parse(i);
     }
   };
+  // The writer takes a file to parse only within the window, so that it never waits for itself.
+  auto claim_within = [&](std::size_t limit) -> std::optional<std::size_t> {
+    for (auto j = next.load(); j < work.size() && j < limit;) {
+      if (next.compare_exchange_weak(j, j + 1)) return j;
+    }
+    return std::nullopt;
+  };
   std::vector<std::thread> threads;
-  for (unsigned t = 0; t < PARSE_THREADS && t < work.size(); ++t) threads.emplace_back(worker);
+  unsigned cores = std::max(2U, std::thread::hardware_concurrency());
+  for (unsigned t = 0; t + 1 < cores && t < work.size(); ++t) threads.emplace_back(worker);
   auto join = [&] {
     {
       std::lock_guard lock(mutex);
@@ -215,11 +227,23 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
     writer.begin();
     for (std::size_t i = 0; i < work.size(); ++i) {
       Outcome o;
-      {
-        std::unique_lock lock(mutex);
-        cv.wait(lock, [&] { return ready[i] != 0; });
-        o = std::move(outcomes[i]);
-        written = i + 1;
+      for (;;) {
+        {
+          std::unique_lock lock(mutex);
+          if (ready[i] != 0) {
+            o = std::move(outcomes[i]);
+            written = i + 1;
+            break;
+          }
+        }
+        if (auto j = claim_within(i + PARSE_AHEAD)) {
+          parse(*j);
+        } else {
+          std::unique_lock lock(mutex);
+          cv.wait(lock, [&] {
+            return ready[i] != 0 || next.load() < std::min(work.size(), i + PARSE_AHEAD);
+          });
+        }
       }
       cv.notify_all();
       const auto& path = work[i].file->path;
