@@ -54,12 +54,14 @@ std::multiset<std::string> dump(const fs::path& root) {
   // writes, also in the columns no reader above shows.
   const std::vector<std::pair<std::vector<std::string>, std::string>> rows = {
       {{"'row'", "s.fqn", "s.name", "s.name_folded", "s.kind", "s.start_line", "s.end_line",
-        "s.signature", "s.docstring", "s.is_test", "p.fqn", "s.parent_fqn", "s.bases", "f.path"},
+        "s.signature", "s.docstring", "s.is_test", "p.fqn", "s.parent_fqn", "s.bases", "f.path",
+        "s.type_of", "s.fields"},
        "symbols s JOIN files f ON f.id = s.file_id LEFT JOIN symbols p ON p.id = s.parent_id"},
       {{"'site'", "f.path", "c.line", "r.fqn", "c.evidence", "c.target_fqn", "e.fqn",
         "(SELECT group_concat(b.rank || ':' || b.fqn) FROM call_fallbacks b "
         "WHERE b.site_id = c.id)",
-        "(SELECT group_concat(k.module) FROM call_scopes k WHERE k.site_id = c.id)"},
+        "(SELECT group_concat(k.module) FROM call_scopes k WHERE k.site_id = c.id)", "c.receiver",
+        "c.member", "c.receiver_evidence"},
        "call_sites c JOIN files f ON f.id = c.file_id LEFT JOIN symbols r ON r.id = c.caller_id "
        "LEFT JOIN symbols e ON e.id = c.callee_id"},
       {{"'edge'", "r.fqn", "e.fqn", "f.path", "g.line", "g.derived", "c.line"},
@@ -243,6 +245,58 @@ TEST(UpdateIndex, CallsFollowReexportsAndRelinkWhenTheChainChanges) {
   repo.write("src/pkg/__init__.py", "from .impl import Thing\n");
   indexer::update_index(repo.root());
   EXPECT_EQ(dump(repo.root()).count("call app.main -> pkg.stars.starred x1"), 0u);
+  same_as_fresh();
+}
+
+// A receiver's type may come from another file: a changed result type, a struct's embedded
+// field or a method that appears on the nearer type relinks the caller, as a clean build would.
+TEST(UpdateIndex, ReceiverTypesFromOtherFilesRelinkWhenTheyChange) {
+  indexer_test::TempRepo repo("shop");
+  repo.write("go/app/types.go",
+             "package app\n\ntype Engine struct{}\n\nfunc (e *Engine) Run() {}\n\n"
+             "type Router struct{ Base }\n\nfunc (r *Router) Run() {}\n\ntype Base struct{}\n");
+  repo.write("go/app/base.go", "package app\n\nfunc (b *Base) Stop() {}\n");
+  repo.write("go/app/new.go", "package app\n\nfunc New() *Engine { return nil }\n");
+  repo.write("go/app/main.go",
+             "package app\n\nfunc main() {\n\tx, _ := New(), 1\n\ty := New()\n\ty.Run()\n"
+             "\ty.Stop()\n}\n");
+  indexer::update_index(repo.root());
+  auto calls = [&] {
+    std::set<std::string> out;
+    for (const auto& line : dump(repo.root())) {
+      if (line.starts_with("call app.main")) out.insert(line);
+    }
+    return out;
+  };
+  EXPECT_EQ(calls(), (std::set<std::string>{"call app.main -> app.Engine.Run x1",
+                                            "call app.main -> app.New x2"}));
+  indexer_test::TempRepo fresh("shop");
+  auto same_as_fresh = [&] {
+    fs::remove_all(fresh.root());
+    fs::copy(repo.root(), fresh.root(), fs::copy_options::recursive);
+    fs::remove_all(fresh.root() / ".tamsel");
+    indexer::update_index(fresh.root());
+    EXPECT_EQ(dump(repo.root()), dump(fresh.root()));
+  };
+  repo.write("go/app/new.go", "package app\n\nfunc New() *Router { return nil }\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(calls(), (std::set<std::string>{"call app.main -> app.Router.Run x1",
+                                            "call app.main -> app.Base.Stop x1",
+                                            "call app.main -> app.New x2"}));
+  same_as_fresh();
+  repo.write("go/app/base.go",
+             "package app\n\nfunc (b *Base) Stop() {}\n\n"
+             "func (r *Router) Stop() {}\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(calls().count("call app.main -> app.Router.Stop x1"), 1u);
+  same_as_fresh();
+  repo.write("go/app/types.go",
+             "package app\n\ntype Engine struct{}\n\nfunc (e *Engine) Run() {}\n\n"
+             "type Router struct{}\n\nfunc (r *Router) Run() {}\n\ntype Base struct{}\n");
+  repo.write("go/app/base.go", "package app\n\nfunc (b *Base) Stop() {}\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(calls(), (std::set<std::string>{"call app.main -> app.Router.Run x1",
+                                            "call app.main -> app.New x2"}));
   same_as_fresh();
 }
 

@@ -46,7 +46,9 @@ CREATE TABLE symbols(
   is_test INTEGER NOT NULL,
   parent_id INTEGER,
   parent_fqn TEXT NOT NULL,
-  bases TEXT NOT NULL);        -- base class fqns separated by blanks
+  bases TEXT NOT NULL,         -- base class fqns separated by blanks
+  type_of TEXT NOT NULL DEFAULT '',  -- a type expression: a function's result, a variable's type
+  fields TEXT NOT NULL DEFAULT '');  -- typed members that are no symbols: "name\ttype" lines
 CREATE INDEX symbols_file ON symbols(file_id, start_line);
 CREATE INDEX symbols_fqn ON symbols(fqn);
 
@@ -69,7 +71,12 @@ CREATE TABLE call_sites(
   line INTEGER NOT NULL,
   evidence TEXT NOT NULL,
   target_fqn TEXT NOT NULL,
-  callee_id INTEGER);
+  callee_id INTEGER,
+  -- `x.member()` with x's type as an expression: target_fqn and evidence are what evaluating it
+  -- found; receiver_evidence is what the parser said of it.
+  receiver TEXT NOT NULL DEFAULT '',
+  member TEXT NOT NULL DEFAULT '',
+  receiver_evidence TEXT NOT NULL DEFAULT '');
 CREATE INDEX call_sites_file ON call_sites(file_id);
 CREATE TABLE call_fallbacks(
   site_id INTEGER NOT NULL,
@@ -77,6 +84,11 @@ CREATE TABLE call_fallbacks(
   fqn TEXT NOT NULL,
   PRIMARY KEY(site_id, rank)) WITHOUT ROWID;
 -- Modules whose files may hold a site's callee; a site without rows may link anywhere.
+-- The fqns a receiver site's type evaluation looked up: it is evaluated again when one changes.
+CREATE TABLE type_deps(
+  site_id INTEGER NOT NULL,
+  fqn TEXT NOT NULL,
+  PRIMARY KEY(site_id, fqn)) WITHOUT ROWID;
 CREATE TABLE call_scopes(
   site_id INTEGER NOT NULL,
   module TEXT NOT NULL,
@@ -132,7 +144,7 @@ CREATE VIRTUAL TABLE name_grams USING fts5(name, tokenize = 'trigram');
 
 // Lookup indexes that a first full build creates after its bulk inserts, which is much faster
 // than keeping them up to date row by row.
-constexpr std::array<const char*, 12> DEFERRABLE_INDEXES = {
+constexpr std::array<const char*, 13> DEFERRABLE_INDEXES = {
     "CREATE INDEX symbols_name ON symbols(name)",
     "CREATE INDEX symbols_folded ON symbols(name_folded)",
     "CREATE INDEX imports_module ON imports(module, name)",
@@ -143,6 +155,7 @@ constexpr std::array<const char*, 12> DEFERRABLE_INDEXES = {
     // Most sites stay unlinked; only the linked ones are looked up by callee.
     "CREATE INDEX call_sites_callee ON call_sites(callee_id) WHERE callee_id IS NOT NULL",
     "CREATE INDEX call_fallbacks_fqn ON call_fallbacks(fqn)",
+    "CREATE INDEX type_deps_fqn ON type_deps(fqn)",
     "CREATE INDEX edges_callee ON edges(callee_id, caller_id)",
     "CREATE INDEX edges_caller ON edges(caller_id, callee_id)",
     "CREATE INDEX edges_site ON edges(site_id)",

@@ -23,6 +23,8 @@
 #include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/index/stats.h"
 #include "orvane_tamsel/index/subwords.h"
+#include "orvane_tamsel/indexer/types/receiver_stage.h"
+#include "orvane_tamsel/indexer/types/sql_type_facts.h"
 #include "orvane_tamsel/utils/unicode.h"
 
 namespace orvane_tamsel::indexer {
@@ -167,7 +169,7 @@ UPDATE call_sites SET callee_id = NULL
                                                       R"sql()) > 1;
 -- A construction (`T x(a)`, `new T`, a Python class called) reaches a class or nothing.
 UPDATE call_sites SET callee_id = NULL
-  WHERE id IN (SELECT site_id FROM relink) AND evidence = 'constructor'
+  WHERE id IN (SELECT site_id FROM relink) AND evidence = 'constructor' AND receiver = ''
     AND (SELECT kind FROM symbols WHERE id = call_sites.callee_id)
       NOT IN ('class', 'struct', 'union', 'constructor');
 )sql";
@@ -401,6 +403,7 @@ struct OldSymbol {
   std::optional<std::int64_t> parent_id;
   std::string parent_fqn, bases;
   std::int64_t row = 0;  // a merged declaration's row in `declarations`
+  std::string type_of, fields;
 };
 
 // A file cut short (a copy or a disk that failed midway) still opens and answers from the pages it
@@ -515,16 +518,17 @@ struct IndexWriter::Impl {
     touch = db.prepare("UPDATE files SET mtime_ns = ?, size = ?, hash = ? WHERE path = ?");
     old_symbols = db.prepare(
         "SELECT id, fqn, name, kind, signature, docstring, start_line, end_line, is_test, "
-        "parent_id, parent_fqn, bases FROM symbols WHERE file_id = ? ORDER BY id");
+        "parent_id, parent_fqn, bases, type_of, fields FROM symbols WHERE file_id = ? ORDER BY id");
     delete_file = db.prepare("DELETE FROM files WHERE id = ?");
     insert_symbol = db.prepare(
         "INSERT INTO symbols(id, file_id, fqn, name, name_folded, kind, start_line, end_line, "
-        "signature, docstring, is_test, parent_id, parent_fqn, bases) "
-        "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+        "signature, docstring, is_test, parent_id, parent_fqn, bases, type_of, fields) "
+        "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
     // No column of the name indexes: only the file's own index entries move with its lines.
     update_symbol = db.prepare(
         "UPDATE symbols SET kind = ?, start_line = ?, end_line = ?, signature = ?, docstring = ?, "
-        "is_test = ?, parent_id = ?, parent_fqn = ?, bases = ? WHERE id = ?");
+        "is_test = ?, parent_id = ?, parent_fqn = ?, bases = ?, type_of = ?, fields = ? "
+        "WHERE id = ?");
     rename_symbol = db.prepare("UPDATE symbols SET name = ?, name_folded = ? WHERE id = ?");
     delete_symbol = db.prepare("DELETE FROM symbols WHERE id = ?");
     insert_text = db.prepare(
@@ -536,8 +540,8 @@ struct IndexWriter::Impl {
     insert_path_gram = db.prepare("INSERT INTO path_grams(rowid, path) VALUES(?, ?)");
     delete_path_gram = db.prepare("DELETE FROM path_grams WHERE rowid = ?");
     insert_site = db.prepare(
-        "INSERT INTO call_sites(file_id, caller_id, line, evidence, target_fqn) "
-        "VALUES(?, ?, ?, ?, ?)");
+        "INSERT INTO call_sites(file_id, caller_id, line, evidence, target_fqn, receiver, member, "
+        "receiver_evidence) VALUES(?, ?, ?, ?, ?, ?, ?, ?)");
     insert_fallback = db.prepare("INSERT OR IGNORE INTO call_fallbacks VALUES(?, ?, ?)");
     insert_scope = db.prepare("INSERT OR IGNORE INTO call_scopes VALUES(?, ?)");
     insert_import =
@@ -577,6 +581,7 @@ struct IndexWriter::Impl {
              "(SELECT id FROM call_sites WHERE file_id = ?)",
              "DELETE FROM call_scopes WHERE site_id IN (SELECT id FROM call_sites WHERE file_id = "
              "?)",
+             "DELETE FROM type_deps WHERE site_id IN (SELECT id FROM call_sites WHERE file_id = ?)",
              "DELETE FROM call_sites WHERE file_id = ?",
          }) {
       clear_contents.push_back(db.prepare(sql));
@@ -596,13 +601,15 @@ struct IndexWriter::Impl {
         "SELECT c.id, c.caller_id, c.line, c.evidence, c.target_fqn, c.callee_id IS NOT NULL, "
         "(SELECT group_concat(b.rank || ':' || b.fqn, ' ') FROM call_fallbacks b "
         "WHERE b.site_id = c.id), (SELECT group_concat(k.module, ' ') FROM call_scopes k "
-        "WHERE k.site_id = c.id) FROM call_sites c WHERE c.file_id = ? ORDER BY c.id");
+        "WHERE k.site_id = c.id), c.receiver, c.member, c.receiver_evidence "
+        "FROM call_sites c WHERE c.file_id = ? ORDER BY c.id");
     site_line = db.prepare("UPDATE call_sites SET line = ? WHERE id = ?");
     edge_line = db.prepare("UPDATE edges SET line = ? WHERE site_id = ?");
     mark_relink = db.prepare("INSERT OR IGNORE INTO relink VALUES(?)");
     for (const char* sql :
          {"DELETE FROM edges WHERE site_id = ?", "DELETE FROM call_fallbacks WHERE site_id = ?",
-          "DELETE FROM call_scopes WHERE site_id = ?", "DELETE FROM call_sites WHERE id = ?"}) {
+          "DELETE FROM call_scopes WHERE site_id = ?", "DELETE FROM type_deps WHERE site_id = ?",
+          "DELETE FROM call_sites WHERE id = ?"}) {
       delete_site.push_back(db.prepare(sql));
     }
   }
@@ -766,6 +773,8 @@ struct IndexWriter::Impl {
                     old_symbols.integer(6), old_symbols.integer(7), old_symbols.integer(8) != 0,
                     std::nullopt, old_symbols.text(10), old_symbols.text(11)});
       if (!old_symbols.is_null(9)) o.parent_id = old_symbols.integer(9);
+      o.type_of = old_symbols.text(12);
+      o.fields = old_symbols.text(13);
     }
     old_symbols.reset();
     if (stored_calls && !keep_rows) {
@@ -814,10 +823,21 @@ struct IndexWriter::Impl {
     bool resolved;
   };
 
+  // A receiver site's target, evidence and scopes are what evaluating its receiver found: its
+  // key is the receiver as parsed.
   static std::string site_key(std::optional<std::int64_t> caller, const std::string& evidence,
                               const std::string& target, const std::string& fallbacks,
-                              const std::string& scopes) {
+                              const std::string& scopes, const std::string& receiver = {},
+                              const std::string& member = {},
+                              const std::string& receiver_evidence = {}) {
     std::string key = caller ? std::to_string(*caller) : std::string("-");
+    if (!receiver.empty()) {
+      for (const auto* part : {&receiver, &member, &receiver_evidence}) {
+        key.push_back('\x1e');
+        key.append(*part);
+      }
+      return key;
+    }
     for (const auto* part : {&evidence, &target, &fallbacks, &scopes}) {
       key.push_back('\x1f');
       key.append(*part);
@@ -873,7 +893,8 @@ struct IndexWriter::Impl {
         auto key =
             site_key(old_sites.is_null(1) ? std::nullopt : std::optional(old_sites.integer(1)),
                      old_sites.text(3), old_sites.text(4), old_sites.optional_text(6).value_or(""),
-                     old_sites.optional_text(7).value_or(""));
+                     old_sites.optional_text(7).value_or(""), old_sites.text(8), old_sites.text(9),
+                     old_sites.text(10));
         kept_sites[key].push_back(
             {old_sites.integer(0), old_sites.integer(2), old_sites.integer(5) != 0});
       }
@@ -966,9 +987,14 @@ struct IndexWriter::Impl {
         old = &it->second;
         // What linking reads of a symbol: a site of this file kept as it was must be linked
         // again where another candidate may now come first. No site links to a module symbol.
-        if (old->kind != s.kind || (s.kind != "module" && (old->signature != s.signature ||
-                                                           old->end_line - old->start_line !=
-                                                               s.end_line - s.start_line))) {
+        auto fields = types::encode_fields(s.fields);
+        // What type evaluation reads of a symbol: receiver sites that consulted it are evaluated
+        // again.
+        if (old->kind != s.kind ||
+            (s.kind != "module" &&
+             (old->signature != s.signature ||
+              old->end_line - old->start_line != s.end_line - s.start_line)) ||
+            old->type_of != s.type_of || old->fields != fields || old->bases != bases) {
           affect(s.fqn);
         }
         if (old->name != s.name) {
@@ -977,7 +1003,8 @@ struct IndexWriter::Impl {
         if (old->kind != s.kind || old->start_line != s.start_line || old->end_line != s.end_line ||
             old->signature != s.signature || old->docstring != s.docstring ||
             old->is_test != is_test || old->parent_id != parent ||
-            old->parent_fqn != s.parent_fqn || old->bases != bases) {
+            old->parent_fqn != s.parent_fqn || old->bases != bases || old->type_of != s.type_of ||
+            old->fields != fields) {
           update_symbol.bind(1, s.kind)
               .bind(2, s.start_line)
               .bind(3, s.end_line)
@@ -987,7 +1014,9 @@ struct IndexWriter::Impl {
               .bind(7, parent)
               .bind(8, s.parent_fqn)
               .bind(9, bases)
-              .bind(10, *id)
+              .bind(10, s.type_of)
+              .bind(11, fields)
+              .bind(12, *id)
               .run();
         }
       } else {
@@ -1005,6 +1034,8 @@ struct IndexWriter::Impl {
             .bind(12, parent)
             .bind(13, s.parent_fqn)
             .bind(14, bases)
+            .bind(15, s.type_of)
+            .bind(16, types::encode_fields(s.fields))
             .run();
         id = db.last_insert_id();
         affect(s.fqn);
@@ -1037,6 +1068,8 @@ struct IndexWriter::Impl {
     }
 
     for (const auto& call : file.calls) {
+      bool typed = call.target.empty() && !call.receiver.empty();
+      const std::string& receiver = typed ? call.receiver : std::string();
       std::optional<std::int64_t> caller = module_id;
       if (auto it = ids.find(call.caller_fqn); it != ids.end()) caller = it->second;
       std::string fallbacks;
@@ -1052,7 +1085,8 @@ struct IndexWriter::Impl {
           if (!scopes.empty()) scopes.push_back(' ');
           scopes.append(m);
         }
-        auto it = kept_sites.find(site_key(caller, call.evidence, call.target, fallbacks, scopes));
+        auto it = kept_sites.find(site_key(caller, call.evidence, call.target, fallbacks, scopes,
+                                           receiver, call.member, call.evidence));
         if (it != kept_sites.end() && !it->second.empty()) {
           auto old = it->second.front();
           it->second.pop_front();
@@ -1069,9 +1103,13 @@ struct IndexWriter::Impl {
           .bind(3, call.line)
           .bind(4, call.evidence)
           .bind(5, call.target)
+          .bind(6, receiver)
+          .bind(7, typed ? call.member : std::string())
+          .bind(8, typed ? call.evidence : std::string())
           .run();
       auto site = db.last_insert_id();
       if (!bulk) mark_relink.bind(1, site).run();
+      if (typed) continue;  // its scope is what evaluating the receiver finds
       for (std::size_t i = 0; i < call.fallbacks.size(); ++i) {
         auto rank = static_cast<std::int64_t>(i) + (i >= call.equally_near ? EQUALLY_NEAR : 1);
         insert_fallback.bind(1, site).bind(2, rank).bind(3, call.fallbacks[i]).run();
@@ -1220,6 +1258,8 @@ struct IndexWriter::Impl {
           .bind(12, d.parent)
           .bind(13, d.parent_fqn)
           .bind(14, d.bases)
+          .bind(15, "")
+          .bind(16, "")
           .run();
       auto id = db.last_insert_id();
       mark_new_text.bind(1, id).run();
@@ -1250,6 +1290,7 @@ struct IndexWriter::Impl {
     if (!bulk) relink_includers.bind(1, MAX_INCLUDE_DEPTH).run();
     bool c_sites = reach_includes();
     // Linking changes only the sites in relink: their resolved count before and after is the delta.
+    types::resolve_receivers(db, bulk);
     auto resolved_before = stored_calls ? relinked_resolved_count() : 0;
     db.exec(LINK_CALLS);
     if (c_sites) db.exec(ONE_DEFINITION);

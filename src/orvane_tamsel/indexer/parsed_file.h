@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace orvane_tamsel::indexer {
@@ -21,6 +22,10 @@ namespace orvane_tamsel::indexer {
 // e.g. "S:gin.CreateTestContext" or "T:flask.app.Flask/json/dumps()". A start may be qualified
 // by the modules whose files may hold it, as ParsedCall::scope_modules does for a target:
 // "S:gin.New@github.com.gin-gonic.gin" (several modules joined by ","). Empty: unknown.
+// The writer finds "/name" as a symbol `type.name` with a type_of, or as one of the type's
+// `fields`; either also on the type's bases (nearest first; two at one depth: unknown).
+// Several symbols of a start's fqn must all give the same type, or the expression is unknown.
+// Fqns and names hold no "/", "@" or ","; an expression holds no blank, tab or newline.
 using TypeExpr = std::string;
 
 struct ParsedSymbol {
@@ -38,6 +43,10 @@ struct ParsedSymbol {
   // Functions and methods: the type of their (first) result; variables, fields, constants and
   // attributes: their declared or inferred type. Empty when nothing says.
   TypeExpr type_of;
+  // Classes and structs: members with a type that are not symbols of their own (a Go struct's
+  // fields, embedded ones under their type's name; attributes set in a constructor), as
+  // (name, type). A member symbol with a type_of says the same.
+  std::vector<std::pair<std::string, TypeExpr>> fields;
 };
 
 struct ParsedImport {
@@ -69,7 +78,10 @@ struct ParsedCall {
   // as an expression, resolved by the writer to a type T, after which the site links to
   // T.member, or to member on T's bases or embedded types (evidence "inherited"). `evidence`
   // then says how the receiver's type was known: declared-type, result-type, constructor,
-  // attribute, fixture. `target` stays empty until resolved.
+  // attribute, fixture; left empty, the writer derives it from the expression: a start naming a
+  // type or a variable, declared-type; a class called, constructor; a function called,
+  // result-type; a last step "/name()", result-type, "/name", attribute. `target` stays empty
+  // (a site with a target ignores its receiver).
   TypeExpr receiver;
   std::string member;
   // Fallbacks from this index on are equally near (a C++ global name and what using-directives

@@ -2,9 +2,11 @@
 
 #include <set>
 #include <string>
+#include <vector>
 
 #include "indexer/languages/neighbour_fqns.h"
 #include "indexer/temp_repo.h"
+#include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
 
@@ -33,7 +35,7 @@ TEST(GoExtraction, SymbolsTestsAndCallers) {
   EXPECT_TRUE(test->is_test);
 
   EXPECT_EQ(neighbour_fqns(*index, "shop.Cart.Add", index::CALLER),
-            std::set<std::string>{"shop.TestAdd"});
+            (std::set<std::string>{"shop.TestAdd", "shop.serve"}));
   // s.Count() on a Store, which embeds Cart (in another file), which embeds *Base
   EXPECT_EQ(neighbour_fqns(*index, "shop.Base.Count", index::CALLER),
             (std::set<std::string>{"shop.Cart.Add", "shop.TestAdd"}));
@@ -51,6 +53,29 @@ TEST(GoExtraction, SymbolsTestsAndCallers) {
   index = index::open_repository(repo.root());
   EXPECT_EQ(neighbour_fqns(*index, "shop.Base.Count", index::CALLER),
             std::set<std::string>{"shop.Cart.Add"});
+}
+
+// Receivers whose type comes from declarations elsewhere: parameters (of function literals too),
+// results of functions and methods, fields, composite literals and package variables.
+TEST(GoExtraction, ReceiverTypesFromDeclarations) {
+  indexer_test::TempRepo repo("lang_go");
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+  EXPECT_EQ(neighbour_fqns(*index, "shop.serve", index::CALLEE),
+            (std::set<std::string>{"shop.Engine.handle", "shop.Pool.Get", "shop.Context.Next",
+                                   "shop.NewEngine", "shop.Engine.Use", "shop.build",
+                                   "shop.Cart.Add", "shop.YAML.Render"}));
+  index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
+  auto st = db.prepare(
+      "SELECT c.line || ' ' || c.evidence FROM call_sites c JOIN files f ON f.id = c.file_id "
+      "WHERE f.path = 'shop/server.go' AND c.receiver <> '' ORDER BY c.line, c.id");
+  std::vector<std::string> sites;
+  while (st.step()) sites.push_back(st.text(0));
+  EXPECT_EQ(sites,
+            (std::vector<std::string>{"37 ",  // strings.Builder is not in the index: unresolved
+                                      "40 attribute", "41 attribute", "41 result-type",
+                                      "42 result-type", "42 declared-type", "45 inherited",
+                                      "45 result-type", "47 constructor", "48 declared-type"}));
 }
 
 }  // namespace

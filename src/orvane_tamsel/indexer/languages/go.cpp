@@ -12,6 +12,15 @@ namespace orvane_tamsel::indexer::go {
 
 namespace {
 
+// Types the language declares: nothing of the index can resolve through them.
+constexpr std::array<std::string_view, 22> PREDECLARED = {
+    "any",     "bool",  "byte",   "comparable", "complex64", "complex128", "error", "float32",
+    "float64", "int",   "int8",   "int16",      "int32",     "int64",      "rune",  "string",
+    "uint",    "uint8", "uint16", "uint32",     "uint64",    "uintptr"};
+
+// Longer receiver expressions are not worth keeping (generated code chains).
+constexpr std::size_t MAX_EXPR = 300;
+
 constexpr std::array<std::string_view, 18> BUILTINS = {
     "append", "cap", "clear", "close", "complex", "copy",  "delete",  "imag", "len",
     "make",   "max", "min",   "new",   "panic",   "print", "println", "real", "recover"};
@@ -107,6 +116,18 @@ class Rules : public tagged::Extraction {
   }
 
   void visit(TSNode node) override {
+    if (is(node, "function_declaration") || is(node, "method_declaration")) {
+      if (auto sym = frames_.back().symbol; sym != NONE)
+        out_.symbols[sym].type_of = result_type(ts_node_child_by_field_name(node, "result", 6));
+    } else if (is(node, "parameter_declaration")) {
+      record_parameters(node);
+    } else if (is(node, "range_clause") || is(node, "receive_statement")) {
+      declare_unknown(ts_node_child_by_field_name(node, "left", 4));
+    } else if (is(node, "type_switch_statement")) {
+      declare_unknown(ts_node_child_by_field_name(node, "alias", 5));
+    } else if (is(node, "field_declaration")) {
+      record_field(node);
+    }
     if (is(node, "package_clause")) {
       if (ts_node_named_child_count(node) > 0) package_ = text(ts_node_named_child(node, 0));
     } else if (is(node, "import_spec")) {
@@ -160,9 +181,11 @@ class Rules : public tagged::Extraction {
     return out;
   }
 
-  // `x := T{...}`, `x := &T{...}` and `var x T` tell x's type for `x.M()`.
+  // `x := T{...}`, `x := &T{...}` and `var x T` tell x's type for `x.M()`; other declarations
+  // give it as an expression (see typed_).
   void record_local(TSNode node) {
     auto fn = current_callable();
+    record_typed(node, fn);
     if (fn == 0) return;
     bool short_var = is(node, "short_var_declaration");
     TSNode names = short_var ? ts_node_child_by_field_name(node, "left", 4)
@@ -183,6 +206,210 @@ class Rules : public tagged::Extraction {
     if (!type.empty() && is(name, "identifier")) locals_[fn][std::string(text(name))] = type;
   }
 
+  // The type a type node names, as an expression: `*T`, `T[X]` give T; predeclared types and
+  // composite ones (slices, maps, functions) give nothing.
+  TypeExpr type_expr(TSNode type) const {
+    while (is(type, "pointer_type") || is(type, "generic_type") || is(type, "parenthesized_type")) {
+      type = is(type, "generic_type") ? ts_node_child_by_field_name(type, "type", 4)
+                                      : ts_node_named_child(type, 0);
+    }
+    if (is(type, "type_identifier")) {
+      auto name = text(type);
+      if (std::find(PREDECLARED.begin(), PREDECLARED.end(), name) != PREDECLARED.end()) return {};
+      return "T:" + join(package_, name) + "@" + module_;
+    }
+    if (!is(type, "qualified_type")) return {};
+    auto imp = imports_.find(field_text(type, "package"));
+    if (imp == imports_.end()) return {};
+    return "T:" + join(imp->second.package, field_text(type, "name")) + "@" + imp->second.module;
+  }
+
+  // A function's first result type.
+  TypeExpr result_type(TSNode result) const {
+    if (!is(result, "parameter_list")) return type_expr(result);
+    if (ts_node_named_child_count(result) == 0) return {};
+    TSNode first = ts_node_named_child(result, 0);
+    return is(first, "parameter_declaration")
+               ? type_expr(ts_node_child_by_field_name(first, "type", 4))
+               : TypeExpr{};
+  }
+
+  // What a value expression's type is known as, with the locals of callable `fn`; empty when
+  // unknown. A name no local declares is a package-level variable.
+  TypeExpr expr_type(TSNode e, std::size_t fn, int depth = 0) const {
+    if (ts_node_is_null(e) || depth > 12) return {};
+    if (is(e, "parenthesized_expression"))
+      return expr_type(ts_node_named_child(e, 0), fn, depth + 1);
+    if (is(e, "unary_expression")) {
+      auto op = ts_node_child(e, 0);
+      if (is(op, "&") || is(op, "*"))
+        return expr_type(ts_node_child_by_field_name(e, "operand", 7), fn, depth + 1);
+      return {};
+    }
+    if (is(e, "composite_literal")) return type_expr(ts_node_child_by_field_name(e, "type", 4));
+    if (is(e, "type_assertion_expression"))
+      return type_expr(ts_node_child_by_field_name(e, "type", 4));
+    if (is(e, "identifier")) {
+      std::string name(text(e));
+      if (auto l = typed_.find(fn); l != typed_.end()) {
+        if (auto t = l->second.find(name); t != l->second.end()) return t->second;
+      }
+      if (name == "nil" || name == "true" || name == "false" || name == "iota") return {};
+      if (imports_.count(name) != 0) return {};
+      return "S:" + join(package_, name) + "@" + module_;
+    }
+    if (is(e, "call_expression")) {
+      TSNode callee = ts_node_child_by_field_name(e, "function", 8);
+      if (is(callee, "identifier")) {
+        std::string name(text(callee));
+        if (name == "new") {
+          TSNode args = ts_node_child_by_field_name(e, "arguments", 9);
+          return ts_node_named_child_count(args) > 0 ? type_expr(ts_node_named_child(args, 0))
+                                                     : TypeExpr{};
+        }
+        if (std::find(BUILTINS.begin(), BUILTINS.end(), name) != BUILTINS.end()) return {};
+        if (auto l = typed_.find(fn); l != typed_.end() && l->second.count(name) != 0) return {};
+        return "S:" + join(package_, name) + "@" + module_;
+      }
+      if (!is(callee, "selector_expression")) return {};
+      return member_type(callee, fn, true, depth);
+    }
+    if (is(e, "selector_expression")) return member_type(e, fn, false, depth);
+    return {};
+  }
+
+  // `x.name` or `x.name()`: a package's function or variable, or a step on x's type.
+  TypeExpr member_type(TSNode selector, std::size_t fn, bool call, int depth) const {
+    TSNode operand = ts_node_child_by_field_name(selector, "operand", 7);
+    std::string field = field_text(selector, "field");
+    if (field.empty()) return {};
+    if (auto imp = imported(operand, fn); imp != nullptr)
+      return "S:" + join(imp->package, field) + "@" + imp->module;
+    auto base = expr_type(operand, fn, depth + 1);
+    if (base.empty() || base.size() > MAX_EXPR) return {};
+    return base + "/" + field + (call ? "()" : "");
+  }
+
+  // The import an operand names, unless a local of `fn` shadows it.
+  const Import* imported(TSNode operand, std::size_t fn) const {
+    if (!is(operand, "identifier")) return nullptr;
+    std::string name(text(operand));
+    if (auto l = typed_.find(fn); l != typed_.end() && l->second.count(name) != 0) return nullptr;
+    auto imp = imports_.find(name);
+    return imp == imports_.end() ? nullptr : &imp->second;
+  }
+
+  // A local of `fn` declared with a type expression; declared twice with two, its type is
+  // unknown (an inner scope's variable of the same name).
+  void declare(std::size_t fn, TSNode name, const TypeExpr& type) {
+    if (!is(name, "identifier")) return;
+    std::string n(text(name));
+    if (n == "_") return;
+    auto [it, fresh] = typed_[fn].try_emplace(n, type);
+    if (!fresh && it->second != type) it->second.clear();
+  }
+
+  void declare_unknown(TSNode list) {
+    if (ts_node_is_null(list)) return;
+    auto fn = current_callable();
+    if (is(list, "identifier")) return declare(fn, list, {});
+    for (std::uint32_t i = 0; i < ts_node_named_child_count(list); ++i)
+      declare(fn, ts_node_named_child(list, i), {});
+  }
+
+  // Parameters of functions, methods (the receiver too) and function literals are locals of
+  // the callable around them; those of a function type are not.
+  void record_parameters(TSNode param) {
+    TSNode list = ts_node_parent(param);
+    TSNode owner = ts_node_parent(list);
+    if (!is(owner, "function_declaration") && !is(owner, "method_declaration") &&
+        !is(owner, "func_literal")) {
+      return;
+    }
+    auto fn = current_callable();
+    auto type = type_expr(ts_node_child_by_field_name(param, "type", 4));
+    for (std::uint32_t i = 0; i < ts_node_named_child_count(param); ++i) {
+      TSNode child = ts_node_named_child(param, i);
+      if (is(child, "identifier")) declare(fn, child, type);
+    }
+  }
+
+  // `x := v`, `x, err := F()`, `var x T`, `var x = v`: inside a callable a local, at package
+  // level the variable symbol's type_of.
+  void record_typed(TSNode node, std::size_t fn) {
+    bool short_var = is(node, "short_var_declaration");
+    std::vector<TSNode> names, values;
+    TSNode type = short_var ? TSNode{} : ts_node_child_by_field_name(node, "type", 4);
+    TSNode value = ts_node_child_by_field_name(node, short_var ? "right" : "value", 5);
+    if (short_var) {
+      TSNode left = ts_node_child_by_field_name(node, "left", 4);
+      for (std::uint32_t i = 0; i < ts_node_named_child_count(left); ++i)
+        names.push_back(ts_node_named_child(left, i));
+    } else {
+      for (std::uint32_t i = 0; i < ts_node_child_count(node); ++i) {
+        const char* f = ts_node_field_name_for_child(node, i);
+        if (f != nullptr && std::string_view(f) == "name") names.push_back(ts_node_child(node, i));
+      }
+    }
+    for (std::uint32_t i = 0; !ts_node_is_null(value) && i < ts_node_named_child_count(value); ++i)
+      values.push_back(ts_node_named_child(value, i));
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      TypeExpr t;
+      if (!ts_node_is_null(type)) {
+        t = type_expr(type);
+      } else if (values.size() == names.size()) {
+        t = expr_type(values[i], fn);
+      } else if (i == 0 && values.size() == 1 &&
+                 (is(values[0], "call_expression") || is(values[0], "type_assertion_expression"))) {
+        t = expr_type(values[0], fn);  // the first of several results
+      }
+      if (t.size() > MAX_EXPR) t.clear();
+      if (fn != 0 || frame_of_type("func_literal") != NONE) {
+        declare(fn, names[i], t);
+      } else if (auto d = defined_.find(join(package_, text(names[i]))); d != defined_.end()) {
+        out_.symbols[d->second].type_of = t;
+      }
+    }
+  }
+
+  // A struct's named and embedded fields, with their types, for chains like `c.engine.pool`.
+  void record_field(TSNode field) {
+    TSNode type = ts_node_child_by_field_name(field, "type", 4);
+    auto t = type_expr(type);
+    if (t.empty()) return;
+    std::size_t owner = NONE;
+    for (std::size_t i = frames_.size(); i-- > 0;) {
+      if (frames_[i].symbol == NONE) continue;
+      if (out_.symbols[frames_[i].symbol].kind == "struct") owner = frames_[i].symbol;
+      break;
+    }
+    if (owner == NONE) return;
+    auto& fields = out_.symbols[owner].fields;
+    bool named = false;
+    for (std::uint32_t i = 0; i < ts_node_child_count(field); ++i) {
+      const char* f = ts_node_field_name_for_child(field, i);
+      if (f == nullptr || std::string_view(f) != "name") continue;
+      fields.emplace_back(std::string(text(ts_node_child(field, i))), t);
+      named = true;
+    }
+    if (!named) {  // embedded: the field takes the type's name
+      auto name = type_name(type);
+      fields.emplace_back(name.substr(name.rfind('.') + 1), t);
+    }
+  }
+
+  // A call whose receiver local evidence cannot name: its type as an expression.
+  void resolve_typed(TSNode operand, const std::string& member, std::size_t fn, ParsedCall& call) {
+    auto type = expr_type(operand, fn);
+    if (type.empty() || type.size() > MAX_EXPR) return;
+    call.receiver = type;
+    call.member = member;
+    TSNode inner = operand;
+    while (is(inner, "parenthesized_expression") || is(inner, "unary_expression"))
+      inner = ts_node_named_child(inner, ts_node_named_child_count(inner) - 1);
+    if (is(inner, "composite_literal")) call.evidence = "constructor";
+  }
+
   void resolve(const tagged::PendingCall& pending, ParsedCall& call) override {
     TSNode callee = pending.callee;
     if (is(callee, "identifier")) {
@@ -196,7 +423,8 @@ class Rules : public tagged::Extraction {
     if (!is(callee, "selector_expression")) return;
     TSNode operand = ts_node_child_by_field_name(callee, "operand", 7);
     std::string field = field_text(callee, "field");
-    if (!is(operand, "identifier") || field.empty()) return;
+    if (field.empty()) return;
+    if (!is(operand, "identifier")) return resolve_typed(operand, field, pending.caller, call);
     std::string var(text(operand));
     const auto& caller = out_.symbols[pending.caller];
     if (auto r = receivers_.find(caller.fqn); r != receivers_.end() && r->second == var) {
@@ -223,11 +451,13 @@ class Rules : public tagged::Extraction {
         return;
       }
     }
-    if (auto imp = imports_.find(var); imp != imports_.end()) {
-      call.target = join(imp->second.package, field);
+    if (auto imp = imported(operand, pending.caller); imp != nullptr) {
+      call.target = join(imp->package, field);
       call.evidence = "import";
-      call.scope_modules = {imp->second.module};
+      call.scope_modules = {imp->module};
+      return;
     }
+    resolve_typed(operand, field, pending.caller, call);
   }
 
  private:
@@ -236,6 +466,8 @@ class Rules : public tagged::Extraction {
   std::unordered_map<std::string, std::string> receivers_;  // method fqn -> receiver variable
   std::unordered_map<std::size_t, std::map<std::string, std::string>> locals_;  // by caller
   std::unordered_map<std::string, std::vector<std::string>> embeds_;  // struct fqn -> embedded
+  // By callable: each local's type as an expression ("" when declared but unknown).
+  std::unordered_map<std::size_t, std::map<std::string, TypeExpr>> typed_;
 };
 
 }  // namespace

@@ -1,0 +1,82 @@
+#pragma once
+// Evaluates a call's receiver type expression (see TypeExpr) against the facts of the whole
+// index, and finds the member the call names on that type or, failing that, on its bases.
+
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <vector>
+
+#include "orvane_tamsel/indexer/types/type_facts.h"
+
+namespace orvane_tamsel::indexer::types {
+
+// A TypeExpr taken apart.
+struct ParsedTypeExpr {
+  bool symbol = false;  // "S:" (what a symbol gives) rather than "T:" (a type)
+  std::string fqn;
+  std::vector<std::string> scope_modules;
+  struct Step {
+    std::string name;
+    bool call = false;  // "/name()"
+  };
+  std::vector<Step> steps;
+};
+std::optional<ParsedTypeExpr> parse_type_expr(std::string_view text);
+
+// Where a receiver site links: the member's fqn, the module of the file holding it, and how it
+// was known (see ParsedCall::evidence).
+struct Resolution {
+  std::string target;
+  std::string module;
+  std::string evidence;
+};
+
+class TypeResolver {
+ public:
+  explicit TypeResolver(TypeFacts& facts) : facts_(facts) {}
+
+  // The member `member` of the type `receiver` evaluates to, or nothing when any step is
+  // unknown or ambiguous. `evidence` is the extractor's word on how the receiver's type is known
+  // (empty: derived from the expression). consulted() then holds every fqn looked up: the
+  // resolution may change when a symbol with one of them comes, goes or changes.
+  std::optional<Resolution> resolve(const TypeExpr& receiver, const std::string& member,
+                                    const std::string& evidence);
+  const std::set<std::string>& consulted() const { return consulted_; }
+
+  // How many expressions deep a type is followed (a result type naming another function's
+  // result, a field of a field), and how many levels of bases a member is looked for on.
+  static constexpr int MAX_DEPTH = 8;
+  static constexpr int MAX_BASE_DEPTH = 4;
+
+ private:
+  struct Type {
+    std::string fqn, module;
+    bool operator<(const Type& o) const {
+      return std::tie(fqn, module) < std::tie(o.fqn, o.module);
+    }
+    bool operator==(const Type& o) const = default;
+  };
+  struct Found {
+    const TypeSymbol* symbol = nullptr;  // null: a field of `owner` (with `field_type`)
+    std::string fqn;
+    const TypeExpr* field_type = nullptr;
+    std::string owner_module;
+    bool inherited = false;
+  };
+
+  std::vector<const TypeSymbol*> find(const std::string& fqn,
+                                      const std::vector<std::string>& scopes);
+  std::optional<Type> evaluate(const TypeExpr& text, int depth, std::string* kind);
+  std::optional<Type> type_of_symbol(const TypeSymbol& s, const std::string& fqn, int depth);
+  std::optional<Type> as_type(const std::string& fqn, const std::string& module);
+  std::optional<Found> member_of(const Type& t, const std::string& name);
+  std::optional<Type> step(const Type& t, const ParsedTypeExpr::Step& s, int depth);
+
+  TypeFacts& facts_;
+  std::set<std::string> consulted_;
+};
+
+}  // namespace orvane_tamsel::indexer::types

@@ -1,0 +1,122 @@
+#include "orvane_tamsel/indexer/types/type_resolution.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace orvane_tamsel::indexer::types;
+
+class FakeFacts : public TypeFacts {
+ public:
+  TypeSymbol& add(const std::string& fqn, const std::string& kind, const std::string& type_of = {},
+                  const std::string& module = "m") {
+    return symbols_[fqn].emplace_back(TypeSymbol{kind, module, type_of, {}, {}});
+  }
+  const std::vector<TypeSymbol>& lookup(const std::string& fqn) override { return symbols_[fqn]; }
+
+ private:
+  std::map<std::string, std::vector<TypeSymbol>> symbols_;
+};
+
+std::string linked(TypeResolver& r, const std::string& receiver, const std::string& member,
+                   const std::string& evidence = {}) {
+  auto found = r.resolve(receiver, member, evidence);
+  return found ? found->target + " " + found->module + " " + found->evidence : "-";
+}
+
+TEST(TypeResolution, ChainsThroughResultsFieldsAndAttributes) {
+  FakeFacts facts;
+  facts.add("m.Engine", "struct").fields = {{"pool", "T:m.Pool@m"}};
+  facts.add("m.Engine.Use", "method");
+  facts.add("m.Engine.Context", "method", "T:m.Context@m");
+  facts.add("m.Pool", "struct");
+  facts.add("m.Pool.Get", "method");
+  facts.add("m.New", "function", "S:m.Default");  // a result named by another function's
+  facts.add("m.Default", "function", "T:m.Engine@m");
+  facts.add("m.Context", "class");
+  facts.add("m.Context.engine", "variable", "S:m.New");
+  facts.add("m.Context.Next", "method");
+  TypeResolver r(facts);
+  EXPECT_EQ(linked(r, "S:m.New@m", "Use"), "m.Engine.Use m result-type");
+  EXPECT_EQ(linked(r, "T:m.Engine@x.m", "Use"), "m.Engine.Use m declared-type");
+  EXPECT_EQ(linked(r, "S:m.Context", "Next"), "m.Context.Next m constructor");
+  EXPECT_EQ(linked(r, "S:m.New/Context()", "Next"), "m.Context.Next m result-type");
+  EXPECT_EQ(linked(r, "T:m.Context/engine/pool", "Get"), "m.Pool.Get m attribute");
+  EXPECT_EQ(linked(r, "T:m.Context/engine/pool", "Get", "fixture"), "m.Pool.Get m fixture");
+  EXPECT_TRUE(r.consulted().count("m.Engine.pool") != 0);  // looked for as a symbol first
+}
+
+TEST(TypeResolution, MembersAlongBasesNearestFirst) {
+  FakeFacts facts;
+  facts.add("m.Store", "struct").bases = {"m.Cart", "m.Log"};
+  facts.add("m.Cart", "struct").bases = {"m.Base"};
+  facts.add("m.Log", "struct");
+  facts.add("m.Log.Write", "method");
+  facts.add("m.Base", "struct");
+  facts.add("m.Base.Count", "method");
+  facts.add("m.Base.Write", "method");  // deeper than Log.Write: hidden by it
+  facts.add("m.Cart.Add", "method");
+  facts.add("m.Log.Add", "method");  // at Cart.Add's depth: ambiguous
+  // a base of one fqn in two packages: the one in the embedding type's package
+  facts.add("o.Store", "struct", {}, "o").bases = {"m.Cart"};
+  facts.add("m.Cart", "struct", {}, "o");
+  facts.add("m.Cart.Own", "method", {}, "o");
+  TypeResolver r(facts);
+  EXPECT_EQ(linked(r, "T:m.Store", "Count"), "m.Base.Count m inherited");
+  EXPECT_EQ(linked(r, "T:m.Store", "Write"), "m.Log.Write m inherited");
+  EXPECT_EQ(linked(r, "T:m.Store", "Add"), "-");
+  EXPECT_EQ(linked(r, "T:m.Cart@m", "Add"), "m.Cart.Add m declared-type");
+  EXPECT_EQ(linked(r, "T:o.Store@o", "Own"), "m.Cart.Own o inherited");
+  EXPECT_TRUE(r.consulted().count("m.Store.Own") == 0);
+  EXPECT_TRUE(r.consulted().count("o.Store.Own") != 0);
+}
+
+TEST(TypeResolution, CyclesStopAtTheDepthLimit) {
+  FakeFacts facts;
+  facts.add("m.a", "function", "S:m.b");
+  facts.add("m.b", "function", "S:m.a");
+  facts.add("m.T", "class").bases = {"m.U"};
+  facts.add("m.U", "class").bases = {"m.T"};
+  std::string chain = "m.f0";
+  for (int i = 0; i < TypeResolver::MAX_DEPTH + 2; ++i) {
+    facts.add("m.f" + std::to_string(i), "function", "S:m.f" + std::to_string(i + 1));
+  }
+  facts.add("m.f" + std::to_string(TypeResolver::MAX_DEPTH + 2), "function", "T:m.T");
+  facts.add("m.g0", "function", "S:m.g1");
+  facts.add("m.g1", "function", "T:m.T");
+  facts.add("m.T.run", "method");
+  TypeResolver r(facts);
+  EXPECT_EQ(linked(r, "S:m.a", "run"), "-");
+  EXPECT_EQ(linked(r, "T:m.U", "run"), "m.T.run m inherited");
+  EXPECT_EQ(linked(r, "T:m.T", "missing"), "-");
+  EXPECT_EQ(linked(r, "S:" + chain, "run"), "-");
+  EXPECT_EQ(linked(r, "S:m.g0", "run"), "m.T.run m result-type");
+}
+
+TEST(TypeResolution, UnknownOrAmbiguousStaysUnresolved) {
+  FakeFacts facts;
+  facts.add("a.New", "function", "T:a.Server@x.a", "x.a");
+  facts.add("a.New", "function", "T:a.Server@y.a", "y.a");  // one package name twice
+  facts.add("a.Server", "struct", {}, "x.a");
+  facts.add("a.Server", "struct", {}, "y.a");
+  facts.add("a.Server.Run", "method", {}, "x.a");
+  facts.add("a.Server.Run", "method", {}, "y.a");
+  facts.add("a.untyped", "function", {}, "x.a");
+  facts.add("a.Server.Serve", "method", {}, "x.a");
+  facts.add("a.Server.Serve", "method", {}, "z.a");  // the same member in two other modules
+  TypeResolver r(facts);
+  EXPECT_EQ(linked(r, "S:a.New", "Run"), "-");
+  EXPECT_EQ(linked(r, "S:a.New@github.com.y.a", "Run"), "a.Server.Run y.a result-type");
+  EXPECT_EQ(linked(r, "S:a.untyped@x.a", "Run"), "-");
+  EXPECT_EQ(linked(r, "S:a.New@y.a/Run()", "Run"), "-");  // Run's result is unknown
+  EXPECT_EQ(linked(r, "S:a.New@y.a", "Serve"), "-");
+  EXPECT_EQ(linked(r, "S:nowhere.F", "Run"), "-");
+  for (const char* bad : {"", "X:a.New", "S:", "S:a.New/", "S:a.New//Run()", "S:@x"})
+    EXPECT_EQ(linked(r, bad, "Run"), "-") << bad;
+}
+
+}  // namespace
