@@ -72,10 +72,10 @@ TEST(GoExtraction, ReceiverTypesFromDeclarations) {
   std::vector<std::string> sites;
   while (st.step()) sites.push_back(st.text(0));
   EXPECT_EQ(sites,
-            (std::vector<std::string>{"37 ",  // strings.Builder is not in the index: unresolved
-                                      "40 attribute", "41 attribute", "41 result-type",
-                                      "42 result-type", "42 declared-type", "45 inherited",
-                                      "45 result-type", "47 constructor", "48 declared-type"}));
+            (std::vector<std::string>{"36 ",  // strings.Builder is not in the index: unresolved
+                                      "39 attribute", "40 result-type", "40 attribute",
+                                      "41 result-type", "41 declared-type", "44 inherited",
+                                      "44 result-type", "46 constructor", "47 declared-type"}));
 }
 
 }  // namespace
