@@ -15,7 +15,7 @@ std::vector<std::unique_ptr<LinkingPlugin>> make_linking_plugins(index::Database
   plugins.push_back(std::make_unique<c_family::Linking>(db));
   plugins.push_back(std::make_unique<python::Reexports>(db));
   plugins.push_back(std::make_unique<go::Promotion>(db));
-  // Last: receiver sites are evaluated once every plug-in has merged, removed and affected.
+  // Last: receiver sites are evaluated once the other plug-ins have merged, removed, affected.
   plugins.push_back(std::make_unique<types::TypeLinking>());
   return plugins;
 }

@@ -4,7 +4,7 @@
 
 namespace orvane_tamsel::indexer::types {
 
-void TypeLinking::after_relink(LinkingContext& context) {
+void TypeLinking::after_imports(LinkingContext& context) {
   resolve_receivers(context.database(), context.full_build());
 }
 

@@ -12,9 +12,9 @@ namespace orvane_tamsel::indexer::types {
 class TypeLinking : public LinkingPlugin {
  public:
   std::vector<std::string> languages() const override { return {}; }
-  // The sites to link are chosen and no plug-in merges or removes symbols after this: the
+  // The latest point where `relink` may grow, with every merge and import link done: the
   // receiver sites get their targets and join `relink`, to be linked by the common rule.
-  void after_relink(LinkingContext& context) override;
+  void after_imports(LinkingContext& context) override;
 };
 
 }  // namespace orvane_tamsel::indexer::types
