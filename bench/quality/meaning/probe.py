@@ -2,7 +2,10 @@
 """Probe of a meaning signal on a tuning half: top-1, top-5 and MRR@10 of BM25 alone, of the
 signal alone (cosine over every symbol) and of BM25 plus w x cosine, per fold.
 
-Usage: probe.py INDEXED_DIR QUESTIONS.tsv ppmi|glove|both [--callees 0|1] [--dims N]
+Usage: probe.py INDEXED_DIR QUESTIONS.tsv ppmi|glove|both|use|use+ppmi [--callees 0|1] [--dims N]
+       [--texts DIR]
+"use": sentence vectors computed outside (DIR/symbols.bin, DIR/questions.bin: float32 rows of 512,
+one per line of DIR/symbols.txt and DIR/questions.txt, which --texts DIR writes).
 Only the tuning half (odd-numbered questions) is read: these are tuning figures.
 """
 import argparse
@@ -34,7 +37,9 @@ def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("repo")
     ap.add_argument("questions")
-    ap.add_argument("signal", choices=("ppmi", "glove", "both"))
+    ap.add_argument("signal", choices=("ppmi", "glove", "both", "use", "use+ppmi"))
+    ap.add_argument("--texts", default=None)
+    ap.add_argument("--dump-only", action="store_true")
     ap.add_argument("--callees", type=int, default=1)
     ap.add_argument("--dims", type=int, default=200)
     ap.add_argument("--doc-weight", type=float, default=0.5)
@@ -44,7 +49,23 @@ def main():
     fqn_of = dict(db.execute("SELECT id, fqn FROM symbols"))
     t0 = time.time()
     mats, vecs = [], []
-    if a.signal in ("ppmi", "both"):
+    questions = corpus.read_questions(a.questions)[::2]  # the tuning half
+    if a.texts and a.signal != "use" and a.signal != "use+ppmi":
+        with open(a.texts + "/symbols.txt", "w") as f:
+            for s in symbols:
+                f.write(vec.sentence(s) + "\n")
+        with open(a.texts + "/questions.txt", "w") as f:
+            for text, _ in questions:
+                f.write(text + "\n")
+        if a.dump_only:
+            return
+    use_q = None
+    if a.signal.startswith("use"):
+        m = np.fromfile(a.texts + "/symbols.bin", dtype=np.float32).reshape(-1, 512)
+        m /= np.linalg.norm(m, axis=1, keepdims=True) + 1e-9
+        mats.append(m)
+        use_q = np.fromfile(a.texts + "/questions.bin", dtype=np.float32).reshape(-1, 512)
+    if a.signal in ("ppmi", "both", "use+ppmi"):
         v, stats = vec.learn_ppmi(symbols, callees, dims=a.dims, callee_words=bool(a.callees))
         print(f"ppmi: {stats}")
         vecs.append(v)
@@ -56,17 +77,19 @@ def main():
     print(f"symbols {len(symbols)}, vectors built in {build:.1f} s, "
           f"{sum(m.nbytes for m in mats) / 1e6:.1f} MB")
 
-    questions = corpus.read_questions(a.questions)[::2]  # the tuning half
     names = ["bm25", "signal"] + [f"bm25+{w}" for w in WEIGHTS]
     places = {n: [] for n in names}
     spent = []
-    for text, expected in questions:
+    for qn, (text, expected) in enumerate(questions):
         bm = corpus.bm25(db, text, 100)
         t1 = time.time()
         cos = np.zeros(len(symbols), dtype=np.float32)
-        for v, m in zip(vecs, mats):
-            cos += m @ vec.question_vector(v, text)
-        cos /= len(vecs)
+        qvecs = [vec.question_vector(v, text) for v in vecs]
+        if use_q is not None:
+            qvecs.insert(0, use_q[qn] / (np.linalg.norm(use_q[qn]) + 1e-9))
+        for q, m in zip(qvecs, mats):
+            cos += m @ q
+        cos /= len(mats)
         top = np.argpartition(-cos, 100)[:100]
         top = top[np.argsort(-cos[top])]
         spent.append(time.time() - t1)

@@ -128,6 +128,16 @@ def symbol_matrix(vectors, symbols, doc_weight=0.5, parent_weight=0.5):
     return out
 
 
+def sentence(s):
+    """A symbol as a sentence for a sentence encoder: its name's words, its class, its docstring's
+    first sentence."""
+    name = " ".join(words(s.name, stem=False)) or s.name
+    parent = s.parent.rsplit(".", 1)[-1] if s.parent else ""
+    text = name + (f" ({' '.join(words(parent, stem=False))})" if parent else "")
+    doc = " ".join(first_sentence(s.doc).split())
+    return (text + (": " + doc if doc else ""))[:300]
+
+
 def question_vector(vectors, text):
     v = vectors.text(words(text, stem=vectors.stem))
     return v / (np.linalg.norm(v) + 1e-9)
