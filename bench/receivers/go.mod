@@ -1,0 +1,3 @@
+module gocheck
+
+go 1.19
