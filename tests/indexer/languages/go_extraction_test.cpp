@@ -75,7 +75,8 @@ TEST(GoExtraction, ReceiverTypesFromDeclarations) {
             (std::vector<std::string>{"36 ",  // strings.Builder is not in the index: unresolved
                                       "39 attribute", "40 result-type", "40 attribute",
                                       "41 result-type", "41 declared-type", "44 inherited",
-                                      "44 result-type", "46 constructor", "47 declared-type"}));
+                                      "44 result-type", "46 constructor", "47 declared-type",
+                                      "49 declared-type", "52 declared-type"}));
 }
 
 }  // namespace

@@ -40,11 +40,15 @@ TEST(TypeResolution, ChainsThroughResultsFieldsAndAttributes) {
   facts.add("m.Context", "class");
   facts.add("m.Context.engine", "variable", "S:m.New");
   facts.add("m.Context.Next", "method");
+  facts.add("m.Context.all", "variable", "T:[][]m.Pool@m");
   TypeResolver r(facts);
   EXPECT_EQ(linked(r, "S:m.New@m", "Use"), "m.Engine.Use m result-type");
   EXPECT_EQ(linked(r, "T:m.Engine@x.m", "Use"), "m.Engine.Use m declared-type");
   EXPECT_EQ(linked(r, "S:m.Context", "Next"), "m.Context.Next m constructor");
   EXPECT_EQ(linked(r, "S:m.New/Context()", "Next"), "m.Context.Next m result-type");
+  EXPECT_EQ(linked(r, "T:m.Context/all/[]/[]", "Get"), "m.Pool.Get m attribute");
+  EXPECT_EQ(linked(r, "T:m.Context/all/[]", "Get"), "-");  // a slice has no methods
+  EXPECT_EQ(linked(r, "T:[]m.Pool/[]/[]", "Get"), "-");
   EXPECT_EQ(linked(r, "T:m.Context/engine/pool", "Get"), "m.Pool.Get m attribute");
   EXPECT_EQ(linked(r, "T:m.Context/engine/pool", "Get", "fixture"), "m.Pool.Get m fixture");
   EXPECT_TRUE(r.consulted().count("m.Engine.pool") != 0);  // looked for as a symbol first

@@ -121,7 +121,9 @@ class Rules : public tagged::Extraction {
         out_.symbols[sym].type_of = result_type(ts_node_child_by_field_name(node, "result", 6));
     } else if (is(node, "parameter_declaration")) {
       record_parameters(node);
-    } else if (is(node, "range_clause") || is(node, "receive_statement")) {
+    } else if (is(node, "range_clause")) {
+      record_range(node);
+    } else if (is(node, "receive_statement")) {
       declare_unknown(ts_node_child_by_field_name(node, "left", 4));
     } else if (is(node, "type_switch_statement")) {
       declare_unknown(ts_node_child_by_field_name(node, "alias", 5));
@@ -213,6 +215,11 @@ class Rules : public tagged::Extraction {
       type = is(type, "generic_type") ? ts_node_child_by_field_name(type, "type", 4)
                                       : ts_node_named_child(type, 0);
     }
+    if (is(type, "slice_type") || is(type, "array_type") || is(type, "map_type")) {
+      auto inner = type_expr(ts_node_child_by_field_name(
+          type, is(type, "map_type") ? "value" : "element", is(type, "map_type") ? 5 : 7));
+      return inner.empty() ? inner : "T:[]" + inner.substr(2);
+    }
     if (is(type, "type_identifier")) {
       auto name = text(type);
       if (std::find(PREDECLARED.begin(), PREDECLARED.end(), name) != PREDECLARED.end()) return {};
@@ -275,7 +282,28 @@ class Rules : public tagged::Extraction {
       return member_type(callee, fn, true, depth);
     }
     if (is(e, "selector_expression")) return member_type(e, fn, false, depth);
+    if (is(e, "index_expression")) {
+      auto base = expr_type(ts_node_child_by_field_name(e, "operand", 7), fn, depth + 1);
+      return base.empty() || base.size() > MAX_EXPR ? TypeExpr{} : base + "/[]";
+    }
     return {};
+  }
+
+  // `for i, v := range xs`: v is an element of xs (of a map, a value); i or a lone variable is
+  // an index or key, whose type is not kept.
+  void record_range(TSNode clause) {
+    TSNode left = ts_node_child_by_field_name(clause, "left", 4);
+    if (ts_node_is_null(left)) return;
+    auto fn = current_callable();
+    auto count = ts_node_named_child_count(left);
+    for (std::uint32_t i = 0; i < count; ++i) {
+      TypeExpr t;
+      if (i == 1) {
+        auto base = expr_type(ts_node_child_by_field_name(clause, "right", 5), fn);
+        if (!base.empty() && base.size() <= MAX_EXPR) t = base + "/[]";
+      }
+      declare(fn, ts_node_named_child(left, i), t);
+    }
   }
 
   // `x.name` or `x.name()`: a package's function or variable, or a step on x's type.

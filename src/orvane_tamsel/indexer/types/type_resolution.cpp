@@ -49,6 +49,10 @@ std::optional<ParsedTypeExpr> parse_type_expr(std::string_view text) {
   auto start = text.substr(0, slash);
   auto at = start.find('@');
   out.fqn = std::string(start.substr(0, at));
+  while (!out.symbol && out.fqn.starts_with("[]")) {
+    out.fqn.erase(0, 2);
+    ++out.elements;
+  }
   if (at != std::string_view::npos) out.scope_modules = split(start.substr(at + 1), ',');
   if (out.fqn.empty()) return std::nullopt;
   if (slash == std::string_view::npos) return out;
@@ -91,7 +95,7 @@ std::optional<TypeResolver::Type> TypeResolver::evaluate(const TypeExpr& text, i
   for (const auto* c : candidates) {
     std::optional<Type> t;
     if (!expr->symbol) {
-      if (is_type_kind(c->kind)) t = Type{expr->fqn, c->module};
+      if (is_type_kind(c->kind)) t = Type{expr->fqn, c->module, expr->elements};
     } else {
       t = type_of_symbol(*c, expr->fqn, depth);
     }
@@ -108,8 +112,10 @@ std::optional<TypeResolver::Type> TypeResolver::evaluate(const TypeExpr& text, i
     if (!type) break;
     type = step(*type, s, depth);
   }
-  if (evidence && type && !expr->steps.empty())
-    *evidence = expr->steps.back().call ? "result-type" : "attribute";
+  // An element taken ("/[]") keeps the evidence of what held it.
+  for (const auto& s : expr->steps) {
+    if (evidence && type && s.name != "[]") *evidence = s.call ? "result-type" : "attribute";
+  }
   return type;
 }
 
@@ -127,6 +133,7 @@ std::optional<TypeResolver::Type> TypeResolver::as_type(const std::string& fqn,
 }
 
 std::optional<TypeResolver::Found> TypeResolver::member_of(const Type& t, const std::string& name) {
+  if (t.elements > 0) return std::nullopt;  // a container has no members to look up
   std::vector<Type> level{t};
   std::set<Type> seen{t};
   for (int depth = 0; depth <= MAX_BASE_DEPTH && !level.empty(); ++depth) {
@@ -172,6 +179,10 @@ std::optional<TypeResolver::Found> TypeResolver::member_of(const Type& t, const 
 
 std::optional<TypeResolver::Type> TypeResolver::step(const Type& t, const ParsedTypeExpr::Step& s,
                                                      int depth) {
+  if (s.name == "[]") {
+    if (s.call || t.elements == 0) return std::nullopt;
+    return Type{t.fqn, t.module, t.elements - 1};
+  }
   auto found = member_of(t, s.name);
   if (!found) return std::nullopt;
   if (!found->symbol) {

@@ -17,6 +17,7 @@ namespace orvane_tamsel::indexer::types {
 struct ParsedTypeExpr {
   bool symbol = false;  // "S:" (what a symbol gives) rather than "T:" (a type)
   std::string fqn;
+  int elements = 0;  // "T:[]fqn": a slice, array or map of fqn values, one "[]" per level
   std::vector<std::string> scope_modules;
   struct Step {
     std::string name;
@@ -54,8 +55,9 @@ class TypeResolver {
  private:
   struct Type {
     std::string fqn, module;
+    int elements = 0;  // a container of `elements` levels around the named type
     bool operator<(const Type& o) const {
-      return std::tie(fqn, module) < std::tie(o.fqn, o.module);
+      return std::tie(fqn, module, elements) < std::tie(o.fqn, o.module, o.elements);
     }
     bool operator==(const Type& o) const = default;
   };

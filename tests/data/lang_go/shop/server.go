@@ -45,4 +45,9 @@ func serve(c *Context) {
 	}
 	YAML{"a"}.Render(nil)
 	Default.handle()
+	for _, k := range []*Engine{} {
+		k.handle()
+	}
+	pools := map[string]Pool{}
+	pools["a"].Get()
 }
