@@ -8,13 +8,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include "orvane_tamsel/index/memories.h"
 #include "orvane_tamsel/index/repository.h"
 #include "orvane_tamsel/tool_registry.h"
-#include "orvane_tamsel/workers/retrieval.h"
-
-namespace orvane_tamsel::index {
-class MemoryStore;
-}
+#include "orvane_tamsel/workers/retriever.h"
 
 namespace orvane_tamsel::tool_handlers {
 
@@ -39,7 +36,7 @@ class InvalidArguments : public std::runtime_error {
 struct ToolContext {
   index::Repository& repository;
   workers::Retriever* retriever = nullptr;
-  index::MemoryStore* memories = nullptr;
+  index::Memories* memories = nullptr;
   std::function<Json(const Json& arguments)> explore;
 };
 
