@@ -35,8 +35,8 @@ class InvalidArguments : public std::runtime_error {
 // What the tools read. `explore` is bound by the host so that the explore call lives in one place.
 struct ToolContext {
   index::Repository& repository;
-  workers::Retriever* retriever = nullptr;
-  index::Memories* memories = nullptr;
+  workers::Retriever* retriever = nullptr;  // the context tool needs one
+  index::Memories* memories = nullptr;      // null: the memory tool says they are not available
   std::function<Json(const Json& arguments)> explore;
 };
 
