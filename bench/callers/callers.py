@@ -1,0 +1,427 @@
+"""Compares the index's callers with a language server's incoming calls, corpus by corpus.
+
+Usage: callers.py --tamsel BIN [--corpus NAME ...] [--sample N] [--out DIR] [--cache DIR]
+"""
+
+import argparse
+import json
+import os
+import pathlib
+import random
+import re
+import shutil
+import sqlite3
+import subprocess
+import sys
+import time
+
+import code_map
+import lsp
+
+HERE = pathlib.Path(__file__).resolve().parent
+REPO = HERE.parent.parent
+NODE_BIN = REPO / "node_modules" / ".bin"
+GOROOT_SRC = pathlib.Path("/usr/share/go-1.19/src")
+SEED = 19
+
+# name: where it comes from, its language, which server answers, how much of it is sampled.
+CORPORA = {
+    "stdlib": dict(language="python", server="pyright", source="/usr/lib/python3.11",
+                   exclude=["site-packages", "dist-packages", "config-3.11-*", "lib-dynload"]),
+    "django": dict(language="python", server="pyright",
+                   source="/usr/lib/python3/dist-packages/django", under="django"),
+    "gostd": dict(language="go", server="gopls", source=str(GOROOT_SRC),
+                  exclude=["cmd"], server_root=str(GOROOT_SRC)),
+    "lang_go": dict(language="go", server="gopls", source="tests/data/lang_go", small=True),
+    "lang_ts": dict(language="typescript", server="tsserver", source="tests/data/lang_ts",
+                    small=True),
+    "lang_js": dict(language="javascript", server="tsserver", source="tests/data/lang_js",
+                    small=True),
+    "lang_cpp": dict(language="cpp", server="clangd", source="tests/data/lang_cpp", small=True),
+    "lang_c": dict(language="c", server="clangd", source="tests/data/lang_c", small=True),
+}
+SUFFIXES = {"python": (".py",), "go": (".go",), "typescript": (".ts", ".tsx"),
+            "javascript": (".js", ".mjs", ".cjs"), "cpp": (".cpp", ".cc", ".h", ".hpp"),
+            "c": (".c", ".h")}
+LANGUAGE_ID = {"python": "python", "go": "go", "typescript": "typescript",
+               "javascript": "javascript", "cpp": "cpp", "c": "c"}
+
+
+def log(*args):
+    print(*args, file=sys.stderr, flush=True)
+
+
+def prepare_copy(name, spec, out):
+    """A fresh copy of the corpus for the index (and the server, unless it reads the original)."""
+    root = out / name
+    if root.exists():
+        shutil.rmtree(root)
+    source = pathlib.Path(spec["source"])
+    if not source.is_absolute():
+        source = REPO / source
+    dest = root / spec.get("under", "")
+    dest.mkdir(parents=True)
+    tar = ["tar", "cf", "-", "--exclude=__pycache__", "--exclude=.tamsel"]
+    if spec["language"] == "go":
+        tar.append("--exclude=testdata")  # not Go packages: gopls does not load them
+    tar += [f"--exclude=./{e}" for e in spec.get("exclude", [])] + ["."]
+    pack = subprocess.Popen(tar, cwd=source, stdout=subprocess.PIPE)
+    subprocess.run(["tar", "xf", "-", "-C", str(dest)], stdin=pack.stdout, check=True)
+    pack.wait()
+    if spec["server"] == "clangd":
+        (root / "compile_flags.txt").write_text("-xc++\n-std=c++20\n-Iinclude\n"
+                                                if spec["language"] == "cpp" else "-Iinclude\n")
+    if spec["language"] == "go" and not (root / "go.mod").exists():
+        # gopls reads only go versions it knows: the local one, with no requirements.
+        (root / "go.mod").write_text("module example.com/corpus\n\ngo 1.19\n")
+    return root
+
+
+def source_files(root, spec):
+    files = []
+    for dirpath, dirnames, filenames in os.walk(root):
+        dirnames[:] = sorted(d for d in dirnames if not d.startswith(".") and d != "testdata")
+        for f in sorted(filenames):
+            if f.endswith(SUFFIXES[spec["language"]]):
+                files.append(str(pathlib.Path(dirpath, f).relative_to(root)))
+    return files
+
+
+def start_server(spec, root, out):
+    kind = spec["server"]
+    logf = open(out / f"{kind}.log", "a")
+    if kind == "pyright":
+        return lsp.Server([str(NODE_BIN / "pyright-langserver"), "--stdio"], root, log=logf,
+                          settings={"python": {"analysis": {"diagnosticMode": "openFilesOnly"}}})
+    if kind == "gopls":
+        env = {"GOPROXY": "off", "GOFLAGS": "-mod=mod", "GO111MODULE": "on",
+               "GOTOOLCHAIN": "local"}
+        if spec.get("server_root"):
+            env["GOFLAGS"] = "-mod=vendor"
+        return lsp.Server(["gopls"], root, env=env, log=logf)
+    if kind == "tsserver":
+        return lsp.Server([str(NODE_BIN / "typescript-language-server"), "--stdio"], root,
+                          log=logf, init_options={"tsserver": {
+                              "path": str(REPO / "node_modules/typescript/lib")}})
+    if kind == "clangd":
+        return lsp.Server(["clangd", "--background-index", "-j=1"], root, log=logf)
+    raise ValueError(kind)
+
+
+class Cache:
+    """The server's answers, by corpus: they depend on the corpus and the server, not the index."""
+
+    def __init__(self, path, server_name):
+        self.path = path
+        self.data = {"server": server_name, "symbols": {}, "incoming": {}, "definition": {}}
+        if path.exists():
+            data = json.loads(path.read_text())
+            if data.get("server") == server_name:
+                self.data = data
+        self.dirty = 0
+
+    def get(self, table, key):
+        return self.data[table].get(key, "missing")
+
+    def put(self, table, key, value):
+        self.data[table][key] = value
+        self.dirty += 1
+        if self.dirty >= 10:
+            self.save()
+
+    def save(self):
+        tmp = self.path.with_suffix(".tmp")
+        tmp.write_text(json.dumps(self.data))
+        tmp.replace(self.path)
+        self.dirty = 0
+
+
+class Session:
+    """Starts the language server only when an answer is not cached."""
+
+    def __init__(self, spec, server_root, out, cache):
+        self.spec, self.server_root, self.out, self.cache = spec, server_root, out, cache
+        self.server = None
+
+    def _server(self):
+        if self.server is None:
+            log(f"  starting {self.spec['server']} on {self.server_root}")
+            self.server = start_server(self.spec, self.server_root, self.out)
+        return self.server
+
+    def _ask(self, method, rel, line, col, timeout=1800):
+        s = self._server()
+        path = str(self.server_root / rel)
+        s.open(path, LANGUAGE_ID[self.spec["language"]])
+        try:
+            return s.request(method, {"textDocument": {"uri": lsp.uri(path)},
+                                      "position": {"line": line, "character": col}}, timeout)
+        finally:
+            s.notify("textDocument/didClose", {"textDocument": {"uri": lsp.uri(path)}})
+
+    def _rel(self, file_uri):
+        p = pathlib.Path(lsp.path_of(file_uri))
+        try:
+            return str(p.resolve().relative_to(self.server_root.resolve()))
+        except ValueError:
+            return None
+
+    def incoming(self, d):
+        """Call sites (file, line, column) of the definition d, or None if the server knows none."""
+        key = f"{d.file}:{d.line}:{d.col}"
+        hit = self.cache.get("incoming", key)
+        if hit != "missing":
+            return hit
+        items = self._ask("textDocument/prepareCallHierarchy", d.file, d.line, d.col)
+        sites = None
+        if items:
+            sites = []
+            for call in self._server().request("callHierarchy/incomingCalls",
+                                               {"item": items[0]}, 1800) or []:
+                rel = self._rel(call["from"]["uri"])
+                for r in call.get("fromRanges") or [call["from"]["selectionRange"]]:
+                    if rel is not None:
+                        sites.append([rel, r["start"]["line"], r["start"]["character"]])
+        self.cache.put("incoming", key, sites)
+        return sites
+
+    def definition(self, rel, line, col):
+        key = f"{rel}:{line}:{col}"
+        hit = self.cache.get("definition", key)
+        if hit != "missing":
+            return hit
+        try:
+            found = self._ask("textDocument/definition", rel, line, col, 600) or []
+        except (RuntimeError, TimeoutError) as e:
+            log(f"  definition at {key}: {e}")
+            found = []
+        if isinstance(found, dict):
+            found = [found]
+        places = []
+        for loc in found:
+            target = self._rel(loc.get("uri") or loc.get("targetUri"))
+            rng = loc.get("range") or loc.get("targetSelectionRange")
+            places.append([target, rng["start"]["line"]])
+        self.cache.put("definition", key, places)
+        return places
+
+    def symbols(self, rel):
+        hit = self.cache.get("symbols", rel)
+        if hit != "missing":
+            return hit
+        s = self._server()
+        path = str(self.server_root / rel)
+        s.open(path, LANGUAGE_ID[self.spec["language"]])
+        found = s.request("textDocument/documentSymbol",
+                          {"textDocument": {"uri": lsp.uri(path)}}, 300) or []
+        self.cache.put("symbols", rel, found)
+        return found
+
+    def close(self):
+        self.cache.save()
+        if self.server:
+            self.server.close()
+
+
+def map_corpus(spec, files, root, session):
+    """Definitions and enclosing-function maps of every file."""
+    defs, maps, unparsed = [], {}, 0
+    for rel in files:
+        test = code_map.is_test_path(rel, spec["language"])
+        if spec["language"] == "python":
+            got = code_map.python_file(rel, (root / rel).read_text(errors="replace"), test)
+        elif spec["language"] == "go":
+            got = code_map.go_file(rel, (root / rel).read_text(errors="replace"), test)
+        else:
+            got = code_map.from_document_symbols(rel, session.symbols(rel), test)
+        if got is None:
+            unparsed += 1
+            continue
+        file_defs, maps[rel] = got
+        defs += file_defs
+    return defs, maps, unparsed
+
+
+def sample(defs, n, language):
+    """A seeded random sample of product definitions, fixed by the corpus alone."""
+    pool = [d for d in defs if d.sampled and not d.test and "/vendor/" not in f"/{d.file}"]
+    pool.sort(key=lambda d: (d.file, d.line))
+    if n <= 0 or n >= len(pool):
+        return pool, len(pool)
+    return sorted(random.Random(SEED).sample(pool, n), key=lambda d: (d.file, d.line)), len(pool)
+
+
+def index_callers(db, d):
+    """Call sites (file, 0-based line) that the index links to d; None if it has no such symbol."""
+    row = db.execute(
+        "SELECT s.id FROM symbols s JOIN files f ON f.id = s.file_id WHERE f.path = ? AND "
+        "s.name = ? AND s.start_line <= ? AND s.end_line >= ? AND s.kind NOT IN "
+        "('class', 'module', 'struct', 'interface', 'enum', 'trait', 'namespace') "
+        "ORDER BY s.start_line DESC LIMIT 1", (d.file, d.name, d.line + 1, d.line + 1)).fetchone()
+    if row is None:
+        return None
+    return [(path, line - 1) for path, line in db.execute(
+        "SELECT f.path, e.line FROM edges e JOIN files f ON f.id = e.file_id "
+        "WHERE e.callee_id = ?", (row[0],))]
+
+
+def pair(maps, rel, line):
+    m = maps.get(rel)
+    return (rel, m.enclosing(line) if m else "<unmapped>")
+
+
+def confirm(session, d, sites, root):
+    """'yes' when go-to-definition at one of the sites reaches d, 'no' when it reaches elsewhere."""
+    verdict = "unknown"
+    for rel, line in sites:
+        try:
+            text = (root / rel).read_text(errors="replace").split("\n")[line]
+        except (IndexError, OSError):
+            continue
+        for m in re.finditer(r"\b" + re.escape(d.name) + r"\b", text):
+            for target, tline in session.definition(rel, line, m.start()):
+                if target == d.file and d.start <= tline <= d.end:
+                    return "yes"
+                verdict = "no"
+    return verdict
+
+
+def explore_tests(tamsel, root, d, maps, test_pairs):
+    """Whether 'tests for NAME' names d and lists a test that calls it."""
+    out = subprocess.run(["nice", tamsel, "explore", "--repo", str(root), f"tests for {d.name}"],
+                         capture_output=True, text=True, timeout=120)
+    try:
+        answer = json.loads(out.stdout)
+    except json.JSONDecodeError:
+        return False
+    symbols = answer.get("symbols") or []
+    if not symbols or symbols[0].get("file") != d.file or \
+            not d.start <= symbols[0].get("line", 0) - 1 <= d.end:
+        return False
+    return any(pair(maps, t.get("file"), t.get("line", 0) - 1) in test_pairs
+               for t in answer.get("tests") or [])
+
+
+def ratio(a, b):
+    return f"{a / b:.2f}" if b else "-"
+
+
+def measure(name, spec, args):
+    t0 = time.monotonic()
+    root = prepare_copy(name, spec, args.out)
+    server_root = pathlib.Path(spec.get("server_root", root))
+    files = source_files(root, spec)
+    cache = Cache(args.cache / f"{name}.json", spec["server"])
+    session = Session(spec, server_root, args.out, cache)
+    try:
+        defs, maps, unparsed = map_corpus(spec, files, root, session)
+        n = 0 if spec.get("small") else args.sample
+        chosen, pool = sample(defs, n, spec["language"])
+        log(f"== {name}: {len(files)} files ({unparsed} unparsed), {pool} product definitions, "
+            f"{len(chosen)} sampled")
+        for i, d in enumerate(chosen):
+            if cache.get("incoming", f"{d.file}:{d.line}:{d.col}") == "missing":
+                t = time.monotonic()
+                sites = session.incoming(d)
+                log(f"  [{i + 1}/{len(chosen)}] {d.file}:{d.line + 1} {d.label}: "
+                    f"{'-' if sites is None else len(sites)} sites, {time.monotonic() - t:.1f} s")
+        cache.save()
+        if args.server_only:
+            return None
+        subprocess.run(["nice", args.tamsel, "index", "--repo", str(root)], check=True,
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        db = sqlite3.connect(root / ".tamsel" / "index.db")
+        counts = {n: sum(1 for d in defs if d.name == n) for n in {d.name for d in chosen}}
+        s = dict(defs=len(chosen), unknown_server=0, unknown_index=0, truth=0, found=0,
+                 truth_test=0, found_test=0, index_pairs=0, confirmed=0, refuted=0,
+                 unconfirmed=0, once=0, once_ok=0)
+        extras = []
+        for d in chosen:
+            sites = session.incoming(d)
+            got = index_callers(db, d)
+            if sites is None:
+                s["unknown_server"] += 1
+                continue
+            if got is None:
+                s["unknown_index"] += 1
+                got = []
+            truth = {pair(maps, f, l) for f, l, _ in sites}
+            by_pair = {}
+            for f, l in got:
+                by_pair.setdefault(pair(maps, f, l), []).append((f, l))
+            for p, where in by_pair.items():
+                if p in truth:
+                    continue
+                verdict = confirm(session, d, where, root)
+                if verdict == "yes":
+                    truth.add(p)
+                    s["confirmed"] += 1
+                else:
+                    s["refuted" if verdict == "no" else "unconfirmed"] += 1
+                    extras.append((verdict, d, p, where[0][1] + 1))
+            found = truth & set(by_pair)
+            tests = {p for p in truth if code_map.is_test_path(p[0], spec["language"])}
+            s["truth"] += len(truth)
+            s["found"] += len(found)
+            s["truth_test"] += len(tests)
+            s["found_test"] += len(found & tests)
+            s["index_pairs"] += len(by_pair)
+            if tests and counts[d.name] == 1:
+                s["once"] += 1
+                s["once_ok"] += explore_tests(args.tamsel, root, d, maps, tests)
+        cache.save()
+        s["seconds"] = round(time.monotonic() - t0, 1)
+        s["pool"] = pool
+        with open(args.out / f"{name}.extras.txt", "w") as f:
+            for verdict, d, p, line in extras:
+                f.write(f"{verdict}\t{d.file}:{d.line + 1} {d.label}\t<- {p[0]}:{line} {p[1]}\n")
+        return s
+    finally:
+        session.close()
+
+
+def report(name, spec, s):
+    tp = s["found"]
+    product = s["truth"] - s["truth_test"]
+    return (f"| {name} | {spec['server']} | {s['defs']} of {s['pool']} | {s['truth']} | "
+            f"{ratio(tp, s['truth'])} | {ratio(tp - s['found_test'], product)} | "
+            f"{ratio(s['found_test'], s['truth_test'])} ({s['truth_test']}) | "
+            f"{ratio(tp, tp + s['refuted'])} | {ratio(tp, s['index_pairs'])} | "
+            f"{s['confirmed']}/{s['refuted']}/{s['unconfirmed']} | "
+            f"{s['once_ok']}/{s['once']} | {s['unknown_server']}/{s['unknown_index']} |")
+
+
+def main():
+    ap = argparse.ArgumentParser(description=__doc__)
+    ap.add_argument("--tamsel", default=str(REPO / "build" / "tamsel"))
+    ap.add_argument("--corpus", action="append", choices=list(CORPORA))
+    ap.add_argument("--sample", type=int, default=150)
+    ap.add_argument("--out", type=pathlib.Path, default=REPO / "bench" / "out" / "callers")
+    ap.add_argument("--cache", type=pathlib.Path, default=HERE / "cache")
+    ap.add_argument("--server-only", action="store_true",
+                    help="only fill the cache of the language servers' answers")
+    args = ap.parse_args()
+    args.tamsel = str(pathlib.Path(args.tamsel).resolve())
+    args.out.mkdir(parents=True, exist_ok=True)
+    args.cache.mkdir(parents=True, exist_ok=True)
+    names = args.corpus or list(CORPORA)
+    rows = []
+    for name in names:
+        s = measure(name, CORPORA[name], args)
+        if s:
+            rows.append(report(name, CORPORA[name], s))
+            log(rows[-1])
+    if rows:
+        print("| corpus | server | sampled of product defs | callers (server + confirmed) | "
+              "recall | product | in tests (callers) | precision | strict precision | "
+              "extras confirmed/refuted/unconfirmed | tests route | unknown to server/index |")
+        print("| --- " * 12 + "|")
+        print("\n".join(rows))
+        cmd = ["bench/callers/run", "--tamsel", args.tamsel, "--sample", str(args.sample)]
+        for n in names:
+            cmd += ["--corpus", n]
+        print(f"\nreproduce: {' '.join(cmd)}")
+
+
+if __name__ == "__main__":
+    main()
