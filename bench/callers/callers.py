@@ -4,6 +4,7 @@ Usage: callers.py --tamsel BIN [--corpus NAME ...] [--sample N] [--out DIR] [--c
 """
 
 import argparse
+import contextlib
 import json
 import os
 import pathlib
@@ -71,6 +72,11 @@ def prepare_copy(name, spec, out):
     if spec["server"] == "clangd":
         (root / "compile_flags.txt").write_text("-xc++\n-std=c++20\n-Iinclude\n"
                                                 if spec["language"] == "cpp" else "-Iinclude\n")
+    if spec["server"] == "tsserver":
+        # Without a project file the server sees only the open files and what they import.
+        (root / "tsconfig.json").write_text(json.dumps({"compilerOptions": {
+            "allowJs": True, "checkJs": False, "noEmit": True, "target": "es2022",
+            "module": "nodenext"}, "include": ["**/*"]}))
     if spec["language"] == "go" and not (root / "go.mod").exists():
         # gopls reads only go versions it knows: the local one, with no requirements.
         (root / "go.mod").write_text("module example.com/corpus\n\ngo 1.19\n")
@@ -139,25 +145,42 @@ class Cache:
 class Session:
     """Starts the language server only when an answer is not cached."""
 
-    def __init__(self, spec, server_root, out, cache):
+    def __init__(self, spec, server_root, out, cache, files):
         self.spec, self.server_root, self.out, self.cache = spec, server_root, out, cache
+        self.files = files
         self.server = None
+        # clangd finds callers in its index of the files it has parsed: parse them all, keep them.
+        self.keep_open = spec["server"] == "clangd"
 
     def _server(self):
         if self.server is None:
             log(f"  starting {self.spec['server']} on {self.server_root}")
             self.server = start_server(self.spec, self.server_root, self.out)
+            if self.keep_open:
+                for rel in self.files:
+                    path = str(self.server_root / rel)
+                    self.server.open(path, LANGUAGE_ID[self.spec["language"]])
+                    self.server.request("textDocument/documentSymbol",
+                                        {"textDocument": {"uri": lsp.uri(path)}}, 300)
         return self.server
 
-    def _ask(self, method, rel, line, col, timeout=1800):
+    @contextlib.contextmanager
+    def _opened(self, rel):
         s = self._server()
         path = str(self.server_root / rel)
+        if self.keep_open:
+            yield {"uri": lsp.uri(path)}
+            return
         s.open(path, LANGUAGE_ID[self.spec["language"]])
         try:
-            return s.request(method, {"textDocument": {"uri": lsp.uri(path)},
-                                      "position": {"line": line, "character": col}}, timeout)
+            yield {"uri": lsp.uri(path)}
         finally:
             s.notify("textDocument/didClose", {"textDocument": {"uri": lsp.uri(path)}})
+
+    def _ask(self, method, rel, line, col, timeout=1800):
+        with self._opened(rel) as doc:
+            return self.server.request(method, {"textDocument": doc, "position": {
+                "line": line, "character": col}}, timeout)
 
     def _rel(self, file_uri):
         p = pathlib.Path(lsp.path_of(file_uri))
@@ -172,12 +195,15 @@ class Session:
         hit = self.cache.get("incoming", key)
         if hit != "missing":
             return hit
-        items = self._ask("textDocument/prepareCallHierarchy", d.file, d.line, d.col)
         sites = None
+        with self._opened(d.file) as doc:
+            items = self.server.request("textDocument/prepareCallHierarchy", {
+                "textDocument": doc, "position": {"line": d.line, "character": d.col}}, 1800)
+            calls = items and self.server.request("callHierarchy/incomingCalls",
+                                                  {"item": items[0]}, 1800)
         if items:
             sites = []
-            for call in self._server().request("callHierarchy/incomingCalls",
-                                               {"item": items[0]}, 1800) or []:
+            for call in calls or []:
                 rel = self._rel(call["from"]["uri"])
                 for r in call.get("fromRanges") or [call["from"]["selectionRange"]]:
                     if rel is not None:
@@ -209,11 +235,9 @@ class Session:
         hit = self.cache.get("symbols", rel)
         if hit != "missing":
             return hit
-        s = self._server()
-        path = str(self.server_root / rel)
-        s.open(path, LANGUAGE_ID[self.spec["language"]])
-        found = s.request("textDocument/documentSymbol",
-                          {"textDocument": {"uri": lsp.uri(path)}}, 300) or []
+        with self._opened(rel) as doc:
+            found = self.server.request("textDocument/documentSymbol", {"textDocument": doc},
+                                        300) or []
         self.cache.put("symbols", rel, found)
         return found
 
@@ -265,6 +289,22 @@ def index_callers(db, d):
         "WHERE e.callee_id = ?", (row[0],))]
 
 
+def reaches(places, d):
+    return any(target == d.file and d.start <= line <= d.end for target, line in places)
+
+
+def direct_sites(session, d, sites):
+    """The server's call sites whose go-to-definition reaches d, and how many reach elsewhere.
+
+    gopls also lists calls through an interface that d's type implements: dynamic dispatch, which
+    no static index links, so they are counted apart.
+    """
+    if session.spec["server"] != "gopls":
+        return sites, 0
+    kept = [s for s in sites if (places := session.definition(*s)) == [] or reaches(places, d)]
+    return kept, len(sites) - len(kept)
+
+
 def pair(maps, rel, line):
     m = maps.get(rel)
     return (rel, m.enclosing(line) if m else "<unmapped>")
@@ -279,15 +319,20 @@ def confirm(session, d, sites, root):
         except (IndexError, OSError):
             continue
         for m in re.finditer(r"\b" + re.escape(d.name) + r"\b", text):
-            for target, tline in session.definition(rel, line, m.start()):
-                if target == d.file and d.start <= tline <= d.end:
-                    return "yes"
+            places = session.definition(rel, line, m.start())
+            if reaches(places, d):
+                return "yes"
+            if places:
                 verdict = "no"
     return verdict
 
 
-def explore_tests(tamsel, root, d, maps, test_pairs):
-    """Whether 'tests for NAME' names d and lists a test that calls it."""
+def explore_tests(tamsel, root, db, d, test_sites):
+    """Whether 'tests for NAME' names d and lists a test that calls it.
+
+    A listed test counts when one of d's call sites in test code lies within the test's extent
+    as the index records it.
+    """
     out = subprocess.run(["nice", tamsel, "explore", "--repo", str(root), f"tests for {d.name}"],
                          capture_output=True, text=True, timeout=120)
     try:
@@ -298,8 +343,14 @@ def explore_tests(tamsel, root, d, maps, test_pairs):
     if not symbols or symbols[0].get("file") != d.file or \
             not d.start <= symbols[0].get("line", 0) - 1 <= d.end:
         return False
-    return any(pair(maps, t.get("file"), t.get("line", 0) - 1) in test_pairs
-               for t in answer.get("tests") or [])
+    for t in answer.get("tests") or []:
+        row = db.execute("SELECT max(s.end_line) FROM symbols s JOIN files f ON f.id = s.file_id "
+                         "WHERE f.path = ? AND s.start_line = ?", (t.get("file"), t.get("line")))
+        end = (row.fetchone() or [None])[0] or t.get("line", 0)
+        if any(f == t.get("file") and t.get("line", 0) <= line + 1 <= end
+               for f, line in test_sites):
+            return True
+    return False
 
 
 def ratio(a, b):
@@ -312,7 +363,7 @@ def measure(name, spec, args):
     server_root = pathlib.Path(spec.get("server_root", root))
     files = source_files(root, spec)
     cache = Cache(args.cache / f"{name}.json", spec["server"])
-    session = Session(spec, server_root, args.out, cache)
+    session = Session(spec, server_root, args.out, cache, files)
     try:
         defs, maps, unparsed = map_corpus(spec, files, root, session)
         n = 0 if spec.get("small") else args.sample
@@ -323,6 +374,8 @@ def measure(name, spec, args):
             if cache.get("incoming", f"{d.file}:{d.line}:{d.col}") == "missing":
                 t = time.monotonic()
                 sites = session.incoming(d)
+                if sites:
+                    direct_sites(session, d, sites)
                 log(f"  [{i + 1}/{len(chosen)}] {d.file}:{d.line + 1} {d.label}: "
                     f"{'-' if sites is None else len(sites)} sites, {time.monotonic() - t:.1f} s")
         cache.save()
@@ -331,11 +384,12 @@ def measure(name, spec, args):
         subprocess.run(["nice", args.tamsel, "index", "--repo", str(root)], check=True,
                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         db = sqlite3.connect(root / ".tamsel" / "index.db")
-        counts = {n: sum(1 for d in defs if d.name == n) for n in {d.name for d in chosen}}
+        names = {d.name for d in chosen}
+        counts = {n: sum(1 for d in defs if d.name == n and not d.declaration) for n in names}
         s = dict(defs=len(chosen), unknown_server=0, unknown_index=0, truth=0, found=0,
                  truth_test=0, found_test=0, index_pairs=0, confirmed=0, refuted=0,
-                 unconfirmed=0, once=0, once_ok=0)
-        extras = []
+                 unconfirmed=0, once=0, once_ok=0, dispatched=0)
+        extras, misses = [], []
         for d in chosen:
             sites = session.incoming(d)
             got = index_callers(db, d)
@@ -345,6 +399,8 @@ def measure(name, spec, args):
             if got is None:
                 s["unknown_index"] += 1
                 got = []
+            sites, dispatched = direct_sites(session, d, list(sites))
+            s["dispatched"] += dispatched
             truth = {pair(maps, f, l) for f, l, _ in sites}
             by_pair = {}
             for f, l in got:
@@ -355,6 +411,7 @@ def measure(name, spec, args):
                 verdict = confirm(session, d, where, root)
                 if verdict == "yes":
                     truth.add(p)
+                    sites += [[f, l, 0] for f, l in where]
                     s["confirmed"] += 1
                 else:
                     s["refuted" if verdict == "no" else "unconfirmed"] += 1
@@ -368,13 +425,21 @@ def measure(name, spec, args):
             s["index_pairs"] += len(by_pair)
             if tests and counts[d.name] == 1:
                 s["once"] += 1
-                s["once_ok"] += explore_tests(args.tamsel, root, d, maps, tests)
+                test_sites = [(f, l) for f, l, _ in sites
+                              if code_map.is_test_path(f, spec["language"])]
+                ok = explore_tests(args.tamsel, root, db, d, test_sites)
+                s["once_ok"] += ok
+                if not ok:
+                    misses.append(d)
         cache.save()
         s["seconds"] = round(time.monotonic() - t0, 1)
         s["pool"] = pool
-        with open(args.out / f"{name}.extras.txt", "w") as f:
+        with open(args.out / f"{name}.details.txt", "w") as f:
             for verdict, d, p, line in extras:
-                f.write(f"{verdict}\t{d.file}:{d.line + 1} {d.label}\t<- {p[0]}:{line} {p[1]}\n")
+                f.write(f"extra, {verdict}\t{d.file}:{d.line + 1} {d.label}\t<- {p[0]}:{line} "
+                        f"{p[1]}\n")
+            for d in misses:
+                f.write(f"tests route misses\t{d.file}:{d.line + 1} {d.label}\n")
         return s
     finally:
         session.close()
@@ -388,7 +453,8 @@ def report(name, spec, s):
             f"{ratio(s['found_test'], s['truth_test'])} ({s['truth_test']}) | "
             f"{ratio(tp, tp + s['refuted'])} | {ratio(tp, s['index_pairs'])} | "
             f"{s['confirmed']}/{s['refuted']}/{s['unconfirmed']} | "
-            f"{s['once_ok']}/{s['once']} | {s['unknown_server']}/{s['unknown_index']} |")
+            f"{s['once_ok']}/{s['once']} | {s['unknown_server']}/{s['unknown_index']} | "
+            f"{s['dispatched']} | {s['seconds']} |")
 
 
 def main():
@@ -414,8 +480,9 @@ def main():
     if rows:
         print("| corpus | server | sampled of product defs | callers (server + confirmed) | "
               "recall | product | in tests (callers) | precision | strict precision | "
-              "extras confirmed/refuted/unconfirmed | tests route | unknown to server/index |")
-        print("| --- " * 12 + "|")
+              "extras confirmed/refuted/unconfirmed | tests route | unknown to server/index | "
+              "through an interface | seconds |")
+        print("| --- " * 14 + "|")
         print("\n".join(rows))
         cmd = ["bench/callers/run", "--tamsel", args.tamsel, "--sample", str(args.sample)]
         for n in names:

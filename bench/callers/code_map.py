@@ -25,6 +25,7 @@ class Def:
     end: int       # last line
     test: bool     # defined in a test file
     sampled: bool  # a candidate for the sample (not nested, not a dunder, not a property)
+    declaration: bool = False  # a declaration without a body (C and C++ headers)
 
 
 @dataclass
@@ -114,7 +115,7 @@ def from_document_symbols(rel, symbols, test):
                 start, end = s["range"]["start"]["line"], s["range"]["end"]["line"]
                 sel = s.get("selectionRange", s["range"])["start"]
                 defs.append(Def(rel, name, label, sel["line"], sel["character"], start, end, test,
-                                not in_function and start < end))
+                                not in_function and start < end, start == end))
                 ranges.append((start, end, label))
                 visit(kids, label + ".", True)
             else:
