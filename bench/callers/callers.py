@@ -151,6 +151,8 @@ class Session:
         self.server = None
         # clangd finds callers in its index of the files it has parsed: parse them all, keep them.
         self.keep_open = spec["server"] == "clangd"
+        # gopls reads unopened files from disk; opening one would type-check its package again.
+        self.never_open = spec["server"] == "gopls"
 
     def _server(self):
         if self.server is None:
@@ -168,7 +170,7 @@ class Session:
     def _opened(self, rel):
         s = self._server()
         path = str(self.server_root / rel)
-        if self.keep_open:
+        if self.keep_open or self.never_open:
             yield {"uri": lsp.uri(path)}
             return
         s.open(path, LANGUAGE_ID[self.spec["language"]])
