@@ -33,6 +33,9 @@ CORPORA = {
                    source="/usr/lib/python3/dist-packages/django", under="django"),
     "gostd": dict(language="go", server="gopls", source=str(GOROOT_SRC),
                   exclude=["cmd"], server_root=str(GOROOT_SRC)),
+    # Its tests import from src/ through pytest's pythonpath, which pyright does not read.
+    "shop": dict(language="python", server="pyright", source="tests/data/shop", small=True,
+                 extra_paths=["src", "tests"]),
     "lang_go": dict(language="go", server="gopls", source="tests/data/lang_go", small=True),
     "lang_ts": dict(language="typescript", server="tsserver", source="tests/data/lang_ts",
                     small=True),
@@ -98,7 +101,9 @@ def start_server(spec, root, out):
     logf = open(out / f"{kind}.log", "a")
     if kind == "pyright":
         return lsp.Server([str(NODE_BIN / "pyright-langserver"), "--stdio"], root, log=logf,
-                          settings={"python": {"analysis": {"diagnosticMode": "openFilesOnly"}}})
+                          settings={"python": {"analysis": {
+                              "diagnosticMode": "openFilesOnly",
+                              "extraPaths": spec.get("extra_paths", [])}}})
     if kind == "gopls":
         env = {"GOPROXY": "off", "GOFLAGS": "-mod=mod", "GO111MODULE": "on",
                "GOTOOLCHAIN": "local"}
