@@ -470,7 +470,8 @@ def main():
     ap.add_argument("--corpus", action="append", choices=list(CORPORA))
     ap.add_argument("--sample", type=int, default=150)
     ap.add_argument("--out", type=pathlib.Path, default=REPO / "bench" / "out" / "callers")
-    ap.add_argument("--cache", type=pathlib.Path, default=HERE / "cache")
+    # Shared by every checkout: the answers do not depend on the index under test.
+    ap.add_argument("--cache", type=pathlib.Path, default=pathlib.Path("/tmp/tamsel-callers-cache"))
     ap.add_argument("--server-only", action="store_true",
                     help="only fill the cache of the language servers' answers")
     args = ap.parse_args()
