@@ -264,7 +264,8 @@ def map_corpus(spec, files, root, session):
         elif spec["language"] == "go":
             got = code_map.go_file(rel, (root / rel).read_text(errors="replace"), test)
         else:
-            got = code_map.from_document_symbols(rel, session.symbols(rel), test)
+            got = code_map.from_document_symbols(rel, session.symbols(rel), test,
+                                                 (root / rel).read_text(errors="replace"))
         if got is None:
             unparsed += 1
             continue

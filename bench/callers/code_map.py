@@ -102,9 +102,10 @@ def go_file(rel, text, test):
 FUNCTION_KINDS = {6, 9, 12}  # method, constructor, function
 
 
-def from_document_symbols(rel, symbols, test):
+def from_document_symbols(rel, symbols, test, text):
     """Definitions and ranges from an LSP textDocument/documentSymbol answer (hierarchical)."""
     defs, ranges = [], []
+    lines = text.split("\n")
 
     def visit(items, prefix, in_function):
         for s in items or []:
@@ -114,7 +115,12 @@ def from_document_symbols(rel, symbols, test):
             if s["kind"] in FUNCTION_KINDS and "range" in s:
                 start, end = s["range"]["start"]["line"], s["range"]["end"]["line"]
                 sel = s.get("selectionRange", s["range"])["start"]
-                defs.append(Def(rel, name, label, sel["line"], sel["character"], start, end, test,
+                col = sel["character"]
+                if sel == s["range"]["start"] and sel["line"] < len(lines):
+                    # Some servers select the whole declaration (an overload's implementation).
+                    m = re.search(r"\b" + re.escape(name) + r"\b", lines[sel["line"]])
+                    col = m.start() if m else col
+                defs.append(Def(rel, name, label, sel["line"], col, start, end, test,
                                 not in_function and start < end, start == end))
                 ranges.append((start, end, label))
                 visit(kids, label + ".", True)
