@@ -203,11 +203,18 @@ class Session:
         if hit != "missing":
             return hit
         sites = None
-        with self._opened(d.file) as doc:
-            items = self.server.request("textDocument/prepareCallHierarchy", {
-                "textDocument": doc, "position": {"line": d.line, "character": d.col}}, 1800)
-            calls = items and self.server.request("callHierarchy/incomingCalls",
-                                                  {"item": items[0]}, 1800)
+        try:
+            with self._opened(d.file) as doc:
+                items = self.server.request("textDocument/prepareCallHierarchy", {
+                    "textDocument": doc, "position": {"line": d.line, "character": d.col}}, 1800)
+                calls = items and self.server.request("callHierarchy/incomingCalls",
+                                                      {"item": items[0]}, 1800)
+        except RuntimeError as e:
+            # A file outside the server's build (another platform's Go file): unknown to it.
+            if self.server.answers.get("closed"):
+                raise
+            log(f"  {d.file}:{d.line + 1}: {e}")
+            items = None
         if items:
             sites = []
             for call in calls or []:
