@@ -156,8 +156,10 @@ class Session:
         self.server = None
         # clangd finds callers in its index of the files it has parsed: parse them all, keep them.
         self.keep_open = spec["server"] == "clangd"
-        # gopls reads unopened files from disk; opening one would type-check its package again.
-        self.never_open = spec["server"] == "gopls"
+        # gopls and pyright read unopened files from disk; opening one makes gopls type-check its
+        # package again and pyright check the whole file.
+        self.never_open = spec["server"] in ("gopls", "pyright")
+        self.probe = None  # a definition to ask until the server has found the workspace's files
 
     def _server(self):
         if self.server is None:
@@ -169,7 +171,21 @@ class Session:
                     self.server.open(path, LANGUAGE_ID[self.spec["language"]])
                     self.server.request("textDocument/documentSymbol",
                                         {"textDocument": {"uri": lsp.uri(path)}}, 300)
+            if self.spec["server"] == "pyright" and self.probe:
+                self._wait_until_ready()
         return self.server
+
+    def _wait_until_ready(self):
+        """pyright answers null about files it has not found yet; it looks for them at start."""
+        d = self.probe
+        deadline = time.monotonic() + 300
+        while time.monotonic() < deadline:
+            if self.server.request("textDocument/prepareCallHierarchy", {
+                    "textDocument": {"uri": lsp.uri(self.server_root / d.file)},
+                    "position": {"line": d.line, "character": d.col}}, 300):
+                return
+            time.sleep(2)
+        log(f"  {self.spec['server']} still knows nothing of {d.file} after 300 s")
 
     @contextlib.contextmanager
     def _opened(self, rel):
@@ -281,13 +297,16 @@ def map_corpus(spec, files, root, session):
     return defs, maps, unparsed
 
 
-def sample(defs, n, language):
-    """A seeded random sample of product definitions, fixed by the corpus alone."""
+def sample(defs, n):
+    """A seeded random sample of product definitions, fixed by the corpus alone.
+
+    In the order drawn: a smaller n draws the first n of a larger one.
+    """
     pool = [d for d in defs if d.sampled and not d.test and "/vendor/" not in f"/{d.file}"]
     pool.sort(key=lambda d: (d.file, d.line))
     if n <= 0 or n >= len(pool):
         return pool, len(pool)
-    return sorted(random.Random(SEED).sample(pool, n), key=lambda d: (d.file, d.line)), len(pool)
+    return random.Random(SEED).sample(pool, n), len(pool)
 
 
 def index_callers(db, d):
@@ -382,7 +401,8 @@ def measure(name, spec, args):
     try:
         defs, maps, unparsed = map_corpus(spec, files, root, session)
         n = 0 if spec.get("small") else args.sample
-        chosen, pool = sample(defs, n, spec["language"])
+        chosen, pool = sample(defs, n)
+        session.probe = chosen[0] if chosen else None
         log(f"== {name}: {len(files)} files ({unparsed} unparsed), {pool} product definitions, "
             f"{len(chosen)} sampled")
         for i, d in enumerate(chosen):
