@@ -105,11 +105,7 @@ def start_server(spec, root, out):
                               "diagnosticMode": "openFilesOnly",
                               "extraPaths": spec.get("extra_paths", [])}}})
     if kind == "gopls":
-        env = {"GOPROXY": "off", "GOFLAGS": "-mod=mod", "GO111MODULE": "on",
-               "GOTOOLCHAIN": "local"}
-        if spec.get("server_root"):
-            env["GOFLAGS"] = "-mod=vendor"
-        return lsp.Server(["gopls"], root, env=env, log=logf)
+        return lsp.Server(["gopls"], root, env=go_env(spec), log=logf)
     if kind == "tsserver":
         return lsp.Server([str(NODE_BIN / "typescript-language-server"), "--stdio"], root,
                           log=logf, init_options={"tsserver": {
@@ -297,6 +293,30 @@ def map_corpus(spec, files, root, session):
     return defs, maps, unparsed
 
 
+GO_ENV = {"GOPROXY": "off", "GOFLAGS": "-mod=mod", "GO111MODULE": "on", "GOTOOLCHAIN": "local"}
+
+
+def go_env(spec):
+    # The standard library's requirements are vendored; gopls reads the original tree.
+    return {**GO_ENV, "GOFLAGS": "-mod=vendor"} if spec.get("server_root") else GO_ENV
+
+
+def go_buildable(spec, root):
+    """The Go files that build here (linux/amd64): gopls knows nothing of another platform's."""
+    fmt = "{{.Dir}}" + "".join("{{range .%s}}\t{{.}}{{end}}" % k for k in
+                              ("GoFiles", "CgoFiles", "TestGoFiles", "XTestGoFiles"))
+    out = subprocess.run(["go", "list", "-e", "-f", fmt,
+                          "std" if spec.get("server_root") else "./..."],
+                         cwd=root, capture_output=True, text=True, check=True,
+                         env={**os.environ, **go_env(spec)}).stdout
+    files = set()
+    for line in out.splitlines():
+        folder, *names = line.split("\t")
+        rel = os.path.relpath(folder, root)
+        files |= {os.path.normpath(os.path.join(rel, n)) for n in names}
+    return files
+
+
 def sample(defs, n):
     """A seeded random sample of product definitions, fixed by the corpus alone.
 
@@ -401,7 +421,11 @@ def measure(name, spec, args):
     try:
         defs, maps, unparsed = map_corpus(spec, files, root, session)
         n = 0 if spec.get("small") else args.sample
-        chosen, pool = sample(defs, n)
+        candidates = defs
+        if spec["language"] == "go":
+            buildable = go_buildable(spec, server_root)
+            candidates = [d for d in defs if d.file in buildable]
+        chosen, pool = sample(candidates, n)
         session.probe = chosen[0] if chosen else None
         log(f"== {name}: {len(files)} files ({unparsed} unparsed), {pool} product definitions, "
             f"{len(chosen)} sampled")
@@ -424,7 +448,7 @@ def measure(name, spec, args):
         s = dict(defs=len(chosen), unknown_server=0, unknown_index=0, truth=0, found=0,
                  truth_test=0, found_test=0, index_pairs=0, confirmed=0, refuted=0,
                  unconfirmed=0, once=0, once_ok=0, dispatched=0)
-        extras, misses = [], []
+        extras, misses, missed = [], [], []
         for d in chosen:
             sites = session.incoming(d)
             got = index_callers(db, d)
@@ -452,6 +476,7 @@ def measure(name, spec, args):
                     s["refuted" if verdict == "no" else "unconfirmed"] += 1
                     extras.append((verdict, d, p, where[0][1] + 1))
             found = truth & set(by_pair)
+            missed += [(d, p) for p in sorted(truth - found)]
             tests = {p for p in truth if code_map.is_test_path(p[0], spec["language"])}
             s["truth"] += len(truth)
             s["found"] += len(found)
@@ -473,6 +498,8 @@ def measure(name, spec, args):
             for verdict, d, p, line in extras:
                 f.write(f"extra, {verdict}\t{d.file}:{d.line + 1} {d.label}\t<- {p[0]}:{line} "
                         f"{p[1]}\n")
+            for d, p in missed:
+                f.write(f"missed\t{d.file}:{d.line + 1} {d.label}\t<- {p[0]} {p[1]}\n")
             for d in misses:
                 f.write(f"tests route misses\t{d.file}:{d.line + 1} {d.label}\n")
         return s
