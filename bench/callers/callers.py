@@ -491,9 +491,11 @@ def measure(name, spec, args):
                     truth.add(p)
                     sites += [[f, l, 0] for f, l in where]
                     s["confirmed"] += 1
+                    extras.append(("confirmed", d, p, where[0][1] + 1))
                 else:
                     s["refuted" if verdict == "no" else "unconfirmed"] += 1
-                    extras.append((verdict, d, p, where[0][1] + 1))
+                    extras.append(("refuted" if verdict == "no" else "unconfirmed", d, p,
+                                   where[0][1] + 1))
             found = truth & set(by_pair)
             missed += [(d, p) for p in sorted(truth - found)]
             tests = {p for p in truth if code_map.is_test_path(p[0], spec["language"])}
@@ -515,7 +517,7 @@ def measure(name, spec, args):
         s["pool"] = pool
         with open(args.out / f"{name}.details.txt", "w") as f:
             for verdict, d, p, line in extras:
-                f.write(f"extra, {verdict}\t{d.file}:{d.line + 1} {d.label}\t<- {p[0]}:{line} "
+                f.write(f"extra {verdict}\t{d.file}:{d.line + 1} {d.label}\t<- {p[0]}:{line} "
                         f"{p[1]}\n")
             for d, p in missed:
                 f.write(f"missed\t{d.file}:{d.line + 1} {d.label}\t<- {p[0]} {p[1]}\n")
