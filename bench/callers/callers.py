@@ -400,7 +400,7 @@ def explore_tests(tamsel, root, db, d, test_sites):
     A listed test counts when one of d's call sites in test code lies within the test's extent
     as the index records it.
     """
-    out = subprocess.run(["nice", tamsel, "explore", "--repo", str(root), f"tests for {d.name}"],
+    out = subprocess.run([tamsel, "explore", "--repo", str(root), f"tests for {d.name}"],
                          capture_output=True, text=True, timeout=120)
     try:
         answer = json.loads(out.stdout)
@@ -453,7 +453,7 @@ def measure(name, spec, args):
         cache.save()
         if args.server_only:
             return None
-        subprocess.run(["nice", args.tamsel, "index", "--repo", str(root)], check=True,
+        subprocess.run([args.tamsel, "index", "--repo", str(root)], check=True,
                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         db = sqlite3.connect(root / ".tamsel" / "index.db")
         names = {d.name for d in chosen}

@@ -23,7 +23,7 @@ class Server:
     def __init__(self, argv, root, env=None, settings=None, init_options=None, log=None):
         self.settings = settings or {}
         self.proc = subprocess.Popen(
-            ["nice", *argv], cwd=root, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+            argv, cwd=root, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
             stderr=log or subprocess.DEVNULL, env={**os.environ, **(env or {})})
         self.next_id = 0
         self.answers = {}
