@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace orvane_tamsel::indexer {
@@ -20,7 +21,13 @@ namespace orvane_tamsel::indexer {
 //   "/name()" the result of calling method `name` on the type so far
 // e.g. "S:gin.CreateTestContext" or "T:flask.app.Flask/json/dumps()". A start may be qualified
 // by the modules whose files may hold it, as ParsedCall::scope_modules does for a target:
-// "S:gin.New@github.com.gin-gonic.gin" (several modules joined by ","). Empty: unknown.
+// "S:gin.New@github.com.gin-gonic.gin" (several modules joined by ","). An entry starting with
+// ":" names one file instead, its path with ":" for "/" (":tests:conftest.py"): for names
+// that several files share by module, such as pytest's conftest.py files outside packages.
+// Alternatives are joined by "|", nearest first: the first whose start names a symbol counts
+// (a pytest fixture of the nearest conftest.py that defines it, e.g.
+// "S:conftest.client@:tests:api:conftest.py|S:conftest.client@:tests:conftest.py").
+// Empty: unknown.
 using TypeExpr = std::string;
 
 struct ParsedSymbol {
@@ -38,6 +45,10 @@ struct ParsedSymbol {
   // Functions and methods: the type of their (first) result; variables, fields, constants and
   // attributes: their declared or inferred type. Empty when nothing says.
   TypeExpr type_of;
+  // Classes and structs: members with a type that are not symbols of their own (a Go struct's
+  // fields, embedded ones under their type's name; attributes set in a constructor), as
+  // (name, type). A member symbol with a type_of says the same.
+  std::vector<std::pair<std::string, TypeExpr>> fields;
 };
 
 struct ParsedImport {
@@ -69,7 +80,10 @@ struct ParsedCall {
   // as an expression, resolved by the writer to a type T, after which the site links to
   // T.member, or to member on T's bases or embedded types (evidence "inherited"). `evidence`
   // then says how the receiver's type was known: declared-type, result-type, constructor,
-  // attribute, fixture. `target` stays empty until resolved.
+  // attribute, fixture. `target` stays empty until resolved. A receiver may also come with a
+  // target (`self.m()`, `super().m()`, a local built by a class, `Cls.m()`): the writer follows it
+  // only when neither the target nor a fallback names a symbol (the method is on a base in
+  // another file), and `evidence` then says how the target was named.
   TypeExpr receiver;
   std::string member;
   // Fallbacks from this index on are equally near (a C++ global name and what using-directives

@@ -4,17 +4,21 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cstdint>
 #include <cstring>
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
 
+#include "orvane_tamsel/indexer/languages/python/annotations.h"
+#include "orvane_tamsel/indexer/languages/python/module_names.h"
 #include "orvane_tamsel/indexer/tree_sitter_handles.h"
 
 namespace orvane_tamsel::indexer::python {
@@ -22,6 +26,31 @@ namespace orvane_tamsel::indexer::python {
 namespace {
 
 constexpr std::size_t MAX_VARIABLE_SIGNATURE = 200;
+constexpr int MAX_TYPE_DEPTH = 12;  // links followed from one expression to the names it uses
+
+// A step taken by every alternative of a type expression.
+std::string then(std::string_view expr, std::string_view step) {
+  std::string out;
+  std::size_t start = 0;
+  while (true) {
+    auto bar = expr.find('|', start);
+    out.append(expr.substr(start, bar == std::string_view::npos ? bar : bar - start)).append(step);
+    if (bar == std::string_view::npos) return out;
+    out.push_back('|');
+    start = bar + 1;
+  }
+}
+
+// A variable's signature: its first line, cut to a bound on a character boundary.
+std::string first_line(std::string_view text) {
+  std::string_view first = text.substr(0, text.find('\n'));
+  if (first.size() > MAX_VARIABLE_SIGNATURE) {
+    std::size_t cut = MAX_VARIABLE_SIGNATURE;
+    while (cut > 0 && (static_cast<unsigned char>(first[cut]) & 0xC0) == 0x80) --cut;
+    first = first.substr(0, cut);
+  }
+  return std::string(first);
+}
 
 std::string join_dotted(std::string_view a, std::string_view b) {
   std::string out;
@@ -29,39 +58,6 @@ std::string join_dotted(std::string_view a, std::string_view b) {
   out.append(a);
   out.push_back('.');
   out.append(b);
-  return out;
-}
-
-// The source root of a file is its nearest ancestor folder that is not a package (holds no
-// __init__.py); the module is the path below it, dotted. `src/shop/cart.py` with `src/shop/`
-// a package and `src/` not gives `shop.cart`; `tests/test_cart.py` without tests/__init__.py
-// gives `test_cart`; a package's __init__.py is the package itself. When the repository root is
-// itself a package (a checkout of one package), its folder name leads the module.
-std::string module_from(std::string_view path, const PackageDirs& packages,
-                        std::string_view root_name) {
-  std::string p(path);
-  auto dot = p.rfind('.');
-  auto slash = p.rfind('/');
-  if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) p.resize(dot);
-  std::vector<std::string> parts;
-  slash = p.rfind('/');
-  std::string name = slash == std::string::npos ? p : p.substr(slash + 1);
-  std::string dir = slash == std::string::npos ? "" : p.substr(0, slash);
-  if (name != "__init__") parts.push_back(name);
-  while (!dir.empty() && packages.count(dir) != 0) {
-    auto s = dir.rfind('/');
-    parts.push_back(s == std::string::npos ? dir : dir.substr(s + 1));
-    dir = s == std::string::npos ? "" : dir.substr(0, s);
-  }
-  if (dir.empty() && packages.count("") != 0 && !root_name.empty()) {
-    parts.emplace_back(root_name);
-  }
-  if (parts.empty()) return name;  // an __init__.py outside any package folder
-  std::string out;
-  for (auto it = parts.rbegin(); it != parts.rend(); ++it) {
-    if (!out.empty()) out += '.';
-    out += *it;
-  }
   return out;
 }
 
@@ -83,6 +79,13 @@ enum Role : std::uint8_t {
   LOCAL,
   INSTANCE,
   INSTANCE_CLASS,
+  TYPED_NAME,
+  TYPED_TYPE,
+  BOUND_NAME,
+  BOUND_VALUE,
+  ATTRIBUTE,
+  RETURNED,
+  YIELDED,
   OTHER,
   ROLE_COUNT = OTHER
 };
@@ -122,6 +125,13 @@ Query compile(const utils::Language& language) {
       {"local", LOCAL},
       {"instance", INSTANCE},
       {"class", INSTANCE_CLASS},
+      {"typed.name", TYPED_NAME},
+      {"typed.type", TYPED_TYPE},
+      {"bound.name", BOUND_NAME},
+      {"bound.value", BOUND_VALUE},
+      {"attribute", ATTRIBUTE},
+      {"returned", RETURNED},
+      {"yielded", YIELDED},
   };
   Query out{QueryPtr(q), {}};
   for (std::uint32_t i = 0; i < ts_query_capture_count(q); ++i) {
@@ -165,10 +175,24 @@ struct Binding {
   bool is_class = false;
 };
 
+// What a scope says of the types of its names (or a class of its instances' attributes).
+struct TypeFacts {
+  std::map<std::string, std::vector<TSNode>, std::less<>> annotations;  // `type` nodes
+  std::map<std::string, std::vector<TSNode>, std::less<>> values;       // what was assigned
+};
+
 struct Scope {
   std::map<std::string, Binding, std::less<>> names;
   std::map<std::string, int, std::less<>> locals;  // bound at run time: shadows outer names
   std::map<std::string, std::string, std::less<>> instances;  // name -> class fqn, if bound once
+  TypeFacts facts;
+};
+
+// What evidence says of a value's type: a TypeExpr and how its last link is known.
+struct Typed {
+  std::string expr;
+  std::string evidence;  // declared-type, result-type, constructor, attribute, fixture
+  bool empty() const { return expr.empty(); }
 };
 
 bool is_class(TSNode n) {
@@ -201,6 +225,8 @@ class Extraction {
     collect_locals();
     finish_bases();
     collect_instances();
+    collect_type_facts();
+    collect_types();
     collect_calls();
     return std::move(out_);
   }
@@ -248,6 +274,7 @@ class Extraction {
         }
       } else if (caps.has(DECORATED)) {
         decorated_line_[ts_node_start_byte(caps.node[DECORATED])] = line(caps.at(OUTER));
+        decorators_[ts_node_start_byte(caps.node[DECORATED])] = caps.at(OUTER);
       } else if (caps.has(HEADER)) {
         TSNode h = caps.node[HEADER], c = caps.at(COLON);
         auto a = ts_node_start_byte(h);
@@ -268,6 +295,18 @@ class Extraction {
         locals_.push_back(caps.node[LOCAL]);
       } else if (caps.has(INSTANCE)) {
         instances_.emplace_back(caps.node[INSTANCE], caps.at(INSTANCE_CLASS));
+      } else if (caps.has(TYPED_TYPE) || caps.has(BOUND_VALUE)) {
+        bool typed = caps.has(TYPED_TYPE);
+        TSNode what = typed ? caps.node[TYPED_TYPE] : caps.node[BOUND_VALUE];
+        if (caps.has(ATTRIBUTE)) {
+          attribute_facts_.push_back({caps.node[ATTRIBUTE], what, typed});
+        } else {
+          name_facts_.push_back({typed ? caps.at(TYPED_NAME) : caps.at(BOUND_NAME), what, typed});
+        }
+      } else if (caps.has(RETURNED)) {
+        returned_.push_back(caps.node[RETURNED]);
+      } else if (caps.has(YIELDED)) {
+        yielded_.push_back(caps.node[YIELDED]);
       }
     }
   }
@@ -373,13 +412,7 @@ class Extraction {
       s.is_test = out_.is_test;
       if (s.kind == "variable") {
         if (!variables.emplace(s.fqn, true).second) continue;  // rebinding of one constant
-        std::string_view first = text(node).substr(0, text(node).find('\n'));
-        if (first.size() > MAX_VARIABLE_SIGNATURE) {
-          std::size_t cut = MAX_VARIABLE_SIGNATURE;
-          while (cut > 0 && (static_cast<unsigned char>(first[cut]) & 0xC0) == 0x80) --cut;
-          first = first.substr(0, cut);
-        }
-        s.signature = std::string(first);
+        s.signature = first_line(text(node));
       } else {
         auto key = ts_node_start_byte(node);
         def_fqn_[key] = s.fqn;
@@ -389,6 +422,7 @@ class Extraction {
              {s.fqn, ts_node_is_null(outer) ? "same-file" : "same-scope", s.kind == "class"});
         if (s.kind == "class") class_nodes_.emplace_back(node, out_.symbols.size());
       }
+      if (s.kind != "class") typed_symbols_.emplace_back(node, out_.symbols.size());
       out_.symbols.push_back(std::move(s));
     }
   }
@@ -543,7 +577,7 @@ class Extraction {
       auto parts = dotted(built_from);
       if (parts.empty()) continue;
       auto b = lookup(name, parts[0]);
-      if (!b) continue;
+      if (!b || (parts.size() == 1 && is_local_function(*b))) continue;  // a result, typed later
       std::string fqn = b->fqn;
       for (std::size_t k = 1; k < parts.size(); ++k) fqn = join_dotted(fqn, parts[k]);
       sc.instances[var] = fqn;
@@ -585,6 +619,319 @@ class Extraction {
     return !ts_node_is_null(cls) && is_class(cls) ? cls : TSNode{};
   }
 
+  static bool is_local_function(const Binding& b) {
+    return !b.is_class && (b.evidence == "same-file" || b.evidence == "same-scope");
+  }
+
+  bool is_type(TSNode n, const char* type) const {
+    return !ts_node_is_null(n) && std::strcmp(ts_node_type(n), type) == 0;
+  }
+
+  // Sorts what the type queries matched by the scope it speaks of.
+  void collect_type_facts() {
+    for (const auto& f : name_facts_) {
+      auto& facts = scopes_[scope_key(enclosing_def(f.target))].facts;
+      auto& into = f.typed ? facts.annotations : facts.values;
+      into[std::string(text(f.target))].push_back(f.what);
+    }
+    for (const auto& f : attribute_facts_) {
+      TSNode object = ts_node_child_by_field_name(f.target, "object", 6);
+      if (!is_type(object, "identifier") || text(object) != "self") continue;
+      TSNode cls = method_class(f.target);
+      if (ts_node_is_null(cls)) continue;
+      auto& facts = attributes_[scope_key(cls)];
+      auto& into = f.typed ? facts.annotations : facts.values;
+      into[std::string(text(ts_node_child_by_field_name(f.target, "attribute", 9)))].push_back(
+          f.what);
+    }
+    for (TSNode r : returned_) returns_[scope_key(enclosing_def(r))].push_back(r);
+    for (TSNode y : yielded_) yields_[scope_key(enclosing_def(y))].push_back(y);
+    for (const auto& tag : tags_) {
+      if (tag.role != DEF_FUNCTION) continue;
+      auto name = fixture_name(tag.node);
+      if (!name.empty()) fixtures_[scope_key(enclosing_def(tag.node))][name] = fqn_of(tag.node);
+    }
+  }
+
+  // The fixture a function defines, by its name or the decorator's `name=`; "" when none.
+  std::string fixture_name(TSNode def) const {
+    auto outer = decorators_.find(ts_node_start_byte(def));
+    if (outer == decorators_.end()) return "";
+    for (std::uint32_t i = 0; i < ts_node_named_child_count(outer->second); ++i) {
+      TSNode d = ts_node_named_child(outer->second, i);
+      if (!is_type(d, "decorator") || ts_node_named_child_count(d) == 0) continue;
+      TSNode e = ts_node_named_child(d, 0);
+      TSNode args{};
+      if (is_type(e, "call")) {
+        args = ts_node_child_by_field_name(e, "arguments", 9);
+        e = ts_node_child_by_field_name(e, "function", 8);
+      }
+      auto t = text(e);
+      if (t != "fixture" && !t.ends_with(".fixture")) continue;
+      for (std::uint32_t k = 0; !ts_node_is_null(args) && k < ts_node_named_child_count(args);
+           ++k) {
+        TSNode kw = ts_node_named_child(args, k);
+        TSNode value = ts_node_child_by_field_name(kw, "value", 5);
+        if (is_type(kw, "keyword_argument") && field_text(kw, "name") == "name" &&
+            is_type(value, "string")) {
+          return string_body(value);
+        }
+      }
+      return field_text(def, "name");
+    }
+    return "";
+  }
+
+  // A class an annotation names, resolved as the names at `at` are: "T:fqn", or "".
+  std::string annotated_type(TSNode annotation, TSNode at, bool yielded = false) const {
+    auto name = annotated_class(text(annotation), yielded);
+    if (name.empty()) return "";
+    if (name == "Self" || name.ends_with(".Self")) {
+      for (TSNode d = enclosing_def(at); !ts_node_is_null(d); d = enclosing_def(d)) {
+        if (is_class(d)) return "T:" + fqn_of(d);
+      }
+      return "";
+    }
+    auto dot = name.find('.');
+    auto b = lookup(at, std::string_view(name).substr(0, dot));
+    if (!b) return "";
+    return "T:" + (dot == std::string::npos ? b->fqn : join_dotted(b->fqn, name.substr(dot + 1)));
+  }
+
+  // The one type all of `nodes` agree on (None assignments aside), or nothing.
+  Typed agree(const std::vector<TSNode>& nodes, bool annotations, int depth) const {
+    Typed found;
+    for (TSNode n : nodes) {
+      Typed t;
+      if (annotations) {
+        t = {annotated_type(n, n), "declared-type"};
+      } else {
+        if (is_type(n, "none")) continue;
+        t = value_type(n, depth + 1);
+      }
+      if (t.empty() || (!found.empty() && t.expr != found.expr)) return {};
+      if (found.empty()) found = std::move(t);
+    }
+    return found;
+  }
+
+  // A name's type from what its scope binds it to: a declaration first, then the values it is
+  // given, when all of the scope's bindings of it are such values and agree.
+  Typed bound_type(const TypeFacts& facts, std::string_view name, int bindings, int depth) const {
+    if (auto a = facts.annotations.find(name); a != facts.annotations.end()) {
+      return agree(a->second, true, depth);
+    }
+    auto v = facts.values.find(name);
+    if (v == facts.values.end()) return {};
+    if (bindings >= 0 && static_cast<std::size_t>(bindings) != v->second.size()) return {};
+    return agree(v->second, false, depth);
+  }
+
+  // The type of a class's attribute `name`, from its body and the methods assigning self.name.
+  Typed attribute_type(TSNode cls, std::string_view name, int depth) const {
+    TypeFacts both;
+    for (const TypeFacts* f : {scope_facts(cls), attribute_facts(cls)}) {
+      if (f == nullptr) continue;
+      for (const auto* part : {&f->annotations, &f->values}) {
+        auto it = part->find(name);
+        if (it == part->end()) continue;
+        auto& into = part == &f->annotations ? both.annotations : both.values;
+        auto& list = into[std::string(name)];
+        list.insert(list.end(), it->second.begin(), it->second.end());
+      }
+    }
+    return bound_type(both, name, -1, depth);
+  }
+
+  const TypeFacts* scope_facts(TSNode def) const {
+    auto s = scopes_.find(scope_key(def));
+    return s == scopes_.end() ? nullptr : &s->second.facts;
+  }
+  const TypeFacts* attribute_facts(TSNode cls) const {
+    auto a = attributes_.find(scope_key(cls));
+    return a == attributes_.end() ? nullptr : &a->second;
+  }
+
+  bool is_parameter(TSNode fn, std::string_view name) const {
+    TSNode params = ts_node_child_by_field_name(fn, "parameters", 10);
+    for (std::uint32_t i = 0; !ts_node_is_null(params) && i < ts_node_named_child_count(params);
+         ++i) {
+      TSNode p = ts_node_named_child(params, i);
+      if (is_type(p, "default_parameter")) p = ts_node_child_by_field_name(p, "name", 4);
+      if (is_type(p, "identifier") && text(p) == name) return true;
+    }
+    return false;
+  }
+
+  // pytest hands a test (or a fixture) the value of the fixture its parameter is named after:
+  // one of this file (the test's class first), else one of the conftest.py files up the folders,
+  // the nearest that defines it.
+  Typed fixture_type(TSNode fn, std::string_view name) const {
+    auto fn_name = field_text(fn, "name");
+    if (fixture_name(fn).empty() && !(out_.is_test && fn_name.starts_with("test"))) return {};
+    for (TSNode scope : {enclosing_def(fn), TSNode{}}) {
+      if (!ts_node_is_null(scope) && !is_class(scope)) continue;
+      auto f = fixtures_.find(scope_key(scope));
+      if (f == fixtures_.end()) continue;
+      auto it = f->second.find(name);
+      if (it != f->second.end() && it->second != fqn_of(fn)) return {"S:" + it->second, "fixture"};
+    }
+    std::string alternatives;
+    for (auto& [mod, file] : conftest_chain(path_, module_)) {
+      if (!alternatives.empty()) alternatives += '|';
+      std::replace(file.begin(), file.end(), '/', ':');
+      alternatives += "S:" + join_dotted(mod, name) + "@:" + file;
+    }
+    return {alternatives, "fixture"};
+  }
+
+  // The type of a name at `at`, looked up as Python would: locals of enclosing functions, then
+  // the module's names.
+  Typed name_type(TSNode at, std::string_view name, int depth) const {
+    TSNode def = enclosing_def(at);
+    for (; !ts_node_is_null(def); def = enclosing_def(def)) {
+      if (is_class(def)) continue;  // class bodies are not enclosing scopes
+      auto s = scopes_.find(scope_key(def));
+      if (s == scopes_.end()) continue;
+      if (auto b = s->second.names.find(name); b != s->second.names.end()) {
+        return binding_type(b->second);
+      }
+      auto count = s->second.locals.find(name);
+      if (count == s->second.locals.end()) continue;
+      TSNode cls = enclosing_def(def);
+      if ((name == "self" || name == "cls") && !ts_node_is_null(cls) && is_class(cls) &&
+          is_parameter(def, name)) {
+        return {"T:" + fqn_of(cls), "attribute"};
+      }
+      auto key = std::make_pair(scope_key(def), std::string(name));
+      if (auto c = local_types_.find(key); c != local_types_.end()) return c->second;
+      local_types_[key] = {};  // a cycle through this name finds nothing
+      Typed t = bound_type(s->second.facts, name, count->second, depth);
+      if (t.empty() && count->second == 1 && is_parameter(def, name) &&
+          s->second.facts.annotations.count(name) == 0) {
+        t = fixture_type(def, name);
+      }
+      return local_types_[key] = t;
+    }
+    auto m = scopes_.find(UINT32_MAX);
+    if (m == scopes_.end()) return {};
+    if (auto b = m->second.names.find(name); b != m->second.names.end()) {
+      return binding_type(b->second);
+    }
+    auto key = std::make_pair(UINT32_MAX, std::string(name));
+    if (auto c = local_types_.find(key); c != local_types_.end()) return c->second;
+    local_types_[key] = {};
+    return local_types_[key] = bound_type(m->second.facts, name, -1, depth);
+  }
+
+  // A name bound to a class is that class; an imported name is whatever the name is there.
+  static Typed binding_type(const Binding& b) {
+    if (b.is_class) return {"S:" + b.fqn, "constructor"};
+    if (b.evidence == "import") return {"S:" + b.fqn, "attribute"};
+    return {};  // a function or a module as a value has no class
+  }
+
+  // What local evidence says of the type of an expression's value.
+  Typed value_type(TSNode e, int depth) const {
+    if (depth > MAX_TYPE_DEPTH || ts_node_is_null(e)) return {};
+    if (is_type(e, "parenthesized_expression") || is_type(e, "await")) {
+      return ts_node_named_child_count(e) == 1 ? value_type(ts_node_named_child(e, 0), depth + 1)
+                                               : Typed{};
+    }
+    if (is_type(e, "identifier")) return name_type(e, text(e), depth);
+    bool call = is_type(e, "call");
+    TSNode head = call ? ts_node_child_by_field_name(e, "function", 8) : e;
+    if (!call && !is_type(e, "attribute")) return {};
+    auto parts = dotted(head);
+    if (!parts.empty()) {
+      if (auto b = lookup(head, parts[0])) {
+        if (!call && parts.size() == 1) return binding_type(*b);
+        if (call && parts.size() == 1 && is_local_function(*b))
+          return {"S:" + b->fqn, "result-type"};
+        std::string fqn = b->fqn, steps;
+        for (std::size_t k = 1; k < parts.size(); ++k) {
+          fqn = join_dotted(fqn, parts[k]);
+          steps.append("/").append(parts[k]);
+        }
+        bool cls = (parts.size() == 1 && b->is_class) ||
+                   std::isupper(static_cast<unsigned char>(parts.back()[0])) != 0;
+        Typed t{"S:" + fqn, !call ? "attribute" : cls ? "constructor" : "result-type"};
+        // An imported name is a module (its names are symbols) or a value (they are attributes).
+        if (parts.size() > 1 && b->evidence == "import") {
+          t.expr += "|S:" + b->fqn + steps + (call ? "()" : "");
+        }
+        return t;
+      }
+    }
+    if (call && is_type(head, "identifier") && text(head) == "cls") {  // `cls(...)`: an instance
+      Typed c = name_type(head, "cls", depth);
+      if (c.expr.starts_with("T:") && c.expr.find('/') == std::string::npos) {
+        return {c.expr, "constructor"};
+      }
+    }
+    if (!is_type(head, "attribute")) return {};
+    TSNode object = ts_node_child_by_field_name(head, "object", 6);
+    if (is_type(object, "call") &&
+        text(ts_node_child_by_field_name(object, "function", 8)) == "super") {
+      return {};
+    }
+    Typed of = value_type(object, depth + 1);
+    if (of.empty()) return {};
+    std::string step = "/" + std::string(text(ts_node_child_by_field_name(head, "attribute", 9)));
+    if (call) step += "()";
+    return {then(of.expr, step), call ? "result-type" : "attribute"};
+  }
+
+  // A function's result: its return annotation, else the one type all its returns agree on; a
+  // generator has none, but a fixture that yields gives what it yields.
+  std::string result_type(TSNode fn) const {
+    auto key = ts_node_start_byte(fn);
+    auto y = yields_.find(key);
+    bool fixture = !fixture_name(fn).empty();
+    if (y != yields_.end() && !fixture) return "";
+    TSNode annotation = ts_node_child_by_field_name(fn, "return_type", 11);
+    if (!ts_node_is_null(annotation)) return annotated_type(annotation, fn, y != yields_.end());
+    std::vector<TSNode> values;
+    if (y != yields_.end()) {
+      for (TSNode n : y->second) {
+        if (ts_node_named_child_count(n) != 1) return "";
+        for (std::uint32_t i = 0; i < ts_node_child_count(n); ++i) {
+          if (is_type(ts_node_child(n, i), "from")) return "";  // `yield from` delegates
+        }
+        values.push_back(ts_node_named_child(n, 0));
+      }
+    } else if (auto r = returns_.find(key); r != returns_.end()) {
+      values = r->second;
+    }
+    return agree(values, false, 0).expr;
+  }
+
+  // Symbols' types, and the typed attributes of classes (not symbols of their own) as fields.
+  void collect_types() {
+    std::unordered_set<std::string> known;
+    for (const auto& s : out_.symbols) known.insert(s.fqn);
+    for (const auto& [node, index] : typed_symbols_) {
+      auto& s = out_.symbols[index];
+      s.type_of = s.kind == "variable" ? name_type(node, s.name, 0).expr : result_type(node);
+    }
+    for (const auto& [node, index] : class_nodes_) {
+      std::set<std::string, std::less<>> names;
+      for (const TypeFacts* f : {scope_facts(node), attribute_facts(node)}) {
+        if (f == nullptr) continue;
+        for (const auto& [n, _] : f->annotations) names.insert(n);
+        for (const auto& [n, _] : f->values) names.insert(n);
+      }
+      auto& cls = out_.symbols[index];
+      for (const auto& name : names) {
+        if (known.count(join_dotted(cls.fqn, name)) != 0) continue;  // a method or nested class
+        auto t = attribute_type(node, name, 0);
+        if (!t.empty()) cls.fields.emplace_back(name, std::move(t.expr));
+      }
+    }
+  }
+
+  // Names the callee where local evidence does. Where the method may live on a base in another
+  // file, or only the receiver's type is known, the receiver's type goes along for the writer.
   void resolve(TSNode callee, ParsedCall& call) const {
     const char* type = ts_node_type(callee);
     if (std::strcmp(type, "attribute") == 0) {
@@ -600,11 +947,12 @@ class Extraction {
         for (std::size_t i = 1; i < bases.size(); ++i)
           call.fallbacks.push_back(join_dotted(bases[i], attr));
         call.evidence = "super";
+        call.receiver = "T:" + bases[0];
+        call.member = attr;
         return;
       }
     }
     auto parts = dotted(callee);
-    if (parts.empty()) return;
     if (parts.size() == 2 && (parts[0] == "self" || parts[0] == "cls")) {
       TSNode cls = method_class(callee);
       if (!ts_node_is_null(cls) && lookup(callee, parts[0]) == std::nullopt) {
@@ -612,6 +960,8 @@ class Extraction {
         call.target = join_dotted(c, parts[1]);
         for (const auto& b : ancestry(c)) call.fallbacks.push_back(join_dotted(b, parts[1]));
         call.evidence = std::string(parts[0]);
+        call.receiver = "T:" + c;
+        call.member = parts[1];
         return;
       }
     }
@@ -620,14 +970,31 @@ class Extraction {
         call.target = join_dotted(*cls, parts[1]);
         for (const auto& b : ancestry(*cls)) call.fallbacks.push_back(join_dotted(b, parts[1]));
         call.evidence = "instance";
+        call.receiver = "S:" + *cls;
+        call.member = parts[1];
         return;
       }
     }
-    auto b = lookup(callee, parts[0]);
-    if (!b) return;
-    call.target = b->fqn;
-    for (std::size_t k = 1; k < parts.size(); ++k) call.target = join_dotted(call.target, parts[k]);
-    call.evidence = parts.size() == 1 && b->is_class ? "constructor" : b->evidence;
+    if (!parts.empty()) {
+      if (auto b = lookup(callee, parts[0])) {
+        call.target = b->fqn;
+        for (std::size_t k = 1; k < parts.size(); ++k)
+          call.target = join_dotted(call.target, parts[k]);
+        call.evidence = parts.size() == 1 && b->is_class ? "constructor" : b->evidence;
+        // `Cls.method()`: the method may be inherited, from a base in another file.
+        if (parts.size() == 2 && !binding_type(*b).empty()) {
+          call.receiver = binding_type(*b).expr;
+          call.member = parts[1];
+        }
+        return;
+      }
+    }
+    if (std::strcmp(type, "attribute") != 0) return;
+    Typed of = value_type(ts_node_child_by_field_name(callee, "object", 6), 0);
+    if (of.empty()) return;
+    call.receiver = std::move(of.expr);
+    call.member = text(ts_node_child_by_field_name(callee, "attribute", 9));
+    call.evidence = std::move(of.evidence);
   }
 
   void collect_calls() {
@@ -666,6 +1033,21 @@ class Extraction {
   std::vector<std::pair<TSNode, TSNode>> instances_;  // local name, what it was built from
   std::vector<std::pair<TSNode, std::size_t>> class_nodes_;
   std::map<std::string, std::vector<std::string>> bases_;
+  // Type evidence: what the type queries matched, then sorted by scope (a def's start byte).
+  struct Fact {
+    TSNode target;  // a name, or an attribute `self.x`
+    TSNode what;    // its annotation or its value
+    bool typed;     // an annotation
+  };
+  std::vector<Fact> name_facts_, attribute_facts_;
+  std::vector<TSNode> returned_, yielded_;
+  std::unordered_map<std::uint32_t, TSNode> decorators_;  // definition -> decorated_definition
+  std::unordered_map<std::uint32_t, std::vector<TSNode>> returns_, yields_;  // by function
+  std::unordered_map<std::uint32_t, TypeFacts> attributes_;  // by class: self.x bindings
+  std::unordered_map<std::uint32_t, std::map<std::string, std::string, std::less<>>>
+      fixtures_;                                               // by scope: fixture name -> fqn
+  std::vector<std::pair<TSNode, std::size_t>> typed_symbols_;  // functions and variables
+  mutable std::map<std::pair<std::uint32_t, std::string>, Typed> local_types_;
 };
 
 }  // namespace
