@@ -543,6 +543,13 @@ void Extraction::collect_calls() {
     call.caller_fqn = fqn_of(enclosing_def(callee));
     resolve(callee, call);
     if (decorator && !call.target.empty()) call.evidence = "decorator";
+    // A target defined here links: the receiver, kept for bases in other files, is not needed.
+    bool here = defined_.count(call.target) != 0;
+    for (const auto& f : call.fallbacks) here = here || defined_.count(f) != 0;
+    if (here) {
+      call.receiver.clear();
+      call.member.clear();
+    }
     out_.calls.push_back(std::move(call));
   }
 }

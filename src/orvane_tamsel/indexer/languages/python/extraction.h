@@ -304,6 +304,7 @@ class Extraction {
       fixtures_;                                               // by scope: fixture name -> fqn
   std::vector<std::pair<TSNode, std::size_t>> typed_symbols_;  // functions and variables
   mutable std::map<std::pair<std::uint32_t, std::string>, Typed> local_types_;
+  std::unordered_set<std::string> defined_;  // the fqns of this file's symbols
 };
 
 }  // namespace orvane_tamsel::indexer::python::detail

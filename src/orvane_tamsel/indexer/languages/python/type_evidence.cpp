@@ -195,7 +195,7 @@ Typed Extraction::name_type(TSNode at, std::string_view name, int depth) const {
     TSNode cls = enclosing_def(def);
     if ((name == "self" || name == "cls") && !ts_node_is_null(cls) && is_class(cls) &&
         is_parameter(def, name)) {
-      return {"T:" + fqn_of(cls), "attribute"};
+      return {"T:" + fqn_of(cls), std::string(name)};  // evidence: self or cls
     }
     auto key = std::make_pair(scope_key(def), std::string(name));
     if (auto c = local_types_.find(key); c != local_types_.end()) return c->second;
@@ -294,8 +294,7 @@ std::string Extraction::result_type(TSNode fn) const {
 
 // Symbols' types, and the typed attributes of classes (not symbols of their own) as fields.
 void Extraction::collect_types() {
-  std::unordered_set<std::string> known;
-  for (const auto& s : out_.symbols) known.insert(s.fqn);
+  for (const auto& s : out_.symbols) defined_.insert(s.fqn);
   for (const auto& [node, index] : typed_symbols_) {
     auto& s = out_.symbols[index];
     s.type_of = s.kind == "variable" ? name_type(node, s.name, 0).expr : result_type(node);
@@ -309,7 +308,7 @@ void Extraction::collect_types() {
     }
     auto& cls = out_.symbols[index];
     for (const auto& name : names) {
-      if (known.count(join_dotted(cls.fqn, name)) != 0) continue;  // a method or nested class
+      if (defined_.count(join_dotted(cls.fqn, name)) != 0) continue;  // a method or nested class
       auto t = attribute_type(node, name, 0);
       if (!t.empty()) cls.fields.emplace_back(name, std::move(t.expr));
     }
