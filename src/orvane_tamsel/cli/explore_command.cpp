@@ -1,3 +1,5 @@
+// tamsel explore: one query answered from the command line, the index brought up to date first.
+
 #include <filesystem>
 #include <iostream>
 #include <map>
@@ -14,6 +16,7 @@
 #include "orvane_tamsel/tool_handlers/explore.h"
 #include "orvane_tamsel/tool_registry.h"
 #include "orvane_tamsel/workers/retrieval.h"
+#include "orvane_tamsel/workers/wordnet_embedder.h"
 
 namespace orvane_tamsel::cli {
 namespace {
@@ -48,7 +51,8 @@ int run(const ExploreArgs& args) {
   }
   try {
     auto repository = index::open_repository(root);
-    workers::HybridRetriever retriever(*repository, workers::load_settings(root));
+    workers::HybridRetriever retriever(*repository, workers::load_settings(root),
+                                       workers::default_embedder());
     // Only a store that exists: asking must not create one.
     std::unique_ptr<index::MemoryStore> memories;
     if (std::filesystem::exists(root / ".tamsel" / "memories.db"))
