@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "orvane_tamsel/indexer/extract.h"
+#include "orvane_tamsel/indexer/languages/python/annotations.h"
 
 namespace {
 
@@ -15,12 +16,21 @@ using indexer::ParsedSymbol;
 
 const indexer::PackageDirs SHOP_PACKAGES = {"src/shop"};
 
-ParsedFile parse_shop(const std::string& rel) {
-  std::ifstream in(std::filesystem::path(TAMSEL_TEST_DATA) / "shop" / rel);
+ParsedFile parse_repo(const std::string& repo, const std::string& rel,
+                      const indexer::PackageDirs& packages) {
+  std::ifstream in(std::filesystem::path(TAMSEL_TEST_DATA) / repo / rel);
   std::stringstream text;
   text << in.rdbuf();
   const auto* lang = utils::language_for_path(rel);
-  return indexer::extract(*lang, rel, indexer::module_name(*lang, rel, SHOP_PACKAGES), text.str());
+  return indexer::extract(*lang, rel, indexer::module_name(*lang, rel, packages), text.str());
+}
+
+ParsedFile parse_shop(const std::string& rel) {
+  return parse_repo("shop", rel, SHOP_PACKAGES);
+}
+
+ParsedFile parse_kite(const std::string& rel) {
+  return parse_repo("py_types", rel, {"src/kite"});
 }
 
 const ParsedSymbol* symbol(const ParsedFile& f, const std::string& fqn) {
@@ -56,6 +66,12 @@ TEST(PythonModules, SourceRootIsTheFirstFolderThatIsNotAPackage) {
   EXPECT_EQ(indexer::module_name(py, "shop/api/__init__.py", flat), "shop.api");
   indexer::PackageDirs checkout = {"", "db"};  // the repository root is the package `django`
   EXPECT_EQ(indexer::module_name(py, "db/models.py", checkout, "django"), "django.db.models");
+  // A folder without __init__.py inside a package is a namespace package: it keeps its place.
+  indexer::PackageDirs kite = {"src/kite", "src/kite/sansio/deep"};
+  EXPECT_EQ(indexer::module_name(py, "src/kite/sansio/app.py", kite), "kite.sansio.app");
+  EXPECT_EQ(indexer::module_name(py, "src/kite/sansio/deep/x.py", kite), "kite.sansio.deep.x");
+  EXPECT_EQ(indexer::module_name(py, "src/kite/sansio/deep/__init__.py", kite), "kite.sansio.deep");
+  EXPECT_EQ(indexer::module_name(py, "src/other/x.py", kite), "x");
 }
 
 TEST(PythonExtraction, SymbolsCarryFqnKindLinesSignatureAndDocstring) {
@@ -166,6 +182,103 @@ TEST(PythonExtraction, CallsResolveOnlyOnEvidence) {
   EXPECT_EQ(call_to(tests, "shop.cart.GiftCart.total")->caller_fqn,
             "test_cart.TestGiftCart.test_wrapping");
   EXPECT_EQ(call_to(cli, "shop.cart.Cart.add")->caller_fqn, "shop.cli_tools.main");
+}
+
+// What a receiver's type is, as local evidence says: `call` names the member called.
+const ParsedCall* receiver_of(const ParsedFile& f, const std::string& caller,
+                              const std::string& member) {
+  for (const auto& c : f.calls) {
+    if (c.caller_fqn == caller && c.member == member) return &c;
+  }
+  return nullptr;
+}
+
+TEST(PythonTypes, AnnotationsNameOneClass) {
+  using indexer::python::annotated_class;
+  EXPECT_EQ(annotated_class("Response"), "Response");
+  EXPECT_EQ(annotated_class("\"wrappers.Response\""), "wrappers.Response");
+  EXPECT_EQ(annotated_class("t.Optional[Response]"), "Response");
+  EXPECT_EQ(annotated_class("Response | None"), "Response");
+  EXPECT_EQ(annotated_class("Union[None, \"Response\"]"), "Response");
+  EXPECT_EQ(annotated_class("Annotated[Request, Depends(x)]"), "Request");
+  EXPECT_EQ(annotated_class("Union[Request, Response]"), "");
+  EXPECT_EQ(annotated_class("list[Request]"), "");
+  EXPECT_EQ(annotated_class("None"), "");
+  EXPECT_EQ(annotated_class("Iterator[Client]"), "");
+  EXPECT_EQ(annotated_class("Generator[Client, None, None]", true), "Client");
+}
+
+TEST(PythonTypes, SymbolsCarryTheTypeOfTheirValue) {
+  auto app = parse_kite("src/kite/app.py");
+  EXPECT_EQ(symbol(app, "kite.app.App.make_response")->type_of, "T:kite.wrappers.Response");
+  EXPECT_EQ(symbol(app, "kite.app.App.get_adapter")->type_of, "S:kite.adapters.Adapter");
+  EXPECT_EQ(symbol(app, "kite.app.App.test_client")->type_of, "S:kite.app.Client");
+  EXPECT_EQ(symbol(app, "kite.app.App.dispatch")->type_of, "T:kite.app.App/make_response()");
+  EXPECT_EQ(symbol(app, "kite.app.create_app")->type_of, "T:kite.app.App");
+  EXPECT_EQ(symbol(app, "kite.app.default_app")->type_of, "S:kite.app.create_app");
+  EXPECT_EQ(symbol(app, "kite.app.handle")->type_of, "");
+  // Class attributes and those set on self are fields of the class, not symbols.
+  using Fields = std::vector<std::pair<std::string, std::string>>;
+  EXPECT_EQ(symbol(app, "kite.app.App")->fields,
+            (Fields{{"adapter", "S:kite.adapters.Adapter"},
+                    {"default_request", "T:kite.wrappers.Request"},
+                    {"json", "T:kite.json.JSONProvider"}}));
+  EXPECT_EQ(symbol(app, "kite.app.Client")->fields, (Fields{{"app", "T:kite.app.App"}}));
+  EXPECT_EQ(symbol(app, "kite.app.App.json"), nullptr);
+
+  // A fixture's type is what it returns or yields; one fixture may take another.
+  auto conftest = parse_kite("tests/conftest.py");
+  EXPECT_EQ(symbol(conftest, "conftest.app")->type_of, "S:kite.create_app");
+  EXPECT_EQ(symbol(conftest, "conftest.client")->type_of, "S:conftest.app/test_client()");
+}
+
+TEST(PythonTypes, ReceiversSayHowTheirTypeIsKnown) {
+  auto app = parse_kite("src/kite/app.py");
+  auto expect = [](const ParsedCall* c, const std::string& receiver, const std::string& evidence,
+                   const std::string& target = "") {
+    ASSERT_NE(c, nullptr) << receiver;
+    EXPECT_EQ(c->receiver, receiver);
+    EXPECT_EQ(c->evidence, evidence) << receiver;
+    EXPECT_EQ(c->target, target) << receiver;
+  };
+  const std::string dispatch = "kite.app.App.dispatch";
+  expect(receiver_of(app, dispatch, "send"), "T:kite.app.App/get_adapter()", "result-type");
+  expect(receiver_of(app, dispatch, "dumps"), "T:kite.app.App/json", "attribute");
+  expect(receiver_of(app, dispatch, "prepare"), "S:kite.wrappers.Request", "constructor");
+  expect(receiver_of(app, "kite.app.handle", "prepare"), "T:kite.wrappers.Request",
+         "declared-type");
+  expect(receiver_of(app, "kite.app.handle", "dispatch"), "S:kite.app.create_app", "result-type");
+  expect(receiver_of(app, "kite.app.Client.get", "dispatch"), "T:kite.app.Client/app", "attribute");
+  // Where a target is named in the file, the receiver rides along for bases in other files.
+  expect(receiver_of(app, dispatch, "setup_finished"), "T:kite.app.App", "self",
+         "kite.app.App.setup_finished");
+  expect(receiver_of(app, "kite.app.App.__init__", "__init__"), "T:kite.sansio.scaffold.Scaffold",
+         "super", "kite.sansio.scaffold.Scaffold.__init__");
+  auto scaffold = parse_kite("src/kite/sansio/scaffold.py");
+  EXPECT_EQ(scaffold.module, "kite.sansio.scaffold");
+  EXPECT_EQ(symbol(scaffold, "kite.sansio.scaffold.Scaffold")->bases,
+            std::vector<std::string>{"kite.helpers.Base"});
+
+  // Fixtures: a test's parameter is the nearest conftest.py's fixture of its name.
+  auto tests = parse_kite("tests/test_app.py");
+  const std::string conftest_app = "S:conftest.app@:tests:conftest.py|S:conftest.app@:conftest.py";
+  expect(receiver_of(tests, "test_app.test_dispatch", "dispatch"), conftest_app, "fixture");
+  expect(receiver_of(tests, "test_app.test_response", "close"),
+         "S:conftest.app@:tests:conftest.py/make_response()|"
+         "S:conftest.app@:conftest.py/make_response()",
+         "result-type");
+  expect(receiver_of(tests, "test_app.test_build", "build"), "S:kite.app.App", "import",
+         "kite.app.App.build");
+  const auto* py = utils::language_for_path("x.py");
+  auto nested = indexer::extract(*py, "tests/unit/test_x.py", "tests.unit.test_x",
+                                 "import pytest\n\n@pytest.fixture\ndef tmp():\n    pass\n\n"
+                                 "def test_x(app, tmp):\n    app.run()\n    tmp.stop()\n");
+  expect(receiver_of(nested, "tests.unit.test_x.test_x", "run"),
+         "S:tests.unit.conftest.app@:tests:unit:conftest.py|"
+         "S:tests.conftest.app@:tests:conftest.py|S:conftest.app@:conftest.py",
+         "fixture");
+  expect(receiver_of(nested, "tests.unit.test_x.test_x", "stop"), "S:tests.unit.test_x.tmp",
+         "fixture");
 }
 
 }  // namespace

@@ -201,6 +201,17 @@ TEST(UpdateIndex, PackageChangesRenameUnchangedFilesAndNoChangeWritesNothing) {
   EXPECT_EQ(indexer::update_index(repo.root()).parsed, 4);
   EXPECT_EQ(dump(repo.root()).count("file tests/test_cart.py test_cart"), 1u);
   same_as_fresh();
+
+  // A folder without __init__.py inside the package takes the package's names, and loses them
+  // with the package's __init__.py.
+  repo.write("src/shop/sansio/views.py", "from ..cart import Cart\n\nclass View(Cart):\n  pass\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(dump(repo.root()).count("file src/shop/sansio/views.py shop.sansio.views"), 1u);
+  same_as_fresh();
+  fs::remove(repo.root() / "src/shop/__init__.py");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(dump(repo.root()).count("file src/shop/sansio/views.py views"), 1u);
+  same_as_fresh();
 }
 
 // A name a package imports is its name too: calls through it reach the definition, over two

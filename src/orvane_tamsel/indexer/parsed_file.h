@@ -23,7 +23,14 @@ namespace orvane_tamsel::indexer {
 //             array or map of fqn values (one "[]" per level)
 // e.g. "S:gin.CreateTestContext" or "T:flask.app.Flask/json/dumps()". A start may be qualified
 // by the modules whose files may hold it, as ParsedCall::scope_modules does for a target:
-// "S:gin.New@github.com.gin-gonic.gin" (several modules joined by ","). Empty: unknown.
+// "S:gin.New@github.com.gin-gonic.gin" (several modules joined by ","). An entry starting with
+// ":" names one file instead, its path with ":" for "/" (":tests:conftest.py"): for names
+// that several files share by module, such as pytest's conftest.py files outside packages.
+// Alternatives are joined by "|", nearest first: the first whose start names a symbol counts
+// (a pytest fixture of the nearest conftest.py that defines it, e.g.
+// "S:conftest.client@:tests:api:conftest.py|S:conftest.client@:tests:conftest.py").
+// Empty: unknown. The writer does not read file entries or alternatives yet: an expression
+// holding them stays unresolved.
 // The writer finds "/name" as a symbol `type.name` with a type_of, or as one of the type's
 // `fields`; either also on the type's bases (nearest first; two at one depth: unknown).
 // Several symbols of a start's fqn must all give the same type, or the expression is unknown.
@@ -83,7 +90,8 @@ struct ParsedCall {
   // attribute, fixture; left empty, the writer derives it from the expression: a start naming a
   // type or a variable, declared-type; a class called, constructor; a function called,
   // result-type; a last step "/name()", result-type, "/name", attribute. `target` stays empty
-  // (a site with a target ignores its receiver).
+  // (a site with a target ignores its receiver for now, so a method on a base in another
+  // file is not reached through it).
   TypeExpr receiver;
   std::string member;
   // Fallbacks from this index on are equally near (a C++ global name and what using-directives

@@ -31,7 +31,7 @@ const std::vector<Language>& languages() {
        {},
        tree_sitter_python,
        "tree-sitter-python",
-       {"tags", "signatures", "docstrings", "imports", "calls", "locals", "instances"},
+       {"tags", "signatures", "docstrings", "imports", "calls", "locals", "instances", "types"},
        {"test_*.py", "*_test.py", "conftest.py"},
        {"tests", "test"},
        {"__init__.py", "__init__.pyi"}},

@@ -1,96 +1,30 @@
 #include "orvane_tamsel/indexer/languages/python.h"
 
-#include <tree_sitter/api.h>
-
 #include <algorithm>
-#include <array>
-#include <cstdint>
-#include <cstring>
-#include <map>
 #include <memory>
-#include <optional>
 #include <stdexcept>
-#include <unordered_map>
-#include <unordered_set>
-#include <utility>
-#include <vector>
 
-#include "orvane_tamsel/indexer/tree_sitter_handles.h"
+#include "orvane_tamsel/indexer/languages/python/extraction.h"
+#include "orvane_tamsel/indexer/languages/python/module_names.h"
 
 namespace orvane_tamsel::indexer::python {
+
+namespace detail {
 
 namespace {
 
 constexpr std::size_t MAX_VARIABLE_SIGNATURE = 200;
 
-std::string join_dotted(std::string_view a, std::string_view b) {
-  std::string out;
-  out.reserve(a.size() + 1 + b.size());
-  out.append(a);
-  out.push_back('.');
-  out.append(b);
-  return out;
+// A variable's signature: its first line, cut to a bound on a character boundary.
+std::string first_line(std::string_view text) {
+  std::string_view first = text.substr(0, text.find('\n'));
+  if (first.size() > MAX_VARIABLE_SIGNATURE) {
+    std::size_t cut = MAX_VARIABLE_SIGNATURE;
+    while (cut > 0 && (static_cast<unsigned char>(first[cut]) & 0xC0) == 0x80) --cut;
+    first = first.substr(0, cut);
+  }
+  return std::string(first);
 }
-
-// The source root of a file is its nearest ancestor folder that is not a package (holds no
-// __init__.py); the module is the path below it, dotted. `src/shop/cart.py` with `src/shop/`
-// a package and `src/` not gives `shop.cart`; `tests/test_cart.py` without tests/__init__.py
-// gives `test_cart`; a package's __init__.py is the package itself. When the repository root is
-// itself a package (a checkout of one package), its folder name leads the module.
-std::string module_from(std::string_view path, const PackageDirs& packages,
-                        std::string_view root_name) {
-  std::string p(path);
-  auto dot = p.rfind('.');
-  auto slash = p.rfind('/');
-  if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) p.resize(dot);
-  std::vector<std::string> parts;
-  slash = p.rfind('/');
-  std::string name = slash == std::string::npos ? p : p.substr(slash + 1);
-  std::string dir = slash == std::string::npos ? "" : p.substr(0, slash);
-  if (name != "__init__") parts.push_back(name);
-  while (!dir.empty() && packages.count(dir) != 0) {
-    auto s = dir.rfind('/');
-    parts.push_back(s == std::string::npos ? dir : dir.substr(s + 1));
-    dir = s == std::string::npos ? "" : dir.substr(0, s);
-  }
-  if (dir.empty() && packages.count("") != 0 && !root_name.empty()) {
-    parts.emplace_back(root_name);
-  }
-  if (parts.empty()) return name;  // an __init__.py outside any package folder
-  std::string out;
-  for (auto it = parts.rbegin(); it != parts.rend(); ++it) {
-    if (!out.empty()) out += '.';
-    out += *it;
-  }
-  return out;
-}
-
-// What a capture stands for; the extractor dispatches on these instead of capture names.
-enum Role : std::uint8_t {
-  NAME,
-  DEF_CLASS,
-  DEF_FUNCTION,
-  DEF_CONSTANT,
-  HEADER,
-  COLON,
-  DECORATED,
-  OUTER,
-  DOCSTRING,
-  DOC_OWNER,
-  IMPORT,
-  CALLEE,
-  DECORATOR,
-  LOCAL,
-  INSTANCE,
-  INSTANCE_CLASS,
-  OTHER,
-  ROLE_COUNT = OTHER
-};
-
-struct Query {
-  QueryPtr query;
-  std::vector<Role> roles;  // by capture id
-};
 
 // tags.scm and our query files as one query, so that the tree is walked once for all of them.
 Query compile(const utils::Language& language) {
@@ -122,6 +56,13 @@ Query compile(const utils::Language& language) {
       {"local", LOCAL},
       {"instance", INSTANCE},
       {"class", INSTANCE_CLASS},
+      {"typed.name", TYPED_NAME},
+      {"typed.type", TYPED_TYPE},
+      {"bound.name", BOUND_NAME},
+      {"bound.value", BOUND_VALUE},
+      {"attribute", ATTRIBUTE},
+      {"returned", RETURNED},
+      {"yielded", YIELDED},
   };
   Query out{QueryPtr(q), {}};
   for (std::uint32_t i = 0; i < ts_query_capture_count(q); ++i) {
@@ -141,534 +82,479 @@ Query compile(const utils::Language& language) {
   return out;
 }
 
-// Compiled once; a TSQuery is read-only after creation, so threads share it.
+}  // namespace
+
+std::string join_dotted(std::string_view a, std::string_view b) {
+  std::string out;
+  out.reserve(a.size() + 1 + b.size());
+  out.append(a);
+  out.push_back('.');
+  out.append(b);
+  return out;
+}
 const Query& query(const utils::Language& language) {
   static const Query q = compile(language);
   return q;
 }
 
-// One match's captured nodes by role.
-struct Captures {
-  std::array<TSNode, ROLE_COUNT + 1> node;  // read only where `present` has the role
-  std::uint32_t present = 0;
-  bool has(Role r) const { return (present & (1U << r)) != 0; }
-  TSNode at(Role r) const {
-    if (!has(r)) throw std::logic_error("Python query lacks a capture");
-    return node[r];
-  }
-};
+ParsedFile Extraction::run() {
+  thread_local std::unique_ptr<TSParser, ParserDeleter> parser(ts_parser_new());
+  ts_parser_set_language(parser.get(), language_.grammar());
+  std::unique_ptr<TSTree, TreeDeleter> tree(ts_parser_parse_string(
+      parser.get(), nullptr, src_.data(), static_cast<std::uint32_t>(src_.size())));
+  if (!tree) throw std::runtime_error("parser gave no tree for " + std::string(path_));
+  root_ = ts_tree_root_node(tree.get());
 
-// What a name is bound to in one scope.
-struct Binding {
-  std::string fqn;
-  std::string evidence;  // same-file, same-scope, import, module-attribute
-  bool is_class = false;
-};
-
-struct Scope {
-  std::map<std::string, Binding, std::less<>> names;
-  std::map<std::string, int, std::less<>> locals;  // bound at run time: shadows outer names
-  std::map<std::string, std::string, std::less<>> instances;  // name -> class fqn, if bound once
-};
-
-bool is_class(TSNode n) {
-  return std::strcmp(ts_node_type(n), "class_definition") == 0;
+  out_.path = path_;
+  out_.language = language_.name;
+  out_.module = module_;
+  out_.is_test = utils::is_test_path(language_, path_);
+  out_.line_count = line_count();
+  collect_matches();
+  nest_definitions();
+  collect_definitions();
+  collect_imports();
+  collect_locals();
+  finish_bases();
+  collect_instances();
+  collect_type_facts();
+  collect_types();
+  collect_calls();
+  return std::move(out_);
 }
 
-class Extraction {
- public:
-  Extraction(const utils::Language& language, std::string_view path, std::string_view module,
-             std::string_view content)
-      : language_(language), q_(query(language)), path_(path), module_(module), src_(content) {}
-
-  ParsedFile run() {
-    thread_local std::unique_ptr<TSParser, ParserDeleter> parser(ts_parser_new());
-    ts_parser_set_language(parser.get(), language_.grammar());
-    std::unique_ptr<TSTree, TreeDeleter> tree(ts_parser_parse_string(
-        parser.get(), nullptr, src_.data(), static_cast<std::uint32_t>(src_.size())));
-    if (!tree) throw std::runtime_error("parser gave no tree for " + std::string(path_));
-    root_ = ts_tree_root_node(tree.get());
-
-    out_.path = path_;
-    out_.language = language_.name;
-    out_.module = module_;
-    out_.is_test = utils::is_test_path(language_, path_);
-    out_.line_count = line_count();
-    collect_matches();
-    nest_definitions();
-    collect_definitions();
-    collect_imports();
-    collect_locals();
-    finish_bases();
-    collect_instances();
-    collect_calls();
-    return std::move(out_);
-  }
-
- private:
-  std::string_view text(TSNode n) const {
-    auto a = ts_node_start_byte(n), b = ts_node_end_byte(n);
-    return src_.substr(a, b - a);
-  }
-  static std::int64_t line(TSNode n) { return ts_node_start_point(n).row + 1; }
-  static std::int64_t end_line(TSNode n) {
-    auto p = ts_node_end_point(n);
-    return p.column == 0 && p.row > ts_node_start_point(n).row ? p.row : p.row + 1;
-  }
-  std::string field_text(TSNode n, const char* field) const {
-    TSNode f = ts_node_child_by_field_name(n, field, static_cast<std::uint32_t>(strlen(field)));
-    return ts_node_is_null(f) ? std::string() : std::string(text(f));
-  }
-
-  std::int64_t line_count() const {
-    auto n = static_cast<std::int64_t>(std::count(src_.begin(), src_.end(), '\n'));
-    return !src_.empty() && src_.back() != '\n' ? n + 1 : n;
-  }
-
-  // One pass of the query over the tree, sorting its matches by what they say.
-  void collect_matches() {
-    thread_local std::unique_ptr<TSQueryCursor, CursorDeleter> cursor(ts_query_cursor_new());
-    ts_query_cursor_exec(cursor.get(), q_.query.get(), root_);
-    TSQueryMatch m;
-    while (ts_query_cursor_next_match(cursor.get(), &m)) {
-      Captures caps;
-      for (std::uint16_t i = 0; i < m.capture_count; ++i) {
-        Role r = q_.roles[m.captures[i].index];
-        caps.node[r] = m.captures[i].node;
-        caps.present |= 1U << r;
-      }
-      if (caps.has(NAME)) {
-        for (Role r : {DEF_CLASS, DEF_FUNCTION, DEF_CONSTANT}) {
-          if (caps.has(r)) tags_.push_back({caps.node[r], caps.node[NAME], r});
-        }
-        for (Role r : {DEF_CLASS, DEF_FUNCTION}) {
-          if (!caps.has(r)) continue;
-          TSNode n = caps.node[r];
-          defs_.push_back({n, ts_node_start_byte(n), ts_node_end_byte(n), 0});
-        }
-      } else if (caps.has(DECORATED)) {
-        decorated_line_[ts_node_start_byte(caps.node[DECORATED])] = line(caps.at(OUTER));
-      } else if (caps.has(HEADER)) {
-        TSNode h = caps.node[HEADER], c = caps.at(COLON);
-        auto a = ts_node_start_byte(h);
-        signatures_[a] = std::string(src_.substr(a, ts_node_end_byte(c) - a));
-      } else if (caps.has(DOCSTRING)) {
-        std::uint32_t key =
-            caps.has(DOC_OWNER) ? ts_node_start_byte(caps.node[DOC_OWNER]) : UINT32_MAX;
-        docstrings_.emplace(key, string_body(caps.node[DOCSTRING]));
-      } else if (caps.has(IMPORT)) {
-        imports_.push_back(caps.node[IMPORT]);
-      } else if (caps.has(CALLEE) || caps.has(DECORATOR)) {
-        if (caps.has(CALLEE)) sites_.emplace_back(caps.node[CALLEE], false);
-        if (caps.has(DECORATOR)) {
-          sites_.emplace_back(caps.node[DECORATOR], true);
-          decorator_calls_.insert(ts_node_start_byte(caps.node[DECORATOR]));
-        }
-      } else if (caps.has(LOCAL)) {
-        locals_.push_back(caps.node[LOCAL]);
-      } else if (caps.has(INSTANCE)) {
-        instances_.emplace_back(caps.node[INSTANCE], caps.at(INSTANCE_CLASS));
-      }
+// One pass of the query over the tree, sorting its matches by what they say.
+void Extraction::collect_matches() {
+  thread_local std::unique_ptr<TSQueryCursor, CursorDeleter> cursor(ts_query_cursor_new());
+  ts_query_cursor_exec(cursor.get(), q_.query.get(), root_);
+  TSQueryMatch m;
+  while (ts_query_cursor_next_match(cursor.get(), &m)) {
+    Captures caps;
+    for (std::uint16_t i = 0; i < m.capture_count; ++i) {
+      Role r = q_.roles[m.captures[i].index];
+      caps.node[r] = m.captures[i].node;
+      caps.present |= 1U << r;
     }
-  }
-
-  std::string string_body(TSNode s) const {
-    std::uint32_t count = ts_node_child_count(s);
-    if (count < 2) return std::string(text(s));
-    auto a = ts_node_end_byte(ts_node_child(s, 0));
-    auto b = ts_node_start_byte(ts_node_child(s, count - 1));
-    std::string_view body = b > a ? src_.substr(a, b - a) : std::string_view();
-    auto first = body.find_first_not_of(" \t\r\n");
-    if (first == std::string_view::npos) return "";
-    auto last = body.find_last_not_of(" \t\r\n");
-    return std::string(body.substr(first, last - first + 1));
-  }
-
-  // Definitions nest, so their byte ranges form a tree; walking it avoids ts_node_parent, which
-  // descends from the root on every call.
-  void nest_definitions() {
-    std::sort(defs_.begin(), defs_.end(),
-              [](const auto& a, const auto& b) { return a.start < b.start; });
-    std::vector<std::size_t> stack;
-    for (std::size_t i = 0; i < defs_.size(); ++i) {
-      while (!stack.empty() &&
-             !contains(defs_[stack.back()], defs_[i].start, defs_[i].end, defs_[i].node)) {
-        stack.pop_back();
+    if (caps.has(NAME)) {
+      for (Role r : {DEF_CLASS, DEF_FUNCTION, DEF_CONSTANT}) {
+        if (caps.has(r)) tags_.push_back({caps.node[r], caps.node[NAME], r});
       }
-      defs_[i].parent = stack.empty() ? NONE : stack.back();
-      stack.push_back(i);
-    }
-  }
-
-  struct Def {
-    TSNode node;
-    std::uint32_t start, end;  // bytes, kept: ts_node_end_byte walks the subtree's children
-    std::size_t parent;
-  };
-
-  static bool contains(const Def& outer, std::uint32_t start, std::uint32_t end, TSNode inner) {
-    return outer.start <= start && end <= outer.end && !ts_node_eq(outer.node, inner);
-  }
-
-  // The innermost function or class around a node, or a null node at module level.
-  TSNode enclosing_def(TSNode n) const {
-    if (ts_node_is_null(n)) return TSNode{};
-    auto start = ts_node_start_byte(n);
-    auto it = std::upper_bound(defs_.begin(), defs_.end(), start,
-                               [](std::uint32_t s, const Def& d) { return s < d.start; });
-    if (it == defs_.begin()) return TSNode{};
-    std::size_t i = static_cast<std::size_t>(it - defs_.begin()) - 1;
-    auto end = ts_node_end_byte(n);
-    while (i != NONE && !contains(defs_[i], start, end, n)) i = defs_[i].parent;
-    return i == NONE ? TSNode{} : defs_[i].node;
-  }
-
-  std::string fqn_of(TSNode def) const {
-    if (ts_node_is_null(def)) return module_;
-    auto it = def_fqn_.find(ts_node_start_byte(def));
-    return it == def_fqn_.end() ? module_ : it->second;
-  }
-
-  std::uint32_t scope_key(TSNode def) const {
-    return ts_node_is_null(def) ? UINT32_MAX : ts_node_start_byte(def);
-  }
-
-  void bind(TSNode scope_def, const std::string& name, Binding b) {
-    scopes_[scope_key(scope_def)].names[name] = std::move(b);
-  }
-
-  void collect_definitions() {
-    ParsedSymbol mod;
-    mod.fqn = module_;
-    auto dot = module_.rfind('.');
-    mod.name = dot == std::string::npos ? module_ : module_.substr(dot + 1);
-    mod.kind = "module";
-    mod.start_line = 1;
-    mod.end_line = std::max<std::int64_t>(out_.line_count, 1);
-    if (auto d = docstrings_.find(UINT32_MAX); d != docstrings_.end()) mod.docstring = d->second;
-    mod.is_test = out_.is_test;
-    out_.symbols.push_back(std::move(mod));
-
-    // Matches come in document order, so an enclosing definition is named before its members.
-    std::map<std::string, bool> variables;
-    for (const auto& tag : tags_) {
-      std::string name(text(tag.name));
-      ParsedSymbol s;
-      TSNode node = tag.node;
-      if (tag.role == DEF_CLASS) {
-        s.kind = "class";
-      } else if (tag.role == DEF_FUNCTION) {
-        TSNode outer = enclosing_def(node);
-        s.kind = !ts_node_is_null(outer) && is_class(outer) ? "method" : "function";
+      for (Role r : {DEF_CLASS, DEF_FUNCTION}) {
+        if (!caps.has(r)) continue;
+        TSNode n = caps.node[r];
+        defs_.push_back({n, ts_node_start_byte(n), ts_node_end_byte(n), 0});
+      }
+    } else if (caps.has(DECORATED)) {
+      decorated_line_[ts_node_start_byte(caps.node[DECORATED])] = line(caps.at(OUTER));
+      decorators_[ts_node_start_byte(caps.node[DECORATED])] = caps.at(OUTER);
+    } else if (caps.has(HEADER)) {
+      TSNode h = caps.node[HEADER], c = caps.at(COLON);
+      auto a = ts_node_start_byte(h);
+      signatures_[a] = std::string(src_.substr(a, ts_node_end_byte(c) - a));
+    } else if (caps.has(DOCSTRING)) {
+      std::uint32_t key =
+          caps.has(DOC_OWNER) ? ts_node_start_byte(caps.node[DOC_OWNER]) : UINT32_MAX;
+      docstrings_.emplace(key, string_body(caps.node[DOCSTRING]));
+    } else if (caps.has(IMPORT)) {
+      imports_.push_back(caps.node[IMPORT]);
+    } else if (caps.has(CALLEE) || caps.has(DECORATOR)) {
+      if (caps.has(CALLEE)) sites_.emplace_back(caps.node[CALLEE], false);
+      if (caps.has(DECORATOR)) {
+        sites_.emplace_back(caps.node[DECORATOR], true);
+        decorator_calls_.insert(ts_node_start_byte(caps.node[DECORATOR]));
+      }
+    } else if (caps.has(LOCAL)) {
+      locals_.push_back(caps.node[LOCAL]);
+    } else if (caps.has(INSTANCE)) {
+      instances_.emplace_back(caps.node[INSTANCE], caps.at(INSTANCE_CLASS));
+    } else if (caps.has(TYPED_TYPE) || caps.has(BOUND_VALUE)) {
+      bool typed = caps.has(TYPED_TYPE);
+      TSNode what = typed ? caps.node[TYPED_TYPE] : caps.node[BOUND_VALUE];
+      if (caps.has(ATTRIBUTE)) {
+        attribute_facts_.push_back({caps.node[ATTRIBUTE], what, typed});
       } else {
-        s.kind = "variable";
+        name_facts_.push_back({typed ? caps.at(TYPED_NAME) : caps.at(BOUND_NAME), what, typed});
       }
+    } else if (caps.has(RETURNED)) {
+      returned_.push_back(caps.node[RETURNED]);
+    } else if (caps.has(YIELDED)) {
+      yielded_.push_back(caps.node[YIELDED]);
+    }
+  }
+}
+
+std::string Extraction::string_body(TSNode s) const {
+  std::uint32_t count = ts_node_child_count(s);
+  if (count < 2) return std::string(text(s));
+  auto a = ts_node_end_byte(ts_node_child(s, 0));
+  auto b = ts_node_start_byte(ts_node_child(s, count - 1));
+  std::string_view body = b > a ? src_.substr(a, b - a) : std::string_view();
+  auto first = body.find_first_not_of(" \t\r\n");
+  if (first == std::string_view::npos) return "";
+  auto last = body.find_last_not_of(" \t\r\n");
+  return std::string(body.substr(first, last - first + 1));
+}
+
+// Definitions nest, so their byte ranges form a tree; walking it avoids ts_node_parent, which
+// descends from the root on every call.
+void Extraction::nest_definitions() {
+  std::sort(defs_.begin(), defs_.end(),
+            [](const auto& a, const auto& b) { return a.start < b.start; });
+  std::vector<std::size_t> stack;
+  for (std::size_t i = 0; i < defs_.size(); ++i) {
+    while (!stack.empty() &&
+           !contains(defs_[stack.back()], defs_[i].start, defs_[i].end, defs_[i].node)) {
+      stack.pop_back();
+    }
+    defs_[i].parent = stack.empty() ? NONE : stack.back();
+    stack.push_back(i);
+  }
+}
+
+// The innermost function or class around a node, or a null node at module level.
+TSNode Extraction::enclosing_def(TSNode n) const {
+  if (ts_node_is_null(n)) return TSNode{};
+  auto start = ts_node_start_byte(n);
+  auto it = std::upper_bound(defs_.begin(), defs_.end(), start,
+                             [](std::uint32_t s, const Def& d) { return s < d.start; });
+  if (it == defs_.begin()) return TSNode{};
+  std::size_t i = static_cast<std::size_t>(it - defs_.begin()) - 1;
+  auto end = ts_node_end_byte(n);
+  while (i != NONE && !contains(defs_[i], start, end, n)) i = defs_[i].parent;
+  return i == NONE ? TSNode{} : defs_[i].node;
+}
+
+void Extraction::collect_definitions() {
+  ParsedSymbol mod;
+  mod.fqn = module_;
+  auto dot = module_.rfind('.');
+  mod.name = dot == std::string::npos ? module_ : module_.substr(dot + 1);
+  mod.kind = "module";
+  mod.start_line = 1;
+  mod.end_line = std::max<std::int64_t>(out_.line_count, 1);
+  if (auto d = docstrings_.find(UINT32_MAX); d != docstrings_.end()) mod.docstring = d->second;
+  mod.is_test = out_.is_test;
+  out_.symbols.push_back(std::move(mod));
+
+  // Matches come in document order, so an enclosing definition is named before its members.
+  std::map<std::string, bool> variables;
+  for (const auto& tag : tags_) {
+    std::string name(text(tag.name));
+    ParsedSymbol s;
+    TSNode node = tag.node;
+    if (tag.role == DEF_CLASS) {
+      s.kind = "class";
+    } else if (tag.role == DEF_FUNCTION) {
       TSNode outer = enclosing_def(node);
-      s.parent_fqn = fqn_of(outer);
-      s.fqn = join_dotted(s.parent_fqn, name);
-      s.name = name;
-      s.end_line = end_line(node);
-      auto decorated = decorated_line_.find(ts_node_start_byte(node));
-      s.start_line = decorated != decorated_line_.end() ? decorated->second : line(node);
-      s.is_test = out_.is_test;
-      if (s.kind == "variable") {
-        if (!variables.emplace(s.fqn, true).second) continue;  // rebinding of one constant
-        std::string_view first = text(node).substr(0, text(node).find('\n'));
-        if (first.size() > MAX_VARIABLE_SIGNATURE) {
-          std::size_t cut = MAX_VARIABLE_SIGNATURE;
-          while (cut > 0 && (static_cast<unsigned char>(first[cut]) & 0xC0) == 0x80) --cut;
-          first = first.substr(0, cut);
-        }
-        s.signature = std::string(first);
-      } else {
-        auto key = ts_node_start_byte(node);
-        def_fqn_[key] = s.fqn;
-        if (auto sig = signatures_.find(key); sig != signatures_.end()) s.signature = sig->second;
-        if (auto d = docstrings_.find(key); d != docstrings_.end()) s.docstring = d->second;
-        bind(outer, name,
-             {s.fqn, ts_node_is_null(outer) ? "same-file" : "same-scope", s.kind == "class"});
-        if (s.kind == "class") class_nodes_.emplace_back(node, out_.symbols.size());
-      }
-      out_.symbols.push_back(std::move(s));
+      s.kind = !ts_node_is_null(outer) && is_class(outer) ? "method" : "function";
+    } else {
+      s.kind = "variable";
     }
+    TSNode outer = enclosing_def(node);
+    s.parent_fqn = fqn_of(outer);
+    s.fqn = join_dotted(s.parent_fqn, name);
+    s.name = name;
+    s.end_line = end_line(node);
+    auto decorated = decorated_line_.find(ts_node_start_byte(node));
+    s.start_line = decorated != decorated_line_.end() ? decorated->second : line(node);
+    s.is_test = out_.is_test;
+    if (s.kind == "variable") {
+      if (!variables.emplace(s.fqn, true).second) continue;  // rebinding of one constant
+      s.signature = first_line(text(node));
+    } else {
+      auto key = ts_node_start_byte(node);
+      def_fqn_[key] = s.fqn;
+      if (auto sig = signatures_.find(key); sig != signatures_.end()) s.signature = sig->second;
+      if (auto d = docstrings_.find(key); d != docstrings_.end()) s.docstring = d->second;
+      bind(outer, name,
+           {s.fqn, ts_node_is_null(outer) ? "same-file" : "same-scope", s.kind == "class"});
+      if (s.kind == "class") class_nodes_.emplace_back(node, out_.symbols.size());
+    }
+    if (s.kind != "class") typed_symbols_.emplace_back(node, out_.symbols.size());
+    out_.symbols.push_back(std::move(s));
   }
+}
 
-  // The package a relative import counts from: the module itself for an __init__.py.
-  std::string relative_base(std::size_t level) const {
-    std::vector<std::string> parts;
-    std::size_t start = 0;
-    while (start <= module_.size()) {
-      auto end = module_.find('.', start);
-      if (end == std::string::npos) end = module_.size();
-      parts.emplace_back(module_.substr(start, end - start));
-      start = end + 1;
-    }
-    bool is_package = path_.ends_with("__init__.py") || path_.ends_with("__init__.pyi");
-    std::size_t drop = (is_package ? 0 : 1) + (level > 0 ? level - 1 : 0);
-    parts.resize(parts.size() > drop ? parts.size() - drop : 0);
-    std::string out;
-    for (const auto& p : parts) {
-      if (!out.empty()) out.push_back('.');
-      out.append(p);
-    }
-    return out;
+// The package a relative import counts from: the module itself for an __init__.py.
+std::string Extraction::relative_base(std::size_t level) const {
+  std::vector<std::string> parts;
+  std::size_t start = 0;
+  while (start <= module_.size()) {
+    auto end = module_.find('.', start);
+    if (end == std::string::npos) end = module_.size();
+    parts.emplace_back(module_.substr(start, end - start));
+    start = end + 1;
   }
+  bool is_package = path_.ends_with("__init__.py") || path_.ends_with("__init__.pyi");
+  std::size_t drop = (is_package ? 0 : 1) + (level > 0 ? level - 1 : 0);
+  parts.resize(parts.size() > drop ? parts.size() - drop : 0);
+  std::string out;
+  for (const auto& p : parts) {
+    if (!out.empty()) out.push_back('.');
+    out.append(p);
+  }
+  return out;
+}
 
-  void collect_imports() {
-    for (TSNode stmt : imports_) {
-      TSNode scope = enclosing_def(stmt);
-      std::int64_t at = line(stmt);
-      bool from = std::strcmp(ts_node_type(stmt), "import_from_statement") == 0;
-      std::string base;
-      if (from) {
-        TSNode m = ts_node_child_by_field_name(stmt, "module_name", 11);
-        if (ts_node_is_null(m)) continue;
-        if (std::strcmp(ts_node_type(m), "relative_import") == 0) {
-          std::size_t level = 0;
-          std::string rest;
-          for (std::uint32_t i = 0; i < ts_node_named_child_count(m); ++i) {
-            TSNode c = ts_node_named_child(m, i);
-            if (std::strcmp(ts_node_type(c), "import_prefix") == 0) {
-              auto t = text(c);
-              level = static_cast<std::size_t>(std::count(t.begin(), t.end(), '.'));
-            } else {
-              rest = text(c);
-            }
-          }
-          base = relative_base(level);
-          if (!rest.empty()) {
-            if (!base.empty()) base.push_back('.');
-            base.append(rest);
-          }
-        } else {
-          base = text(m);
-        }
-      }
-      for (std::uint32_t i = 0; i < ts_node_child_count(stmt); ++i) {
-        TSNode c = ts_node_child(stmt, i);
-        const char* field = ts_node_field_name_for_child(stmt, i);
-        const char* type = ts_node_type(c);
-        if (from && std::strcmp(type, "wildcard_import") == 0) {
-          out_.imports.push_back({at, base, "*", ""});
-          continue;
-        }
-        if (field == nullptr || std::strcmp(field, "name") != 0) continue;
-        std::string dotted, alias;
-        if (std::strcmp(type, "aliased_import") == 0) {
-          dotted = field_text(c, "name");
-          alias = field_text(c, "alias");
-        } else {
-          dotted = text(c);
-        }
-        if (from) {
-          out_.imports.push_back({at, base, dotted, alias});
-          bind(scope, alias.empty() ? dotted : alias, {join_dotted(base, dotted), "import"});
-        } else {
-          out_.imports.push_back({at, dotted, "", alias});
-          if (!alias.empty()) {
-            bind(scope, alias, {dotted, "module-attribute"});
+void Extraction::collect_imports() {
+  for (TSNode stmt : imports_) {
+    TSNode scope = enclosing_def(stmt);
+    std::int64_t at = line(stmt);
+    bool from = std::strcmp(ts_node_type(stmt), "import_from_statement") == 0;
+    std::string base;
+    if (from) {
+      TSNode m = ts_node_child_by_field_name(stmt, "module_name", 11);
+      if (ts_node_is_null(m)) continue;
+      if (std::strcmp(ts_node_type(m), "relative_import") == 0) {
+        std::size_t level = 0;
+        std::string rest;
+        for (std::uint32_t i = 0; i < ts_node_named_child_count(m); ++i) {
+          TSNode c = ts_node_named_child(m, i);
+          if (std::strcmp(ts_node_type(c), "import_prefix") == 0) {
+            auto t = text(c);
+            level = static_cast<std::size_t>(std::count(t.begin(), t.end(), '.'));
           } else {
-            auto head = dotted.substr(0, dotted.find('.'));
-            bind(scope, head, {head, "module-attribute"});
+            rest = text(c);
           }
+        }
+        base = relative_base(level);
+        if (!rest.empty()) {
+          if (!base.empty()) base.push_back('.');
+          base.append(rest);
+        }
+      } else {
+        base = text(m);
+      }
+    }
+    for (std::uint32_t i = 0; i < ts_node_child_count(stmt); ++i) {
+      TSNode c = ts_node_child(stmt, i);
+      const char* field = ts_node_field_name_for_child(stmt, i);
+      const char* type = ts_node_type(c);
+      if (from && std::strcmp(type, "wildcard_import") == 0) {
+        out_.imports.push_back({at, base, "*", ""});
+        continue;
+      }
+      if (field == nullptr || std::strcmp(field, "name") != 0) continue;
+      std::string dotted, alias;
+      if (std::strcmp(type, "aliased_import") == 0) {
+        dotted = field_text(c, "name");
+        alias = field_text(c, "alias");
+      } else {
+        dotted = text(c);
+      }
+      if (from) {
+        out_.imports.push_back({at, base, dotted, alias});
+        bind(scope, alias.empty() ? dotted : alias, {join_dotted(base, dotted), "import"});
+      } else {
+        out_.imports.push_back({at, dotted, "", alias});
+        if (!alias.empty()) {
+          bind(scope, alias, {dotted, "module-attribute"});
+        } else {
+          auto head = dotted.substr(0, dotted.find('.'));
+          bind(scope, head, {head, "module-attribute"});
         }
       }
     }
   }
+}
 
-  void collect_locals() {
-    for (TSNode n : locals_) {
-      TSNode scope = enclosing_def(n);
-      if (ts_node_is_null(scope) || is_class(scope)) continue;  // module and class names stay
-      ++scopes_[scope_key(scope)].locals[std::string(text(n))];
-    }
+void Extraction::collect_locals() {
+  for (TSNode n : locals_) {
+    TSNode scope = enclosing_def(n);
+    if (ts_node_is_null(scope) || is_class(scope)) continue;  // module and class names stay
+    ++scopes_[scope_key(scope)].locals[std::string(text(n))];
   }
+}
 
-  // Resolves a name as Python would look it up from `at`: enclosing functions, then the module.
-  std::optional<Binding> lookup(TSNode at, std::string_view name) const {
-    TSNode def = enclosing_def(at);
-    bool first = true;
-    for (; !ts_node_is_null(def); def = enclosing_def(def), first = false) {
-      if (is_class(def) && !first) continue;  // class bodies are not enclosing scopes
-      auto s = scopes_.find(scope_key(def));
-      if (s == scopes_.end()) continue;
-      if (auto b = s->second.names.find(name); b != s->second.names.end()) return b->second;
-      if (s->second.locals.count(name) != 0) return std::nullopt;
-    }
-    auto s = scopes_.find(UINT32_MAX);
-    if (s == scopes_.end()) return std::nullopt;
+// Resolves a name as Python would look it up from `at`: enclosing functions, then the module.
+std::optional<Binding> Extraction::lookup(TSNode at, std::string_view name) const {
+  TSNode def = enclosing_def(at);
+  bool first = true;
+  for (; !ts_node_is_null(def); def = enclosing_def(def), first = false) {
+    if (is_class(def) && !first) continue;  // class bodies are not enclosing scopes
+    auto s = scopes_.find(scope_key(def));
+    if (s == scopes_.end()) continue;
     if (auto b = s->second.names.find(name); b != s->second.names.end()) return b->second;
-    return std::nullopt;
+    if (s->second.locals.count(name) != 0) return std::nullopt;
   }
+  auto s = scopes_.find(UINT32_MAX);
+  if (s == scopes_.end()) return std::nullopt;
+  if (auto b = s->second.names.find(name); b != s->second.names.end()) return b->second;
+  return std::nullopt;
+}
 
-  // `a.b.c` as its names, or nothing when the expression is not a plain dotted name.
-  std::vector<std::string_view> dotted(TSNode n) const {
-    std::vector<std::string_view> parts;
-    while (std::strcmp(ts_node_type(n), "attribute") == 0) {
-      TSNode attr = ts_node_child_by_field_name(n, "attribute", 9);
-      parts.push_back(text(attr));
-      n = ts_node_child_by_field_name(n, "object", 6);
-    }
-    if (std::strcmp(ts_node_type(n), "identifier") != 0) return {};
-    parts.push_back(text(n));
-    std::reverse(parts.begin(), parts.end());
-    return parts;
+// `a.b.c` as its names, or nothing when the expression is not a plain dotted name.
+std::vector<std::string_view> Extraction::dotted(TSNode n) const {
+  std::vector<std::string_view> parts;
+  while (std::strcmp(ts_node_type(n), "attribute") == 0) {
+    TSNode attr = ts_node_child_by_field_name(n, "attribute", 9);
+    parts.push_back(text(attr));
+    n = ts_node_child_by_field_name(n, "object", 6);
   }
+  if (std::strcmp(ts_node_type(n), "identifier") != 0) return {};
+  parts.push_back(text(n));
+  std::reverse(parts.begin(), parts.end());
+  return parts;
+}
 
-  void finish_bases() {
-    for (auto& [node, index] : class_nodes_) {
-      TSNode supers = ts_node_child_by_field_name(node, "superclasses", 12);
-      if (ts_node_is_null(supers)) continue;
-      for (std::uint32_t i = 0; i < ts_node_named_child_count(supers); ++i) {
-        auto parts = dotted(ts_node_named_child(supers, i));
-        if (parts.empty()) continue;
-        auto b = lookup(node, parts[0]);
-        if (!b) continue;
-        std::string fqn = b->fqn;
-        for (std::size_t k = 1; k < parts.size(); ++k) fqn = join_dotted(fqn, parts[k]);
-        out_.symbols[index].bases.push_back(fqn);
-      }
-      bases_[out_.symbols[index].fqn] = out_.symbols[index].bases;
-    }
-  }
-
-  // A function's local assigned once from `Cls(...)` holds a Cls: its `x.m()` calls name Cls.m.
-  void collect_instances() {
-    for (const auto& [name, built_from] : instances_) {
-      TSNode scope = enclosing_def(name);
-      if (ts_node_is_null(scope) || is_class(scope)) continue;
-      auto& sc = scopes_[scope_key(scope)];
-      std::string var(text(name));
-      if (sc.locals[var] != 1) continue;
-      auto parts = dotted(built_from);
+void Extraction::finish_bases() {
+  for (auto& [node, index] : class_nodes_) {
+    TSNode supers = ts_node_child_by_field_name(node, "superclasses", 12);
+    if (ts_node_is_null(supers)) continue;
+    for (std::uint32_t i = 0; i < ts_node_named_child_count(supers); ++i) {
+      auto parts = dotted(ts_node_named_child(supers, i));
       if (parts.empty()) continue;
-      auto b = lookup(name, parts[0]);
+      auto b = lookup(node, parts[0]);
       if (!b) continue;
       std::string fqn = b->fqn;
       for (std::size_t k = 1; k < parts.size(); ++k) fqn = join_dotted(fqn, parts[k]);
-      sc.instances[var] = fqn;
+      out_.symbols[index].bases.push_back(fqn);
     }
+    bases_[out_.symbols[index].fqn] = out_.symbols[index].bases;
   }
+}
 
-  // The class a local name was built from in the innermost function holding `at`, if any.
-  std::optional<std::string> instance_class(TSNode at, std::string_view name) const {
-    TSNode fn = enclosing_def(at);
-    if (ts_node_is_null(fn) || is_class(fn)) return std::nullopt;
-    auto s = scopes_.find(scope_key(fn));
-    if (s == scopes_.end()) return std::nullopt;
-    auto it = s->second.instances.find(name);
-    if (it == s->second.instances.end()) return std::nullopt;
-    return it->second;
+// A function's local assigned once from `Cls(...)` holds a Cls: its `x.m()` calls name Cls.m.
+void Extraction::collect_instances() {
+  for (const auto& [name, built_from] : instances_) {
+    TSNode scope = enclosing_def(name);
+    if (ts_node_is_null(scope) || is_class(scope)) continue;
+    auto& sc = scopes_[scope_key(scope)];
+    std::string var(text(name));
+    if (sc.locals[var] != 1) continue;
+    auto parts = dotted(built_from);
+    if (parts.empty()) continue;
+    auto b = lookup(name, parts[0]);
+    if (!b || (parts.size() == 1 && is_local_function(*b))) continue;  // a result, typed later
+    std::string fqn = b->fqn;
+    for (std::size_t k = 1; k < parts.size(); ++k) fqn = join_dotted(fqn, parts[k]);
+    sc.instances[var] = fqn;
   }
+}
 
-  // The bases of a class in lookup order, following the ones defined in this file.
-  std::vector<std::string> ancestry(const std::string& cls) const {
-    std::vector<std::string> out, todo{cls};
-    for (std::size_t i = 0; i < todo.size() && todo.size() < 64; ++i) {
-      auto it = bases_.find(todo[i]);
-      if (it == bases_.end()) continue;
-      for (const auto& b : it->second) {
-        if (std::find(todo.begin(), todo.end(), b) == todo.end()) {
-          todo.push_back(b);
-          out.push_back(b);
-        }
+// The class a local name was built from in the innermost function holding `at`, if any.
+std::optional<std::string> Extraction::instance_class(TSNode at, std::string_view name) const {
+  TSNode fn = enclosing_def(at);
+  if (ts_node_is_null(fn) || is_class(fn)) return std::nullopt;
+  auto s = scopes_.find(scope_key(fn));
+  if (s == scopes_.end()) return std::nullopt;
+  auto it = s->second.instances.find(name);
+  if (it == s->second.instances.end()) return std::nullopt;
+  return it->second;
+}
+
+// The bases of a class in lookup order, following the ones defined in this file.
+std::vector<std::string> Extraction::ancestry(const std::string& cls) const {
+  std::vector<std::string> out, todo{cls};
+  for (std::size_t i = 0; i < todo.size() && todo.size() < 64; ++i) {
+    auto it = bases_.find(todo[i]);
+    if (it == bases_.end()) continue;
+    for (const auto& b : it->second) {
+      if (std::find(todo.begin(), todo.end(), b) == todo.end()) {
+        todo.push_back(b);
+        out.push_back(b);
       }
     }
-    return out;
   }
+  return out;
+}
 
-  // The class whose method holds a node (for self / cls / super), or null.
-  TSNode method_class(TSNode at) const {
-    TSNode fn = enclosing_def(at);
-    if (ts_node_is_null(fn) || is_class(fn)) return TSNode{};
-    TSNode cls = enclosing_def(fn);
-    return !ts_node_is_null(cls) && is_class(cls) ? cls : TSNode{};
-  }
+// The class whose method holds a node (for self / cls / super), or null.
+TSNode Extraction::method_class(TSNode at) const {
+  TSNode fn = enclosing_def(at);
+  if (ts_node_is_null(fn) || is_class(fn)) return TSNode{};
+  TSNode cls = enclosing_def(fn);
+  return !ts_node_is_null(cls) && is_class(cls) ? cls : TSNode{};
+}
 
-  void resolve(TSNode callee, ParsedCall& call) const {
-    const char* type = ts_node_type(callee);
-    if (std::strcmp(type, "attribute") == 0) {
-      TSNode object = ts_node_child_by_field_name(callee, "object", 6);
-      std::string attr(text(ts_node_child_by_field_name(callee, "attribute", 9)));
-      if (std::strcmp(ts_node_type(object), "call") == 0 &&
-          text(ts_node_child_by_field_name(object, "function", 8)) == "super") {
-        TSNode cls = method_class(callee);
-        if (ts_node_is_null(cls)) return;
-        auto bases = ancestry(fqn_of(cls));
-        if (bases.empty()) return;
-        call.target = join_dotted(bases[0], attr);
-        for (std::size_t i = 1; i < bases.size(); ++i)
-          call.fallbacks.push_back(join_dotted(bases[i], attr));
-        call.evidence = "super";
-        return;
-      }
-    }
-    auto parts = dotted(callee);
-    if (parts.empty()) return;
-    if (parts.size() == 2 && (parts[0] == "self" || parts[0] == "cls")) {
+// Names the callee where local evidence does. Where the method may live on a base in another
+// file, or only the receiver's type is known, the receiver's type goes along for the writer.
+void Extraction::resolve(TSNode callee, ParsedCall& call) const {
+  const char* type = ts_node_type(callee);
+  if (std::strcmp(type, "attribute") == 0) {
+    TSNode object = ts_node_child_by_field_name(callee, "object", 6);
+    std::string attr(text(ts_node_child_by_field_name(callee, "attribute", 9)));
+    if (std::strcmp(ts_node_type(object), "call") == 0 &&
+        text(ts_node_child_by_field_name(object, "function", 8)) == "super") {
       TSNode cls = method_class(callee);
-      if (!ts_node_is_null(cls) && lookup(callee, parts[0]) == std::nullopt) {
-        std::string c = fqn_of(cls);
-        call.target = join_dotted(c, parts[1]);
-        for (const auto& b : ancestry(c)) call.fallbacks.push_back(join_dotted(b, parts[1]));
-        call.evidence = std::string(parts[0]);
-        return;
-      }
-    }
-    if (parts.size() == 2) {
-      if (auto cls = instance_class(callee, parts[0])) {
-        call.target = join_dotted(*cls, parts[1]);
-        for (const auto& b : ancestry(*cls)) call.fallbacks.push_back(join_dotted(b, parts[1]));
-        call.evidence = "instance";
-        return;
-      }
-    }
-    auto b = lookup(callee, parts[0]);
-    if (!b) return;
-    call.target = b->fqn;
-    for (std::size_t k = 1; k < parts.size(); ++k) call.target = join_dotted(call.target, parts[k]);
-    call.evidence = parts.size() == 1 && b->is_class ? "constructor" : b->evidence;
-  }
-
-  void collect_calls() {
-    for (const auto& [callee, decorator] : sites_) {
-      if (!decorator && decorator_calls_.count(ts_node_start_byte(callee)) != 0) continue;
-      ParsedCall call;
-      call.line = line(callee);
-      // A decorator stands before its definition, so the caller is the enclosing scope.
-      call.caller_fqn = fqn_of(enclosing_def(callee));
-      resolve(callee, call);
-      if (decorator && !call.target.empty()) call.evidence = "decorator";
-      out_.calls.push_back(std::move(call));
+      if (ts_node_is_null(cls)) return;
+      auto bases = ancestry(fqn_of(cls));
+      if (bases.empty()) return;
+      call.target = join_dotted(bases[0], attr);
+      for (std::size_t i = 1; i < bases.size(); ++i)
+        call.fallbacks.push_back(join_dotted(bases[i], attr));
+      call.evidence = "super";
+      call.receiver = "T:" + bases[0];
+      call.member = attr;
+      return;
     }
   }
+  auto parts = dotted(callee);
+  if (parts.size() == 2 && (parts[0] == "self" || parts[0] == "cls")) {
+    TSNode cls = method_class(callee);
+    if (!ts_node_is_null(cls) && lookup(callee, parts[0]) == std::nullopt) {
+      std::string c = fqn_of(cls);
+      call.target = join_dotted(c, parts[1]);
+      for (const auto& b : ancestry(c)) call.fallbacks.push_back(join_dotted(b, parts[1]));
+      call.evidence = std::string(parts[0]);
+      call.receiver = "T:" + c;
+      call.member = parts[1];
+      return;
+    }
+  }
+  if (parts.size() == 2) {
+    if (auto cls = instance_class(callee, parts[0])) {
+      call.target = join_dotted(*cls, parts[1]);
+      for (const auto& b : ancestry(*cls)) call.fallbacks.push_back(join_dotted(b, parts[1]));
+      call.evidence = "instance";
+      call.receiver = "S:" + *cls;
+      call.member = parts[1];
+      return;
+    }
+  }
+  if (!parts.empty()) {
+    if (auto b = lookup(callee, parts[0])) {
+      call.target = b->fqn;
+      for (std::size_t k = 1; k < parts.size(); ++k)
+        call.target = join_dotted(call.target, parts[k]);
+      call.evidence = parts.size() == 1 && b->is_class ? "constructor" : b->evidence;
+      // `Cls.method()`: the method may be inherited, from a base in another file.
+      if (parts.size() == 2 && !binding_type(*b).empty()) {
+        call.receiver = binding_type(*b).expr;
+        call.member = parts[1];
+      }
+      return;
+    }
+  }
+  if (std::strcmp(type, "attribute") != 0) return;
+  Typed of = value_type(ts_node_child_by_field_name(callee, "object", 6), 0);
+  if (of.empty()) return;
+  call.receiver = std::move(of.expr);
+  call.member = text(ts_node_child_by_field_name(callee, "attribute", 9));
+  call.evidence = std::move(of.evidence);
+}
 
-  const utils::Language& language_;
-  const Query& q_;
-  std::string path_;
-  std::string module_;
-  std::string_view src_;
-  TSNode root_{};
-  ParsedFile out_;
-  std::unordered_map<std::uint32_t, std::string> signatures_, docstrings_, def_fqn_;
-  std::unordered_map<std::uint32_t, Scope> scopes_;
-  std::unordered_map<std::uint32_t, std::int64_t> decorated_line_;
-  static constexpr std::size_t NONE = static_cast<std::size_t>(-1);
-  std::vector<Def> defs_;
-  struct Tag {
-    TSNode node, name;
-    Role role;
-  };
-  std::vector<Tag> tags_;
-  std::vector<TSNode> imports_, locals_;
-  std::vector<std::pair<TSNode, bool>> sites_;  // callee, is a decorator
-  std::unordered_set<std::uint32_t> decorator_calls_;
-  std::vector<std::pair<TSNode, TSNode>> instances_;  // local name, what it was built from
-  std::vector<std::pair<TSNode, std::size_t>> class_nodes_;
-  std::map<std::string, std::vector<std::string>> bases_;
-};
+void Extraction::collect_calls() {
+  for (const auto& [callee, decorator] : sites_) {
+    if (!decorator && decorator_calls_.count(ts_node_start_byte(callee)) != 0) continue;
+    ParsedCall call;
+    call.line = line(callee);
+    // A decorator stands before its definition, so the caller is the enclosing scope.
+    call.caller_fqn = fqn_of(enclosing_def(callee));
+    resolve(callee, call);
+    if (decorator && !call.target.empty()) call.evidence = "decorator";
+    // A target defined here links: the receiver, kept for bases in other files, is not needed.
+    bool here = defined_.count(call.target) != 0;
+    for (const auto& f : call.fallbacks) here = here || defined_.count(f) != 0;
+    if (here) {
+      call.receiver.clear();
+      call.member.clear();
+    }
+    out_.calls.push_back(std::move(call));
+  }
+}
 
-}  // namespace
+}  // namespace detail
 
 std::string module_name(std::string_view path, const PackageDirs& packages,
                         std::string_view root_name) {
@@ -677,7 +563,7 @@ std::string module_name(std::string_view path, const PackageDirs& packages,
 
 ParsedFile extract(const utils::Language& language, std::string_view path, std::string_view module,
                    std::string_view content) {
-  return Extraction(language, path, module, content).run();
+  return detail::Extraction(language, path, module, content).run();
 }
 
 }  // namespace orvane_tamsel::indexer::python

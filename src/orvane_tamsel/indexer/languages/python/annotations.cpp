@@ -1,0 +1,109 @@
+#include "orvane_tamsel/indexer/languages/python/annotations.h"
+
+#include <cctype>
+#include <vector>
+
+namespace orvane_tamsel::indexer::python {
+
+namespace {
+
+constexpr int MAX_NESTING = 8;
+
+std::string_view trim(std::string_view s) {
+  while (!s.empty() && std::isspace(static_cast<unsigned char>(s.front())) != 0) s.remove_prefix(1);
+  while (!s.empty() && std::isspace(static_cast<unsigned char>(s.back())) != 0) s.remove_suffix(1);
+  return s;
+}
+
+bool is_dotted_name(std::string_view s) {
+  if (s.empty() || s.front() == '.' || s.back() == '.') return false;
+  for (char c : s) {
+    if (std::isalnum(static_cast<unsigned char>(c)) == 0 && c != '_' && c != '.' &&
+        static_cast<unsigned char>(c) < 0x80) {
+      return false;
+    }
+  }
+  return std::isdigit(static_cast<unsigned char>(s.front())) == 0;
+}
+
+// Splits at `sep` outside brackets and quotes.
+std::vector<std::string_view> split_top(std::string_view s, char sep) {
+  std::vector<std::string_view> out;
+  int depth = 0;
+  char quote = 0;
+  std::size_t start = 0;
+  for (std::size_t i = 0; i < s.size(); ++i) {
+    char c = s[i];
+    if (quote != 0) {
+      if (c == quote) quote = 0;
+    } else if (c == '"' || c == '\'') {
+      quote = c;
+    } else if (c == '[' || c == '(') {
+      ++depth;
+    } else if (c == ']' || c == ')') {
+      --depth;
+    } else if (c == sep && depth == 0) {
+      out.push_back(s.substr(start, i - start));
+      start = i + 1;
+    }
+  }
+  out.push_back(s.substr(start));
+  return out;
+}
+
+bool one_of(std::string_view name, std::initializer_list<std::string_view> names) {
+  for (auto n : names) {
+    if (n == name) return true;
+  }
+  return false;
+}
+
+std::string parse(std::string_view s, bool yielded, int depth);
+
+// The members other than None must agree.
+std::string either(const std::vector<std::string_view>& terms, bool yielded, int depth) {
+  std::string found;
+  for (auto t : terms) {
+    auto c = parse(t, yielded, depth + 1);
+    if (c == "None") continue;
+    if (c.empty() || (!found.empty() && c != found)) return "";
+    found = c;
+  }
+  return found;
+}
+
+std::string parse(std::string_view s, bool yielded, int depth) {
+  s = trim(s);
+  if (depth > MAX_NESTING || s.empty()) return "";
+  if (s.size() >= 2 && (s.front() == '"' || s.front() == '\'') && s.back() == s.front()) {
+    return parse(s.substr(1, s.size() - 2), yielded, depth + 1);
+  }
+  auto terms = split_top(s, '|');
+  if (terms.size() > 1) return either(terms, yielded, depth);
+  auto open = s.find('[');
+  auto head = trim(s.substr(0, open));
+  if (!is_dotted_name(head)) return "";
+  if (open == std::string_view::npos) return std::string(head);
+  if (s.back() != ']') return "";
+  auto args = split_top(s.substr(open + 1, s.size() - open - 2), ',');
+  auto last = head.substr(head.rfind('.') == std::string_view::npos ? 0 : head.rfind('.') + 1);
+  if (one_of(last, {"Optional", "Union"})) return either(args, yielded, depth);
+  if (one_of(last, {"Annotated", "ClassVar", "Final", "Type", "type", "Required", "NotRequired",
+                    "ReadOnly"})) {
+    return parse(args[0], yielded, depth + 1);
+  }
+  if (yielded && one_of(last, {"Iterator", "Iterable", "Generator", "AsyncIterator",
+                               "AsyncIterable", "AsyncGenerator"})) {
+    return parse(args[0], false, depth + 1);
+  }
+  return "";  // a container or other generic: not the class of the value itself
+}
+
+}  // namespace
+
+std::string annotated_class(std::string_view annotation, bool yielded) {
+  auto c = parse(annotation, yielded, 0);
+  return c == "None" ? "" : c;
+}
+
+}  // namespace orvane_tamsel::indexer::python

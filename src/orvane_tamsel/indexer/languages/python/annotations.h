@@ -1,0 +1,15 @@
+#pragma once
+// Reading a Python type annotation as the one class it names.
+
+#include <string>
+#include <string_view>
+
+namespace orvane_tamsel::indexer::python {
+
+// The class an annotation names, dotted as written, or "" when it names none or several:
+// `Optional[X]`, `X | None`, `"X"`, `Annotated[X, ...]`, `ClassVar[X]`, `Final[X]` and
+// `type[X]` give X; with `yielded` (what a generator yields), so do `Iterator[X]`,
+// `Generator[X, ...]` and their async and Iterable kin. `Self` comes back as written.
+std::string annotated_class(std::string_view annotation, bool yielded = false);
+
+}  // namespace orvane_tamsel::indexer::python

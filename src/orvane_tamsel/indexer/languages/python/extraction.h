@@ -1,0 +1,310 @@
+#pragma once
+// The Python extractor's passes over one file, shared by the files that hold them: python.cpp
+// (definitions, imports, call sites) and type_evidence.cpp (what evidence says of types).
+
+#include <tree_sitter/api.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "orvane_tamsel/indexer/parsed_file.h"
+#include "orvane_tamsel/indexer/tree_sitter_handles.h"
+#include "orvane_tamsel/utils/language_registry.h"
+
+namespace orvane_tamsel::indexer::python::detail {
+
+std::string join_dotted(std::string_view a, std::string_view b);
+
+// What a capture stands for; the extractor dispatches on these instead of capture names.
+enum Role : std::uint8_t {
+  NAME,
+  DEF_CLASS,
+  DEF_FUNCTION,
+  DEF_CONSTANT,
+  HEADER,
+  COLON,
+  DECORATED,
+  OUTER,
+  DOCSTRING,
+  DOC_OWNER,
+  IMPORT,
+  CALLEE,
+  DECORATOR,
+  LOCAL,
+  INSTANCE,
+  INSTANCE_CLASS,
+  TYPED_NAME,
+  TYPED_TYPE,
+  BOUND_NAME,
+  BOUND_VALUE,
+  ATTRIBUTE,
+  RETURNED,
+  YIELDED,
+  OTHER,
+  ROLE_COUNT = OTHER
+};
+
+struct Query {
+  QueryPtr query;
+  std::vector<Role> roles;  // by capture id
+};
+
+// The Python queries, compiled once; a TSQuery is read-only after creation, so threads share it.
+const Query& query(const utils::Language& language);
+
+// One match's captured nodes by role.
+struct Captures {
+  std::array<TSNode, ROLE_COUNT + 1> node;  // read only where `present` has the role
+  std::uint32_t present = 0;
+  bool has(Role r) const { return (present & (1U << r)) != 0; }
+  TSNode at(Role r) const {
+    if (!has(r)) throw std::logic_error("Python query lacks a capture");
+    return node[r];
+  }
+};
+
+// What a name is bound to in one scope.
+struct Binding {
+  std::string fqn;
+  std::string evidence;  // same-file, same-scope, import, module-attribute
+  bool is_class = false;
+};
+
+// What a scope says of the types of its names (or a class of its instances' attributes).
+struct TypeFacts {
+  std::map<std::string, std::vector<TSNode>, std::less<>> annotations;  // `type` nodes
+  std::map<std::string, std::vector<TSNode>, std::less<>> values;       // what was assigned
+};
+
+struct Scope {
+  std::map<std::string, Binding, std::less<>> names;
+  std::map<std::string, int, std::less<>> locals;  // bound at run time: shadows outer names
+  std::map<std::string, std::string, std::less<>> instances;  // name -> class fqn, if bound once
+  TypeFacts facts;
+};
+
+// What evidence says of a value's type: a TypeExpr and how its last link is known.
+struct Typed {
+  std::string expr;
+  std::string evidence;  // declared-type, result-type, constructor, attribute, fixture
+  bool empty() const { return expr.empty(); }
+};
+inline bool is_class(TSNode n) {
+  return std::strcmp(ts_node_type(n), "class_definition") == 0;
+}
+
+class Extraction {
+ public:
+  Extraction(const utils::Language& language, std::string_view path, std::string_view module,
+             std::string_view content)
+      : language_(language), q_(query(language)), path_(path), module_(module), src_(content) {}
+
+  ParsedFile run();
+
+ private:
+  std::string_view text(TSNode n) const {
+    auto a = ts_node_start_byte(n), b = ts_node_end_byte(n);
+    return src_.substr(a, b - a);
+  }
+  static std::int64_t line(TSNode n) { return ts_node_start_point(n).row + 1; }
+  static std::int64_t end_line(TSNode n) {
+    auto p = ts_node_end_point(n);
+    return p.column == 0 && p.row > ts_node_start_point(n).row ? p.row : p.row + 1;
+  }
+  std::string field_text(TSNode n, const char* field) const {
+    TSNode f = ts_node_child_by_field_name(n, field, static_cast<std::uint32_t>(strlen(field)));
+    return ts_node_is_null(f) ? std::string() : std::string(text(f));
+  }
+
+  std::int64_t line_count() const {
+    auto n = static_cast<std::int64_t>(std::count(src_.begin(), src_.end(), '\n'));
+    return !src_.empty() && src_.back() != '\n' ? n + 1 : n;
+  }
+
+  // One pass of the query over the tree, sorting its matches by what they say.
+  void collect_matches();
+
+  std::string string_body(TSNode s) const;
+
+  // Definitions nest, so their byte ranges form a tree; walking it avoids ts_node_parent, which
+  // descends from the root on every call.
+  void nest_definitions();
+
+  struct Def {
+    TSNode node;
+    std::uint32_t start, end;  // bytes, kept: ts_node_end_byte walks the subtree's children
+    std::size_t parent;
+  };
+
+  static bool contains(const Def& outer, std::uint32_t start, std::uint32_t end, TSNode inner) {
+    return outer.start <= start && end <= outer.end && !ts_node_eq(outer.node, inner);
+  }
+
+  // The innermost function or class around a node, or a null node at module level.
+  TSNode enclosing_def(TSNode n) const;
+
+  std::string fqn_of(TSNode def) const {
+    if (ts_node_is_null(def)) return module_;
+    auto it = def_fqn_.find(ts_node_start_byte(def));
+    return it == def_fqn_.end() ? module_ : it->second;
+  }
+
+  std::uint32_t scope_key(TSNode def) const {
+    return ts_node_is_null(def) ? UINT32_MAX : ts_node_start_byte(def);
+  }
+
+  void bind(TSNode scope_def, const std::string& name, Binding b) {
+    scopes_[scope_key(scope_def)].names[name] = std::move(b);
+  }
+
+  void collect_definitions();
+
+  // The package a relative import counts from: the module itself for an __init__.py.
+  std::string relative_base(std::size_t level) const;
+
+  void collect_imports();
+
+  void collect_locals();
+
+  // Resolves a name as Python would look it up from `at`: enclosing functions, then the module.
+  std::optional<Binding> lookup(TSNode at, std::string_view name) const;
+
+  // `a.b.c` as its names, or nothing when the expression is not a plain dotted name.
+  std::vector<std::string_view> dotted(TSNode n) const;
+
+  void finish_bases();
+
+  // A function's local assigned once from `Cls(...)` holds a Cls: its `x.m()` calls name Cls.m.
+  void collect_instances();
+
+  // The class a local name was built from in the innermost function holding `at`, if any.
+  std::optional<std::string> instance_class(TSNode at, std::string_view name) const;
+
+  // The bases of a class in lookup order, following the ones defined in this file.
+  std::vector<std::string> ancestry(const std::string& cls) const;
+
+  // The class whose method holds a node (for self / cls / super), or null.
+  TSNode method_class(TSNode at) const;
+
+  static bool is_local_function(const Binding& b) {
+    return !b.is_class && (b.evidence == "same-file" || b.evidence == "same-scope");
+  }
+
+  bool is_type(TSNode n, const char* type) const {
+    return !ts_node_is_null(n) && std::strcmp(ts_node_type(n), type) == 0;
+  }
+
+  // Sorts what the type queries matched by the scope it speaks of.
+  void collect_type_facts();
+
+  // The fixture a function defines, by its name or the decorator's `name=`; "" when none.
+  std::string fixture_name(TSNode def) const;
+
+  // A class an annotation names, resolved as the names at `at` are: "T:fqn", or "".
+  std::string annotated_type(TSNode annotation, TSNode at, bool yielded = false) const;
+
+  // The one type all of `nodes` agree on (None assignments aside), or nothing.
+  Typed agree(const std::vector<TSNode>& nodes, bool annotations, int depth) const;
+
+  // A name's type from what its scope binds it to: a declaration first, then the values it is
+  // given, when all of the scope's bindings of it are such values and agree.
+  Typed bound_type(const TypeFacts& facts, std::string_view name, int bindings, int depth) const;
+
+  // The type of a class's attribute `name`, from its body and the methods assigning self.name.
+  Typed attribute_type(TSNode cls, std::string_view name, int depth) const;
+
+  const TypeFacts* scope_facts(TSNode def) const {
+    auto s = scopes_.find(scope_key(def));
+    return s == scopes_.end() ? nullptr : &s->second.facts;
+  }
+  const TypeFacts* attribute_facts(TSNode cls) const {
+    auto a = attributes_.find(scope_key(cls));
+    return a == attributes_.end() ? nullptr : &a->second;
+  }
+
+  bool is_parameter(TSNode fn, std::string_view name) const;
+
+  // pytest hands a test (or a fixture) the value of the fixture its parameter is named after:
+  // one of this file (the test's class first), else one of the conftest.py files up the folders,
+  // the nearest that defines it.
+  Typed fixture_type(TSNode fn, std::string_view name) const;
+
+  // The type of a name at `at`, looked up as Python would: locals of enclosing functions, then
+  // the module's names.
+  Typed name_type(TSNode at, std::string_view name, int depth) const;
+
+  // A name bound to a class is that class; an imported name is whatever the name is there.
+  static Typed binding_type(const Binding& b) {
+    if (b.is_class) return {"S:" + b.fqn, "constructor"};
+    if (b.evidence == "import") return {"S:" + b.fqn, "attribute"};
+    return {};  // a function or a module as a value has no class
+  }
+
+  // What local evidence says of the type of an expression's value.
+  Typed value_type(TSNode e, int depth) const;
+
+  // A function's result: its return annotation, else the one type all its returns agree on; a
+  // generator has none, but a fixture that yields gives what it yields.
+  std::string result_type(TSNode fn) const;
+
+  // Symbols' types, and the typed attributes of classes (not symbols of their own) as fields.
+  void collect_types();
+
+  // Names the callee where local evidence does. Where the method may live on a base in another
+  // file, or only the receiver's type is known, the receiver's type goes along for the writer.
+  void resolve(TSNode callee, ParsedCall& call) const;
+
+  void collect_calls();
+
+  const utils::Language& language_;
+  const Query& q_;
+  std::string path_;
+  std::string module_;
+  std::string_view src_;
+  TSNode root_{};
+  ParsedFile out_;
+  std::unordered_map<std::uint32_t, std::string> signatures_, docstrings_, def_fqn_;
+  std::unordered_map<std::uint32_t, Scope> scopes_;
+  std::unordered_map<std::uint32_t, std::int64_t> decorated_line_;
+  static constexpr std::size_t NONE = static_cast<std::size_t>(-1);
+  std::vector<Def> defs_;
+  struct Tag {
+    TSNode node, name;
+    Role role;
+  };
+  std::vector<Tag> tags_;
+  std::vector<TSNode> imports_, locals_;
+  std::vector<std::pair<TSNode, bool>> sites_;  // callee, is a decorator
+  std::unordered_set<std::uint32_t> decorator_calls_;
+  std::vector<std::pair<TSNode, TSNode>> instances_;  // local name, what it was built from
+  std::vector<std::pair<TSNode, std::size_t>> class_nodes_;
+  std::map<std::string, std::vector<std::string>> bases_;
+  // Type evidence: what the type queries matched, then sorted by scope (a def's start byte).
+  struct Fact {
+    TSNode target;  // a name, or an attribute `self.x`
+    TSNode what;    // its annotation or its value
+    bool typed;     // an annotation
+  };
+  std::vector<Fact> name_facts_, attribute_facts_;
+  std::vector<TSNode> returned_, yielded_;
+  std::unordered_map<std::uint32_t, TSNode> decorators_;  // definition -> decorated_definition
+  std::unordered_map<std::uint32_t, std::vector<TSNode>> returns_, yields_;  // by function
+  std::unordered_map<std::uint32_t, TypeFacts> attributes_;  // by class: self.x bindings
+  std::unordered_map<std::uint32_t, std::map<std::string, std::string, std::less<>>>
+      fixtures_;                                               // by scope: fixture name -> fqn
+  std::vector<std::pair<TSNode, std::size_t>> typed_symbols_;  // functions and variables
+  mutable std::map<std::pair<std::uint32_t, std::string>, Typed> local_types_;
+  std::unordered_set<std::string> defined_;  // the fqns of this file's symbols
+};
+
+}  // namespace orvane_tamsel::indexer::python::detail

@@ -1,0 +1,318 @@
+// What local evidence says of types in a Python file: of names, attributes, results and
+// fixtures, as expressions the writer resolves across files.
+
+#include <algorithm>
+#include <cctype>
+#include <set>
+
+#include "orvane_tamsel/indexer/languages/python/annotations.h"
+#include "orvane_tamsel/indexer/languages/python/extraction.h"
+#include "orvane_tamsel/indexer/languages/python/module_names.h"
+
+namespace orvane_tamsel::indexer::python::detail {
+
+namespace {
+
+constexpr int MAX_TYPE_DEPTH = 12;  // links followed from one expression to the names it uses
+
+// A step taken by every alternative of a type expression.
+std::string then(std::string_view expr, std::string_view step) {
+  std::string out;
+  std::size_t start = 0;
+  while (true) {
+    auto bar = expr.find('|', start);
+    out.append(expr.substr(start, bar == std::string_view::npos ? bar : bar - start)).append(step);
+    if (bar == std::string_view::npos) return out;
+    out.push_back('|');
+    start = bar + 1;
+  }
+}
+
+}  // namespace
+
+// Sorts what the type queries matched by the scope it speaks of.
+void Extraction::collect_type_facts() {
+  for (const auto& f : name_facts_) {
+    auto& facts = scopes_[scope_key(enclosing_def(f.target))].facts;
+    auto& into = f.typed ? facts.annotations : facts.values;
+    into[std::string(text(f.target))].push_back(f.what);
+  }
+  for (const auto& f : attribute_facts_) {
+    TSNode object = ts_node_child_by_field_name(f.target, "object", 6);
+    if (!is_type(object, "identifier") || text(object) != "self") continue;
+    TSNode cls = method_class(f.target);
+    if (ts_node_is_null(cls)) continue;
+    auto& facts = attributes_[scope_key(cls)];
+    auto& into = f.typed ? facts.annotations : facts.values;
+    into[std::string(text(ts_node_child_by_field_name(f.target, "attribute", 9)))].push_back(
+        f.what);
+  }
+  for (TSNode r : returned_) returns_[scope_key(enclosing_def(r))].push_back(r);
+  for (TSNode y : yielded_) yields_[scope_key(enclosing_def(y))].push_back(y);
+  for (const auto& tag : tags_) {
+    if (tag.role != DEF_FUNCTION) continue;
+    auto name = fixture_name(tag.node);
+    if (!name.empty()) fixtures_[scope_key(enclosing_def(tag.node))][name] = fqn_of(tag.node);
+  }
+}
+
+// The fixture a function defines, by its name or the decorator's `name=`; "" when none.
+std::string Extraction::fixture_name(TSNode def) const {
+  auto outer = decorators_.find(ts_node_start_byte(def));
+  if (outer == decorators_.end()) return "";
+  for (std::uint32_t i = 0; i < ts_node_named_child_count(outer->second); ++i) {
+    TSNode d = ts_node_named_child(outer->second, i);
+    if (!is_type(d, "decorator") || ts_node_named_child_count(d) == 0) continue;
+    TSNode e = ts_node_named_child(d, 0);
+    TSNode args{};
+    if (is_type(e, "call")) {
+      args = ts_node_child_by_field_name(e, "arguments", 9);
+      e = ts_node_child_by_field_name(e, "function", 8);
+    }
+    auto t = text(e);
+    if (t != "fixture" && !t.ends_with(".fixture")) continue;
+    for (std::uint32_t k = 0; !ts_node_is_null(args) && k < ts_node_named_child_count(args); ++k) {
+      TSNode kw = ts_node_named_child(args, k);
+      TSNode value = ts_node_child_by_field_name(kw, "value", 5);
+      if (is_type(kw, "keyword_argument") && field_text(kw, "name") == "name" &&
+          is_type(value, "string")) {
+        return string_body(value);
+      }
+    }
+    return field_text(def, "name");
+  }
+  return "";
+}
+
+// A class an annotation names, resolved as the names at `at` are: "T:fqn", or "".
+std::string Extraction::annotated_type(TSNode annotation, TSNode at, bool yielded) const {
+  auto name = annotated_class(text(annotation), yielded);
+  if (name.empty()) return "";
+  if (name == "Self" || name.ends_with(".Self")) {
+    for (TSNode d = enclosing_def(at); !ts_node_is_null(d); d = enclosing_def(d)) {
+      if (is_class(d)) return "T:" + fqn_of(d);
+    }
+    return "";
+  }
+  auto dot = name.find('.');
+  auto b = lookup(at, std::string_view(name).substr(0, dot));
+  if (!b) return "";
+  return "T:" + (dot == std::string::npos ? b->fqn : join_dotted(b->fqn, name.substr(dot + 1)));
+}
+
+// The one type all of `nodes` agree on (None assignments aside), or nothing.
+Typed Extraction::agree(const std::vector<TSNode>& nodes, bool annotations, int depth) const {
+  Typed found;
+  for (TSNode n : nodes) {
+    Typed t;
+    if (annotations) {
+      t = {annotated_type(n, n), "declared-type"};
+    } else {
+      if (is_type(n, "none")) continue;
+      t = value_type(n, depth + 1);
+    }
+    if (t.empty() || (!found.empty() && t.expr != found.expr)) return {};
+    if (found.empty()) found = std::move(t);
+  }
+  return found;
+}
+
+// A name's type from what its scope binds it to: a declaration first, then the values it is
+// given, when all of the scope's bindings of it are such values and agree.
+Typed Extraction::bound_type(const TypeFacts& facts, std::string_view name, int bindings,
+                             int depth) const {
+  if (auto a = facts.annotations.find(name); a != facts.annotations.end()) {
+    return agree(a->second, true, depth);
+  }
+  auto v = facts.values.find(name);
+  if (v == facts.values.end()) return {};
+  if (bindings >= 0 && static_cast<std::size_t>(bindings) != v->second.size()) return {};
+  return agree(v->second, false, depth);
+}
+
+// The type of a class's attribute `name`, from its body and the methods assigning self.name.
+Typed Extraction::attribute_type(TSNode cls, std::string_view name, int depth) const {
+  TypeFacts both;
+  for (const TypeFacts* f : {scope_facts(cls), attribute_facts(cls)}) {
+    if (f == nullptr) continue;
+    for (const auto* part : {&f->annotations, &f->values}) {
+      auto it = part->find(name);
+      if (it == part->end()) continue;
+      auto& into = part == &f->annotations ? both.annotations : both.values;
+      auto& list = into[std::string(name)];
+      list.insert(list.end(), it->second.begin(), it->second.end());
+    }
+  }
+  return bound_type(both, name, -1, depth);
+}
+
+bool Extraction::is_parameter(TSNode fn, std::string_view name) const {
+  TSNode params = ts_node_child_by_field_name(fn, "parameters", 10);
+  for (std::uint32_t i = 0; !ts_node_is_null(params) && i < ts_node_named_child_count(params);
+       ++i) {
+    TSNode p = ts_node_named_child(params, i);
+    if (is_type(p, "default_parameter")) p = ts_node_child_by_field_name(p, "name", 4);
+    if (is_type(p, "identifier") && text(p) == name) return true;
+  }
+  return false;
+}
+
+// pytest hands a test (or a fixture) the value of the fixture its parameter is named after:
+// one of this file (the test's class first), else one of the conftest.py files up the folders,
+// the nearest that defines it.
+Typed Extraction::fixture_type(TSNode fn, std::string_view name) const {
+  auto fn_name = field_text(fn, "name");
+  if (fixture_name(fn).empty() && !(out_.is_test && fn_name.starts_with("test"))) return {};
+  for (TSNode scope : {enclosing_def(fn), TSNode{}}) {
+    if (!ts_node_is_null(scope) && !is_class(scope)) continue;
+    auto f = fixtures_.find(scope_key(scope));
+    if (f == fixtures_.end()) continue;
+    auto it = f->second.find(name);
+    if (it != f->second.end() && it->second != fqn_of(fn)) return {"S:" + it->second, "fixture"};
+  }
+  std::string alternatives;
+  for (auto& [mod, file] : conftest_chain(path_, module_)) {
+    if (!alternatives.empty()) alternatives += '|';
+    std::replace(file.begin(), file.end(), '/', ':');
+    alternatives += "S:" + join_dotted(mod, name) + "@:" + file;
+  }
+  return {alternatives, "fixture"};
+}
+
+// The type of a name at `at`, looked up as Python would: locals of enclosing functions, then
+// the module's names.
+Typed Extraction::name_type(TSNode at, std::string_view name, int depth) const {
+  TSNode def = enclosing_def(at);
+  for (; !ts_node_is_null(def); def = enclosing_def(def)) {
+    if (is_class(def)) continue;  // class bodies are not enclosing scopes
+    auto s = scopes_.find(scope_key(def));
+    if (s == scopes_.end()) continue;
+    if (auto b = s->second.names.find(name); b != s->second.names.end()) {
+      return binding_type(b->second);
+    }
+    auto count = s->second.locals.find(name);
+    if (count == s->second.locals.end()) continue;
+    TSNode cls = enclosing_def(def);
+    if ((name == "self" || name == "cls") && !ts_node_is_null(cls) && is_class(cls) &&
+        is_parameter(def, name)) {
+      return {"T:" + fqn_of(cls), std::string(name)};  // evidence: self or cls
+    }
+    auto key = std::make_pair(scope_key(def), std::string(name));
+    if (auto c = local_types_.find(key); c != local_types_.end()) return c->second;
+    local_types_[key] = {};  // a cycle through this name finds nothing
+    Typed t = bound_type(s->second.facts, name, count->second, depth);
+    if (t.empty() && count->second == 1 && is_parameter(def, name) &&
+        s->second.facts.annotations.count(name) == 0) {
+      t = fixture_type(def, name);
+    }
+    return local_types_[key] = t;
+  }
+  auto m = scopes_.find(UINT32_MAX);
+  if (m == scopes_.end()) return {};
+  if (auto b = m->second.names.find(name); b != m->second.names.end()) {
+    return binding_type(b->second);
+  }
+  auto key = std::make_pair(UINT32_MAX, std::string(name));
+  if (auto c = local_types_.find(key); c != local_types_.end()) return c->second;
+  local_types_[key] = {};
+  return local_types_[key] = bound_type(m->second.facts, name, -1, depth);
+}
+
+// What local evidence says of the type of an expression's value.
+Typed Extraction::value_type(TSNode e, int depth) const {
+  if (depth > MAX_TYPE_DEPTH || ts_node_is_null(e)) return {};
+  if (is_type(e, "parenthesized_expression") || is_type(e, "await")) {
+    return ts_node_named_child_count(e) == 1 ? value_type(ts_node_named_child(e, 0), depth + 1)
+                                             : Typed{};
+  }
+  if (is_type(e, "identifier")) return name_type(e, text(e), depth);
+  bool call = is_type(e, "call");
+  TSNode head = call ? ts_node_child_by_field_name(e, "function", 8) : e;
+  if (!call && !is_type(e, "attribute")) return {};
+  auto parts = dotted(head);
+  if (!parts.empty()) {
+    if (auto b = lookup(head, parts[0])) {
+      if (!call && parts.size() == 1) return binding_type(*b);
+      if (call && parts.size() == 1 && is_local_function(*b)) return {"S:" + b->fqn, "result-type"};
+      std::string fqn = b->fqn, steps;
+      for (std::size_t k = 1; k < parts.size(); ++k) {
+        fqn = join_dotted(fqn, parts[k]);
+        steps.append("/").append(parts[k]);
+      }
+      bool cls = (parts.size() == 1 && b->is_class) ||
+                 std::isupper(static_cast<unsigned char>(parts.back()[0])) != 0;
+      Typed t{"S:" + fqn, !call ? "attribute" : cls ? "constructor" : "result-type"};
+      // An imported name is a module (its names are symbols) or a value (they are attributes).
+      if (parts.size() > 1 && b->evidence == "import") {
+        t.expr += "|S:" + b->fqn + steps + (call ? "()" : "");
+      }
+      return t;
+    }
+  }
+  if (call && is_type(head, "identifier") && text(head) == "cls") {  // `cls(...)`: an instance
+    Typed c = name_type(head, "cls", depth);
+    if (c.expr.starts_with("T:") && c.expr.find('/') == std::string::npos) {
+      return {c.expr, "constructor"};
+    }
+  }
+  if (!is_type(head, "attribute")) return {};
+  TSNode object = ts_node_child_by_field_name(head, "object", 6);
+  if (is_type(object, "call") &&
+      text(ts_node_child_by_field_name(object, "function", 8)) == "super") {
+    return {};
+  }
+  Typed of = value_type(object, depth + 1);
+  if (of.empty()) return {};
+  std::string step = "/" + std::string(text(ts_node_child_by_field_name(head, "attribute", 9)));
+  if (call) step += "()";
+  return {then(of.expr, step), call ? "result-type" : "attribute"};
+}
+
+// A function's result: its return annotation, else the one type all its returns agree on; a
+// generator has none, but a fixture that yields gives what it yields.
+std::string Extraction::result_type(TSNode fn) const {
+  auto key = ts_node_start_byte(fn);
+  auto y = yields_.find(key);
+  bool fixture = !fixture_name(fn).empty();
+  if (y != yields_.end() && !fixture) return "";
+  TSNode annotation = ts_node_child_by_field_name(fn, "return_type", 11);
+  if (!ts_node_is_null(annotation)) return annotated_type(annotation, fn, y != yields_.end());
+  std::vector<TSNode> values;
+  if (y != yields_.end()) {
+    for (TSNode n : y->second) {
+      if (ts_node_named_child_count(n) != 1) return "";
+      for (std::uint32_t i = 0; i < ts_node_child_count(n); ++i) {
+        if (is_type(ts_node_child(n, i), "from")) return "";  // `yield from` delegates
+      }
+      values.push_back(ts_node_named_child(n, 0));
+    }
+  } else if (auto r = returns_.find(key); r != returns_.end()) {
+    values = r->second;
+  }
+  return agree(values, false, 0).expr;
+}
+
+// Symbols' types, and the typed attributes of classes (not symbols of their own) as fields.
+void Extraction::collect_types() {
+  for (const auto& s : out_.symbols) defined_.insert(s.fqn);
+  for (const auto& [node, index] : typed_symbols_) {
+    auto& s = out_.symbols[index];
+    s.type_of = s.kind == "variable" ? name_type(node, s.name, 0).expr : result_type(node);
+  }
+  for (const auto& [node, index] : class_nodes_) {
+    std::set<std::string, std::less<>> names;
+    for (const TypeFacts* f : {scope_facts(node), attribute_facts(node)}) {
+      if (f == nullptr) continue;
+      for (const auto& [n, _] : f->annotations) names.insert(n);
+      for (const auto& [n, _] : f->values) names.insert(n);
+    }
+    auto& cls = out_.symbols[index];
+    for (const auto& name : names) {
+      if (defined_.count(join_dotted(cls.fqn, name)) != 0) continue;  // a method or nested class
+      auto t = attribute_type(node, name, 0);
+      if (!t.empty()) cls.fields.emplace_back(name, std::move(t.expr));
+    }
+  }
+}
+
+}  // namespace orvane_tamsel::indexer::python::detail

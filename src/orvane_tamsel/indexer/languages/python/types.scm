@@ -1,0 +1,11 @@
+; Type evidence: annotations, the values names and `self.x` attributes are bound to, and what
+; functions return or yield.
+(typed_parameter (identifier) @typed.name type: (type) @typed.type)
+(typed_default_parameter name: (identifier) @typed.name type: (type) @typed.type)
+(assignment left: (identifier) @typed.name type: (type) @typed.type)
+(assignment left: (identifier) @bound.name right: (_) @bound.value)
+(as_pattern (_) @bound.value alias: (as_pattern_target (identifier) @bound.name))
+(assignment left: (attribute) @attribute type: (type) @typed.type)
+(assignment left: (attribute) @attribute right: (_) @bound.value)
+(return_statement (_) @returned)
+(yield) @yielded

@@ -1,0 +1,1 @@
+from .app import App, create_app

@@ -1,0 +1,6 @@
+class Adapter:
+    def __init__(self, url):
+        self.url = url
+
+    def send(self):
+        return self.url
