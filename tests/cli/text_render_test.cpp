@@ -36,7 +36,7 @@ TEST(TextRender, AnAnswerReadsWithoutAJsonTool) {
            "    def total(self, code=None):\n",
            "    The total with tax.\n",
            "function shop.cli.main  src/shop/cli.py:17,23  evidence instance\n",
-           "tests/test_cart.py\n    why: calls Cart.total\n",
+           "tests/test_cart.py\n      why: calls Cart.total\n\ndid_you_mean",
            "did_you_mean: shop.cart.Cart.subtotal\n",
            "note: found nothing for: computed\n",
            "cut to the token budget",
@@ -50,7 +50,8 @@ TEST(TextRender, AnAnswerReadsWithoutAJsonTool) {
   EXPECT_EQ(text.find('\033'), std::string::npos);
 
   TextStyle color;
-  EXPECT_NE(render_text(ANSWER, color).find("\033[1m"), std::string::npos) << "no colour asked";
+  color.color = true;
+  EXPECT_NE(render_text(ANSWER, color).find("\033[1m"), std::string::npos);
   auto error = render_text(Json{{"error", "no symbol 'x'"}, {"hint", "give a name"}}, plain);
   EXPECT_EQ(error, "error: no symbol 'x'\nhint: give a name\n");
   auto detail = render_text(

@@ -135,8 +135,8 @@ TEST(CommandLine, TheIndexStaysOutOfGitAndStatusDescribesIt) {
   std::string tamsel = std::string(TAMSEL_BINARY) + " ";
   auto none = Json::parse(shell(tamsel + "status --repo " + repo.repo()).out);
   EXPECT_EQ(none["indexed"], false);
-  ASSERT_EQ(shell(tamsel + "index --max-file-size 400 --repo " + repo.repo()).status, 0);
   shell(tamsel + "memory save --title t --text x --repo " + repo.repo());
+  ASSERT_EQ(shell(tamsel + "index --max-file-size 400 --repo " + repo.repo()).status, 0);
   EXPECT_EQ(shell(git + "status --porcelain --untracked-files=all").out, "");
 
   auto status = Json::parse(shell(tamsel + "status --json --repo " + repo.repo()).out);

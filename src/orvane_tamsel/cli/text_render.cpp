@@ -42,10 +42,14 @@ class Writer {
   }
   void gap() {
     if (!out_.empty() && !out_.ends_with("\n\n")) out_ += "\n";
+    after_block = false;
   }
   std::string take() { return std::move(out_); }
 
   const TextStyle& style() const { return style_; }
+
+  // Set after a block of rows, so that the next line of a value starts a paragraph.
+  bool after_block = false;
 
  private:
   const TextStyle& style_;
@@ -156,6 +160,7 @@ void list(Writer& w, const std::string& key, const Json& items, int indent) {
     }
     w.line(label + w.paint(DIM, " (" + std::to_string(items.size()) + ")"), indent);
     for (const auto& item : items) w.line(scalar(item), indent + 2);
+    w.after_block = true;
     return;
   }
   w.line(label + w.paint(DIM, " (" + std::to_string(items.size()) + ")"), indent);
@@ -166,6 +171,7 @@ void list(Writer& w, const std::string& key, const Json& items, int indent) {
       value(w, "-", item, indent + 2);
     }
   }
+  w.after_block = true;
 }
 
 void next_steps(Writer& w, const Json& steps) {
@@ -181,6 +187,7 @@ void next_steps(Writer& w, const Json& steps) {
 }
 
 void value(Writer& w, const std::string& key, const Json& v, int indent) {
+  if (w.after_block) w.gap();
   if (v.is_array()) {
     if (!all_scalars(v)) w.gap();
     list(w, key, v, indent);
