@@ -1,13 +1,10 @@
 #include "orvane_tamsel/indexer/indexer.h"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <sstream>
@@ -21,6 +18,7 @@
 #include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/indexer/extract.h"
 #include "orvane_tamsel/indexer/index_writer.h"
+#include "orvane_tamsel/indexer/ordered_parse.h"
 #include "orvane_tamsel/indexer/walker.h"
 #include "orvane_tamsel/utils/unicode.h"
 
@@ -118,6 +116,88 @@ void finish_report(IndexReport& report, const index::IndexStats& stats,
       std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
 }
 
+// The walk's files paired with what the index holds: what to read, and what is gone.
+struct Plan {
+  std::vector<Job> work;
+  std::vector<std::string> removed;  // indexed files that are gone, in path order
+};
+
+// Both lists are sorted by path: one pass pairs them, with no lookups (a tree of thousands of
+// files shows the string compares).
+Plan plan(const WalkResult& walked, const std::map<std::string, FileState>& states,
+          const std::string& root_name) {
+  Plan p;
+  auto s = states.begin();
+  for (const auto& f : walked.files) {
+    for (; s != states.end() && s->first < f.path; ++s) p.removed.push_back(s->first);
+    auto module = module_name(*f.language, f.path, walked.packages, root_name);
+    bool known = s != states.end() && s->first == f.path;
+    if (!known || s->second.mtime_ns != f.mtime_ns || s->second.size != f.size) {
+      p.work.push_back({&f, std::move(module)});
+    } else if (s->second.module != module) {
+      p.work.push_back({&f, std::move(module), true});
+    }
+    if (known) ++s;
+  }
+  for (; s != states.end(); ++s) p.removed.push_back(s->first);
+  return p;
+}
+
+// A first build compiles each language's queries (tens of ms for Python) while the index is
+// created; a later run may parse nothing, so it compiles them only when a file needs them.
+std::jthread prepare_languages(const fs::path& repository_root, const WalkResult& walked) {
+  if (fs::exists(index::index_file(repository_root))) return {};
+  std::set<const utils::Language*> languages;
+  for (const auto& f : walked.files) languages.insert(f.language);
+  return std::jthread([languages] {
+    for (const auto* l : languages) prepare_extraction(*l);
+  });
+}
+
+// Parses the planned files on every core and writes them, in walk order, in one batch.
+void write_changes(IndexWriter& writer, const fs::path& repository_root, Plan& plan,
+                   const std::map<std::string, FileState>& states,
+                   std::map<std::string, std::string> skipped, IndexReport& report,
+                   const std::function<void(const Progress&)>& on_progress) {
+  const auto& work = plan.work;
+  OrderedParse<Outcome> parse(
+      work.size(), PARSE_AHEAD,
+      [&](std::size_t i) { return read_and_parse(repository_root, work[i], states); },
+      [&](std::size_t i, std::int64_t done) {
+        if (on_progress) {
+          on_progress({done, static_cast<std::int64_t>(work.size()), work[i].file->path});
+        }
+      });
+  try {
+    writer.begin();
+    for (std::size_t i = 0; i < work.size(); ++i) {
+      Outcome o = parse.take(i);
+      const auto& path = work[i].file->path;
+      if (o.kind == Outcome::skip) {
+        skipped[path] = o.reason;
+        if (states.count(path) != 0) plan.removed.push_back(path);
+      } else if (o.kind == Outcome::touch) {
+        writer.touch_file(path, o.state);
+      } else {
+        writer.put_file(*o.parsed, o.state);
+        ++report.parsed;
+      }
+    }
+    std::sort(plan.removed.begin(), plan.removed.end());
+    for (const auto& path : plan.removed) {
+      writer.remove_file(path);
+      ++report.removed;
+    }
+    parse.stop();
+    writer.set_skipped(skipped);
+    writer.commit();
+  } catch (...) {
+    parse.stop();
+    writer.rollback();
+    throw;
+  }
+}
+
 IndexReport update_once(const fs::path& repository_root, const IndexOptions& options,
                         const std::function<void(const Progress&)>& on_progress) {
   auto started = std::chrono::steady_clock::now();
@@ -128,149 +208,23 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
   auto cache_file = repository_root / ".tamsel" / "folders.cache";
   folder_cache.load(cache_file);
   auto walked = walk(repository_root, options.max_file_size, &folder_cache);
-  // A first build compiles each language's queries (tens of ms for Python) while the index is
-  // created; a later run may parse nothing, so it compiles them only when a file needs them.
-  std::jthread prepare;
-  if (!fs::exists(index::index_file(repository_root))) {
-    std::set<const utils::Language*> languages;
-    for (const auto& f : walked.files) languages.insert(f.language);
-    prepare = std::jthread([languages] {
-      for (const auto* l : languages) prepare_extraction(*l);
-    });
-  }
+  auto prepare = prepare_languages(repository_root, walked);
   std::error_code ec;
   auto real_root = fs::canonical(repository_root, ec);
   std::string root_name = (ec ? repository_root : real_root).filename().string();
   IndexWriter writer(repository_root);
   if (folder_cache.changed()) folder_cache.save(cache_file);  // a lost cache costs one full walk
   auto states = writer.file_states();
-
-  // Both lists are sorted by path: one pass pairs them, with no lookups (a tree of thousands of
-  // files shows the string compares).
-  std::vector<Job> work;
-  std::vector<std::string> removed;  // indexed files that are gone, in path order
-  auto s = states.begin();
-  for (const auto& f : walked.files) {
-    for (; s != states.end() && s->first < f.path; ++s) removed.push_back(s->first);
-    auto module = module_name(*f.language, f.path, walked.packages, root_name);
-    bool known = s != states.end() && s->first == f.path;
-    if (!known || s->second.mtime_ns != f.mtime_ns || s->second.size != f.size) {
-      work.push_back({&f, std::move(module)});
-    } else if (s->second.module != module) {
-      work.push_back({&f, std::move(module), true});
-    }
-    if (known) ++s;
-  }
-  for (; s != states.end(); ++s) removed.push_back(s->first);
-  std::size_t gone = removed.size();
+  auto work = plan(walked, states, root_name);
 
   IndexReport report;
   report.folders = std::move(walked.folders);
   // Nothing changed: no write transaction, so a check before every request stays cheap.
-  if (work.empty() && gone == 0 && writer.skipped() == walked.skipped) {
+  if (work.work.empty() && work.removed.empty() && writer.skipped() == walked.skipped) {
     finish_report(report, writer.stats(), started);
     return report;
   }
-
-  // Every core parses: one thread per core but this one, which writes the results in walk order
-  // and parses too whenever the next result is not ready. As many threads as cores, so none
-  // waits for a core while another holds it.
-  std::vector<Outcome> outcomes(work.size());
-  std::vector<char> ready(work.size(), 0);
-  std::atomic<std::size_t> next{0};
-  std::atomic<bool> stop{false};
-  std::int64_t done = 0;
-  std::mutex mutex;
-  std::condition_variable cv;
-  std::size_t written = 0;  // outcomes taken by the writer
-  auto parse = [&](std::size_t i) {
-    auto o = read_and_parse(repository_root, work[i], states);
-    std::lock_guard lock(mutex);
-    outcomes[i] = std::move(o);
-    ready[i] = 1;
-    if (on_progress) {
-      on_progress({++done, static_cast<std::int64_t>(work.size()), work[i].file->path});
-    }
-    cv.notify_all();
-  };
-  auto worker = [&] {
-    for (std::size_t i = next++; i < work.size() && !stop; i = next++) {
-      {
-        std::unique_lock lock(mutex);
-        cv.wait(lock, [&] { return i < written + PARSE_AHEAD || stop; });
-      }
-      parse(i);
-    }
-  };
-  // The writer takes a file to parse only within the window, so that it never waits for itself.
-  auto claim_within = [&](std::size_t limit) -> std::optional<std::size_t> {
-    for (auto j = next.load(); j < work.size() && j < limit;) {
-      if (next.compare_exchange_weak(j, j + 1)) return j;
-    }
-    return std::nullopt;
-  };
-  std::vector<std::thread> threads;
-  unsigned cores = std::max(2U, std::thread::hardware_concurrency());
-  for (unsigned t = 0; t + 1 < cores && t < work.size(); ++t) threads.emplace_back(worker);
-  auto join = [&] {
-    {
-      std::lock_guard lock(mutex);
-      stop = true;
-    }
-    cv.notify_all();
-    for (auto& t : threads) t.join();
-    threads.clear();
-  };
-
-  auto skipped = walked.skipped;
-  try {
-    writer.begin();
-    for (std::size_t i = 0; i < work.size(); ++i) {
-      Outcome o;
-      for (;;) {
-        {
-          std::unique_lock lock(mutex);
-          if (ready[i] != 0) {
-            o = std::move(outcomes[i]);
-            written = i + 1;
-            break;
-          }
-        }
-        if (auto j = claim_within(i + PARSE_AHEAD)) {
-          parse(*j);
-        } else {
-          std::unique_lock lock(mutex);
-          cv.wait(lock, [&] {
-            return ready[i] != 0 || next.load() < std::min(work.size(), i + PARSE_AHEAD);
-          });
-        }
-      }
-      cv.notify_all();
-      const auto& path = work[i].file->path;
-      if (o.kind == Outcome::skip) {
-        skipped[path] = o.reason;
-        if (states.count(path) != 0) removed.push_back(path);
-      } else if (o.kind == Outcome::touch) {
-        writer.touch_file(path, o.state);
-      } else {
-        writer.put_file(*o.parsed, o.state);
-        ++report.parsed;
-      }
-    }
-    std::sort(removed.begin(), removed.end());
-    for (const auto& path : removed) {
-      writer.remove_file(path);
-      ++report.removed;
-    }
-    join();
-    writer.set_skipped(skipped);
-    writer.commit();
-  } catch (...) {
-    join();
-    writer.rollback();
-    throw;
-  }
-
+  write_changes(writer, repository_root, work, states, walked.skipped, report, on_progress);
   finish_report(report, writer.stats(), started);
   return report;
 }

@@ -9,6 +9,20 @@
 
 namespace orvane_tamsel::indexer {
 
+// What local evidence says about the type of a value, resolved by the writer against the whole
+// index (the facts it needs may live in other files). Written as text so that it can be stored
+// and compared: a start, then steps.
+//   "T:fqn"   the type (class, struct, interface) named fqn
+//   "S:fqn"   what the symbol fqn gives: a function's or method's result type, a variable's or
+//             field's type, and for a class (called as a constructor) the class itself
+// followed by any number of
+//   "/name"   the attribute or field `name` of the type so far (its declared or inferred type)
+//   "/name()" the result of calling method `name` on the type so far
+// e.g. "S:gin.CreateTestContext" or "T:flask.app.Flask/json/dumps()". A start may be qualified
+// by the modules whose files may hold it, as ParsedCall::scope_modules does for a target:
+// "S:gin.New@github.com.gin-gonic.gin" (several modules joined by ","). Empty: unknown.
+using TypeExpr = std::string;
+
 struct ParsedSymbol {
   std::string fqn;  // dotted: module path, enclosing classes, name
   std::string name;
@@ -21,6 +35,9 @@ struct ParsedSymbol {
   std::string parent_fqn;  // enclosing symbol (the module for top-level ones)
   std::vector<std::string>
       bases;  // classes: base classes as fqns, as far as evidence resolves them
+  // Functions and methods: the type of their (first) result; variables, fields, constants and
+  // attributes: their declared or inferred type. Empty when nothing says.
+  TypeExpr type_of;
 };
 
 struct ParsedImport {
@@ -48,6 +65,13 @@ struct ParsedCall {
                                            // same-package, receiver, this
   std::vector<std::string> scope_modules;  // the own file's module, Go packages; for C and C++
                                            // the writer adds what the file's #includes reach
+  // A call `<receiver>.member(...)` whose target local evidence cannot name: the receiver's type
+  // as an expression, resolved by the writer to a type T, after which the site links to
+  // T.member, or to member on T's bases or embedded types (evidence "inherited"). `evidence`
+  // then says how the receiver's type was known: declared-type, result-type, constructor,
+  // attribute, fixture. `target` stays empty until resolved.
+  TypeExpr receiver;
+  std::string member;
   // Fallbacks from this index on are equally near (a C++ global name and what using-directives
   // bring in beside it): when the site sees two of them, it makes no edge.
   std::size_t equally_near = static_cast<std::size_t>(-1);

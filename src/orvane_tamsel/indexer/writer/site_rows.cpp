@@ -1,0 +1,94 @@
+// Writing a file's call sites and imports: rows the same but for their line are kept.
+
+#include <set>
+
+#include "orvane_tamsel/indexer/writer/batch_writer.h"
+
+namespace orvane_tamsel::indexer::writer {
+
+std::string site_key(std::optional<std::int64_t> caller, const std::string& evidence,
+                     const std::string& target, const std::string& fallbacks,
+                     const std::string& scopes) {
+  std::string key = caller ? std::to_string(*caller) : std::string("-");
+  for (const auto* part : {&evidence, &target, &fallbacks, &scopes}) {
+    key.push_back('\x1f');
+    key.append(*part);
+  }
+  return key;
+}
+
+void BatchWriter::write_sites(FileWrite& w) {
+  for (const auto& call : w.file.calls) {
+    std::optional<std::int64_t> caller = w.module_id;
+    if (auto it = w.ids.find(call.caller_fqn); it != w.ids.end()) caller = it->second;
+    std::string fallbacks;
+    for (std::size_t i = 0; i < call.fallbacks.size(); ++i) {
+      auto rank = static_cast<std::int64_t>(i) + (i >= call.equally_near ? EQUALLY_NEAR_RANK : 1);
+      if (i) fallbacks.push_back(' ');
+      fallbacks.append(std::to_string(rank)).append(":").append(call.fallbacks[i]);
+    }
+    if (!w.kept_sites.empty()) {
+      std::set<std::string> modules(call.scope_modules.begin(), call.scope_modules.end());
+      std::string scopes;
+      for (const auto& m : modules) {
+        if (!scopes.empty()) scopes.push_back(' ');
+        scopes.append(m);
+      }
+      auto it = w.kept_sites.find(site_key(caller, call.evidence, call.target, fallbacks, scopes));
+      if (it != w.kept_sites.end() && !it->second.empty()) {
+        auto old = it->second.front();
+        it->second.pop_front();
+        if (old.line != call.line) {
+          site_line.bind(1, call.line).bind(2, old.id).run();
+          edge_line.bind(1, call.line).bind(2, old.id).run();
+        }
+        continue;
+      }
+    }
+    ++unresolved_delta;  // linked at commit
+    insert_site.bind(1, w.id)
+        .bind(2, caller)
+        .bind(3, call.line)
+        .bind(4, call.evidence)
+        .bind(5, call.target)
+        .run();
+    auto site = db.last_insert_id();
+    if (!bulk) mark_relink.bind(1, site).run();
+    for (std::size_t i = 0; i < call.fallbacks.size(); ++i) {
+      auto rank = static_cast<std::int64_t>(i) + (i >= call.equally_near ? EQUALLY_NEAR_RANK : 1);
+      insert_fallback.bind(1, site).bind(2, rank).bind(3, call.fallbacks[i]).run();
+    }
+    for (const auto& module : call.scope_modules) insert_scope.bind(1, site).bind(2, module).run();
+  }
+  for (const auto& [key, sites] : w.kept_sites) {
+    for (const auto& old : sites) {
+      (old.resolved ? resolved_delta : unresolved_delta) -= 1;
+      for (auto& st : delete_site) st.bind(1, old.id).run();
+    }
+  }
+}
+
+void BatchWriter::write_imports(FileWrite& w) {
+  for (const auto& imp : w.file.imports) {
+    if (!bulk) w.bound_now.emplace(w.file.module, imp.module, imp.name, imp.alias);
+    if (auto it = w.kept_imports.find(imp.module + '\x1f' + imp.name + '\x1f' + imp.alias);
+        it != w.kept_imports.end() && !it->second.empty()) {
+      auto [id, line] = it->second.front();
+      it->second.pop_front();
+      if (line != imp.line) import_line.bind(1, imp.line).bind(2, id).run();
+      continue;
+    }
+    insert_import.bind(1, w.id)
+        .bind(2, imp.line)
+        .bind(3, imp.module)
+        .bind(4, imp.name)
+        .bind(5, imp.alias)
+        .run();
+    if (!bulk) mark_reimport.bind(1, db.last_insert_id()).run();
+  }
+  for (const auto& [key, imports] : w.kept_imports) {
+    for (const auto& [id, line] : imports) delete_import.bind(1, id).run();
+  }
+}
+
+}  // namespace orvane_tamsel::indexer::writer

@@ -1,0 +1,120 @@
+#include "orvane_tamsel/indexer/writer/statements.h"
+
+namespace orvane_tamsel::indexer::writer {
+
+namespace {
+
+// Per-batch bookkeeping lives in temporary tables so that linking runs as a few joins. The
+// temporary tables drive each join (CROSS JOIN fixes the order): they are small for a small update.
+constexpr const char* BATCH_TABLES = R"sql(
+CREATE TEMP TABLE IF NOT EXISTS changed_files(id INTEGER PRIMARY KEY);
+CREATE TEMP TABLE IF NOT EXISTS affected(fqn TEXT PRIMARY KEY, head TEXT, tail TEXT);
+CREATE TEMP TABLE IF NOT EXISTS relink(site_id INTEGER PRIMARY KEY);
+CREATE TEMP TABLE IF NOT EXISTS reimport(id INTEGER PRIMARY KEY);
+CREATE TEMP TABLE IF NOT EXISTS gone_files(id INTEGER PRIMARY KEY);
+CREATE TEMP TABLE IF NOT EXISTS new_text(id INTEGER PRIMARY KEY);
+CREATE TEMP TABLE IF NOT EXISTS linked_apart(file_id INTEGER PRIMARY KEY);
+CREATE TEMP TABLE IF NOT EXISTS symbol_delta(n INTEGER NOT NULL);
+)sql";
+
+}  // namespace
+
+const char* const COUNT_SYMBOLS = R"sql(
+CREATE TEMP TRIGGER IF NOT EXISTS symbol_added AFTER INSERT ON symbols
+  BEGIN UPDATE symbol_delta SET n = n + 1; END;
+CREATE TEMP TRIGGER IF NOT EXISTS symbol_removed AFTER DELETE ON symbols
+  BEGIN UPDATE symbol_delta SET n = n - 1; END;
+)sql";
+const char* const STOP_COUNTING_SYMBOLS =
+    "DROP TRIGGER IF EXISTS symbol_added; DROP TRIGGER IF EXISTS symbol_removed;";
+
+Statements::Statements(index::Database& db) {
+  db.exec("PRAGMA temp_store = MEMORY");
+  db.exec("PRAGMA cache_size = -65536");
+  db.exec(BATCH_TABLES);
+  db.exec(COUNT_SYMBOLS);
+  insert_file = db.prepare(
+      "INSERT INTO files(path, stem, base, language, size, mtime_ns, hash, is_test, module, "
+      "component, line_count) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+  // The path, and what is made of it, stay; the module only where it changed: no index entry
+  // of the files moves.
+  update_file = db.prepare(
+      "UPDATE files SET language = ?, size = ?, mtime_ns = ?, hash = ?, is_test = ?, "
+      "component = ?, line_count = ? WHERE id = ?");
+  rename_module = db.prepare("UPDATE files SET module = ? WHERE id = ?");
+  touch = db.prepare("UPDATE files SET mtime_ns = ?, size = ?, hash = ? WHERE path = ?");
+  old_symbols = db.prepare(
+      "SELECT id, fqn, name, kind, signature, docstring, start_line, end_line, is_test, "
+      "parent_id, parent_fqn, bases FROM symbols WHERE file_id = ? ORDER BY id");
+  delete_file = db.prepare("DELETE FROM files WHERE id = ?");
+  insert_symbol = db.prepare(
+      "INSERT INTO symbols(id, file_id, fqn, name, name_folded, kind, start_line, end_line, "
+      "signature, docstring, is_test, parent_id, parent_fqn, bases) "
+      "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+  // No column of the name indexes: only the file's own index entries move with its lines.
+  update_symbol = db.prepare(
+      "UPDATE symbols SET kind = ?, start_line = ?, end_line = ?, signature = ?, docstring = ?, "
+      "is_test = ?, parent_id = ?, parent_fqn = ?, bases = ? WHERE id = ?");
+  rename_symbol = db.prepare("UPDATE symbols SET name = ?, name_folded = ? WHERE id = ?");
+  delete_symbol = db.prepare("DELETE FROM symbols WHERE id = ?");
+  insert_text = db.prepare(
+      "INSERT INTO symbol_text(rowid, name, fqn, signature, docstring, path) "
+      "VALUES(?, ?, ?, ?, ?, ?)");
+  insert_name_gram = db.prepare("INSERT INTO name_grams(rowid, name) VALUES(?, ?)");
+  delete_text = db.prepare("DELETE FROM symbol_text WHERE rowid = ?");
+  delete_name_gram = db.prepare("DELETE FROM name_grams WHERE rowid = ?");
+  insert_path_gram = db.prepare("INSERT INTO path_grams(rowid, path) VALUES(?, ?)");
+  delete_path_gram = db.prepare("DELETE FROM path_grams WHERE rowid = ?");
+  insert_site = db.prepare(
+      "INSERT INTO call_sites(file_id, caller_id, line, evidence, target_fqn) "
+      "VALUES(?, ?, ?, ?, ?)");
+  insert_fallback = db.prepare("INSERT OR IGNORE INTO call_fallbacks VALUES(?, ?, ?)");
+  insert_scope = db.prepare("INSERT OR IGNORE INTO call_scopes VALUES(?, ?)");
+  insert_import =
+      db.prepare("INSERT INTO imports(file_id, line, module, name, alias) VALUES(?, ?, ?, ?, ?)");
+  mark_changed = db.prepare("INSERT OR IGNORE INTO changed_files VALUES(?)");
+  mark_new_text = db.prepare("INSERT OR IGNORE INTO new_text VALUES(?)");
+  mark_affected = db.prepare("INSERT OR IGNORE INTO affected VALUES(?, ?, ?)");
+  old_bindings = db.prepare(
+      "SELECT f.module, i.module, i.name, i.alias FROM imports i JOIN files f "
+      "ON f.id = i.file_id WHERE i.file_id = ?");
+  public_names = db.prepare(
+      "SELECT name FROM symbols WHERE fqn > ?1 || '.' AND fqn < ?1 || '/' AND parent_fqn = ?1 "
+      "AND kind <> 'module' AND substr(name, 1, 1) <> '_'");
+  file_sites = db.prepare("SELECT count(callee_id), count(*) FROM call_sites WHERE file_id = ?");
+  relinked_resolved = db.prepare(
+      "SELECT count(c.callee_id) FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id");
+  file_language = db.prepare("SELECT language, module FROM files WHERE id = ?");
+  for (const char* sql : {
+           "DELETE FROM edges WHERE site_id IN (SELECT id FROM call_sites WHERE file_id = ?)",
+           "DELETE FROM call_fallbacks WHERE site_id IN "
+           "(SELECT id FROM call_sites WHERE file_id = ?)",
+           "DELETE FROM call_scopes WHERE site_id IN (SELECT id FROM call_sites WHERE file_id = "
+           "?)",
+           "DELETE FROM call_sites WHERE file_id = ?",
+       }) {
+    clear_contents.push_back(db.prepare(sql));
+  }
+  delete_file_symbols = db.prepare("DELETE FROM symbols WHERE file_id = ?");
+  clear_imports = db.prepare("DELETE FROM imports WHERE file_id = ?");
+  old_imports =
+      db.prepare("SELECT id, line, module, name, alias FROM imports WHERE file_id = ? ORDER BY id");
+  import_line = db.prepare("UPDATE imports SET line = ? WHERE id = ?");
+  delete_import = db.prepare("DELETE FROM imports WHERE id = ?");
+  mark_reimport = db.prepare("INSERT OR IGNORE INTO reimport VALUES(?)");
+  old_sites = db.prepare(
+      "SELECT c.id, c.caller_id, c.line, c.evidence, c.target_fqn, c.callee_id IS NOT NULL, "
+      "(SELECT group_concat(b.rank || ':' || b.fqn, ' ') FROM call_fallbacks b "
+      "WHERE b.site_id = c.id), (SELECT group_concat(k.module, ' ') FROM call_scopes k "
+      "WHERE k.site_id = c.id) FROM call_sites c WHERE c.file_id = ? ORDER BY c.id");
+  site_line = db.prepare("UPDATE call_sites SET line = ? WHERE id = ?");
+  edge_line = db.prepare("UPDATE edges SET line = ? WHERE site_id = ?");
+  mark_relink = db.prepare("INSERT OR IGNORE INTO relink VALUES(?)");
+  for (const char* sql :
+       {"DELETE FROM edges WHERE site_id = ?", "DELETE FROM call_fallbacks WHERE site_id = ?",
+        "DELETE FROM call_scopes WHERE site_id = ?", "DELETE FROM call_sites WHERE id = ?"}) {
+    delete_site.push_back(db.prepare(sql));
+  }
+}
+
+}  // namespace orvane_tamsel::indexer::writer

@@ -1,0 +1,157 @@
+// Writing a file's symbols: rows kept, updated or added, and their text rows.
+
+#include "orvane_tamsel/index/subwords.h"
+#include "orvane_tamsel/indexer/writer/batch_writer.h"
+#include "orvane_tamsel/utils/unicode.h"
+
+namespace orvane_tamsel::indexer::writer {
+
+void BatchWriter::write_symbols(FileWrite& w) {
+  for (const auto& s : w.file.symbols) {
+    std::optional<std::int64_t> id;
+    if (auto it = w.reusable.find(s.fqn); it != w.reusable.end() && !it->second.empty()) {
+      id = it->second.front();
+      it->second.pop_front();
+    }
+    std::optional<std::int64_t> parent;
+    if (auto it = w.ids.find(s.parent_fqn); it != w.ids.end()) parent = it->second;
+    std::string bases;
+    for (const auto& b : s.bases) bases += (bases.empty() ? "" : " ") + b;
+    bool is_test = s.is_test || w.file.is_test;
+    if (!id) {
+      if (auto kept = kept_merged(w, s, is_test, parent, bases)) {
+        w.ids.emplace(s.fqn, *kept);
+        continue;
+      }
+    }
+    const StoredSymbol* old = nullptr;
+    if (id) {
+      old = &w.old_by_id.find(*id)->second;
+      update_symbol_row(*old, s, is_test, parent, bases);
+    } else {
+      id = insert_symbol_row(w.id, s, is_test, parent, bases);
+    }
+    w.ids.emplace(s.fqn, *id);
+    bool same_text = false;
+    if (old) {
+      same_text = old->kind != "module" && s.kind != "module" && old->name == s.name &&
+                  old->signature == s.signature && old->docstring == s.docstring;
+      if (!same_text) delete_text_rows(*id);
+      w.old_by_id.erase(*id);
+    }
+    if (s.kind == "module") {
+      if (!w.module_id) w.module_id = id;
+      continue;
+    }
+    if (same_text) continue;
+    if (bulk) {
+      insert_text_rows(*id, s.name, s.fqn, s.signature, s.docstring, w.file.path);
+    } else {
+      mark_new_text.bind(1, *id).run();
+    }
+  }
+  for (const auto& [fqn, left] : w.reusable) {
+    if (!left.empty()) affect(fqn);
+  }
+  for (const auto& [old_id, old] : w.old_by_id) {
+    delete_text_rows(old_id);
+    delete_symbol.bind(1, old_id).run();
+  }
+}
+
+std::optional<std::int64_t> BatchWriter::kept_merged(FileWrite& w, const ParsedSymbol& s,
+                                                     bool is_test,
+                                                     std::optional<std::int64_t> parent,
+                                                     const std::string& bases) {
+  for (auto* p : w.plugins) {
+    if (auto kept = p->keep_merged(*this, s, is_test, parent, bases)) return kept;
+  }
+  return std::nullopt;
+}
+
+// A symbol that keeps its row: only what changed is written.
+void BatchWriter::update_symbol_row(const StoredSymbol& old, const ParsedSymbol& s, bool is_test,
+                                    std::optional<std::int64_t> parent, const std::string& bases) {
+  // What linking reads of a symbol: a site of this file kept as it was must be linked
+  // again where another candidate may now come first. No site links to a module symbol.
+  if (old.kind != s.kind ||
+      (s.kind != "module" && (old.signature != s.signature ||
+                              old.end_line - old.start_line != s.end_line - s.start_line))) {
+    affect(s.fqn);
+  }
+  if (old.name != s.name) {
+    rename_symbol.bind(1, s.name).bind(2, utils::lower(s.name)).bind(3, old.id).run();
+  }
+  if (old.kind != s.kind || old.start_line != s.start_line || old.end_line != s.end_line ||
+      old.signature != s.signature || old.docstring != s.docstring || old.is_test != is_test ||
+      old.parent_id != parent || old.parent_fqn != s.parent_fqn || old.bases != bases) {
+    update_symbol.bind(1, s.kind)
+        .bind(2, s.start_line)
+        .bind(3, s.end_line)
+        .bind(4, s.signature)
+        .bind(5, s.docstring)
+        .bind(6, is_test)
+        .bind(7, parent)
+        .bind(8, s.parent_fqn)
+        .bind(9, bases)
+        .bind(10, old.id)
+        .run();
+  }
+}
+
+std::int64_t BatchWriter::insert_symbol_row(std::int64_t file_id, const ParsedSymbol& s,
+                                            bool is_test, std::optional<std::int64_t> parent,
+                                            const std::string& bases) {
+  insert_symbol.bind(1, std::optional<std::int64_t>{})
+      .bind(2, file_id)
+      .bind(3, s.fqn)
+      .bind(4, s.name)
+      .bind(5, utils::lower(s.name))
+      .bind(6, s.kind)
+      .bind(7, s.start_line)
+      .bind(8, s.end_line)
+      .bind(9, s.signature)
+      .bind(10, s.docstring)
+      .bind(11, is_test)
+      .bind(12, parent)
+      .bind(13, s.parent_fqn)
+      .bind(14, bases)
+      .run();
+  auto id = db.last_insert_id();
+  affect(s.fqn);
+  return id;
+}
+
+void BatchWriter::insert_text_rows(std::int64_t id, const std::string& name, const std::string& fqn,
+                                   const std::optional<std::string>& signature,
+                                   const std::optional<std::string>& docstring,
+                                   const std::string& path) {
+  insert_text.bind(1, id)
+      .bind(2, index::name_text(name))
+      .bind(3, fqn)
+      .bind(4, signature)
+      .bind(5, docstring)
+      .bind(6, path)
+      .run();
+  insert_name_gram.bind(1, id).bind(2, name).run();
+}
+
+// An update writes the text rows of its new symbols once the merge has taken back the
+// declarations it re-extracted: those would be written, deleted and merged in again.
+void BatchWriter::insert_new_text() {
+  auto st = db.prepare(
+      "SELECT s.id, s.name, s.fqn, s.signature, s.docstring, f.path FROM new_text n "
+      "CROSS JOIN symbols s ON s.id = n.id CROSS JOIN files f ON f.id = s.file_id "
+      "WHERE s.kind <> 'module'");
+  while (st.step()) {
+    insert_text_rows(st.integer(0), st.text(1), st.text(2), st.optional_text(3),
+                     st.optional_text(4), st.text(5));
+  }
+}
+
+void BatchWriter::delete_text_rows(std::int64_t symbol_id) {
+  delete_text.bind(1, symbol_id).run();
+  delete_name_gram.bind(1, symbol_id).run();
+}
+
+}  // namespace orvane_tamsel::indexer::writer
