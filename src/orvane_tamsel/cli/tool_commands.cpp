@@ -130,9 +130,7 @@ int run(const ToolDescription& tool, const ToolArgs& args) {
 
 std::string positional_help(const ToolParam& p) {
   if (p.enum_values.empty()) return p.description;
-  std::string values;
-  for (const auto& v : p.enum_values) values += (values.empty() ? "" : ", ") + v;
-  return p.description + " (" + values + "; default " + p.enum_values.front() + ")";
+  return p.description + " (default " + p.enum_values.front() + ")";
 }
 
 void add_tool_command(CLI::App& app, Action& action, const ToolDescription& tool) {
@@ -151,7 +149,11 @@ void add_tool_command(CLI::App& app, Action& action, const ToolDescription& tool
     if (p.type == "integer") {
       opt = cmd->add_option(name, args->integer[p.name], p.description);
       if (p.minimum || p.maximum) {
-        opt->check(CLI::Range(p.minimum.value_or(INT64_MIN), p.maximum.value_or(INT64_MAX)));
+        CLI::Validator range =
+            CLI::Range(p.minimum.value_or(INT64_MIN), p.maximum.value_or(INT64_MAX));
+        if (!p.maximum) range.description("INT >= " + std::to_string(*p.minimum));
+        if (!p.minimum) range.description("INT <= " + std::to_string(*p.maximum));
+        opt->check(range);
       }
     } else if (p.type == "boolean") {
       opt = cmd->add_flag(name, args->boolean[p.name], p.description);
