@@ -1,5 +1,5 @@
-// Retrieval quality: top-1 and top-5 of the hybrid retriever beside BM25 alone, on questions
-// about a Python code base whose expected symbols are listed with them.
+// Retrieval quality: top-1, top-5 and MRR of the hybrid retriever beside BM25 alone, on questions
+// about a code base whose expected symbols (fqns as the index gives them) are listed with them.
 
 #include <cstdio>
 #include <cstdlib>
@@ -39,13 +39,16 @@ std::vector<Question> read_questions(const std::string& file) {
   return questions;
 }
 
-// 1 when the first hit is expected, 5 when one of the first five is, 0 otherwise.
+// How deep each list is read: the reciprocal rank counts places up to here (MRR@10).
+constexpr int DEPTH = 10;
+
+// The place (1 = first) of the first expected symbol among the first DEPTH, 0 when none is there.
 int place(index::Repository& repo, const std::vector<index::SymbolId>& ids,
           const std::set<std::string>& expected) {
   auto found = repo.symbols_with_paths(ids);
-  for (std::size_t i = 0; i < ids.size() && i < 5; ++i) {
+  for (std::size_t i = 0; i < ids.size() && i < DEPTH; ++i) {
     auto it = found.find(ids[i]);
-    if (it != found.end() && expected.count(it->second.first.fqn)) return i == 0 ? 1 : 5;
+    if (it != found.end() && expected.count(it->second.first.fqn)) return static_cast<int>(i) + 1;
   }
   return 0;
 }
@@ -75,6 +78,7 @@ int main(int argc, char** argv) {
   // half: weights are set by looking at the first only, the second shows whether that holds.
   struct Tally {
     int n = 0, hybrid1 = 0, hybrid5 = 0, fused1 = 0, fused5 = 0, bm1 = 0, bm5 = 0;
+    double hybrid_rr = 0, fused_rr = 0, bm_rr = 0;  // sums of 1 / place
   };
   // The tuning half split once more (1st, 5th, ... and 3rd, 7th, ...): a change chosen on one
   // fold should hold on the other.
@@ -83,10 +87,10 @@ int main(int argc, char** argv) {
   for (std::size_t i = 0; i < questions.size(); ++i) {
     const auto& q = questions[i];
     std::vector<index::SymbolId> hybrid, fused;
-    for (const auto& h : retriever.retrieve(q.text, 5, false, true).hits) {
+    for (const auto& h : retriever.retrieve(q.text, DEPTH, false, true).hits) {
       hybrid.push_back(h.symbol.id);
     }
-    for (const auto& h : retriever.retrieve(q.text, 5, false, false).hits) {
+    for (const auto& h : retriever.retrieve(q.text, DEPTH, false, false).hits) {
       fused.push_back(h.symbol.id);
     }
     std::string match;
@@ -94,24 +98,28 @@ int main(int argc, char** argv) {
       match += (match.empty() ? "\"" : " OR \"") + t + "\"";
     }
     std::vector<index::SymbolId> bm25;
-    for (const auto& s : repo->search_text(match, 5, false)) bm25.push_back(s.id);
+    for (const auto& s : repo->search_text(match, DEPTH, false)) bm25.push_back(s.id);
     int h = place(*repo, hybrid, q.expected), b = place(*repo, bm25, q.expected);
     int f = place(*repo, fused, q.expected);
     const std::size_t half = all_held ? 1 : i % 2;
     for (Tally* t : {&all, &halves[half], half == 0 ? &folds[i / 2 % 2] : nullptr}) {
       if (t == nullptr) continue;
       ++t->n;
-      t->hybrid1 += h == 1, t->hybrid5 += h != 0, t->bm1 += b == 1, t->bm5 += b != 0;
-      t->fused1 += f == 1, t->fused5 += f != 0;
+      auto top5 = [](int p) { return p >= 1 && p <= 5; };
+      auto rr = [](int p) { return p ? 1.0 / p : 0.0; };
+      t->hybrid1 += h == 1, t->hybrid5 += top5(h), t->bm1 += b == 1, t->bm5 += top5(b);
+      t->fused1 += f == 1, t->fused5 += top5(f);
+      t->hybrid_rr += rr(h), t->fused_rr += rr(f), t->bm_rr += rr(b);
     }
     if (half == 1 && (!show_held || all_held)) continue;
-    auto mark = [](int p) { return p == 1 ? "top1" : p == 5 ? "top5" : "-"; };
+    auto mark = [](int p) { return p == 1 ? "top1" : p >= 1 && p <= 5 ? "top5" : "-"; };
     std::printf("%-6s %-6s %-6s %-7s %s\n", mark(h), mark(f), mark(b), half ? "held" : "tuning",
                 q.text.c_str());
     // With QUALITY_SHOW set, what the hybrid ranked first when it missed the top-1.
     if (std::getenv("QUALITY_SHOW") != nullptr && h != 1) {
       auto shown = repo->symbols_with_paths(hybrid);
-      for (auto id : hybrid) std::printf("         %s\n", shown[id].first.fqn.c_str());
+      for (std::size_t k = 0; k < hybrid.size() && k < 5; ++k)
+        std::printf("         %s\n", shown[hybrid[k]].first.fqn.c_str());
       std::vector<index::SymbolId> deep;
       for (const auto& hit : retriever.retrieve(q.text, 50, false, true).hits)
         deep.push_back(hit.symbol.id);
@@ -128,12 +136,13 @@ int main(int argc, char** argv) {
   auto report = [](const char* title, const Tally& t) {
     auto pct = [&](int k) { return t.n ? 100.0 * k / t.n : 0.0; };
     std::printf("\n%s: %d questions\n", title, t.n);
-    std::printf("  hybrid retrieve:  top-1 %d (%.0f%%), top-5 %d (%.0f%%)\n", t.hybrid1,
-                pct(t.hybrid1), t.hybrid5, pct(t.hybrid5));
-    std::printf("  fused, no rerank: top-1 %d (%.0f%%), top-5 %d (%.0f%%)\n", t.fused1,
-                pct(t.fused1), t.fused5, pct(t.fused5));
-    std::printf("  BM25 alone:       top-1 %d (%.0f%%), top-5 %d (%.0f%%)\n", t.bm1, pct(t.bm1),
-                t.bm5, pct(t.bm5));
+    auto mrr = [&](double sum) { return t.n ? sum / t.n : 0.0; };
+    std::printf("  hybrid retrieve:  top-1 %d (%.0f%%), top-5 %d (%.0f%%), MRR@10 %.3f\n",
+                t.hybrid1, pct(t.hybrid1), t.hybrid5, pct(t.hybrid5), mrr(t.hybrid_rr));
+    std::printf("  fused, no rerank: top-1 %d (%.0f%%), top-5 %d (%.0f%%), MRR@10 %.3f\n", t.fused1,
+                pct(t.fused1), t.fused5, pct(t.fused5), mrr(t.fused_rr));
+    std::printf("  BM25 alone:       top-1 %d (%.0f%%), top-5 %d (%.0f%%), MRR@10 %.3f\n", t.bm1,
+                pct(t.bm1), t.bm5, pct(t.bm5), mrr(t.bm_rr));
   };
   if (halves[0].n > 0) {
     report("tuning half", halves[0]);

@@ -37,11 +37,16 @@
 //   changed_files(id)    files written in this batch (read only)
 //   gone_files(id)       files removed in this batch (read only)
 //   affected(fqn, head, tail)  names that appeared, vanished or changed: add through `affect`
-//   relink(site_id)      sites to link: up to after_relink a plug-in may add, later read only
+//   relink(site_id)      sites to link: all with a name or fallbacks on a full build; on an
+//                        update those of changed files and those naming `affected` names.
+//                        A plug-in may add up to after_imports, later read only
 //   reimport(id)         imports to link: may add up to after_relink
 //   new_text(id)         symbols whose text rows the writer adds after after_relink (update)
 //   linked_apart(file_id)  files whose sites a plug-in links itself in link_calls: add in
 //                        after_imports; the common rule leaves their sites alone
+// A plug-in that resolves its language's calls by rules of its own claims its files in
+// after_imports and sets callee_id in link_calls; one that fills gaps works in after_linking on
+// the sites of `relink` whose callee_id is still NULL.
 // A plug-in keeps its own temporary tables and per-batch state, emptied in begin_batch or
 // end_batch. Edges are made from call_sites.callee_id after after_linking: a hook sets callee_id,
 // never edges. The summary's call counts follow the sites of `relink` by themselves.

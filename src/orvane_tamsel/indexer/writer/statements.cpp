@@ -33,6 +33,12 @@ Statements::Statements(index::Database& db) {
   db.exec("PRAGMA cache_size = -65536");
   db.exec(BATCH_TABLES);
   db.exec(COUNT_SYMBOLS);
+  prepare_file_rows(db);
+  prepare_site_rows(db);
+}
+
+void Statements::prepare_file_rows(index::Database& db) {
+  find_file = db.prepare("SELECT id, component, is_test, module FROM files WHERE path = ?");
   insert_file = db.prepare(
       "INSERT INTO files(path, stem, base, language, size, mtime_ns, hash, is_test, module, "
       "component, line_count) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
@@ -65,6 +71,9 @@ Statements::Statements(index::Database& db) {
   delete_name_gram = db.prepare("DELETE FROM name_grams WHERE rowid = ?");
   insert_path_gram = db.prepare("INSERT INTO path_grams(rowid, path) VALUES(?, ?)");
   delete_path_gram = db.prepare("DELETE FROM path_grams WHERE rowid = ?");
+}
+
+void Statements::prepare_site_rows(index::Database& db) {
   insert_site = db.prepare(
       "INSERT INTO call_sites(file_id, caller_id, line, evidence, target_fqn) "
       "VALUES(?, ?, ?, ?, ?)");

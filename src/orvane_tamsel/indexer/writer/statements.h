@@ -29,6 +29,10 @@ struct Statements {
   index::Statement delete_file_symbols, clear_imports, old_imports, import_line, delete_import,
       mark_reimport, old_sites, site_line, edge_line, mark_relink;
   std::vector<index::Statement> delete_site;
+
+ private:
+  void prepare_file_rows(index::Database& db);
+  void prepare_site_rows(index::Database& db);
 };
 
 }  // namespace orvane_tamsel::indexer::writer

@@ -189,6 +189,8 @@ bool Linking::reach_includes(index::Database& db) {
   auto module_st = db.prepare("SELECT module FROM files WHERE id = ?");
   auto insert = db.prepare("INSERT OR IGNORE INTO reach VALUES(?, ?)");
   auto insert_file = db.prepare("INSERT OR IGNORE INTO reach_files VALUES(?, ?)");
+  // These sites are linked in link_calls, not by the common rule.
+  auto apart = db.prepare("INSERT OR IGNORE INTO linked_apart VALUES(?)");
   std::unordered_map<std::int64_t, std::vector<std::int64_t>> targets;
   std::unordered_map<std::int64_t, std::string> modules;
   auto targets_of = [&](std::int64_t id) -> const std::vector<std::int64_t>& {
@@ -232,13 +234,12 @@ bool Linking::reach_includes(index::Database& db) {
     }
     reached.merge(tails);
     for (const auto& m : reached) insert.bind(1, origin).bind(2, m).run();
+    apart.bind(1, origin).run();
     for (auto f : seen) {
       if (f != origin) insert_file.bind(1, origin).bind(2, f).run();
     }
   }
   return true;
 }
-
-// Go: `s.Close()` with s a Server that embeds Base names Server.Close; when no file defines
 
 }  // namespace orvane_tamsel::indexer::c_family
