@@ -11,6 +11,7 @@
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/tool_handlers/explore.h"
 #include "orvane_tamsel/workers/retrieval.h"
+#include "orvane_tamsel/workers/wordnet_embedder.h"
 
 using namespace orvane_tamsel;
 
@@ -20,7 +21,8 @@ int main(int argc, char** argv) {
     return 1;
   }
   auto repository = index::open_repository(argv[1]);
-  workers::HybridRetriever retriever(*repository, workers::load_settings(argv[1]));
+  workers::HybridRetriever retriever(*repository, workers::load_settings(argv[1]),
+                                     workers::default_embedder());
   std::vector<std::pair<std::string, std::string>> queries;
   std::ifstream in(argv[2]);
   for (std::string line; std::getline(in, line);) {

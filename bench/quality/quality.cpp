@@ -11,7 +11,9 @@
 #include <vector>
 
 #include "orvane_tamsel/index/sqlite_repository.h"
+#include "orvane_tamsel/utils/query_terms.h"
 #include "orvane_tamsel/workers/retrieval.h"
+#include "orvane_tamsel/workers/wordnet_embedder.h"
 
 using namespace orvane_tamsel;
 
@@ -63,7 +65,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   auto repo = index::open_repository(argv[1]);
-  workers::HybridRetriever retriever(*repo, workers::RetrievalSettings{});
+  workers::HybridRetriever retriever(*repo, workers::RetrievalSettings{},
+                                     workers::default_embedder());
   auto questions = read_questions(argv[2]);
   // A misspelt expected symbol would count as a miss for every method alike.
   for (const auto& q : questions) {
@@ -94,7 +97,7 @@ int main(int argc, char** argv) {
       fused.push_back(h.symbol.id);
     }
     std::string match;
-    for (const auto& t : workers::query_terms(q.text)) {
+    for (const auto& t : utils::query_terms(q.text)) {
       match += (match.empty() ? "\"" : " OR \"") + t + "\"";
     }
     std::vector<index::SymbolId> bm25;

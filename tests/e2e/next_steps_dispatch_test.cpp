@@ -11,6 +11,7 @@
 #include "orvane_tamsel/mcp_responses.h"
 #include "orvane_tamsel/server/live_host.h"
 #include "orvane_tamsel/server/session.h"
+#include "orvane_tamsel/tool_handlers/memory.h"
 #include "orvane_tamsel/tool_registry.h"
 
 namespace orvane_tamsel::server {

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "orvane_tamsel/index/memories.h"
 #include "orvane_tamsel/index/repository.h"
-#include "orvane_tamsel/tool_handlers/memory.h"
 #include "orvane_tamsel/workers/retrieval.h"
 
 namespace fakes {
@@ -35,7 +35,7 @@ class FakeRepository : public index::Repository {
   std::map<index::SymbolId, std::string> paths;  // symbol id -> file path
   std::map<index::SymbolId, std::pair<index::Symbol, std::string>> by_id;
   std::vector<index::Neighbour> neighbours;
-  std::map<std::string, Json> tests_for;
+  std::map<std::string, index::TestsOfFile> tests_for;
   std::map<std::string, std::string> placement;
   bool components_throw = false;
 
@@ -99,9 +99,9 @@ class FakeRepository : public index::Repository {
     if (static_cast<int>(out.size()) > limit) out.resize(limit);
     return out;
   }
-  Json get_tests_for(const std::string& path) override {
+  index::TestsOfFile get_tests_for(const std::string& path) override {
     auto it = tests_for.find(path);
-    return it == tests_for.end() ? Json::object() : it->second;
+    return it == tests_for.end() ? index::TestsOfFile{} : it->second;
   }
   std::map<std::string, std::string> components_of(const std::vector<std::string>& paths) override {
     if (components_throw) throw std::runtime_error("components down");
@@ -109,6 +109,55 @@ class FakeRepository : public index::Repository {
     for (const auto& p : paths)
       if (placement.count(p)) out[p] = placement[p];
     return out;
+  }
+
+  // Read by the suggestions of the explore routes: nothing looks alike.
+  std::filesystem::path root() const override { return {}; }
+  std::vector<std::string> similar_paths(const std::string&, int) override { return {}; }
+  std::vector<index::Symbol> similar_symbols(const std::string&, int) override { return {}; }
+
+  // Reads of the retriever and the host tools: a route that starts reading one fails its test.
+  std::vector<index::ScoredSymbol> search_text(const std::string&, int, bool) override {
+    return unscripted<std::vector<index::ScoredSymbol>>("search_text");
+  }
+  std::map<index::SymbolId, std::int64_t> caller_counts(
+      const std::vector<index::SymbolId>&) override {
+    return unscripted<std::map<index::SymbolId, std::int64_t>>("caller_counts");
+  }
+  std::vector<std::string> names_matching_text(const std::string&, int) override {
+    return unscripted<std::vector<std::string>>("names_matching_text");
+  }
+  std::pair<std::map<std::string, std::int64_t>, std::int64_t> name_word_counts(
+      const std::vector<std::string>&) override {
+    return unscripted<std::pair<std::map<std::string, std::int64_t>, std::int64_t>>(
+        "name_word_counts");
+  }
+  std::vector<index::CallSite> call_sites(index::SymbolId, const index::Relation&, int) override {
+    return unscripted<std::vector<index::CallSite>>("call_sites");
+  }
+  std::vector<index::ImportRecord> imports_of_file(const std::string&, int) override {
+    return unscripted<std::vector<index::ImportRecord>>("imports_of_file");
+  }
+  std::vector<index::ImportRecord> importers_of_file(const std::string&, int) override {
+    return unscripted<std::vector<index::ImportRecord>>("importers_of_file");
+  }
+  std::vector<index::ImportRecord> importers_of_symbol(index::SymbolId, int) override {
+    return unscripted<std::vector<index::ImportRecord>>("importers_of_symbol");
+  }
+  std::vector<index::FileLink> linked_files(const std::string&, const index::Relation&,
+                                            int) override {
+    return unscripted<std::vector<index::FileLink>>("linked_files");
+  }
+  std::pair<std::vector<std::string>, std::int64_t> paths_page(const std::string&, int,
+                                                               int) override {
+    return unscripted<std::pair<std::vector<std::string>, std::int64_t>>("paths_page");
+  }
+  index::IndexStats stats() override { return unscripted<index::IndexStats>("stats"); }
+
+ private:
+  template <typename T>
+  static T unscripted(const char* read) {
+    throw std::logic_error(std::string("FakeRepository: ") + read + " is not scripted");
   }
 };
 
@@ -129,10 +178,10 @@ class FakeRetriever : public workers::Retriever {
   }
 };
 
-class FakeMemoryLookup : public tool_handlers::MemoryLookup {
+class FakeMemoryLookup : public index::MemoryLookup {
  public:
-  std::vector<tool_handlers::Memory> memories;
-  std::vector<tool_handlers::Memory> operator()(const std::string&) override { return memories; }
+  std::vector<index::Memory> memories;
+  std::vector<index::Memory> operator()(const std::string&) override { return memories; }
 };
 
 inline index::Symbol symbol(index::SymbolId id, const std::string& fqn, const std::string& kind,

@@ -15,6 +15,7 @@
 #include "orvane_tamsel/tool_handlers/explore.h"
 #include "orvane_tamsel/tool_handlers/tools.h"
 #include "orvane_tamsel/workers/retrieval.h"
+#include "orvane_tamsel/workers/wordnet_embedder.h"
 
 namespace {
 
@@ -28,7 +29,8 @@ struct Index {
     spdlog::set_level(spdlog::level::off);
     indexer::update_index(repo.root());
     repository = index::open_repository(repo.root());
-    retriever = std::make_unique<workers::HybridRetriever>(*repository);
+    retriever = std::make_unique<workers::HybridRetriever>(*repository, std::nullopt,
+                                                           workers::default_embedder());
   }
 };
 

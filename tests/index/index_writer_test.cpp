@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "index/shop_batch.h"
+#include "index/tests_answer.h"
 #include "orvane_tamsel/index/schema.h"
 #include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
@@ -95,7 +96,7 @@ TEST(IndexWriter, IncrementalChangesKeepEdgesRight) {
   EXPECT_EQ(index->stats().files, 5);
   EXPECT_EQ(index->stats().unresolved_calls, 9);  // every site that named shop.cart
   EXPECT_FALSE(index->get_file_by_path("src/shop/cart.py"));
-  EXPECT_TRUE(index->get_tests_for("src/shop/cart.py")["tests"].empty());
+  EXPECT_TRUE(tests_answer(*index, "src/shop/cart.py")["tests"].empty());
   write(writer, {cart()});
   EXPECT_EQ(caller_fqns(*index, "shop.cart.Cart.total"), total_callers);
   EXPECT_EQ(index->stats().unresolved_calls, 1);

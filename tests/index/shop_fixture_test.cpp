@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "index/tests_answer.h"
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
@@ -24,10 +25,10 @@ TEST(ShopIndex, ReadsOfARealRepository) {
   indexer::update_index(repo.root());
   auto index = index::open_repository(repo.root());
 
-  EXPECT_EQ(index->get_tests_for("src/shop/pricing.py")["tests"][0]["reason"],
+  EXPECT_EQ(tests_answer(*index, "src/shop/pricing.py")["tests"][0]["reason"],
             "calls apply_discount (1 call site); calls it through helpers.discounted (1 call "
             "site); imports shop.pricing; named after pricing.py");
-  auto cart = index->get_tests_for("src/shop/cart.py");
+  auto cart = tests_answer(*index, "src/shop/cart.py");
   EXPECT_EQ(cart["total_count"], 1);
   EXPECT_EQ(cart["tests"][0]["reason"],
             "calls Cart, Cart.add, Cart.total, GiftCart and 2 more (7 call sites); imports "

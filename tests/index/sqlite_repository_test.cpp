@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "index/shop_batch.h"
+#include "index/tests_answer.h"
 #include "orvane_tamsel/index/paths.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/index/subwords.h"
@@ -170,7 +171,7 @@ TEST(SqliteRepository, EvidenceNeighboursFilterOrderAndOrigin) {
 TEST(SqliteRepository, TestsOfAFileRankedWithReasons) {
   Shop shop("tests-for");
   auto& index = *shop.index;
-  auto cart = index.get_tests_for("src/shop/cart.py");
+  auto cart = tests_answer(index, "src/shop/cart.py");
   auto expected = index::Json::parse(R"json({"tests": [
       {"path": "tests/test_cart.py",
        "reason": "calls Cart, Cart.add, Cart.total, applyDiscount (6 call sites); imports shop.cart; named after cart.py"},
@@ -178,11 +179,11 @@ TEST(SqliteRepository, TestsOfAFileRankedWithReasons) {
        "reason": "calls it through helpers.make_cart (1 call site)"}],
     "total_count": 2})json");
   EXPECT_EQ(cart, expected);
-  EXPECT_EQ(index.get_tests_for("src/shop/pricing.py")["tests"][0]["reason"],
+  EXPECT_EQ(tests_answer(index, "src/shop/pricing.py")["tests"][0]["reason"],
             "calls price (1 call site); imports shop.pricing");
   for (auto path : {"tests/test_cart.py", "src/shop/special.py", "nowhere.py"}) {
-    EXPECT_EQ(index.get_tests_for(path)["total_count"], 0) << path;
-    EXPECT_TRUE(index.get_tests_for(path)["tests"].empty()) << path;
+    EXPECT_EQ(tests_answer(index, path)["total_count"], 0) << path;
+    EXPECT_TRUE(tests_answer(index, path)["tests"].empty()) << path;
   }
   // the list is bounded, the total is not; an edge through a subclass counts as a call
   std::vector<ParsedFile> many;
@@ -194,14 +195,14 @@ TEST(SqliteRepository, TestsOfAFileRankedWithReasons) {
     many.push_back(f);
   }
   write(shop.writer, many);
-  auto special = index.get_tests_for("src/shop/special.py");
+  auto special = tests_answer(index, "src/shop/special.py");
   EXPECT_EQ(special["total_count"], 60);
   EXPECT_EQ(special["tests"].size(), 50u);
   EXPECT_EQ(special["tests"][0]["path"], "tests/test_s100.py");
   EXPECT_EQ(special["tests"][0]["reason"], "calls SpecialCart.checkout (1 call site)");
   for (auto path : {"tests/test_s100.py"}) {
-    EXPECT_EQ(index.get_tests_for(path)["total_count"], 0) << path;
-    EXPECT_TRUE(index.get_tests_for(path)["tests"].empty()) << path;
+    EXPECT_EQ(tests_answer(index, path)["total_count"], 0) << path;
+    EXPECT_TRUE(tests_answer(index, path)["tests"].empty()) << path;
   }
 }
 

@@ -5,6 +5,8 @@
 #include "index/shop_batch.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/tool_handlers/tools.h"
+#include "orvane_tamsel/workers/retrieval.h"
+#include "orvane_tamsel/workers/wordnet_embedder.h"
 
 namespace orvane_tamsel::tool_handlers {
 namespace {
@@ -24,7 +26,8 @@ TEST(HostToolsOnIndex, CallersReferencesRelatedFilesTestsAndContext) {
     write(writer, all());
   }
   auto index = index::open_repository(repo.root);
-  workers::HybridRetriever retriever(*index, workers::RetrievalSettings{});
+  workers::HybridRetriever retriever(*index, workers::RetrievalSettings{},
+                                     workers::default_embedder());
   ToolContext context{*index, &retriever, nullptr, {}};
   auto run = [&](const std::string& tool, const Json& args) {
     return call_tool(tool, checked_arguments(*find_tool(tool), args), context);

@@ -59,16 +59,33 @@ class FakeIndex : public Repository {
                                              const std::optional<std::vector<Relation>>&) override {
     return {};
   }
-  Json get_tests_for(const std::string& path) override {
-    if (path != "shop/cart.py") return Json{{"tests", Json::array()}, {"total_count", 0}};
-    return Json{
-        {"tests", Json::array({Json{{"path", "tests/test_cart.py"}, {"reason", "imports"}}})},
-        {"total_count", 1}};
+  TestsOfFile get_tests_for(const std::string& path) override {
+    if (path != "shop/cart.py") return {};
+    TestsOfFile found{{{"tests/test_cart.py"}}, 1};
+    found.tests[0].imports = "shop.cart";
+    return found;
   }
   std::map<std::string, std::string> components_of(const std::vector<std::string>&) override {
     return {};
   }
   std::vector<Symbol> similar_symbols(const std::string&, int) override { return {total_}; }
+  std::vector<std::string> similar_paths(const std::string&, int) override { return {}; }
+  std::vector<ScoredSymbol> search_text(const std::string&, int, bool) override { return {}; }
+  std::map<SymbolId, std::int64_t> caller_counts(const std::vector<SymbolId>&) override {
+    return {};
+  }
+  std::vector<std::string> names_matching_text(const std::string&, int) override { return {}; }
+  std::pair<std::map<std::string, std::int64_t>, std::int64_t> name_word_counts(
+      const std::vector<std::string>&) override {
+    return {};
+  }
+  std::vector<ImportRecord> imports_of_file(const std::string&, int) override { return {}; }
+  std::vector<ImportRecord> importers_of_file(const std::string&, int) override { return {}; }
+  std::vector<ImportRecord> importers_of_symbol(SymbolId, int) override { return {}; }
+  std::vector<FileLink> linked_files(const std::string&, const Relation&, int) override {
+    return {};
+  }
+  IndexStats stats() override { return {}; }
   std::vector<CallSite> call_sites(SymbolId, const Relation&, int) override {
     Neighbour checkout;
     checkout.fqn = "shop.checkout.pay";

@@ -63,7 +63,7 @@ TEST(ExploreAssembly, FittingCutsRowsAndMeasuresItsOwnText) {
     Json skeleton =
         Json{{"query", "q"},       {"route", "path"},       {"files", Json::array()},
              {"truncated", false}, {"tokens_used", budget}, {"next_steps", Json::array()}};
-    std::int64_t room = budget * 4 - chars(skeleton);
+    auto room = budget * 4 - static_cast<std::int64_t>(result_chars(skeleton));
     if (room == 6) {
       EXPECT_TRUE(fitted(e, budget, nullptr).contains("files")) << budget;
     }

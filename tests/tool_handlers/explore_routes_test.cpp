@@ -134,17 +134,20 @@ TEST(ExploreRoutes, TestsOfSymbolsAndFiles) {
   EXPECT_FALSE(twice.capped);
 
   repo.files["src/cart.py"] = {4, "src/cart.py"};
-  Json ranked = Json::array();
-  for (int i = 0; i < 10; ++i)
-    ranked.push_back(Json{{"path", "t" + std::to_string(i)}, {"reason", i ? "calls" : ""}});
-  repo.tests_for["src/cart.py"] = Json{{"tests", ranked}, {"total_count", 30}};
+  index::TestsOfFile ranked;
+  for (int i = 0; i < 10; ++i) {
+    ranked.tests.push_back({"t" + std::to_string(i)});
+    if (i > 0) ranked.tests.back().imports = "cart";
+  }
+  ranked.total_count = 30;
+  repo.tests_for["src/cart.py"] = ranked;
   Draft f("q", TESTS);
   ASSERT_TRUE(tests(repo, f, "src/cart.py", standard));
   EXPECT_TRUE(f.capped);
   EXPECT_EQ(tool_result_text(f.blocks["tests"][0]), R"({"file":"t0"})");
-  EXPECT_EQ(tool_result_text(f.blocks["tests"][1]), R"({"file":"t1","reason":"calls"})");
+  EXPECT_EQ(tool_result_text(f.blocks["tests"][1]), R"({"file":"t1","reason":"imports cart"})");
 
-  repo.tests_for["src/cart.py"] = Json::object();
+  repo.tests_for["src/cart.py"] = {};
   Draft g("q", TESTS);
   ASSERT_TRUE(tests(repo, g, "src/cart.py", standard));
   EXPECT_TRUE(g.blocks["tests"].empty());
@@ -162,7 +165,8 @@ TEST(ExploreRoutes, QuestionHitsNeighboursAndScope) {
     retriever.result.hits.push_back({{i, p}, 1.0});
     if (i != 1) repo.by_id[i] = {fakes::symbol(i, "s" + std::to_string(i), "function"), p};
   }
-  retriever.result.note = "reranked";
+  retriever.result.shortfall = workers::Shortfall::words_unmatched;
+  retriever.result.unmatched = {"zeppelin", "hangar"};
   repo.neighbours = {fakes::neighbour(5, "s5", "b.py", 1, 2),  // a listed symbol: skipped
                      fakes::neighbour(9, "n9", "c.py", 1, 2, "caller"),
                      fakes::neighbour(9, "n9", "c.py", 1, 3, "caller"),
@@ -181,7 +185,7 @@ TEST(ExploreRoutes, QuestionHitsNeighboursAndScope) {
       R"([{"fqn":"n9","name":"n9","kind":"function","file":"c.py","line":1,"calls":"s2"},)"
       R"({"fqn":"n8","name":"n8","kind":"function","file":"c.py","line":2,"called_by":"s3"}])");
   EXPECT_EQ(d.steps[0]["description"], "The definition and docstring of s2");
-  EXPECT_EQ(d.notes, (std::vector<std::string>{"reranked"}));
+  EXPECT_EQ(d.notes, (std::vector<std::string>{"found nothing for: zeppelin, hangar"}));
 
   // A neighbour reached from an id that was not asked fails the neighbour step only.
   repo.neighbours = {fakes::neighbour(7, "n7", "c.py", 1, 42)};

@@ -6,6 +6,7 @@
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
+#include "orvane_tamsel/utils/query_terms.h"
 #include "orvane_tamsel/workers/name_lookup.h"
 #include "orvane_tamsel/workers/retrieval.h"
 #include "orvane_tamsel/workers/term_expansion.h"
@@ -14,6 +15,9 @@
 
 using namespace orvane_tamsel;
 using namespace orvane_tamsel::workers;
+using orvane_tamsel::utils::is_test_query;
+using orvane_tamsel::utils::query_terms;
+using orvane_tamsel::utils::reads_as_code;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::Not;
@@ -91,7 +95,7 @@ TEST(HybridRetriever, RanksTheShopFixture) {
              "else:\n    def lock(f):\n        \"\"\"Lock the ledger file.\"\"\"\n");
   indexer::update_index(repo.root());
   auto index = index::open_repository(repo.root());
-  HybridRetriever retriever(*index);
+  HybridRetriever retriever(*index, std::nullopt, default_embedder());
 
   auto r = retriever.retrieve("how are discounts applied", 5, false, true);
   ASSERT_FALSE(r.hits.empty());
@@ -117,10 +121,11 @@ TEST(HybridRetriever, RanksTheShopFixture) {
 
   auto partial = retriever.retrieve("cart zeppelin", 5, false, true);
   EXPECT_FALSE(partial.hits.empty());
-  EXPECT_EQ(partial.note, "found nothing for: zeppelin");
+  EXPECT_EQ(partial.shortfall, Shortfall::words_unmatched);
+  EXPECT_THAT(partial.unmatched, ElementsAre("zeppelin"));
   auto none = retriever.retrieve("zeppelin", 5, false, true);
   EXPECT_TRUE(none.hits.empty());
-  EXPECT_TRUE(none.note);
+  EXPECT_EQ(none.shortfall, Shortfall::no_symbol_matches);
 }
 
 TEST(TermMatch, InflectionsAndRunTogetherNamesMeet) {
@@ -163,7 +168,7 @@ TEST(TermExpansion, TheCodeBasesOwnWordReachesNamesTheQuestionDoesNotSpell) {
   EXPECT_TRUE(detail::expansions(*index, query_terms("list the items")).empty());
 
   // perm_codenames never says "permission"; only the paired name word finds it.
-  HybridRetriever retriever(*index);
+  HybridRetriever retriever(*index, std::nullopt, default_embedder());
   auto names = fqns(*index, retriever.retrieve("which permissions exist", 10, false, true));
   EXPECT_THAT(names, Contains("shop.access.perm_codenames"));
 }
@@ -235,7 +240,7 @@ TEST(WordNetEmbedder, SharedSensesInflectionsAndTheRetrieversUse) {
              "def calculate_order(order):\n    \"\"\"Handle the order's sum.\"\"\"\n");
   indexer::update_index(repo.root());
   auto index = index::open_repository(repo.root());
-  HybridRetriever retriever(*index);
+  HybridRetriever retriever(*index, std::nullopt, default_embedder());
   EXPECT_EQ(
       fqns(*index, retriever.retrieve("how is the order sum computed", 5, false, true)).front(),
       "shop.orders.calculate_order");

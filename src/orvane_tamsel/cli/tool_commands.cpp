@@ -26,6 +26,7 @@
 #include "orvane_tamsel/tool_handlers/tools.h"
 #include "orvane_tamsel/tool_registry.h"
 #include "orvane_tamsel/workers/retrieval.h"
+#include "orvane_tamsel/workers/wordnet_embedder.h"
 
 namespace orvane_tamsel::cli {
 
@@ -68,7 +69,8 @@ void print(const Json& answer, const ToolArgs& args) {
 Json answer_of(const ToolDescription& tool, const Json& arguments,
                const std::filesystem::path& root) {
   auto repository = index::open_repository(root);
-  workers::HybridRetriever retriever(*repository, workers::load_settings(root));
+  workers::HybridRetriever retriever(*repository, workers::load_settings(root),
+                                     workers::default_embedder());
   // Only the memory tool creates the store: asking must not.
   std::unique_ptr<index::MemoryStore> memories;
   if (tool.name == "memory" || std::filesystem::exists(root / ".tamsel" / "memories.db")) {

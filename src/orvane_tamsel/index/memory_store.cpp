@@ -8,7 +8,7 @@
 
 #include "orvane_tamsel/index/index_folder.h"
 #include "orvane_tamsel/index/sqlite_db.h"
-#include "orvane_tamsel/workers/retrieval.h"
+#include "orvane_tamsel/utils/query_terms.h"
 
 namespace orvane_tamsel::index {
 
@@ -58,7 +58,7 @@ std::vector<std::string> split_tags(const std::string& tags) {
   return out;
 }
 
-tool_handlers::Memory read_memory(const Statement& st) {
+Memory read_memory(const Statement& st) {
   return {st.integer(0), st.text(1), st.text(2), split_tags(st.text(3)), st.text(4)};
 }
 
@@ -83,21 +83,21 @@ MemoryStore::MemoryStore(const std::filesystem::path& repository_root)
 template <typename Use>
 auto MemoryStore::guarded(Use&& use) {
   std::lock_guard lock(mutex_);
-  if (!db_) throw tool_handlers::MemoryUnreadable(problem_);
+  if (!db_) throw MemoryUnreadable(problem_);
   try {
     return use(*db_);
   } catch (const SqliteError& e) {
-    throw tool_handlers::MemoryUnreadable(unreadable(file_, e));
+    throw MemoryUnreadable(unreadable(file_, e));
   }
 }
 
 MemoryStore::~MemoryStore() = default;
 
-std::vector<tool_handlers::Memory> MemoryStore::operator()(const std::string& query) {
-  std::vector<tool_handlers::Memory> found;
+std::vector<Memory> MemoryStore::operator()(const std::string& query) {
+  std::vector<Memory> found;
   // The query's keywords, each quoted, so that no user text is read as FTS5 syntax.
   std::string match;
-  for (const auto& t : workers::query_terms(query)) {
+  for (const auto& t : utils::query_terms(query)) {
     if (!match.empty()) match += " OR ";
     match += "\"" + t + "\"";
   }
@@ -112,8 +112,8 @@ std::vector<tool_handlers::Memory> MemoryStore::operator()(const std::string& qu
   });
 }
 
-tool_handlers::Memory MemoryStore::save(const std::string& title, const std::string& text,
-                                        const std::vector<std::string>& tags) {
+Memory MemoryStore::save(const std::string& title, const std::string& text,
+                         const std::vector<std::string>& tags) {
   std::string joined;
   for (const auto& t : tags) {
     // Tags are single words; inner white space would split one tag into two on reading.
@@ -123,7 +123,7 @@ tool_handlers::Memory MemoryStore::save(const std::string& title, const std::str
     if (!joined.empty()) joined.push_back(' ');
     joined += tag;
   }
-  tool_handlers::Memory memory{0, title, text, split_tags(joined), now_utc()};
+  Memory memory{0, title, text, split_tags(joined), now_utc()};
   return guarded([&](Database& db) {
     auto st =
         db.prepare("INSERT INTO memories(title, text, tags, created) VALUES (?1, ?2, ?3, ?4)");
@@ -134,9 +134,9 @@ tool_handlers::Memory MemoryStore::save(const std::string& title, const std::str
   });
 }
 
-std::vector<tool_handlers::Memory> MemoryStore::list(int limit) {
+std::vector<Memory> MemoryStore::list(int limit) {
   return guarded([&](Database& db) {
-    std::vector<tool_handlers::Memory> all;
+    std::vector<Memory> all;
     auto st =
         db.prepare("SELECT id, title, text, tags, created FROM memories ORDER BY id DESC LIMIT ?1");
     st.bind(1, limit);

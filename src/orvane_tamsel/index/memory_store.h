@@ -8,28 +8,26 @@
 #include <string>
 #include <vector>
 
-#include "orvane_tamsel/tool_handlers/memory.h"
+#include "orvane_tamsel/index/memories.h"
 
 namespace orvane_tamsel::index {
 
 class Database;
 
-class MemoryStore : public tool_handlers::MemoryLookup {
+class MemoryStore : public Memories {
  public:
   // Opens (creating when missing) the store of the repository at `repository_root`. A damaged
-  // store does not throw here: each use then throws tool_handlers::MemoryUnreadable.
+  // store does not throw here: each use then throws MemoryUnreadable.
   explicit MemoryStore(const std::filesystem::path& repository_root);
   ~MemoryStore() override;
 
   // The memories whose title, text or tags match the query's words; at most 3, best first.
-  std::vector<tool_handlers::Memory> operator()(const std::string& query) override;
+  std::vector<Memory> operator()(const std::string& query) override;
 
-  tool_handlers::Memory save(const std::string& title, const std::string& text,
-                             const std::vector<std::string>& tags);
-  // Newest first.
-  std::vector<tool_handlers::Memory> list(int limit);
-  // False when no memory has that id.
-  bool remove(std::int64_t id);
+  Memory save(const std::string& title, const std::string& text,
+              const std::vector<std::string>& tags) override;
+  std::vector<Memory> list(int limit) override;
+  bool remove(std::int64_t id) override;
 
  private:
   // Runs `use` on the open store; SQLite's errors become MemoryUnreadable naming the file.

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -104,6 +105,37 @@ struct IndexStats {
   std::map<std::string, std::int64_t> skipped;  // reason -> count
 };
 
+// How many names of the called symbols TestEvidence lists.
+inline constexpr int TEST_EVIDENCE_NAMES = 4;
+
+// Why a test file is listed for a file: the evidence its reason is written from.
+struct TestEvidence {
+  std::string path;  // the test file
+  // The file's symbols its tests call directly: how many, the first TEST_EVIDENCE_NAMES by fqn
+  // (named inside the file's module: "Cart.total" for shop.cart.Cart.total), and the call sites.
+  std::int64_t symbols_called = 0;
+  std::vector<std::string> called;
+  std::int64_t call_sites = 0;
+  // Calls through a test helper that calls the file: the sites, and the helper's fqn when known.
+  std::int64_t helper_sites = 0;
+  std::optional<std::string> helper;
+  std::optional<std::string> imports;      // the module it imports the file as
+  std::optional<std::string> named_after;  // the file name its own name follows
+};
+
+struct TestsOfFile {
+  std::vector<TestEvidence> tests;  // best first, at most a bounded number
+  std::int64_t total_count = 0;     // all of them
+};
+
+// A read found the index damaged (not a database, or a bad page): no answer can be made from it
+// until it is rebuilt. Every read of the port may throw it; the message says what was met.
+class IndexDamaged {
+ public:
+  virtual ~IndexDamaged() = default;
+  virtual const char* what() const noexcept = 0;
+};
+
 class Repository {
  public:
   virtual ~Repository() = default;
@@ -132,10 +164,10 @@ class Repository {
   virtual std::vector<Neighbour> evidence_neighbours(
       const std::vector<SymbolId>& ids, TestFilter tests, int limit,
       const std::optional<std::vector<Relation>>& relations = std::nullopt) = 0;
-  // {"tests": [{"path", "reason"}...], "total_count": N}, best first: test files ranked by the
-  // distinct symbols of the file their code calls, the call sites, calls through a test helper,
-  // an import of the file, a name like test_<name>.py. Empty for a test file or an unreached one.
-  virtual Json get_tests_for(const std::string& path) = 0;
+  // The test files of a file, best first: ranked by the distinct symbols of the file their code
+  // calls, the call sites, calls through a test helper, an import of the file, a name like
+  // test_<name>.py. None for a test file or an unreached one.
+  virtual TestsOfFile get_tests_for(const std::string& path) = 0;
   // The top-level package of a file, else its first folder under the source root ("src" or the
   // repository root), else (a file at the root) its own module; a package holding most of the
   // repository is split into its subpackages (django.db, django.contrib, ...).
@@ -143,8 +175,7 @@ class Repository {
       const std::vector<std::string>& paths) = 0;
 
   // --- Host reads for the retriever, the suggestions and the other tools. ---
-  // Defaults are empty so that small fakes need only the reads above.
-  virtual std::filesystem::path root() const { return {}; }
+  virtual std::filesystem::path root() const = 0;
   // BM25 over the symbol text table; `match` is an FTS5 MATCH expression. Larger scores are better.
   // The table holds code symbols (no modules) in the columns, weighted 10, 4, 2, 1, 2:
   //   name       the name as written, then its sub-words ("applyDiscount apply discount")
@@ -155,66 +186,30 @@ class Repository {
   // Tokens are lower-cased Unicode words ("_" and "." separate them) with Porter stemming, so
   // `name:discount`, `"apply discount"` and `fqn:"shop cart"` all match applyDiscount in shop.cart.
   virtual std::vector<ScoredSymbol> search_text(const std::string& match, int limit,
-                                                bool include_tests) {
-    (void)match, (void)limit, (void)include_tests;
-    return {};
-  }
+                                                bool include_tests) = 0;
   // Evidence-backed callers per symbol.
-  virtual std::map<SymbolId, std::int64_t> caller_counts(const std::vector<SymbolId>& ids) {
-    (void)ids;
-    return {};
-  }
+  virtual std::map<SymbolId, std::int64_t> caller_counts(const std::vector<SymbolId>& ids) = 0;
   // The names of the production symbols that match, best first (search_text without the rows).
-  virtual std::vector<std::string> names_matching_text(const std::string& match, int limit) {
-    (void)match, (void)limit;
-    return {};
-  }
+  virtual std::vector<std::string> names_matching_text(const std::string& match, int limit) = 0;
   // How many symbols have each word in their name (matched as the text table matches it), and how
   // many symbols there are: how specific a name word is.
   virtual std::pair<std::map<std::string, std::int64_t>, std::int64_t> name_word_counts(
-      const std::vector<std::string>& words) {
-    (void)words;
-    return {};
-  }
+      const std::vector<std::string>& words) = 0;
   // Candidate paths / names that look like the text (trigram or prefix), bounded.
-  virtual std::vector<std::string> similar_paths(const std::string& text, int limit) {
-    (void)text, (void)limit;
-    return {};
-  }
-  virtual std::vector<Symbol> similar_symbols(const std::string& name, int limit) {
-    (void)name, (void)limit;
-    return {};
-  }
+  virtual std::vector<std::string> similar_paths(const std::string& text, int limit) = 0;
+  virtual std::vector<Symbol> similar_symbols(const std::string& name, int limit) = 0;
   // Every call site of a symbol in one relation ("caller": who calls it; "callee": what it calls).
-  virtual std::vector<CallSite> call_sites(SymbolId id, const Relation& relation, int limit) {
-    (void)id, (void)relation, (void)limit;
-    return {};
-  }
-  virtual std::vector<ImportRecord> imports_of_file(const std::string& path, int limit) {
-    (void)path, (void)limit;
-    return {};
-  }
+  virtual std::vector<CallSite> call_sites(SymbolId id, const Relation& relation, int limit) = 0;
+  virtual std::vector<ImportRecord> imports_of_file(const std::string& path, int limit) = 0;
   // Imports (in any file) that resolve to this file or to a symbol of it.
-  virtual std::vector<ImportRecord> importers_of_file(const std::string& path, int limit) {
-    (void)path, (void)limit;
-    return {};
-  }
-  virtual std::vector<ImportRecord> importers_of_symbol(SymbolId id, int limit) {
-    (void)id, (void)limit;
-    return {};
-  }
+  virtual std::vector<ImportRecord> importers_of_file(const std::string& path, int limit) = 0;
+  virtual std::vector<ImportRecord> importers_of_symbol(SymbolId id, int limit) = 0;
   // Files whose symbols this file calls ("callee") or that call this file's symbols ("caller").
   virtual std::vector<FileLink> linked_files(const std::string& path, const Relation& relation,
-                                             int limit) {
-    (void)path, (void)relation, (void)limit;
-    return {};
-  }
+                                             int limit) = 0;
   virtual std::pair<std::vector<std::string>, std::int64_t> paths_page(const std::string& folder,
-                                                                       int offset, int limit) {
-    (void)folder, (void)offset, (void)limit;
-    return {};
-  }
-  virtual IndexStats stats() { return {}; }
+                                                                       int offset, int limit) = 0;
+  virtual IndexStats stats() = 0;
 };
 
 }  // namespace orvane_tamsel::index

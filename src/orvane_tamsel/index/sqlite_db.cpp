@@ -13,9 +13,16 @@ namespace orvane_tamsel::index {
 
 namespace {
 
+// SqliteDamaged for the codes of a damaged file, so that readers can tell it from the others.
+[[noreturn]] void raise(const std::string& message, int code) {
+  SqliteError error(message, code);
+  if (error.unreadable()) throw SqliteDamaged(message, code);
+  throw error;
+}
+
 [[noreturn]] void fail(sqlite3* db, std::string_view what) {
-  throw SqliteError(std::string(what) + ": " + (db ? sqlite3_errmsg(db) : "out of memory"),
-                    db ? sqlite3_extended_errcode(db) : SQLITE_NOMEM);
+  raise(std::string(what) + ": " + (db ? sqlite3_errmsg(db) : "out of memory"),
+        db ? sqlite3_extended_errcode(db) : SQLITE_NOMEM);
 }
 
 // Writers wait this long for one another instead of failing with "database is locked".
@@ -108,7 +115,7 @@ bool Statement::step() {
   if (rc == SQLITE_DONE) return false;
   std::string message = sqlite3_errmsg(db_);
   sqlite3_reset(stmt_);
-  throw SqliteError(message, rc);
+  raise(message, rc);
 }
 
 void Statement::run() {
@@ -160,7 +167,7 @@ Database::Database(const std::filesystem::path& file, Mode mode) : file_(file) {
     int code = db_ ? sqlite3_extended_errcode(db_) : SQLITE_NOMEM;
     sqlite3_close(db_);
     db_ = nullptr;
-    throw SqliteError(file.string() + ": " + message, code);
+    raise(file.string() + ": " + message, code);
   }
   sqlite3_busy_handler(db_, wait_for_lock, &file_);
   sqlite3_extended_result_codes(db_, 1);
@@ -176,7 +183,7 @@ void Database::exec(std::string_view sql) {
   if (sqlite3_exec(db_, text.c_str(), nullptr, nullptr, &error) != SQLITE_OK) {
     std::string message = error ? error : sqlite3_errmsg(db_);
     sqlite3_free(error);
-    throw SqliteError(message, sqlite3_extended_errcode(db_));
+    raise(message, sqlite3_extended_errcode(db_));
   }
 }
 

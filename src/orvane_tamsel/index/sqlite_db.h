@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include "orvane_tamsel/index/repository.h"
+
 struct sqlite3;
 struct sqlite3_stmt;
 
@@ -25,6 +27,13 @@ class SqliteError : public std::runtime_error {
 
  private:
   int code_;
+};
+
+// The error of a file SQLite finds damaged: what the repository port calls IndexDamaged.
+class SqliteDamaged : public SqliteError, public IndexDamaged {
+ public:
+  using SqliteError::SqliteError;
+  const char* what() const noexcept override { return SqliteError::what(); }
 };
 
 class Statement {

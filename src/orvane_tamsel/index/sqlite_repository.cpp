@@ -18,10 +18,54 @@ namespace {
 
 // The most test files get_tests_for lists; total_count still counts them all.
 constexpr int MAX_TESTS = 50;
-// How many callee names a test reason spells out.
-constexpr int REASON_NAMES = 4;
 // Fuzzy candidates read per wanted suggestion, before ranking by edit distance.
 constexpr int CANDIDATES_PER_SUGGESTION = 8;
+
+// The test files of a file (?1; its base name ?2, its module ?4) and their evidence, best first,
+// at most ?3; see get_tests_for.
+constexpr const char* TESTS_OF_FILE = R"sql(
+  WITH target AS (SELECT id FROM symbols WHERE file_id = ?1),
+  direct AS (
+    SELECT e.file_id AS tf, e.site_id, e.callee_id, e.caller_id
+    FROM target t JOIN edges e ON e.callee_id = t.id AND e.derived = 0
+    JOIN symbols c ON c.id = e.caller_id
+    WHERE c.is_test = 1 AND e.file_id <> ?1),
+  calls AS (
+    SELECT tf, count(DISTINCT callee_id) AS syms, count(DISTINCT site_id) AS sites
+    FROM direct GROUP BY tf),
+  helpers AS (SELECT DISTINCT caller_id AS id, tf AS hf FROM direct),
+  via AS (
+    SELECT e.file_id AS tf, count(DISTINCT e.site_id) AS sites,
+           min(h.id) AS helper
+    FROM helpers h JOIN edges e ON e.callee_id = h.id
+    WHERE e.file_id <> h.hf GROUP BY e.file_id),
+  imported AS (
+    SELECT tf, min(module) AS module FROM (
+      SELECT i.file_id AS tf, i.module FROM imports i WHERE i.target_file_id = ?1
+      UNION ALL
+      SELECT i.file_id, i.module FROM target t JOIN imports i ON i.target_symbol_id = t.id
+      UNION ALL
+      SELECT i.file_id, i.module FROM files g JOIN imports i ON i.target_file_id = g.id
+      WHERE ?4 <> '' AND g.module = ?4 AND g.id <> ?1 AND g.language IN ('c', 'cpp'))
+    GROUP BY tf),
+  named AS (SELECT id AS tf FROM files
+            WHERE base IN ('test_' || ?2, ?2 || '_test', ?2 || '_unittest')),
+  candidates AS (
+    SELECT tf FROM calls UNION SELECT tf FROM via UNION SELECT tf FROM imported
+    UNION SELECT tf FROM named)
+  SELECT f.id, f.path, coalesce(c.syms, 0), coalesce(c.sites, 0), coalesce(v.sites, 0),
+         v.helper, i.module, n.tf IS NOT NULL, count(*) OVER ()
+  FROM candidates k JOIN files f ON f.id = k.tf AND f.is_test = 1
+  LEFT JOIN calls c ON c.tf = k.tf LEFT JOIN via v ON v.tf = k.tf
+  LEFT JOIN imported i ON i.tf = k.tf LEFT JOIN named n ON n.tf = k.tf
+  WHERE EXISTS (SELECT 1 FROM symbols x WHERE x.file_id = f.id
+                AND x.kind IN ('function', 'method')
+                AND (x.name GLOB '[Tt]est*' OR x.signature GLOB 'TEST*(*'
+                     OR x.signature GLOB 'TYPED_TEST*(*'
+                     -- JUnit, Rust and describe/it tests are marked, not named
+                     OR x.is_test = 1 AND f.language NOT IN ('python', 'c', 'cpp')))
+  ORDER BY 3 DESC, 4 DESC, 5 DESC, i.module IS NULL, 8 DESC, f.path
+  LIMIT ?3)sql";
 
 constexpr const char* SYMBOL_COLUMNS =
     "s.id, s.fqn, s.name, s.kind, s.file_id, s.start_line, s.end_line, s.signature, s.docstring, "
@@ -74,10 +118,6 @@ std::string short_name(const std::string& fqn, const std::string& module) {
     return fqn.substr(module.size() + 1);
   }
   return fqn;
-}
-
-std::string plural(std::int64_t n, const std::string& word) {
-  return std::to_string(n) + " " + word + (n == 1 ? "" : "s");
 }
 
 class SqliteRepository : public Repository {
@@ -273,60 +313,16 @@ class SqliteRepository : public Repository {
   // call sites, then calls through a test helper that calls the file, then imports of the file,
   // then a name like test_<name>.py or <name>_test.py; ties by path. A C or C++ source counts the
   // includes of its header (the file of the same module) as imports of itself.
-  Json get_tests_for(const std::string& path) override {
+  TestsOfFile get_tests_for(const std::string& path) override {
     std::lock_guard lock(mutex_);
-    Json answer = Json::object();
-    answer["tests"] = Json::array();
-    answer["total_count"] = 0;
+    TestsOfFile answer;
     auto file = db_->prepare("SELECT id, is_test, module, base FROM files WHERE path = ?");
     file.bind(1, path);
     if (!file.step() || file.integer(1) != 0) return answer;
     auto file_id = file.integer(0);
     auto module = file.text(2);
     auto base = file.text(3);
-    auto st = db_->prepare(R"sql(
-      WITH target AS (SELECT id FROM symbols WHERE file_id = ?1),
-      direct AS (
-        SELECT e.file_id AS tf, e.site_id, e.callee_id, e.caller_id
-        FROM target t JOIN edges e ON e.callee_id = t.id AND e.derived = 0
-        JOIN symbols c ON c.id = e.caller_id
-        WHERE c.is_test = 1 AND e.file_id <> ?1),
-      calls AS (
-        SELECT tf, count(DISTINCT callee_id) AS syms, count(DISTINCT site_id) AS sites
-        FROM direct GROUP BY tf),
-      helpers AS (SELECT DISTINCT caller_id AS id, tf AS hf FROM direct),
-      via AS (
-        SELECT e.file_id AS tf, count(DISTINCT e.site_id) AS sites,
-               min(h.id) AS helper
-        FROM helpers h JOIN edges e ON e.callee_id = h.id
-        WHERE e.file_id <> h.hf GROUP BY e.file_id),
-      imported AS (
-        SELECT tf, min(module) AS module FROM (
-          SELECT i.file_id AS tf, i.module FROM imports i WHERE i.target_file_id = ?1
-          UNION ALL
-          SELECT i.file_id, i.module FROM target t JOIN imports i ON i.target_symbol_id = t.id
-          UNION ALL
-          SELECT i.file_id, i.module FROM files g JOIN imports i ON i.target_file_id = g.id
-          WHERE ?4 <> '' AND g.module = ?4 AND g.id <> ?1 AND g.language IN ('c', 'cpp'))
-        GROUP BY tf),
-      named AS (SELECT id AS tf FROM files
-                WHERE base IN ('test_' || ?2, ?2 || '_test', ?2 || '_unittest')),
-      candidates AS (
-        SELECT tf FROM calls UNION SELECT tf FROM via UNION SELECT tf FROM imported
-        UNION SELECT tf FROM named)
-      SELECT f.id, f.path, coalesce(c.syms, 0), coalesce(c.sites, 0), coalesce(v.sites, 0),
-             v.helper, i.module, n.tf IS NOT NULL, count(*) OVER ()
-      FROM candidates k JOIN files f ON f.id = k.tf AND f.is_test = 1
-      LEFT JOIN calls c ON c.tf = k.tf LEFT JOIN via v ON v.tf = k.tf
-      LEFT JOIN imported i ON i.tf = k.tf LEFT JOIN named n ON n.tf = k.tf
-      WHERE EXISTS (SELECT 1 FROM symbols x WHERE x.file_id = f.id
-                    AND x.kind IN ('function', 'method')
-                    AND (x.name GLOB '[Tt]est*' OR x.signature GLOB 'TEST*(*'
-                         OR x.signature GLOB 'TYPED_TEST*(*'
-                         -- JUnit, Rust and describe/it tests are marked, not named
-                         OR x.is_test = 1 AND f.language NOT IN ('python', 'c', 'cpp')))
-      ORDER BY 3 DESC, 4 DESC, 5 DESC, i.module IS NULL, 8 DESC, f.path
-      LIMIT ?3)sql");
+    auto st = db_->prepare(TESTS_OF_FILE);
     st.bind(1, file_id).bind(2, base).bind(3, MAX_TESTS).bind(4, module);
     auto names = db_->prepare(R"sql(
       SELECT s.fqn FROM edges e JOIN symbols s ON s.id = e.callee_id
@@ -336,31 +332,26 @@ class SqliteRepository : public Repository {
     auto helper = db_->prepare("SELECT fqn FROM symbols WHERE id = ?");
     std::string file_name(last_component(path));
     while (st.step()) {
-      auto syms = st.integer(2), sites = st.integer(3), via_sites = st.integer(4);
-      std::vector<std::string> parts;
-      if (syms > 0) {
-        std::string listed;
-        names.bind(1, st.integer(0)).bind(2, file_id).bind(3, REASON_NAMES);
-        while (names.step())
-          listed += (listed.empty() ? "" : ", ") + short_name(names.text(0), module);
+      TestEvidence test;
+      test.path = st.text(1);
+      test.symbols_called = st.integer(2);
+      test.call_sites = st.integer(3);
+      test.helper_sites = st.integer(4);
+      if (test.symbols_called > 0) {
+        names.bind(1, st.integer(0)).bind(2, file_id).bind(3, TEST_EVIDENCE_NAMES);
+        while (names.step()) test.called.push_back(short_name(names.text(0), module));
         names.reset();
-        if (syms > REASON_NAMES) listed += " and " + std::to_string(syms - REASON_NAMES) + " more";
-        parts.push_back("calls " + listed + " (" + plural(sites, "call site") + ")");
       }
-      if (via_sites > 0) {
+      if (test.helper_sites > 0) {
         helper.bind(1, st.integer(5));
-        std::string through = helper.step() ? helper.text(0) : "a helper";
+        if (helper.step()) test.helper = helper.text(0);
         helper.reset();
-        parts.push_back("calls it through " + through + " (" + plural(via_sites, "call site") +
-                        ")");
       }
       // `from shop import cart` and `from shop.cart import Cart` both import shop.cart
-      if (!st.is_null(6)) parts.push_back("imports " + (module.empty() ? st.text(6) : module));
-      if (st.integer(7) != 0) parts.push_back("named after " + file_name);
-      std::string reason;
-      for (const auto& p : parts) reason += (reason.empty() ? "" : "; ") + p;
-      answer["tests"].push_back(Json{{"path", st.text(1)}, {"reason", reason}});
-      answer["total_count"] = st.integer(8);
+      if (!st.is_null(6)) test.imports = module.empty() ? st.text(6) : module;
+      if (st.integer(7) != 0) test.named_after = file_name;
+      answer.tests.push_back(std::move(test));
+      answer.total_count = st.integer(8);
     }
     return answer;
   }

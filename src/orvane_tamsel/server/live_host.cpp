@@ -15,6 +15,7 @@
 #include "orvane_tamsel/indexer/indexer.h"
 #include "orvane_tamsel/tool_handlers/explore.h"
 #include "orvane_tamsel/tool_handlers/tools.h"
+#include "orvane_tamsel/workers/wordnet_embedder.h"
 
 namespace orvane_tamsel::server {
 
@@ -146,7 +147,9 @@ Json LiveHost::call_tool(const std::string& name, const Json& arguments) {
     }
   }
   refresh();
-  if (!retriever_) retriever_ = std::make_unique<workers::HybridRetriever>(*repository_);
+  if (!retriever_)
+    retriever_ = std::make_unique<workers::HybridRetriever>(*repository_, std::nullopt,
+                                                            workers::default_embedder());
   tool_handlers::ToolContext context{*repository_, retriever_.get(), memories_.get(), {}};
   context.explore = [this](const Json& a) {
     return tool_handlers::handle_explore(

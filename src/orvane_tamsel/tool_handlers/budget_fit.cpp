@@ -1,5 +1,7 @@
 #include "orvane_tamsel/tool_handlers/budget_fit.h"
 
+#include <limits>
+
 #include "orvane_tamsel/mcp_responses.h"
 
 namespace orvane_tamsel::tool_handlers {
@@ -8,12 +10,19 @@ namespace {
 // Room kept for the two closing keys at their widest.
 const std::size_t CLOSING_CHARS =
     result_chars(Json{{"truncated", false}, {"tokens_used", 999999999}}) - 1;
+
+std::size_t budget_chars(long long token_budget) {
+  auto tokens = static_cast<std::size_t>(token_budget < 1 ? 1 : token_budget);
+  constexpr auto most = std::numeric_limits<std::size_t>::max() / CHARS_PER_TOKEN;
+  return tokens > most ? std::numeric_limits<std::size_t>::max() : tokens * CHARS_PER_TOKEN;
+}
 }  // namespace
 
-BudgetFit::BudgetFit(Json head, long long token_budget)
+BudgetFit::BudgetFit(Json head, long long token_budget, Commas commas)
     : answer_(std::move(head)),
-      limit_(static_cast<std::size_t>(token_budget < 1 ? 1 : token_budget) * CHARS_PER_TOKEN),
-      used_(result_chars(answer_) + CLOSING_CHARS) {}
+      limit_(budget_chars(token_budget)),
+      used_(result_chars(answer_) + (answer_.contains("tokens_used") ? 0 : CLOSING_CHARS)),
+      commas_(commas) {}
 
 bool BudgetFit::add(const std::string& key, Json row) {
   if (full_) {
@@ -21,7 +30,8 @@ bool BudgetFit::add(const std::string& key, Json row) {
     return false;
   }
   auto& list = answer_[key];
-  std::size_t cost = result_chars(row) + (list.empty() ? 0 : 1);
+  bool comma = commas_ == Commas::every_row || !list.empty();
+  std::size_t cost = result_chars(row) + (comma ? 1 : 0);
   if (used_ + cost > limit_) {
     full_ = truncated_ = true;
     return false;
@@ -51,15 +61,20 @@ bool BudgetFit::add_line(const std::string& key, const std::string& line) {
 
 Json BudgetFit::finish() {
   answer_["truncated"] = truncated_;
+  settle_tokens(answer_);
+  return std::move(answer_);
+}
+
+std::int64_t settle_tokens(Json& answer) {
   // The count is part of the text it counts: settle it (its width changes at most twice).
   std::size_t tokens = 0;
   for (int i = 0; i < 4; ++i) {
-    answer_["tokens_used"] = tokens;
-    auto next = (result_chars(answer_) + CHARS_PER_TOKEN - 1) / CHARS_PER_TOKEN;
+    answer["tokens_used"] = tokens;
+    auto next = (result_chars(answer) + CHARS_PER_TOKEN - 1) / CHARS_PER_TOKEN;
     if (next == tokens) break;
     tokens = next;
   }
-  return std::move(answer_);
+  return answer["tokens_used"].get<std::int64_t>();
 }
 
 }  // namespace orvane_tamsel::tool_handlers

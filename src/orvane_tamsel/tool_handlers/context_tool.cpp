@@ -5,8 +5,10 @@
 #include <set>
 
 #include "orvane_tamsel/tool_handlers/budget_fit.h"
+#include "orvane_tamsel/tool_handlers/client_text.h"
 #include "orvane_tamsel/tool_handlers/repository_path.h"
 #include "orvane_tamsel/tool_handlers/tools.h"
+#include "orvane_tamsel/utils/query_terms.h"
 
 namespace orvane_tamsel::tool_handlers {
 
@@ -22,20 +24,15 @@ constexpr std::int64_t MAX_SOURCE_LINES = 40;
 Json context_tool(const Json& arguments, ToolContext& context) {
   auto& repository = context.repository;
   const auto task = arguments["task"].get<std::string>();
-  auto terms = workers::query_terms(task);
+  auto terms = utils::query_terms(task);
   if (terms.empty()) {
     throw ToolError("the task has no words to search the code for",
                     Json{{"hint",
                           "describe the task in words, e.g. 'add a discount to the cart "
                           "total'"}});
   }
-  std::unique_ptr<workers::HybridRetriever> own;
-  auto* retriever = context.retriever;
-  if (retriever == nullptr) {
-    own = std::make_unique<workers::HybridRetriever>(repository);
-    retriever = own.get();
-  }
-  auto result = retriever->retrieve(task, MAX_SYMBOLS, workers::is_test_query(terms), true);
+  if (context.retriever == nullptr) throw std::logic_error("the context tool needs a retriever");
+  auto result = context.retriever->retrieve(task, MAX_SYMBOLS, utils::is_test_query(terms), true);
   std::vector<index::SymbolId> ids;
   for (const auto& hit : result.hits) ids.push_back(hit.symbol.id);
   auto symbols = repository.symbols_with_paths(ids);
@@ -58,12 +55,9 @@ Json context_tool(const Json& arguments, ToolContext& context) {
     if (seen_files.insert(path).second) {
       files.push_back(path);
       Json tests = Json::array();
-      auto found = repository.get_tests_for(path);
-      if (found.contains("tests") && found["tests"].is_array()) {
-        for (const auto& t : found["tests"]) {
-          if (tests.size() >= MAX_TESTS) break;
-          if (t.contains("path")) tests.push_back(t["path"]);
-        }
+      for (const auto& t : repository.get_tests_for(path).tests) {
+        if (tests.size() >= MAX_TESTS) break;
+        tests.push_back(t.path);
       }
       tests_of[path] = std::move(tests);
     }
@@ -72,7 +66,7 @@ Json context_tool(const Json& arguments, ToolContext& context) {
   Json head = Json::object();
   head["task"] = echoed(task);
   head["files_to_read"] = std::move(files);
-  if (result.note && !result.note->empty()) head["note"] = *result.note;
+  if (auto note = retrieval_note(result)) head["note"] = *note;
   head["symbols"] = Json::array();
   BudgetFit fit(std::move(head), arguments["token_budget"].get<long long>());
   for (auto id : ids) {

@@ -7,8 +7,8 @@
 #include <spdlog/sinks/stdout_color_sinks.h>
 #include <spdlog/spdlog.h>
 
-#include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/tool_handlers/explore_internal.h"
+#include "orvane_tamsel/utils/query_terms.h"
 #include "orvane_tamsel/utils/unicode.h"
 
 namespace orvane_tamsel::tool_handlers {
@@ -73,8 +73,8 @@ void warn_failed(const std::string& what, const std::string& query) {
   // A damaged index is no partial answer: its error goes on to the caller, who has it rebuilt.
   try {
     throw;
-  } catch (const index::SqliteError& e) {
-    if (e.unreadable()) throw;
+  } catch (const index::IndexDamaged&) {
+    throw;
   } catch (...) {
   }
   logger()->warn("explore: the {} of {} failed\n{}", what, repr(query), details());
@@ -84,7 +84,7 @@ void warn_failed(const std::string& what, const std::string& query) {
 
 Json handle_explore(index::Repository& repository, const std::string& query,
                     const std::string& scope, const std::string& depth, long long token_budget,
-                    workers::Retriever* retriever, MemoryLookup* memory_lookup) {
+                    workers::Retriever* retriever, index::MemoryLookup* memory_lookup) {
   using namespace detail;
   Route asked = route(query);
   if (asked.kind == TOOLS) return tool_list(query);
@@ -103,7 +103,7 @@ Json handle_explore(index::Repository& repository, const std::string& query,
   }
 
   if (!draft) {
-    auto terms = workers::query_terms(query);
+    auto terms = utils::query_terms(query);
     if (terms.empty()) {
       Json answer = Json::object();
       answer["query"] = query;
@@ -111,13 +111,9 @@ Json handle_explore(index::Repository& repository, const std::string& query,
       answer["hint"] = NO_TERMS_HINT;
       return answer;
     }
-    std::unique_ptr<workers::Retriever> own;
-    if (retriever == nullptr) {
-      own = std::make_unique<workers::HybridRetriever>(repository);
-      retriever = own.get();
-    }
+    if (retriever == nullptr) throw std::logic_error("explore needs a retriever for questions");
     Draft d(query, QUESTION);
-    bool about_tests = workers::is_test_query(terms);
+    bool about_tests = utils::is_test_query(terms);
     draft = std::move(question(repository, *retriever, d, settings, scope, about_tests));
   }
 

@@ -7,7 +7,7 @@
 
 #include "orvane_tamsel/index/repository.h"
 #include "orvane_tamsel/tool_handlers/memory.h"
-#include "orvane_tamsel/workers/retrieval.h"
+#include "orvane_tamsel/workers/retriever.h"
 
 namespace orvane_tamsel::tool_handlers {
 
@@ -31,9 +31,10 @@ struct Route {
 // The route a query takes, by its shape.
 Route route(const std::string& query);
 
+// `retriever` ranks the hits of a question and may be null for callers that ask no question.
 Json handle_explore(index::Repository& repository, const std::string& query,
                     const std::string& scope = "module", const std::string& depth = "standard",
                     long long token_budget = 2000, workers::Retriever* retriever = nullptr,
-                    MemoryLookup* memory_lookup = nullptr);
+                    index::MemoryLookup* memory_lookup = nullptr);
 
 }  // namespace orvane_tamsel::tool_handlers

@@ -1,3 +1,5 @@
+// The components an explore answer touches, ranked by how many of its files each holds.
+
 #include <algorithm>
 
 #include "orvane_tamsel/tool_handlers/explore_internal.h"

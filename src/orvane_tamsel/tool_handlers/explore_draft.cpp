@@ -1,3 +1,5 @@
+// The explore draft's rows (symbols, neighbours) and the depth profiles.
+
 #include <algorithm>
 
 #include "orvane_tamsel/mcp_responses.h"

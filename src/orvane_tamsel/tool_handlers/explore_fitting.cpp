@@ -1,9 +1,10 @@
+// An explore answer fitted to its budget, and the step that asks again with more.
+
 #include <algorithm>
 #include <iostream>
-#include <limits>
 #include <stdexcept>
 
-#include "orvane_tamsel/mcp_responses.h"
+#include "orvane_tamsel/tool_handlers/budget_fit.h"
 #include "orvane_tamsel/tool_handlers/explore_internal.h"
 #include "orvane_tamsel/tool_handlers/next_steps.h"
 #include "orvane_tamsel/tool_registry.h"
@@ -21,24 +22,9 @@ std::int64_t read_max_budget() {
   throw std::logic_error("explore: the tool registry has no maximum for explore's token_budget");
 }
 
-std::int64_t ceil_div(std::int64_t a, std::int64_t b) {
-  return (a + b - 1) / b;
-}
-
 }  // namespace
 
 const std::int64_t MAX_BUDGET = read_max_budget();
-
-std::int64_t chars(const Json& value) {
-  return static_cast<std::int64_t>(result_chars(value));
-}
-
-std::int64_t measured_tokens(Json& answer) {
-  answer["tokens_used"] = 0;
-  for (int pass = 0; pass < 3; ++pass)
-    answer["tokens_used"] = ceil_div(chars(answer), CHARS_PER_TOKEN);
-  return answer["tokens_used"].get<std::int64_t>();
-}
 
 Json fitted(const Draft& draft, std::int64_t budget, const Json& retry) {
   Json answer = Json::object();
@@ -54,29 +40,19 @@ Json fitted(const Draft& draft, std::int64_t budget, const Json& retry) {
   if (!retry.is_null()) steps.push_back(retry);
   answer["next_steps"] = steps;
 
-  constexpr auto most = std::numeric_limits<std::int64_t>::max() / CHARS_PER_TOKEN;
-  std::int64_t room =
-      (budget > most ? std::numeric_limits<std::int64_t>::max() : budget * CHARS_PER_TOKEN) -
-      chars(answer);
-  bool cut = false;
+  BudgetFit fit(std::move(answer), budget, BudgetFit::Commas::every_row);
   for (const auto& [name, rows] : draft.blocks.items()) {
-    for (const auto& row : rows) {
-      std::int64_t size = chars(row) + 1;
-      if (size > room) {
-        cut = true;
-        break;
-      }
-      answer[name].push_back(row);
-      room -= size;
-    }
-    if (cut) break;
+    for (const auto& row : rows)
+      if (!fit.add(name, row)) break;
+    if (fit.full()) break;
   }
+  bool cut = fit.full();
+  if (draft.capped) fit.mark_truncated();
+  auto& fitted = fit.answer();
   for (const auto& [name, rows] : draft.blocks.items())
-    if (answer[name].empty()) answer.erase(name);
-  if (!retry.is_null() && !cut) answer["next_steps"].erase(answer["next_steps"].size() - 1);
-  answer["truncated"] = cut || draft.capped;
-  measured_tokens(answer);
-  return answer;
+    if (fitted[name].empty()) fitted.erase(name);
+  if (!retry.is_null() && !cut) fitted["next_steps"].erase(fitted["next_steps"].size() - 1);
+  return fit.finish();
 }
 
 Json retry(const std::string& query, const std::string& scope, const std::string& depth,

@@ -1,3 +1,5 @@
+// The identifier route of explore: a name in code, its definition, callers and callees.
+
 #include "orvane_tamsel/tool_handlers/explore_internal.h"
 #include "orvane_tamsel/tool_handlers/next_steps.h"
 #include "orvane_tamsel/workers/name_lookup.h"

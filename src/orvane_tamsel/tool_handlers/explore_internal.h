@@ -27,7 +27,6 @@ inline const std::array<std::pair<std::string, Depth>, 3> DEPTHS = {{
 }};
 inline const std::string DEFAULT_DEPTH = "standard";
 inline const std::string DEFAULT_SCOPE = "module";
-inline constexpr int CHARS_PER_TOKEN = 4;
 inline constexpr int COMPONENTS = 5;
 inline constexpr int NAMESAKES = 5;
 inline constexpr int NAMESAKE_POOL = 50;
@@ -70,8 +69,6 @@ bool is_path(const std::string& text);
 bool is_name(const std::string& text);
 
 // Fitting.
-std::int64_t chars(const Json& value);
-std::int64_t measured_tokens(Json& answer);
 Json fitted(const Draft& draft, std::int64_t budget, const Json& retry);
 Json retry(const std::string& query, const std::string& scope, const std::string& depth,
            std::int64_t budget);

@@ -1,8 +1,11 @@
+// The path route of explore: a file or folder by path, or a module by its dotted name.
+
 #include <algorithm>
 
 #include "orvane_tamsel/tool_handlers/explore_internal.h"
 #include "orvane_tamsel/tool_handlers/next_steps.h"
 #include "orvane_tamsel/workers/name_lookup.h"
+#include "orvane_tamsel/workers/retrieval.h"
 
 namespace orvane_tamsel::tool_handlers::detail {
 namespace {

@@ -1,7 +1,11 @@
+// The question route of explore: the retriever's hits and their neighbours.
+
 #include <set>
 
+#include "orvane_tamsel/tool_handlers/client_text.h"
 #include "orvane_tamsel/tool_handlers/explore_internal.h"
 #include "orvane_tamsel/tool_handlers/next_steps.h"
+#include "orvane_tamsel/utils/query_terms.h"
 
 namespace orvane_tamsel::tool_handlers::detail {
 
@@ -20,7 +24,7 @@ Draft& question(index::Repository& repository, workers::Retriever& retriever, Dr
   Json rows = Json::array();
   for (auto id : kept) rows.push_back(symbol_row(found.at(id).first, found.at(id).second));
   draft.blocks["symbols"] = rows;
-  if (result.note && !result.note->empty()) draft.notes.push_back(*result.note);
+  if (auto note = retrieval_note(result)) draft.notes.push_back(*note);
   if (depth.hop_from > 0 && !kept.empty()) {
     try {
       draft.blocks["related"] = related(repository, kept, found, depth, about_tests);
@@ -37,7 +41,7 @@ Draft& question(index::Repository& repository, workers::Retriever& retriever, Dr
         step("symbol", "Every caller of " + best, Json{{"action", "callers"}, {"fqn", best}}));
   } else {
     std::string joined;
-    for (const auto& term : workers::query_terms(draft.query))
+    for (const auto& term : utils::query_terms(draft.query))
       joined += (joined.empty() ? "" : " ") + term;
     draft.steps.push_back(
         step("search", "Search the text of the code", Json{{"action", "code"}, {"query", joined}}));

@@ -1,3 +1,5 @@
+// Which route a query takes, by its shape: tools, tests, path, identifier or question.
+
 #define PCRE2_CODE_UNIT_WIDTH 8
 #include <pcre2.h>
 
@@ -6,6 +8,7 @@
 
 #include "orvane_tamsel/tool_handlers/explore_internal.h"
 #include "orvane_tamsel/utils/language_registry.h"
+#include "orvane_tamsel/utils/query_terms.h"
 #include "orvane_tamsel/utils/unicode.h"
 
 namespace orvane_tamsel::tool_handlers {
@@ -72,7 +75,7 @@ bool is_name(const std::string& text) {
   if (!QUALIFIED_NAME.match(text, nullptr, PCRE2_ANCHORED | PCRE2_ENDANCHORED)) return false;
   for (const auto& q : QUALIFIERS)
     if (text.find(q) != std::string::npos) return true;
-  return workers::reads_as_code(text);
+  return utils::reads_as_code(text);
 }
 
 }  // namespace detail

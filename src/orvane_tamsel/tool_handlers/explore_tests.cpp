@@ -1,5 +1,8 @@
+// The tests route of explore: the tests of a file, or the test code calling a symbol.
+
 #include <algorithm>
 
+#include "orvane_tamsel/tool_handlers/client_text.h"
 #include "orvane_tamsel/tool_handlers/explore_internal.h"
 #include "orvane_tamsel/tool_handlers/next_steps.h"
 #include "orvane_tamsel/workers/name_lookup.h"
@@ -9,26 +12,19 @@ namespace {
 
 Draft& tests_of_file(index::Repository& repository, Draft& draft, const std::string& path,
                      const Depth& depth) {
-  Json answer = repository.get_tests_for(path);
-  Json found = answer.is_object() ? answer.value("tests", Json()) : Json();
-  if (!found.is_array()) found = Json::array();
+  auto found = repository.get_tests_for(path);
   draft.blocks["files"] = Json::array({path});
   Json rows = Json::array();
-  for (std::size_t i = 0; i < found.size() && i < static_cast<std::size_t>(depth.listed); ++i) {
-    const Json& test = found[i];
+  for (std::size_t i = 0; i < found.tests.size() && i < static_cast<std::size_t>(depth.listed);
+       ++i) {
     Json row = Json::object();
-    row["file"] = test.at("path");
-    auto reason = test.find("reason");
-    if (reason != test.end() && !reason->is_null() &&
-        !(reason->is_string() && reason->get_ref<const std::string&>().empty()))
-      row["reason"] = *reason;
+    row["file"] = found.tests[i].path;
+    auto reason = test_reason(found.tests[i]);
+    if (!reason.empty()) row["reason"] = reason;
     rows.push_back(row);
   }
   draft.blocks["tests"] = rows;
-  std::int64_t total = static_cast<std::int64_t>(found.size());
-  if (answer.is_object() && answer.contains("total_count"))
-    total = static_cast<std::int64_t>(answer["total_count"].get<double>());
-  draft.capped = total > depth.listed;
+  draft.capped = found.total_count > depth.listed;
   draft.steps.push_back(step("tests", "Every test of " + path + ", ranked, with why",
                              Json{{"action", "for_file"}, {"path", path}}));
   return draft;

@@ -1,3 +1,5 @@
+// The tools route of explore: the list of the host's tools.
+
 #include <algorithm>
 
 #include "orvane_tamsel/tool_handlers/explore_internal.h"

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "orvane_tamsel/tool_handlers/budget_fit.h"
+#include "orvane_tamsel/tool_handlers/client_text.h"
 #include "orvane_tamsel/tool_handlers/repository_path.h"
 #include "orvane_tamsel/tool_handlers/tools.h"
 
@@ -101,9 +102,7 @@ Json file_tool(const Json& arguments, ToolContext& context) {
   for (std::size_t i = 0; i < callers.size() && i < MAX_ROWS; ++i) {
     fit.add("called_from", link_row(callers[i]));
   }
-  if (tests.contains("tests") && tests["tests"].is_array()) {
-    for (const auto& t : tests["tests"]) fit.add("tests", t);
-  }
+  for (auto& row : test_rows(tests)) fit.add("tests", std::move(row));
   return fit.finish();
 }
 

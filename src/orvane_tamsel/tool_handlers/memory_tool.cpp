@@ -1,7 +1,7 @@
 // The memory tool: saves, lists and deletes the project's memories.
 
-#include "orvane_tamsel/index/memory_store.h"
 #include "orvane_tamsel/tool_handlers/budget_fit.h"
+#include "orvane_tamsel/tool_handlers/memory.h"
 #include "orvane_tamsel/tool_handlers/tools.h"
 
 namespace orvane_tamsel::tool_handlers {
@@ -10,7 +10,7 @@ namespace {
 
 constexpr int MAX_LISTED = 200;
 
-Json memory_row(const Memory& m) {
+Json memory_row(const index::Memory& m) {
   Json row = Json::object();
   row["id"] = m.id;
   row["title"] = m.title;
@@ -20,7 +20,7 @@ Json memory_row(const Memory& m) {
   return row;
 }
 
-Json memory_action(const Json& arguments, index::MemoryStore& store) {
+Json memory_action(const Json& arguments, index::Memories& store) {
   const auto action = arguments["action"].get<std::string>();
   if (action == "save") {
     auto title = arguments.value("title", "");
@@ -60,7 +60,7 @@ Json memory_tool(const Json& arguments, ToolContext& context) {
   }
   try {
     return memory_action(arguments, *context.memories);
-  } catch (const MemoryUnreadable& e) {
+  } catch (const index::MemoryUnreadable& e) {
     throw ToolError(e.what(), Json{{"hint", MEMORIES_UNREADABLE_HINT}});
   }
 }

@@ -1,3 +1,5 @@
+// One next step: a tool call the client may make, with why.
+
 #include "orvane_tamsel/tool_handlers/next_steps.h"
 
 namespace orvane_tamsel::tool_handlers {

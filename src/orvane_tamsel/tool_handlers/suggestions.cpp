@@ -1,3 +1,5 @@
+// Did-you-mean suggestions of paths and symbols that look like what was asked.
+
 #include <algorithm>
 
 #include "orvane_tamsel/index/similarity.h"

@@ -1,6 +1,7 @@
 // The tests tool: the ranked tests of a file, each with why.
 
 #include "orvane_tamsel/tool_handlers/budget_fit.h"
+#include "orvane_tamsel/tool_handlers/client_text.h"
 #include "orvane_tamsel/tool_handlers/repository_path.h"
 #include "orvane_tamsel/tool_handlers/tools.h"
 
@@ -17,13 +18,11 @@ Json tests_tool(const Json& arguments, ToolContext& context) {
   auto found = repository.get_tests_for(path);
   Json head = Json::object();
   head["path"] = path;
-  head["total_count"] = found.value("total_count", 0);
+  head["total_count"] = found.total_count;
   head["tests"] = Json::array();
   BudgetFit fit(std::move(head), arguments["token_budget"].get<long long>());
-  if (found.contains("tests") && found["tests"].is_array()) {
-    for (const auto& t : found["tests"]) {
-      if (!fit.add("tests", t)) break;
-    }
+  for (auto& row : test_rows(found)) {
+    if (!fit.add("tests", std::move(row))) break;
   }
   return fit.finish();
 }

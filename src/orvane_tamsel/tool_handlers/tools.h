@@ -8,13 +8,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include "orvane_tamsel/index/memories.h"
 #include "orvane_tamsel/index/repository.h"
 #include "orvane_tamsel/tool_registry.h"
-#include "orvane_tamsel/workers/retrieval.h"
-
-namespace orvane_tamsel::index {
-class MemoryStore;
-}
+#include "orvane_tamsel/workers/retriever.h"
 
 namespace orvane_tamsel::tool_handlers {
 
@@ -38,8 +35,8 @@ class InvalidArguments : public std::runtime_error {
 // What the tools read. `explore` is bound by the host so that the explore call lives in one place.
 struct ToolContext {
   index::Repository& repository;
-  workers::Retriever* retriever = nullptr;
-  index::MemoryStore* memories = nullptr;
+  workers::Retriever* retriever = nullptr;  // the context tool needs one
+  index::Memories* memories = nullptr;      // null: the memory tool says they are not available
   std::function<Json(const Json& arguments)> explore;
 };
 

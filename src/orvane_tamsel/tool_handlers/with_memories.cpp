@@ -1,10 +1,12 @@
+// Project memories attached to an answer, as untrusted.
+
 #include "orvane_tamsel/tool_handlers/memory.h"
 
 namespace orvane_tamsel::tool_handlers {
 
-Json with_memories(Json answer, const std::string& query, MemoryLookup* lookup) {
+Json with_memories(Json answer, const std::string& query, index::MemoryLookup* lookup) {
   if (lookup == nullptr) return answer;
-  std::vector<Memory> found;
+  std::vector<index::Memory> found;
   try {
     found = (*lookup)(query);
   } catch (const std::exception& e) {

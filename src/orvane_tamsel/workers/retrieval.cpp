@@ -9,11 +9,15 @@
 #include <stdexcept>
 
 #include "orvane_tamsel/index/subwords.h"
+#include "orvane_tamsel/utils/query_terms.h"
 #include "orvane_tamsel/workers/term_expansion.h"
 #include "orvane_tamsel/workers/term_match.h"
-#include "orvane_tamsel/workers/wordnet_embedder.h"
 
 namespace orvane_tamsel::workers {
+
+const std::set<std::string> RETRIEVABLE_KINDS = {
+    "class", "function",    "method", "interface", "struct", "enum",   "trait",
+    "type",  "constructor", "macro",  "namespace", "union",  "record", "object"};
 
 RetrievalSettings load_settings(const std::filesystem::path& repository_root) {
   RetrievalSettings settings;
@@ -53,7 +57,7 @@ HybridRetriever::HybridRetriever(index::Repository& repository,
                                  std::shared_ptr<Embedder> embedder)
     : repository_(repository),
       settings_(settings ? *settings : load_settings(repository.root())),
-      embedder_(embedder ? std::move(embedder) : default_embedder()) {}
+      embedder_(std::move(embedder)) {}
 
 namespace detail {
 
@@ -209,55 +213,67 @@ bool names_module(const std::string& lower_name, const std::string& lower_path) 
   return false;
 }
 
-}  // namespace
+using detail::CANDIDATES;
+using detail::MAX_COMPOUND_TERMS;
 
-RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, bool include_tests,
-                                          bool rerank) {
-  using namespace detail;
-  RetrievalResult result;
-  auto terms = query_terms(query);
-  if (terms.empty()) {
-    result.note = "the question has no searchable words";
-    return result;
-  }
-  if (limit <= 0) return result;
+// What one question asks, as the stages read it.
+struct Question {
+  const std::string& query;
+  std::vector<std::string> terms;   // query_terms of the query
+  std::vector<std::string> words;   // the terms as written, for names compared case-sensitively
+  std::set<std::string> compounds;  // neighbouring terms run together, both orders
+  bool include_tests;
+};
 
-  // Signal 1: BM25 over the symbol text table.
-  // The code base's own words for the question's words widen the text search only; the name
-  // signals keep to what was asked.
-  auto bm25 = repository_.search_text(match_expression(terms), CANDIDATES, include_tests);
-  auto searched = terms;
-  for (auto& w : expansions(repository_, terms)) searched.push_back(std::move(w));
-  std::vector<index::ScoredSymbol> widened;
-  if (searched.size() > terms.size()) {
-    widened = repository_.search_text(match_expression(searched), CANDIDATES, include_tests);
-  }
-  // Signal 2: symbols whose name is one of the words as written (and its lower-cased form).
-  std::vector<std::string> names;
-  auto words = query_words(query, terms);
-  for (const auto& w : words) {
-    names.push_back(w);
-    if (lower_ascii(w) != w) names.push_back(lower_ascii(w));
-  }
-  // Two neighbouring words of the question run together are a name as the standard library and
-  // many others spell them (urlsplit, copytree, deepcopy); such a name is as good as two shared
-  // parts. Words far apart in the question join by chance ("read the status line": readline).
+// Two neighbouring words of the question run together are a name as the standard library and
+// many others spell them (urlsplit, copytree, deepcopy); such a name is as good as two shared
+// parts. Words far apart in the question join by chance ("read the status line": readline).
+std::set<std::string> compounds_of(const std::vector<std::string>& terms) {
   std::set<std::string> compounds;
   const std::size_t n = std::min<std::size_t>(terms.size(), MAX_COMPOUND_TERMS);
   for (std::size_t i = 0; i + 1 < n; ++i) {
     compounds.insert(terms[i] + terms[i + 1]);
     compounds.insert(terms[i + 1] + terms[i]);
   }
-  names.insert(names.end(), compounds.begin(), compounds.end());
-  std::vector<index::Symbol> exact;
-  if (!names.empty()) exact = repository_.search_symbols(names, true, CANDIDATES).symbols;
+  return compounds;
+}
 
-  // Ranked by how many of the question's words are parts of the fqn ("Cart total" puts
-  // shop.cart.Cart.total before shop.cart.Cart); the index's order breaks ties.
+// Signal 1: BM25 over the symbol text table, over the question's own words and over them widened
+// with the code base's own words for them (the name signals keep to what was asked).
+std::pair<std::vector<index::ScoredSymbol>, std::vector<index::ScoredSymbol>> text_hits(
+    index::Repository& repository, const Question& q) {
+  using detail::match_expression;
+  auto bm25 = repository.search_text(match_expression(q.terms), CANDIDATES, q.include_tests);
+  auto searched = q.terms;
+  for (auto& w : detail::expansions(repository, q.terms)) searched.push_back(std::move(w));
+  std::vector<index::ScoredSymbol> widened;
+  if (searched.size() > q.terms.size()) {
+    widened = repository.search_text(match_expression(searched), CANDIDATES, q.include_tests);
+  }
+  return {std::move(bm25), std::move(widened)};
+}
+
+// Signal 2: symbols whose name is one of the words as written (and its lower-cased form), or two
+// neighbouring words run together.
+std::vector<index::Symbol> exact_names(index::Repository& repository, const Question& q) {
+  std::vector<std::string> names;
+  for (const auto& w : q.words) {
+    names.push_back(w);
+    if (lower_ascii(w) != w) names.push_back(lower_ascii(w));
+  }
+  names.insert(names.end(), q.compounds.begin(), q.compounds.end());
+  if (names.empty()) return {};
+  return repository.search_symbols(names, true, CANDIDATES).symbols;
+}
+
+// The exact names that count, ranked by how many of the question's words are parts of the fqn
+// ("Cart total" puts shop.cart.Cart.total before shop.cart.Cart); the index's order breaks ties.
+std::vector<std::pair<std::size_t, const index::Symbol*>> named_symbols(
+    index::Repository& repository, const Question& q, const std::vector<index::Symbol>& exact) {
   std::vector<std::pair<std::size_t, const index::Symbol*>> named;
-  auto exact_paths = repository_.get_file_paths_batch(exact);
+  auto exact_paths = repository.get_file_paths_batch(exact);
   for (const auto& s : exact) {
-    if (!s.id || (!include_tests && s.is_test)) continue;
+    if (!s.id || (!q.include_tests && s.is_test)) continue;
     // A word that names the module ("http", "asyncio") says where to look, not which of the
     // module's symbols: only the parts inside the file count.
     auto path = exact_paths.find(*s.id);
@@ -273,33 +289,37 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
       }
     }
     std::size_t shared = 0;
-    for (const auto& t : terms) shared += parts.count(t);
-    if (compounds.count(lower_ascii(s.name)) != 0) shared += 2;
+    for (const auto& t : q.terms) shared += parts.count(t);
+    if (q.compounds.count(lower_ascii(s.name)) != 0) shared += 2;
     // A plain English word ("read", "update") names hundreds of methods, even with a second
     // plain word of the question in the fqn ("queryset ... update" is not QuerySet.update). A
     // name counts when a word spelled like code is the name or a part of its fqn ("Cart total"),
     // or when it is two neighbouring words run together.
-    bool anchored = compounds.count(lower_ascii(s.name)) != 0 ||
-                    std::any_of(words.begin(), words.end(), [&](const std::string& w) {
-                      return reads_as_code(w) && (w == s.name || parts.count(lower_ascii(w)));
-                    });
+    bool anchored =
+        q.compounds.count(lower_ascii(s.name)) != 0 ||
+        std::any_of(q.words.begin(), q.words.end(), [&](const std::string& w) {
+          return utils::reads_as_code(w) && (w == s.name || parts.count(lower_ascii(w)));
+        });
     if (!anchored) continue;
     named.emplace_back(shared, &s);
   }
   std::stable_sort(named.begin(), named.end(),
                    [](const auto& a, const auto& b) { return a.first > b.first; });
-  auto fused = fuse(bm25, widened, named);
+  return named;
+}
 
-  std::vector<index::SymbolId> ids;
-  for (const auto& [id, score] : fused) ids.push_back(id);
-  auto found = repository_.symbols_with_paths(ids);
+struct Candidate {
+  index::SymbolId id;
+  double score;
+  const index::Symbol* symbol;
+  const std::string* path;
+};
 
-  struct Candidate {
-    index::SymbolId id;
-    double score;
-    const index::Symbol* symbol;
-    const std::string* path;
-  };
+using Found = std::map<index::SymbolId, std::pair<index::Symbol, std::string>>;
+
+// The fused symbols the retriever may list, best first (ties by id).
+std::vector<Candidate> candidates_of(const std::map<index::SymbolId, double>& fused,
+                                     const Found& found, bool include_tests) {
   std::vector<Candidate> candidates;
   for (const auto& [id, score] : fused) {
     auto it = found.find(id);
@@ -313,86 +333,123 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
                    [](const Candidate& a, const Candidate& b) {
                      return a.score != b.score ? a.score > b.score : a.id < b.id;
                    });
+  return candidates;
+}
 
-  if (rerank && settings_.rerank_results && !candidates.empty()) {
-    auto depth = std::min<std::size_t>(candidates.size(), RERANK_DEPTH);
-    std::vector<index::SymbolId> head;
-    for (std::size_t i = 0; i < depth; ++i) head.push_back(candidates[i].id);
-    auto callers = repository_.caller_counts(head);
-    // Fused scores of neighbouring places differ by a few percent; spread the head over 0..1
-    // so that the fused order stays the strongest feature.
-    double top = candidates.front().score;
-    double bottom = candidates[depth - 1].score;
-    double spread = top > bottom ? top - bottom : 1.0;
-    std::set<std::string> term_set(terms.begin(), terms.end());
-    // A stem weighs what its word tells about names: "process" or "read" name thousands of
-    // symbols, "urlsafe" a few.
-    auto weights = name_word_weights(repository_, terms);
-    std::map<std::string, double> stems;
-    for (const auto& t : term_set) stems[stem(t)] = std::max(stems[stem(t)], weights[t]);
-    double stems_weight = 0;
-    for (const auto& [st, w] : stems) stems_weight += w;
-    if (stems_weight <= 0) stems_weight = 1;
-    std::vector<float> asked;
-    if (embedder_) asked = embedder_->embed(query);
-    for (std::size_t i = 0; i < depth; ++i) {
-      auto& c = candidates[i];
-      const auto& s = *c.symbol;
-      auto inner = inside_module(s.fqn, *c.path);
-      auto known_by = fqn_stems(inner);
-      auto lower_name = lower_ascii(s.name);
-      std::set<std::string> met;
-      for (const auto& [t, w] : stems) {
-        if (meets(t, known_by) || inside_name(t, lower_name)) met.insert(t);
-      }
-      // Two neighbouring words run together inside the name meet it both ("URL-safe" and
-      // token_urlsafe), though one alone is too short to be looked for inside a name.
-      for (std::size_t k = 0; k + 1 < terms.size() && k + 1 < MAX_COMPOUND_TERMS; ++k) {
-        auto compound = terms[k] + terms[k + 1];
-        if (compound.size() >= MIN_COMPOUND && lower_name.find(compound) != std::string::npos) {
-          met.insert(stem(terms[k]));
-          met.insert(stem(terms[k + 1]));
-        }
-      }
-      double in_name = 0;
-      for (const auto& t : met) in_name += stems[t] / stems_weight;
-      auto path = lower_ascii(*c.path);
-      // A class named like its module (configparser.ConfigParser) is named by a question that
-      // names the module; the path feature counts that word already.
-      bool whole = !names_module(lower_name, path) &&
-                   (term_set.count(lower_name) != 0 || stems.count(stem(lower_name)) != 0);
-      // A function inside a function is a closure, an implementation detail of its parent.
-      bool function = s.kind == "function" && inner.find('.') == std::string::npos;
-      bool in_path = std::any_of(terms.begin(), terms.end(), [&](const std::string& t) {
-        return t.size() > 2 && path.find(t) != std::string::npos;
-      });
-      auto n = callers.count(c.id) ? callers[c.id] : 0;
-      double features = W_NAME_WORD * in_name + W_EXACT_NAME * whole + W_PATH * in_path +
-                        W_DOCSTRING * (s.docstring && !s.docstring->empty()) +
-                        W_CALLERS * std::min(4.0, std::log2(1.0 + static_cast<double>(n))) +
-                        W_KIND * function + W_TEST * s.is_test;
-      double model = W_FUSED * ((c.score - bottom) / spread) + FEATURE_SCALE * features;
-      if (!asked.empty()) model += W_MEANING * cosine(asked, embedder_->embed(inner));
-      c.score = model;
-    }
-    std::stable_sort(candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(depth),
-                     [](const Candidate& a, const Candidate& b) { return a.score > b.score; });
+// The question's term stems, each weighing what its word tells about names: "process" or "read"
+// name thousands of symbols, "urlsafe" a few.
+struct StemWeights {
+  std::map<std::string, double> stems;
+  double total = 0;
+};
+
+StemWeights stem_weights(index::Repository& repository, const std::vector<std::string>& terms,
+                         const std::set<std::string>& term_set) {
+  auto weights = name_word_weights(repository, terms);
+  StemWeights out;
+  for (const auto& t : term_set) {
+    auto st = detail::stem(t);
+    out.stems[st] = std::max(out.stems[st], weights[t]);
   }
+  for (const auto& [st, w] : out.stems) out.total += w;
+  if (out.total <= 0) out.total = 1;
+  return out;
+}
 
-  // A name defined more than once in one file (one definition per platform, say) is one answer.
+// The decision model's features of one candidate, weighted and summed.
+double features_of(const Candidate& c, const Question& q, const std::set<std::string>& term_set,
+                   StemWeights& weights, std::int64_t callers) {
+  using namespace detail;
+  const auto& s = *c.symbol;
+  auto inner = inside_module(s.fqn, *c.path);
+  auto known_by = fqn_stems(inner);
+  auto lower_name = lower_ascii(s.name);
+  auto& stems = weights.stems;
+  std::set<std::string> met;
+  for (const auto& [t, w] : stems) {
+    if (meets(t, known_by) || inside_name(t, lower_name)) met.insert(t);
+  }
+  // Two neighbouring words run together inside the name meet it both ("URL-safe" and
+  // token_urlsafe), though one alone is too short to be looked for inside a name.
+  const auto& terms = q.terms;
+  for (std::size_t k = 0; k + 1 < terms.size() && k + 1 < MAX_COMPOUND_TERMS; ++k) {
+    auto compound = terms[k] + terms[k + 1];
+    if (compound.size() >= MIN_COMPOUND && lower_name.find(compound) != std::string::npos) {
+      met.insert(stem(terms[k]));
+      met.insert(stem(terms[k + 1]));
+    }
+  }
+  double in_name = 0;
+  for (const auto& t : met) in_name += stems[t] / weights.total;
+  auto path = lower_ascii(*c.path);
+  // A class named like its module (configparser.ConfigParser) is named by a question that
+  // names the module; the path feature counts that word already.
+  bool whole = !names_module(lower_name, path) &&
+               (term_set.count(lower_name) != 0 || stems.count(stem(lower_name)) != 0);
+  // A function inside a function is a closure, an implementation detail of its parent.
+  bool function = s.kind == "function" && inner.find('.') == std::string::npos;
+  bool in_path = std::any_of(terms.begin(), terms.end(), [&](const std::string& t) {
+    return t.size() > 2 && path.find(t) != std::string::npos;
+  });
+  return W_NAME_WORD * in_name + W_EXACT_NAME * whole + W_PATH * in_path +
+         W_DOCSTRING * (s.docstring && !s.docstring->empty()) +
+         W_CALLERS * std::min(4.0, std::log2(1.0 + static_cast<double>(callers))) +
+         W_KIND * function + W_TEST * s.is_test;
+}
+
+// Reorders the head of the candidates by the decision model.
+void rerank(index::Repository& repository, Embedder* embedder, const Question& q,
+            std::vector<Candidate>& candidates) {
+  using namespace detail;
+  auto depth = std::min<std::size_t>(candidates.size(), RERANK_DEPTH);
+  std::vector<index::SymbolId> head;
+  for (std::size_t i = 0; i < depth; ++i) head.push_back(candidates[i].id);
+  auto callers = repository.caller_counts(head);
+  // Fused scores of neighbouring places differ by a few percent; spread the head over 0..1
+  // so that the fused order stays the strongest feature.
+  double top = candidates.front().score;
+  double bottom = candidates[depth - 1].score;
+  double spread = top > bottom ? top - bottom : 1.0;
+  std::set<std::string> term_set(q.terms.begin(), q.terms.end());
+  auto weights = stem_weights(repository, q.terms, term_set);
+  std::vector<float> asked;
+  if (embedder) asked = embedder->embed(q.query);
+  for (std::size_t i = 0; i < depth; ++i) {
+    auto& c = candidates[i];
+    auto n = callers.count(c.id) ? callers[c.id] : 0;
+    double features = features_of(c, q, term_set, weights, n);
+    double model = W_FUSED * ((c.score - bottom) / spread) + FEATURE_SCALE * features;
+    if (!asked.empty()) {
+      model += W_MEANING * cosine(asked, embedder->embed(inside_module(c.symbol->fqn, *c.path)));
+    }
+    c.score = model;
+  }
+  std::stable_sort(candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(depth),
+                   [](const Candidate& a, const Candidate& b) { return a.score > b.score; });
+}
+
+// The first `limit` candidates; a name defined more than once in one file (one definition per
+// platform, say) is one answer.
+std::vector<Hit> best_hits(const std::vector<Candidate>& candidates, int limit) {
+  std::vector<Hit> hits;
   std::set<std::pair<std::string_view, std::string_view>> listed;
   for (const auto& c : candidates) {
-    if (static_cast<int>(result.hits.size()) == limit) break;
+    if (static_cast<int>(hits.size()) == limit) break;
     if (!listed.emplace(c.symbol->fqn, *c.path).second) continue;
-    result.hits.push_back({{c.id, *c.path}, c.score});
+    hits.push_back({{c.id, *c.path}, c.score});
   }
+  return hits;
+}
 
-  // Terms that match no symbol at all, so the client can rephrase.
-  // A term whose stem is a word of a candidate's fqn or docstring has matched; only the others
-  // are asked of the index, since a one-term search ranks every row the term matches.
+// Terms that match no symbol at all, so the client can rephrase. A term whose stem is a word of a
+// candidate's fqn or docstring has matched; only the others are asked of the index, since a
+// one-term search ranks every row the term matches.
+std::vector<std::string> unmatched_terms(index::Repository& repository, const Question& q,
+                                         const std::vector<Candidate>& candidates) {
+  using namespace detail;
   std::vector<std::string> missing;
   std::vector<std::vector<std::string>> said;
-  for (const auto& t : result.hits.empty() ? std::vector<std::string>{} : terms) {
+  for (const auto& t : q.terms) {
     auto want = stem(t);
     bool seen = false;
     for (std::size_t i = 0; i < candidates.size() && !seen; ++i) {
@@ -404,17 +461,44 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
       }
       seen = std::find(said[i].begin(), said[i].end(), want) != said[i].end();
     }
-    if (!seen && repository_.search_text(match_expression({t}), 1, include_tests).empty()) {
+    if (!seen && repository.search_text(match_expression({t}), 1, q.include_tests).empty()) {
       missing.push_back(t);
     }
   }
-  if (result.hits.empty()) {
-    result.note = "no indexed symbol matches the question";
-  } else if (!missing.empty()) {
-    std::string list;
-    for (const auto& m : missing) list += (list.empty() ? "" : ", ") + m;
-    result.note = "found nothing for: " + list;
+  return missing;
+}
+
+}  // namespace
+
+RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, bool include_tests,
+                                          bool rerank_head) {
+  RetrievalResult result;
+  auto terms = utils::query_terms(query);
+  if (terms.empty()) {
+    result.shortfall = Shortfall::no_searchable_words;
+    return result;
   }
+  if (limit <= 0) return result;
+  Question q{query, terms, query_words(query, terms), compounds_of(terms), include_tests};
+
+  auto [bm25, widened] = text_hits(repository_, q);
+  auto exact = exact_names(repository_, q);
+  auto fused = detail::fuse(bm25, widened, named_symbols(repository_, q, exact));
+  std::vector<index::SymbolId> ids;
+  for (const auto& [id, score] : fused) ids.push_back(id);
+  auto found = repository_.symbols_with_paths(ids);
+  auto candidates = candidates_of(fused, found, include_tests);
+  if (rerank_head && settings_.rerank_results && !candidates.empty()) {
+    rerank(repository_, embedder_.get(), q, candidates);
+  }
+
+  result.hits = best_hits(candidates, limit);
+  if (result.hits.empty()) {
+    result.shortfall = Shortfall::no_symbol_matches;
+    return result;
+  }
+  result.unmatched = unmatched_terms(repository_, q, candidates);
+  if (!result.unmatched.empty()) result.shortfall = Shortfall::words_unmatched;
   return result;
 }
 

@@ -5,7 +5,7 @@
 #include <set>
 
 #include "orvane_tamsel/index/subwords.h"
-#include "orvane_tamsel/workers/retrieval.h"
+#include "orvane_tamsel/utils/query_terms.h"
 #include "orvane_tamsel/workers/term_match.h"
 
 namespace orvane_tamsel::workers::detail {
@@ -28,7 +28,7 @@ constexpr std::size_t MIN_LENGTH = 4;
 bool plain_word(const std::string& t) {
   return t.size() >= MIN_LENGTH &&
          std::all_of(t.begin(), t.end(), [](char c) { return c >= 'a' && c <= 'z'; }) &&
-         !query_terms(t).empty();  // not a stop word
+         !utils::query_terms(t).empty();  // not a stop word
 }
 
 }  // namespace

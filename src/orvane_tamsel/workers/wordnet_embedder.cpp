@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cctype>
 #include <cmath>
@@ -13,6 +14,7 @@
 #include <sstream>
 
 #include "orvane_tamsel/index/subwords.h"
+#include "orvane_tamsel/utils/query_terms.h"
 
 namespace orvane_tamsel::workers {
 
@@ -254,7 +256,7 @@ std::vector<float> WordNetEmbedder::embed(const std::string& text) {
   auto flush = [&] {
     for (auto& w : index::subwords(token)) {
       bool letters = std::all_of(w.begin(), w.end(), [](char c) { return c >= 'a' && c <= 'z'; });
-      if (letters && w.size() >= MIN_WORD && !query_terms(w).empty()) words.insert(w);
+      if (letters && w.size() >= MIN_WORD && !utils::query_terms(w).empty()) words.insert(w);
     }
     token.clear();
   };
@@ -285,19 +287,5 @@ std::shared_ptr<Embedder> default_embedder() {
   }();
   return shared;
 }
-
-namespace detail {
-
-double cosine(const std::vector<float>& a, const std::vector<float>& b) {
-  double dot = 0, na = 0, nb = 0;
-  for (std::size_t i = 0; i < a.size() && i < b.size(); ++i) {
-    dot += static_cast<double>(a[i]) * b[i];
-    na += static_cast<double>(a[i]) * a[i];
-    nb += static_cast<double>(b[i]) * b[i];
-  }
-  return na > 0 && nb > 0 ? dot / std::sqrt(na * nb) : 0.0;
-}
-
-}  // namespace detail
 
 }  // namespace orvane_tamsel::workers

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "orvane_tamsel/workers/retrieval.h"
+#include "orvane_tamsel/workers/embedder.h"
 
 namespace orvane_tamsel::workers {
 
@@ -38,9 +38,5 @@ class WordNetEmbedder : public Embedder {
 
 // The WordNet embedder when its dictionary is installed, else null.
 std::shared_ptr<Embedder> default_embedder();
-
-namespace detail {
-double cosine(const std::vector<float>& a, const std::vector<float>& b);
-}  // namespace detail
 
 }  // namespace orvane_tamsel::workers

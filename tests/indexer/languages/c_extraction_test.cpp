@@ -3,6 +3,7 @@
 #include <set>
 #include <string>
 
+#include "index/tests_answer.h"
 #include "indexer/languages/neighbour_fqns.h"
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
@@ -57,12 +58,12 @@ TEST(CExtraction, SymbolsCallersAndTests) {
   EXPECT_EQ(neighbour_fqns(*index, "receipt_print", index::CALLEE),
             (std::set<std::string>{"cart_total", "price_round"}));
 
-  auto tests = index->get_tests_for("src/store/cart.c");
+  auto tests = tests_answer(*index, "src/store/cart.c");
   ASSERT_EQ(tests["tests"].size(), 1u);
   EXPECT_EQ(tests["tests"][0]["path"], "test/test_cart.c");
   EXPECT_NE(tests["tests"][0]["reason"].get<std::string>().find("calls cart_add"),
             std::string::npos);
-  EXPECT_EQ(index->get_tests_for("test/test_cart.c")["total_count"], 0);
+  EXPECT_EQ(tests_answer(*index, "test/test_cart.c")["total_count"], 0);
 
   auto components = index->components_of({"src/store/cart.c", "test/test_cart.c"});
   EXPECT_EQ(components["src/store/cart.c"], "store");

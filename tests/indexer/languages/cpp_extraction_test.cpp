@@ -7,6 +7,7 @@
 #include <string>
 #include <tuple>
 
+#include "index/tests_answer.h"
 #include "indexer/languages/neighbour_fqns.h"
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/schema.h"
@@ -74,13 +75,13 @@ TEST(CppExtraction, SymbolsCallersAndTests) {
   EXPECT_EQ(neighbour_fqns(*index, "shop.round_cents", index::CALLER),
             std::set<std::string>{"shop.pay.pay_all"});
 
-  auto tests = index->get_tests_for("src/shop/cart.cpp");
+  auto tests = tests_answer(*index, "src/shop/cart.cpp");
   ASSERT_EQ(tests["tests"].size(), 1u);
   EXPECT_EQ(tests["tests"][0]["path"], "test/cart_test.cpp");
   auto reason = tests["tests"][0]["reason"].get<std::string>();
   EXPECT_NE(reason.find("calls"), std::string::npos) << reason;
   EXPECT_NE(reason.find("named after cart.cpp"), std::string::npos) << reason;
-  EXPECT_EQ(index->get_tests_for("include/shop/cart.h")["tests"].size(), 1u);
+  EXPECT_EQ(tests_answer(*index, "include/shop/cart.h")["tests"].size(), 1u);
 
   auto components = index->components_of({"src/shop/cart.cpp", "test/cart_test.cpp"});
   EXPECT_EQ(components["src/shop/cart.cpp"], "shop");

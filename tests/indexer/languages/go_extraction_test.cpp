@@ -3,6 +3,7 @@
 #include <set>
 #include <string>
 
+#include "index/tests_answer.h"
 #include "indexer/languages/neighbour_fqns.h"
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
@@ -41,7 +42,7 @@ TEST(GoExtraction, SymbolsTestsAndCallers) {
   EXPECT_EQ(neighbour_fqns(*index, "shop.Cart.Add", index::CALLEE),
             (std::set<std::string>{"shop.Cart.total", "shop.Base.Count"}));
 
-  auto tests = index->get_tests_for("shop/cart.go");
+  auto tests = tests_answer(*index, "shop/cart.go");
   ASSERT_FALSE(tests["tests"].empty());
   EXPECT_EQ(tests["tests"][0]["path"], "shop/cart_test.go");
 

@@ -4,6 +4,7 @@
 #include <set>
 #include <string>
 
+#include "index/tests_answer.h"
 #include "indexer/languages/neighbour_fqns.h"
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
@@ -44,7 +45,7 @@ TEST(JavaExtraction, SymbolsTestsAndCallers) {
   EXPECT_EQ(neighbour_fqns(*index, "com.shop.util.Prices.format", index::CALLER),
             std::set<std::string>{"com.shop.Cart.label"});
 
-  auto tests = index->get_tests_for("src/main/java/com/shop/Cart.java");
+  auto tests = tests_answer(*index, "src/main/java/com/shop/Cart.java");
   ASSERT_FALSE(tests["tests"].empty());
   EXPECT_EQ(tests["tests"][0]["path"], "src/test/java/com/shop/CartTest.java");
 

@@ -3,6 +3,7 @@
 #include <set>
 #include <string>
 
+#include "index/tests_answer.h"
 #include "indexer/languages/neighbour_fqns.h"
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
@@ -37,7 +38,7 @@ TEST(JsExtraction, SymbolsTestsAndCallers) {
   EXPECT_EQ(neighbour_fqns(*index, "lib.receipt.Receipt.print", index::CALLER),
             std::set<std::string>{"__tests__.cart.Cart.totals_the_prices"});
 
-  auto tests = index->get_tests_for("lib/cart.js");
+  auto tests = tests_answer(*index, "lib/cart.js");
   ASSERT_FALSE(tests["tests"].empty());
   EXPECT_EQ(tests["tests"][0]["path"], "__tests__/cart.js");
 }

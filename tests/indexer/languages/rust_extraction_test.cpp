@@ -4,6 +4,7 @@
 #include <set>
 #include <string>
 
+#include "index/tests_answer.h"
 #include "indexer/languages/neighbour_fqns.h"
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
@@ -52,7 +53,7 @@ TEST(RustExtraction, SymbolsTestsAndCallers) {
   EXPECT_EQ(neighbour_fqns(*index, "crate.cart.Cart.label", index::CALLEE),
             (std::set<std::string>{"crate.cart.Cart.total", "crate.price.format_price"}));
 
-  auto tests = index->get_tests_for("src/cart.rs");
+  auto tests = tests_answer(*index, "src/cart.rs");
   ASSERT_FALSE(tests["tests"].empty());
   EXPECT_EQ(tests["tests"][0]["path"], "tests/cart_test.rs");
 

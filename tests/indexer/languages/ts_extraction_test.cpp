@@ -3,6 +3,7 @@
 #include <set>
 #include <string>
 
+#include "index/tests_answer.h"
 #include "indexer/languages/neighbour_fqns.h"
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
@@ -57,7 +58,7 @@ TEST(TsExtraction, SymbolsTestsAndCallers) {
   EXPECT_EQ(neighbour_fqns(*index, "app.cart.emptyCart", index::CALLEE),
             std::set<std::string>{"app.cart.Cart"});
 
-  auto tests = index->get_tests_for("src/app/cart.ts");
+  auto tests = tests_answer(*index, "src/app/cart.ts");
   ASSERT_FALSE(tests["tests"].empty());
   EXPECT_EQ(tests["tests"][0]["path"], "src/app/cart.test.ts");
 }

@@ -1,11 +1,12 @@
+#include "orvane_tamsel/utils/query_terms.h"
+
 #include <algorithm>
 #include <cctype>
 #include <unordered_set>
 
 #include "orvane_tamsel/utils/unicode.h"
-#include "orvane_tamsel/workers/retrieval.h"
 
-namespace orvane_tamsel::workers {
+namespace orvane_tamsel::utils {
 
 namespace {
 
@@ -50,7 +51,7 @@ std::vector<std::string> sub_words(const std::string& w) {
   std::vector<std::string> out;
   std::string cur;
   auto flush = [&] {
-    if (!cur.empty()) out.push_back(utils::lower(cur));
+    if (!cur.empty()) out.push_back(lower(cur));
     cur.clear();
   };
   for (std::size_t i = 0; i < w.size(); ++i) {
@@ -74,10 +75,6 @@ std::vector<std::string> sub_words(const std::string& w) {
 }
 
 }  // namespace
-
-const std::set<std::string> RETRIEVABLE_KINDS = {
-    "class", "function",    "method", "interface", "struct", "enum",   "trait",
-    "type",  "constructor", "macro",  "namespace", "union",  "record", "object"};
 
 bool reads_as_code(const std::string& word) {
   if (!identifier_shaped(word)) return false;
@@ -112,10 +109,10 @@ std::vector<std::string> query_terms(const std::string& query) {
   auto flush = [&] {
     if (word.empty()) return;
     if (reads_as_code(word)) {
-      add(utils::lower(word));
+      add(lower(word));
       for (const auto& s : sub_words(word)) add(s);
     } else {
-      add(utils::lower(word));
+      add(lower(word));
     }
     word.clear();
   };
@@ -138,4 +135,4 @@ bool is_test_query(const std::vector<std::string>& terms) {
                      [](const std::string& t) { return TEST_WORDS.count(t) != 0; });
 }
 
-}  // namespace orvane_tamsel::workers
+}  // namespace orvane_tamsel::utils

@@ -1,0 +1,580 @@
+"""Compares the index's callers with a language server's incoming calls, corpus by corpus.
+
+Usage: callers.py --tamsel BIN [--corpus NAME ...] [--sample N] [--out DIR] [--cache DIR]
+"""
+
+import argparse
+import contextlib
+import json
+import os
+import pathlib
+import random
+import re
+import shutil
+import sqlite3
+import subprocess
+import sys
+import time
+
+import code_map
+import lsp
+
+HERE = pathlib.Path(__file__).resolve().parent
+REPO = HERE.parent.parent
+NODE_BIN = REPO / "node_modules" / ".bin"
+GOROOT_SRC = pathlib.Path("/usr/share/go-1.19/src")
+SEED = 19
+
+# name: where it comes from, its language, which server answers, how much of it is sampled.
+CORPORA = {
+    "stdlib": dict(language="python", server="pyright", source="/usr/lib/python3.11",
+                   exclude=["site-packages", "dist-packages", "config-3.11-*", "lib-dynload"]),
+    "django": dict(language="python", server="pyright",
+                   source="/usr/lib/python3/dist-packages/django", under="django"),
+    "gostd": dict(language="go", server="gopls", source=str(GOROOT_SRC),
+                  exclude=["cmd"], server_root=str(GOROOT_SRC)),
+    # Its tests import from src/ through pytest's pythonpath, which pyright does not read.
+    "shop": dict(language="python", server="pyright", source="tests/data/shop", small=True,
+                 extra_paths=["src", "tests"]),
+    "lang_go": dict(language="go", server="gopls", source="tests/data/lang_go", small=True),
+    "lang_ts": dict(language="typescript", server="tsserver", source="tests/data/lang_ts",
+                    small=True),
+    "lang_js": dict(language="javascript", server="tsserver", source="tests/data/lang_js",
+                    small=True),
+    "lang_cpp": dict(language="cpp", server="clangd", source="tests/data/lang_cpp", small=True),
+    "lang_c": dict(language="c", server="clangd", source="tests/data/lang_c", small=True),
+}
+SUFFIXES = {"python": (".py",), "go": (".go",), "typescript": (".ts", ".tsx"),
+            "javascript": (".js", ".mjs", ".cjs"), "cpp": (".cpp", ".cc", ".h", ".hpp"),
+            "c": (".c", ".h")}
+LANGUAGE_ID = {"python": "python", "go": "go", "typescript": "typescript",
+               "javascript": "javascript", "cpp": "cpp", "c": "c"}
+
+
+def log(*args):
+    print(*args, file=sys.stderr, flush=True)
+
+
+def prepare_copy(name, spec, out):
+    """A fresh copy of the corpus for the index (and the server, unless it reads the original)."""
+    root = out / name
+    if root.exists():
+        shutil.rmtree(root)
+    source = pathlib.Path(spec["source"])
+    if not source.is_absolute():
+        source = REPO / source
+    dest = root / spec.get("under", "")
+    dest.mkdir(parents=True)
+    tar = ["tar", "cf", "-", "--exclude=__pycache__", "--exclude=.tamsel"]
+    if spec["language"] == "go":
+        tar.append("--exclude=testdata")  # not Go packages: gopls does not load them
+    tar += [f"--exclude=./{e}" for e in spec.get("exclude", [])] + ["."]
+    pack = subprocess.Popen(tar, cwd=source, stdout=subprocess.PIPE)
+    subprocess.run(["tar", "xf", "-", "-C", str(dest)], stdin=pack.stdout, check=True)
+    pack.wait()
+    if spec["server"] == "clangd":
+        (root / "compile_flags.txt").write_text("-xc++\n-std=c++20\n-Iinclude\n"
+                                                if spec["language"] == "cpp" else "-Iinclude\n")
+    if spec["server"] == "tsserver":
+        # Without a project file the server sees only the open files and what they import.
+        (root / "tsconfig.json").write_text(json.dumps({"compilerOptions": {
+            "allowJs": True, "checkJs": False, "noEmit": True, "target": "es2022",
+            "module": "nodenext"}, "include": ["**/*"]}))
+    if spec["language"] == "go" and not (root / "go.mod").exists():
+        # gopls reads only go versions it knows: the local one, with no requirements.
+        (root / "go.mod").write_text("module example.com/corpus\n\ngo 1.19\n")
+    return root
+
+
+def source_files(root, spec):
+    files = []
+    for dirpath, dirnames, filenames in os.walk(root):
+        dirnames[:] = sorted(d for d in dirnames if not d.startswith(".") and d != "testdata")
+        for f in sorted(filenames):
+            if f.endswith(SUFFIXES[spec["language"]]):
+                files.append(str(pathlib.Path(dirpath, f).relative_to(root)))
+    return files
+
+
+def start_server(spec, root, out):
+    kind = spec["server"]
+    logf = open(out / f"{kind}.log", "a")
+    if kind == "pyright":
+        # A larger heap than node's default keeps pyright from dropping its type cache.
+        return lsp.Server([str(NODE_BIN / "pyright-langserver"), "--stdio"], root, log=logf,
+                          env={"NODE_OPTIONS": "--max-old-space-size=8192"},
+                          settings={"python": {"analysis": {
+                              "diagnosticMode": "openFilesOnly",
+                              "extraPaths": spec.get("extra_paths", [])}}})
+    if kind == "gopls":
+        return lsp.Server(["gopls"], root, env=go_env(spec), log=logf)
+    if kind == "tsserver":
+        return lsp.Server([str(NODE_BIN / "typescript-language-server"), "--stdio"], root,
+                          log=logf, init_options={"tsserver": {
+                              "path": str(REPO / "node_modules/typescript/lib")}})
+    if kind == "clangd":
+        return lsp.Server(["clangd", "--background-index", "-j=1"], root, log=logf)
+    raise ValueError(kind)
+
+
+class Cache:
+    """The server's answers, by corpus: they depend on the corpus and the server, not the index."""
+
+    def __init__(self, path, server_name):
+        self.path = path
+        self.data = {"server": server_name, "symbols": {}, "incoming": {}, "definition": {}}
+        if path.exists():
+            data = json.loads(path.read_text())
+            if data.get("server") == server_name:
+                self.data = data
+        self.dirty = 0
+
+    def get(self, table, key):
+        return self.data[table].get(key, "missing")
+
+    def put(self, table, key, value):
+        self.data[table][key] = value
+        self.dirty += 1
+        if self.dirty >= 10:
+            self.save()
+
+    def save(self):
+        tmp = self.path.with_suffix(".tmp")
+        tmp.write_text(json.dumps(self.data))
+        tmp.replace(self.path)
+        self.dirty = 0
+
+
+class Session:
+    """Starts the language server only when an answer is not cached."""
+
+    def __init__(self, spec, server_root, out, cache, files):
+        self.spec, self.server_root, self.out, self.cache = spec, server_root, out, cache
+        self.files = files
+        self.server = None
+        # clangd finds callers in its index of the files it has parsed: parse them all, keep them.
+        self.keep_open = spec["server"] == "clangd"
+        # gopls and pyright read unopened files from disk; opening one makes gopls type-check its
+        # package again and pyright check the whole file.
+        self.never_open = spec["server"] in ("gopls", "pyright")
+        self.probe = None  # a definition to ask until the server has found the workspace's files
+
+    def _server(self):
+        if self.server is None:
+            log(f"  starting {self.spec['server']} on {self.server_root}")
+            self.server = start_server(self.spec, self.server_root, self.out)
+            if self.keep_open:
+                for rel in self.files:
+                    path = str(self.server_root / rel)
+                    self.server.open(path, LANGUAGE_ID[self.spec["language"]])
+                    self.server.request("textDocument/documentSymbol",
+                                        {"textDocument": {"uri": lsp.uri(path)}}, 300)
+            if self.spec["server"] == "pyright" and self.probe:
+                self._wait_until_ready()
+        return self.server
+
+    def _wait_until_ready(self):
+        """pyright answers null about files it has not found yet; it looks for them at start."""
+        d = self.probe
+        deadline = time.monotonic() + 300
+        while time.monotonic() < deadline:
+            if self.server.request("textDocument/prepareCallHierarchy", {
+                    "textDocument": {"uri": lsp.uri(self.server_root / d.file)},
+                    "position": {"line": d.line, "character": d.col}}, 300):
+                return
+            time.sleep(2)
+        log(f"  {self.spec['server']} still knows nothing of {d.file} after 300 s")
+
+    @contextlib.contextmanager
+    def _opened(self, rel):
+        s = self._server()
+        path = str(self.server_root / rel)
+        if self.keep_open or self.never_open:
+            yield {"uri": lsp.uri(path)}
+            return
+        s.open(path, LANGUAGE_ID[self.spec["language"]])
+        try:
+            yield {"uri": lsp.uri(path)}
+        finally:
+            s.notify("textDocument/didClose", {"textDocument": {"uri": lsp.uri(path)}})
+
+    def _ask(self, method, rel, line, col, timeout=1800):
+        with self._opened(rel) as doc:
+            return self.server.request(method, {"textDocument": doc, "position": {
+                "line": line, "character": col}}, timeout)
+
+    def _rel(self, file_uri):
+        p = pathlib.Path(lsp.path_of(file_uri))
+        try:
+            return str(p.resolve().relative_to(self.server_root.resolve()))
+        except ValueError:
+            return None
+
+    def incoming(self, d):
+        """Call sites (file, line, column) of the definition d, or None if the server knows none."""
+        key = f"{d.file}:{d.line}:{d.col}"
+        hit = self.cache.get("incoming", key)
+        if hit != "missing":
+            return hit
+        sites = None
+        try:
+            with self._opened(d.file) as doc:
+                items = self.server.request("textDocument/prepareCallHierarchy", {
+                    "textDocument": doc, "position": {"line": d.line, "character": d.col}}, 1800)
+                calls = items and self.server.request("callHierarchy/incomingCalls",
+                                                      {"item": items[0]}, 1800)
+        except RuntimeError as e:
+            # A file outside the server's build (another platform's Go file): unknown to it.
+            if self.server.answers.get("closed"):
+                raise
+            log(f"  {d.file}:{d.line + 1}: {e}")
+            items = None
+        if items:
+            sites = []
+            for call in calls or []:
+                rel = self._rel(call["from"]["uri"])
+                for r in call.get("fromRanges") or [call["from"]["selectionRange"]]:
+                    if rel is not None:
+                        sites.append([rel, r["start"]["line"], r["start"]["character"]])
+        self.cache.put("incoming", key, sites)
+        return sites
+
+    def definition(self, rel, line, col):
+        key = f"{rel}:{line}:{col}"
+        hit = self.cache.get("definition", key)
+        if hit != "missing":
+            return hit
+        try:
+            found = self._ask("textDocument/definition", rel, line, col, 600) or []
+        except (RuntimeError, TimeoutError) as e:
+            log(f"  definition at {key}: {e}")
+            found = []
+        if isinstance(found, dict):
+            found = [found]
+        places = []
+        for loc in found:
+            target = self._rel(loc.get("uri") or loc.get("targetUri"))
+            rng = loc.get("range") or loc.get("targetSelectionRange")
+            places.append([target, rng["start"]["line"]])
+        self.cache.put("definition", key, places)
+        return places
+
+    def symbols(self, rel):
+        hit = self.cache.get("symbols", rel)
+        if hit != "missing":
+            return hit
+        with self._opened(rel) as doc:
+            found = self.server.request("textDocument/documentSymbol", {"textDocument": doc},
+                                        300) or []
+        self.cache.put("symbols", rel, found)
+        return found
+
+    def close(self):
+        self.cache.save()
+        if self.server:
+            self.server.close()
+
+
+def map_corpus(spec, files, root, session):
+    """Definitions and enclosing-function maps of every file."""
+    defs, maps, unparsed = [], {}, 0
+    for rel in files:
+        test = code_map.is_test_path(rel, spec["language"])
+        if spec["language"] == "python":
+            got = code_map.python_file(rel, (root / rel).read_text(errors="replace"), test)
+        elif spec["language"] == "go":
+            got = code_map.go_file(rel, (root / rel).read_text(errors="replace"), test)
+        else:
+            got = code_map.from_document_symbols(rel, session.symbols(rel), test,
+                                                 (root / rel).read_text(errors="replace"))
+        if got is None:
+            unparsed += 1
+            continue
+        file_defs, maps[rel] = got
+        defs += file_defs
+    return defs, maps, unparsed
+
+
+GO_ENV = {"GOPROXY": "off", "GOFLAGS": "-mod=mod", "GO111MODULE": "on", "GOTOOLCHAIN": "local"}
+
+
+def go_env(spec):
+    # The standard library's requirements are vendored; gopls reads the original tree.
+    return {**GO_ENV, "GOFLAGS": "-mod=vendor"} if spec.get("server_root") else GO_ENV
+
+
+def go_buildable(spec, root):
+    """The Go files that build here (linux/amd64): gopls knows nothing of another platform's."""
+    fmt = "{{.Dir}}" + "".join("{{range .%s}}\t{{.}}{{end}}" % k for k in
+                              ("GoFiles", "CgoFiles", "TestGoFiles", "XTestGoFiles"))
+    out = subprocess.run(["go", "list", "-e", "-f", fmt,
+                          "std" if spec.get("server_root") else "./..."],
+                         cwd=root, capture_output=True, text=True, check=True,
+                         env={**os.environ, **go_env(spec)}).stdout
+    files = set()
+    for line in out.splitlines():
+        folder, *names = line.split("\t")
+        rel = os.path.relpath(folder, root)
+        files |= {os.path.normpath(os.path.join(rel, n)) for n in names}
+    return files
+
+
+def sample(defs, n):
+    """A seeded random sample of product definitions, fixed by the corpus alone.
+
+    In the order drawn: a smaller n draws the first n of a larger one.
+    """
+    pool = [d for d in defs if d.sampled and not d.test and "/vendor/" not in f"/{d.file}"]
+    pool.sort(key=lambda d: (d.file, d.line))
+    if n <= 0 or n >= len(pool):
+        return pool, len(pool)
+    return random.Random(SEED).sample(pool, n), len(pool)
+
+
+def index_callers(db, d):
+    """Call sites (file, 0-based line) that the index links to d; None if it has no such symbol."""
+    row = db.execute(
+        "SELECT s.id FROM symbols s JOIN files f ON f.id = s.file_id WHERE f.path = ? AND "
+        "s.name = ? AND s.start_line <= ? AND s.end_line >= ? AND s.kind NOT IN "
+        "('class', 'module', 'struct', 'interface', 'enum', 'trait', 'namespace') "
+        "ORDER BY s.start_line DESC LIMIT 1", (d.file, d.name, d.line + 1, d.line + 1)).fetchone()
+    if row is None:
+        return None
+    return [(path, line - 1) for path, line in db.execute(
+        "SELECT f.path, e.line FROM edges e JOIN files f ON f.id = e.file_id "
+        "WHERE e.callee_id = ?", (row[0],))]
+
+
+def reaches(places, d):
+    return any(target == d.file and d.start <= line <= d.end for target, line in places)
+
+
+def is_call(root, rel, line, col):
+    """Whether the name at (line, col) is called there: followed by ( or by [types](."""
+    try:
+        text = (root / rel).read_text(errors="replace").split("\n")[line][col:]
+    except (IndexError, OSError):
+        return True
+    return re.match(r"\w+\s*(\[[^\]]*\]\s*)?\(", text) is not None
+
+
+def direct_sites(session, d, sites, root):
+    """The server's call sites that call d itself, with how many were left out and why.
+
+    gopls lists every reference, not only calls (a function passed as a value), and also calls
+    through an interface method that d implements: dynamic dispatch, which no static index links.
+    Both are counted apart; a site counts when it is a call and its go-to-definition reaches d.
+    """
+    if session.spec["server"] != "gopls":
+        return sites, 0, 0
+    calls = [s for s in sites if is_call(root, *s)]
+    kept = [s for s in calls if (places := session.definition(*s)) == [] or reaches(places, d)]
+    return kept, len(calls) - len(kept), len(sites) - len(calls)
+
+
+def pair(maps, rel, line):
+    m = maps.get(rel)
+    return (rel, m.enclosing(line) if m else "<unmapped>")
+
+
+def confirm(session, d, sites, root):
+    """'yes' when go-to-definition at one of the sites reaches d, 'no' when it reaches elsewhere
+    in the corpus."""
+    verdict = "unknown"
+    for rel, line in sites:
+        try:
+            text = (root / rel).read_text(errors="replace").split("\n")[line]
+        except (IndexError, OSError):
+            continue
+        for m in re.finditer(r"\b" + re.escape(d.name) + r"\b", text):
+            places = session.definition(rel, line, m.start())
+            if reaches(places, d):
+                return "yes"
+            # A definition outside the corpus (a stub of pyright's own) neither confirms nor refutes.
+            if any(target is not None for target, _ in places):
+                verdict = "no"
+    return verdict
+
+
+def explore_tests(tamsel, root, db, d, test_sites):
+    """Whether 'tests for NAME' names d and lists a test that calls it.
+
+    A listed test counts when one of d's call sites in test code lies within the test's extent
+    as the index records it.
+    """
+    out = subprocess.run([tamsel, "explore", "--repo", str(root), f"tests for {d.name}"],
+                         capture_output=True, text=True, timeout=120)
+    try:
+        answer = json.loads(out.stdout)
+    except json.JSONDecodeError:
+        return False
+    symbols = answer.get("symbols") or []
+    if not symbols or symbols[0].get("file") != d.file or \
+            not d.start <= symbols[0].get("line", 0) - 1 <= d.end:
+        return False
+    for t in answer.get("tests") or []:
+        row = db.execute("SELECT max(s.end_line) FROM symbols s JOIN files f ON f.id = s.file_id "
+                         "WHERE f.path = ? AND s.start_line = ?", (t.get("file"), t.get("line")))
+        end = (row.fetchone() or [None])[0] or t.get("line", 0)
+        if any(f == t.get("file") and t.get("line", 0) <= line + 1 <= end
+               for f, line in test_sites):
+            return True
+    return False
+
+
+def ratio(a, b):
+    return f"{a / b:.2f}" if b else "-"
+
+
+def measure(name, spec, args):
+    t0 = time.monotonic()
+    root = prepare_copy(name, spec, args.out)
+    server_root = pathlib.Path(spec.get("server_root", root))
+    files = source_files(root, spec)
+    cache = Cache(args.cache / f"{name}.json", spec["server"])
+    session = Session(spec, server_root, args.out, cache, files)
+    try:
+        defs, maps, unparsed = map_corpus(spec, files, root, session)
+        n = 0 if spec.get("small") else args.sample
+        candidates, buildable = defs, None
+        if spec["language"] == "go":
+            buildable = go_buildable(spec, server_root)
+            candidates = [d for d in defs if d.file in buildable]
+        chosen, pool = sample(candidates, n)
+        session.probe = chosen[0] if chosen else None
+        log(f"== {name}: {len(files)} files ({unparsed} unparsed), {pool} product definitions, "
+            f"{len(chosen)} sampled")
+        for i, d in enumerate(chosen):
+            if cache.get("incoming", f"{d.file}:{d.line}:{d.col}") == "missing":
+                t = time.monotonic()
+                sites = session.incoming(d)
+                if sites:
+                    direct_sites(session, d, sites, root)
+                log(f"  [{i + 1}/{len(chosen)}] {d.file}:{d.line + 1} {d.label}: "
+                    f"{'-' if sites is None else len(sites)} sites, {time.monotonic() - t:.1f} s")
+        cache.save()
+        if args.server_only:
+            return None
+        subprocess.run([args.tamsel, "index", "--repo", str(root)], check=True,
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        db = sqlite3.connect(root / ".tamsel" / "index.db")
+        names = {d.name for d in chosen}
+        counts = {n: sum(1 for d in defs if d.name == n and not d.declaration) for n in names}
+        s = dict(defs=len(chosen), unknown_server=0, unknown_index=0, truth=0, found=0,
+                 truth_test=0, found_test=0, index_pairs=0, confirmed=0, refuted=0,
+                 unconfirmed=0, once=0, once_ok=0, dispatched=0, not_calls=0,
+                 other_platform=0)
+        extras, misses, missed = [], [], []
+        for d in chosen:
+            sites = session.incoming(d)
+            got = index_callers(db, d)
+            if sites is None:
+                s["unknown_server"] += 1
+                continue
+            if got is None:
+                s["unknown_index"] += 1
+                got = []
+            sites, dispatched, not_calls = direct_sites(session, d, list(sites), root)
+            s["dispatched"] += dispatched
+            s["not_calls"] += not_calls
+            if buildable is not None:
+                # Files for another platform are outside gopls's view: neither side counts them.
+                s["other_platform"] += sum(1 for f, _ in got if f not in buildable)
+                got = [(f, l) for f, l in got if f in buildable]
+            truth = {pair(maps, f, l) for f, l, _ in sites}
+            by_pair = {}
+            for f, l in got:
+                by_pair.setdefault(pair(maps, f, l), []).append((f, l))
+            for p, where in by_pair.items():
+                if p in truth:
+                    continue
+                verdict = confirm(session, d, where, root)
+                if verdict == "yes":
+                    truth.add(p)
+                    sites += [[f, l, 0] for f, l in where]
+                    s["confirmed"] += 1
+                    extras.append(("confirmed", d, p, where[0][1] + 1))
+                else:
+                    s["refuted" if verdict == "no" else "unconfirmed"] += 1
+                    extras.append(("refuted" if verdict == "no" else "unconfirmed", d, p,
+                                   where[0][1] + 1))
+            found = truth & set(by_pair)
+            missed += [(d, p) for p in sorted(truth - found)]
+            tests = {p for p in truth if code_map.is_test_path(p[0], spec["language"])}
+            s["truth"] += len(truth)
+            s["found"] += len(found)
+            s["truth_test"] += len(tests)
+            s["found_test"] += len(found & tests)
+            s["index_pairs"] += len(by_pair)
+            if tests and counts[d.name] == 1:
+                s["once"] += 1
+                test_sites = [(f, l) for f, l, _ in sites
+                              if code_map.is_test_path(f, spec["language"])]
+                ok = explore_tests(args.tamsel, root, db, d, test_sites)
+                s["once_ok"] += ok
+                if not ok:
+                    misses.append(d)
+        cache.save()
+        s["seconds"] = round(time.monotonic() - t0, 1)
+        s["pool"] = pool
+        with open(args.out / f"{name}.details.txt", "w") as f:
+            for verdict, d, p, line in extras:
+                f.write(f"extra {verdict}\t{d.file}:{d.line + 1} {d.label}\t<- {p[0]}:{line} "
+                        f"{p[1]}\n")
+            for d, p in missed:
+                f.write(f"missed\t{d.file}:{d.line + 1} {d.label}\t<- {p[0]} {p[1]}\n")
+            for d in misses:
+                f.write(f"tests route misses\t{d.file}:{d.line + 1} {d.label}\n")
+        return s
+    finally:
+        session.close()
+
+
+def report(name, spec, s):
+    tp = s["found"]
+    product = s["truth"] - s["truth_test"]
+    return (f"| {name} | {spec['server']} | {s['defs']} of {s['pool']} | {s['truth']} | "
+            f"{ratio(tp, s['truth'])} | {ratio(tp - s['found_test'], product)} | "
+            f"{ratio(s['found_test'], s['truth_test'])} ({s['truth_test']}) | "
+            f"{ratio(tp, tp + s['refuted'])} | {ratio(tp, s['index_pairs'])} | "
+            f"{s['confirmed']}/{s['refuted']}/{s['unconfirmed']} | "
+            f"{s['once_ok']}/{s['once']} | {s['unknown_server']}/{s['unknown_index']} | "
+            f"{s['dispatched']} / {s['not_calls']} / {s['other_platform']} | {s['seconds']} |")
+
+
+def main():
+    ap = argparse.ArgumentParser(description=__doc__)
+    ap.add_argument("--tamsel", default=str(REPO / "build" / "tamsel"))
+    ap.add_argument("--corpus", action="append", choices=list(CORPORA))
+    ap.add_argument("--sample", type=int, default=150)
+    ap.add_argument("--out", type=pathlib.Path, default=REPO / "bench" / "out" / "callers")
+    # Shared by every checkout: the answers do not depend on the index under test.
+    ap.add_argument("--cache", type=pathlib.Path, default=pathlib.Path("/tmp/tamsel-callers-cache"))
+    ap.add_argument("--server-only", action="store_true",
+                    help="only fill the cache of the language servers' answers")
+    args = ap.parse_args()
+    args.tamsel = str(pathlib.Path(args.tamsel).resolve())
+    args.out.mkdir(parents=True, exist_ok=True)
+    args.cache.mkdir(parents=True, exist_ok=True)
+    names = args.corpus or list(CORPORA)
+    rows = []
+    for name in names:
+        s = measure(name, CORPORA[name], args)
+        if s:
+            rows.append(report(name, CORPORA[name], s))
+            log(rows[-1])
+    if rows:
+        print("| corpus | server | sampled of product defs | callers (server + confirmed) | "
+              "recall | product | in tests (callers) | precision | strict precision | "
+              "extras confirmed/refuted/unconfirmed | tests route | unknown to server/index | "
+              "left out: through an interface / not a call / other platform | seconds |")
+        print("| --- " * 14 + "|")
+        print("\n".join(rows))
+        cmd = ["bench/callers/run", "--tamsel", args.tamsel, "--sample", str(args.sample)]
+        for n in names:
+            cmd += ["--corpus", n]
+        print(f"\nreproduce: {' '.join(cmd)}")
+
+
+if __name__ == "__main__":
+    main()

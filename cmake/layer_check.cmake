@@ -1,0 +1,67 @@
+# Fails when a source file includes a higher layer than its own, as docs/architecture.md draws
+# them: utils < index < indexer < workers < tool_handlers, tool_registry, mcp_responses < server,
+# cli. The SQLite side of index/ (sqlite_*, schema, stats, memory_store) is reached only by index/,
+# the indexer that writes it, and server/ and cli/ that construct it; SQLite itself only below
+# workers.
+# Usage: cmake -DSOURCE_DIR=<checkout>/src/orvane_tamsel -P cmake/layer_check.cmake
+
+if(NOT SOURCE_DIR)
+  message(FATAL_ERROR "layer check: pass -DSOURCE_DIR=<checkout>/src/orvane_tamsel")
+endif()
+
+# The layer of a path under src/orvane_tamsel; -1 when no layer is drawn for it.
+function(layer_of path out)
+  if(path MATCHES "^utils/")
+    set(layer 0)
+  elseif(path MATCHES "^index/")
+    set(layer 1)
+  elseif(path MATCHES "^indexer/")
+    set(layer 2)
+  elseif(path MATCHES "^workers/")
+    set(layer 3)
+  elseif(path MATCHES "^(tool_handlers/|tool_registry\\.|mcp_responses\\.)")
+    set(layer 4)
+  elseif(path MATCHES "^(server|cli)/")
+    set(layer 5)
+  else()
+    set(layer -1)
+  endif()
+  set(${out} ${layer} PARENT_SCOPE)
+endfunction()
+
+set(SQLITE_SIDE "^index/(sqlite_[a-z_]*|schema|stats|memory_store)\\.h$")
+set(MAY_CONSTRUCT "^(index|indexer|server|cli)/")
+
+file(GLOB_RECURSE sources RELATIVE ${SOURCE_DIR} ${SOURCE_DIR}/*.h ${SOURCE_DIR}/*.cpp)
+set(problems "")
+set(checked 0)
+foreach(file IN LISTS sources)
+  layer_of(${file} own)
+  if(own EQUAL -1)
+    string(APPEND problems "\n  ${file}: no layer is drawn for this place")
+    continue()
+  endif()
+  math(EXPR checked "${checked} + 1")
+  file(STRINGS ${SOURCE_DIR}/${file} includes REGEX "^[ \t]*#[ \t]*include[ \t]*[<\"]")
+  foreach(line IN LISTS includes)
+    if(line MATCHES "\"orvane_tamsel/([^\"]+)\"")
+      set(target ${CMAKE_MATCH_1})
+      layer_of(${target} theirs)
+      if(theirs GREATER own)
+        string(APPEND problems "\n  ${file} includes ${target}, a higher layer")
+      elseif(target MATCHES "${SQLITE_SIDE}" AND NOT file MATCHES "${MAY_CONSTRUCT}")
+        string(APPEND problems "\n  ${file} includes ${target}: reach the index through its ports")
+      endif()
+    elseif(line MATCHES "<sqlite3\\.h>" AND own GREATER 2)
+      string(APPEND problems "\n  ${file} includes sqlite3.h: reach the index through its ports")
+    endif()
+  endforeach()
+endforeach()
+
+if(checked EQUAL 0)
+  message(FATAL_ERROR "layer check: no sources under ${SOURCE_DIR}")
+endif()
+if(problems)
+  message(FATAL_ERROR "layer check: includes that point up or around the ports:${problems}")
+endif()
+message(STATUS "layer check: ${checked} files, every include points down")

@@ -1,0 +1,17 @@
+#include "orvane_tamsel/workers/embedder.h"
+
+#include <cmath>
+
+namespace orvane_tamsel::workers::detail {
+
+double cosine(const std::vector<float>& a, const std::vector<float>& b) {
+  double dot = 0, na = 0, nb = 0;
+  for (std::size_t i = 0; i < a.size() && i < b.size(); ++i) {
+    dot += static_cast<double>(a[i]) * b[i];
+    na += static_cast<double>(a[i]) * a[i];
+    nb += static_cast<double>(b[i]) * b[i];
+  }
+  return na > 0 && nb > 0 ? dot / std::sqrt(na * nb) : 0.0;
+}
+
+}  // namespace orvane_tamsel::workers::detail
