@@ -5,11 +5,13 @@ import { results } from './harness.mjs';
 import sdkClientTest from './sdk_client.test.mjs';
 import stdioBadInputTest from './stdio_bad_input.test.mjs';
 import loadTest from './load.test.mjs';
+import progressTest from './progress.test.mjs';
 
 const binary = resolve(process.argv[2] ?? 'build/tamsel');
 const sourceDir = resolve(dirname(fileURLToPath(import.meta.url)), '..', '..');
 const only = process.argv.slice(3);
-const all = [['stdio bad input', stdioBadInputTest], ['sdk client', sdkClientTest], ['load', loadTest]];
+const all = [['stdio bad input', stdioBadInputTest], ['sdk client', sdkClientTest], ['load', loadTest],
+  ['progress', progressTest]];
 for (const [name, test] of all.filter(([name]) => only.length === 0 || only.includes(name))) {
   try {
     await test(binary, sourceDir);

@@ -1,7 +1,7 @@
 // The server through the official MCP client: lifecycle, tool schemas, every tool and action,
 // the next steps of explore answers, and a file edited between two calls.
-import { appendFileSync } from 'node:fs';
-import { join } from 'node:path';
+import { appendFileSync, readFileSync } from 'node:fs';
+import { dirname, join } from 'node:path';
 import { Client } from '@modelcontextprotocol/sdk/client/index.js';
 import { StdioClientTransport } from '@modelcontextprotocol/sdk/client/stdio.js';
 import { check, repositoryCopy, skip } from './harness.mjs';
@@ -20,13 +20,23 @@ async function call(client, name, args) {
   return { isError: result.isError === true, answer, text };
 }
 
+// The server entry of the README's client configuration, for a repository, with the binary's
+// folder first on PATH (where the install step puts it).
+function readmeServer(sourceDir, binary, repoDir) {
+  const readme = readFileSync(join(sourceDir, 'README.md'), 'utf8');
+  const block = readme.match(/```json\n([^`]*mcpServers[^`]*)```/);
+  check(block !== null, 'the README has an mcpServers entry');
+  const entry = JSON.parse(block?.[1] ?? '{"mcpServers":{"tamsel":{"args":[]}}}').mcpServers.tamsel;
+  return {
+    command: entry.command,
+    args: entry.args.map((a) => (a === '/path/to/repository' ? repoDir : a)),
+    env: { ...process.env, PATH: `${dirname(binary)}:${process.env.PATH}` },
+  };
+}
+
 export default async function sdkClientTest(binary, sourceDir) {
   const repo = repositoryCopy(sourceDir, 'serve_shop');
-  const transport = new StdioClientTransport({
-    command: binary,
-    args: ['serve', '--repo', repo.dir],
-    stderr: 'pipe',
-  });
+  const transport = new StdioClientTransport({ ...readmeServer(sourceDir, binary, repo.dir), stderr: 'pipe' });
   const client = new Client({ name: 'tamsel-sdk-test', version: '1.0.0' });
   try {
     await client.connect(transport);

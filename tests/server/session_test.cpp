@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 #include "orvane_tamsel/server/framing.h"
 #include "orvane_tamsel/server/session.h"
@@ -168,6 +170,50 @@ TEST(LineSplitter, SplitsLinesAndSkipsOversizedOnesWithoutLosingTheNext) {
   split.finish();
   EXPECT_EQ(lines, (std::vector<std::string>{"ab", "cdef", "ok", "last"}));
   EXPECT_EQ(oversized, 1);
+}
+
+// Reports work in steps while a call waits, one of them going backwards.
+class ProgressHost : public ToolHost {
+ public:
+  Json call_tool(const std::string&, const Json&) override {
+    for (auto [done, total] : {std::pair{0, 0}, {5, 10}, {3, 10}, {10, 10}}) {
+      if (sink) sink(done, total, "indexing");
+    }
+    return Json{{"ok", true}};
+  }
+  void report_progress(ProgressSink s) override { sink = std::move(s); }
+  std::string indexed_at() const override { return "2026-01-31T12:00:00Z"; }
+  ProgressSink sink;
+};
+
+TEST(Session, ACallWithAProgressTokenHearsHowTheIndexGrowsAndWhenItWasUpdated) {
+  ProgressHost host;
+  std::vector<Json> notes;
+  Session s(host, [&](const std::string& line) { notes.push_back(Json::parse(line)); });
+  reply(s, INIT);
+  for (const Json& token : {Json("t-1"), Json(7)}) {
+    notes.clear();
+    auto r = call(
+        s,
+        {{"name", "files"}, {"arguments", Json::object()}, {"_meta", {{"progressToken", token}}}});
+    EXPECT_EQ(r["result"]["_meta"][INDEXED_AT_META], "2026-01-31T12:00:00Z");
+    ASSERT_EQ(notes.size(), 3U);  // the step backwards is not sent
+    std::vector<int> progress;
+    for (const auto& n : notes) {
+      EXPECT_EQ(n["method"], "notifications/progress");
+      EXPECT_FALSE(n.contains("id"));
+      EXPECT_EQ(n["params"]["progressToken"], token);
+      progress.push_back(n["params"]["progress"].get<int>());
+    }
+    EXPECT_EQ(progress, (std::vector<int>{0, 5, 10}));
+    EXPECT_FALSE(notes[0]["params"].contains("total"));
+    EXPECT_EQ(notes[1]["params"]["total"], 10);
+    EXPECT_FALSE(host.sink);  // nothing is reported once the call is answered
+  }
+  notes.clear();
+  call(s, {{"name", "files"}, {"arguments", Json::object()}});
+  call(s, {{"name", "files"}, {"_meta", {{"progressToken", Json::array()}}}});
+  EXPECT_TRUE(notes.empty());
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "orvane_tamsel/cli/commands.h"
+#include "orvane_tamsel/index/index_folder.h"
 #include "orvane_tamsel/indexer/indexer.h"
 #include "orvane_tamsel/indexer/parse_floor.h"
 
@@ -65,6 +66,7 @@ void add_index_command(CLI::App& app, Action& action) {
       indexer::IndexOptions options;
       options.max_file_size = args->max_file_size;
       try {
+        index::ensure_index_folder(root);
         auto report = indexer::update_index(
             root, options, [terminal](const indexer::Progress& p) { show_progress(p, terminal); });
         std::cerr << indexer::summary_line(report) << "\n";

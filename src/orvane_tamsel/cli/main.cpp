@@ -1,4 +1,4 @@
-// tamsel: index a repository, answer a query about it, or serve the tools over MCP stdio.
+// tamsel: index a repository, call its tools from the shell, or serve them over MCP stdio.
 
 #include <exception>
 #include <iostream>
@@ -18,7 +18,8 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   orvane_tamsel::cli::Action action;
   orvane_tamsel::cli::add_index_command(app, action);
-  orvane_tamsel::cli::add_explore_command(app, action);
+  orvane_tamsel::cli::add_tool_commands(app, action);
+  orvane_tamsel::cli::add_status_command(app, action);
   orvane_tamsel::cli::add_serve_command(app, action);
   try {
     app.parse(argc, argv);

@@ -5,6 +5,7 @@
 #include <spdlog/spdlog.h>
 
 #include "orvane_tamsel/cli/commands.h"
+#include "orvane_tamsel/index/index_folder.h"
 #include "orvane_tamsel/server/stdio_server.h"
 
 namespace orvane_tamsel::cli {
@@ -25,11 +26,11 @@ int run_serve(const ServeArgs& args) {
   }
   auto logger = spdlog::default_logger();
   if (args.log_file) {
-    std::filesystem::create_directories(root / ".tamsel", ec);
     try {
+      index::ensure_index_folder(root);
       logger->sinks().push_back(std::make_shared<spdlog::sinks::basic_file_sink_mt>(
           (root / ".tamsel" / "server.log").string()));
-    } catch (const spdlog::spdlog_ex& e) {
+    } catch (const std::exception& e) {
       std::cerr << "tamsel serve: cannot write the log file: " << e.what() << "\n";
       return 1;
     }

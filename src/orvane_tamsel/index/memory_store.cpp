@@ -6,6 +6,7 @@
 
 #include <sqlite3.h>
 
+#include "orvane_tamsel/index/index_folder.h"
 #include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/utils/query_terms.h"
 
@@ -70,7 +71,7 @@ std::string unreadable(const std::filesystem::path& file, const std::exception& 
 MemoryStore::MemoryStore(const std::filesystem::path& repository_root)
     : file_(repository_root / ".tamsel" / "memories.db") {
   try {
-    std::filesystem::create_directories(file_.parent_path());
+    ensure_index_folder(repository_root);
     db_ = std::make_unique<Database>(file_, Database::Mode::write);
     db_->exec(SCHEMA);
   } catch (const std::exception& e) {

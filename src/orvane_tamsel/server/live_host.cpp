@@ -3,9 +3,11 @@
 #include <sys/stat.h>
 
 #include <chrono>
+#include <ctime>
 
 #include <spdlog/spdlog.h>
 
+#include "orvane_tamsel/index/index_folder.h"
 #include "orvane_tamsel/index/schema.h"
 #include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
@@ -18,6 +20,12 @@
 namespace orvane_tamsel::server {
 
 namespace {
+
+std::int64_t now_seconds() {
+  return std::chrono::duration_cast<std::chrono::seconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
 
 std::uint64_t inode_of(const std::filesystem::path& file) {
   struct stat st {};
@@ -39,6 +47,8 @@ void LiveHost::start() {
       index_at_start();
     } catch (...) {
       start_error_ = std::current_exception();
+      std::lock_guard lock(progress_mutex_);
+      latest_.indexing = false;
     }
   });
 }
@@ -50,12 +60,22 @@ void LiveHost::finish() {
 void LiveHost::index_at_start() {
   using Clock = std::chrono::steady_clock;
   auto last = Clock::now();
-  auto report = indexer::update_index(root_, {}, [&last](const indexer::Progress& p) {
+  index::ensure_index_folder(root_);
+  progress(0, 0, "looking for the files to index");
+  auto report = indexer::update_index(root_, {}, [this, &last](const indexer::Progress& p) {
     auto now = Clock::now();
     if (now - last < std::chrono::milliseconds(500) && p.done != p.total) return;
     last = now;
     spdlog::info("serve: indexing {}/{} {}", p.done, p.total, p.path);
+    progress(p.done, p.total,
+             "indexing " + std::to_string(p.done) + "/" + std::to_string(p.total) + " files");
   });
+  updated_at_ = now_seconds();
+  progress(report.indexed, report.indexed, "indexed " + std::to_string(report.indexed) + " files");
+  {
+    std::lock_guard lock(progress_mutex_);
+    latest_.indexing = false;
+  }
   spdlog::info("serve: {}", indexer::summary_line(report));
   watch_.arm(report.folders);
   index_inode_ = inode_of(index::index_file(root_));
@@ -78,6 +98,7 @@ void LiveHost::refresh() {
   if (watch_.quiet() && !indexer::marked_damaged(root_)) return reopen_if_replaced();
   try {
     auto report = indexer::update_index(root_);
+    updated_at_ = now_seconds();
     watch_.arm(report.folders);
     if (report.parsed > 0 || report.removed > 0) {
       spdlog::info("serve: refreshed: {}", indexer::summary_line(report));
@@ -89,6 +110,28 @@ void LiveHost::refresh() {
     spdlog::warn("serve: the index could not be brought up to date: {}", e.what());
   }
   reopen_if_replaced();
+}
+
+void LiveHost::progress(std::int64_t done, std::int64_t total, const std::string& message) {
+  std::lock_guard lock(progress_mutex_);
+  latest_ = {done, total, message, true};
+  if (progress_) progress_(done, total, message);
+}
+
+void LiveHost::report_progress(ProgressSink sink) {
+  std::lock_guard lock(progress_mutex_);
+  progress_ = std::move(sink);
+  if (progress_ && latest_.indexing) progress_(latest_.done, latest_.total, latest_.message);
+}
+
+std::string LiveHost::indexed_at() const {
+  std::time_t t = updated_at_;
+  if (t == 0) return {};
+  std::tm tm{};
+  ::gmtime_r(&t, &tm);
+  char text[32];
+  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &tm);
+  return text;
 }
 
 Json LiveHost::call_tool(const std::string& name, const Json& arguments) {

@@ -2,6 +2,7 @@
 // The tools of one repository, kept warm and fresh between calls: the index is brought up to date
 // before each call and the retriever is rebuilt only when the index changed.
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <exception>
@@ -29,6 +30,9 @@ class LiveHost : public ToolHost {
   void finish();
 
   Json call_tool(const std::string& name, const Json& arguments) override;
+  // Progress of the first index, while it is built: the latest at once, then as it goes.
+  void report_progress(ProgressSink sink) override;
+  std::string indexed_at() const override;
 
  private:
   void index_at_start();
@@ -36,6 +40,7 @@ class LiveHost : public ToolHost {
   // Opens the index again when a writer replaced its file (a rebuild), which the open connection
   // would never see.
   void reopen_if_replaced();
+  void progress(std::int64_t done, std::int64_t total, const std::string& message);
 
   std::filesystem::path root_;
   std::thread indexing_;
@@ -46,6 +51,16 @@ class LiveHost : public ToolHost {
   std::unique_ptr<index::MemoryStore> memories_;
   ChangeWatch watch_;
   bool started_ = false;
+  std::mutex progress_mutex_;
+  ProgressSink progress_;
+  // The latest progress of the first index, told at once to a sink that arrives meanwhile.
+  struct {
+    std::int64_t done = 0, total = 0;
+    std::string message;
+    bool indexing = false;
+  } latest_;
+  // When the last update of the index finished (seconds since the epoch; 0 before the first).
+  std::atomic<std::int64_t> updated_at_{0};
 };
 
 }  // namespace orvane_tamsel::server

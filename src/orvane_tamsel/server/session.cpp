@@ -231,7 +231,11 @@ Json Session::tools_call(const Json& id, const Json& params) {
     return text_result(tool_result_text(tool_handlers::error_answer(e)), true);
   }
   try {
-    return text_result(tool_result_text(host_.call_tool(name, arguments)), false);
+    Json result = text_result(tool_result_text(call_with_progress(name, arguments, params)), false);
+    if (auto when = host_.indexed_at(); !when.empty()) {
+      result["_meta"] = Json{{INDEXED_AT_META, when}};
+    }
+    return result;
   } catch (const tool_handlers::ToolError& e) {
     return text_result(tool_result_text(tool_handlers::error_answer(e)), true);
   } catch (const tool_handlers::InvalidArguments& e) {
@@ -243,6 +247,39 @@ Json Session::tools_call(const Json& id, const Json& params) {
     answer["hint"] = "try again; if it keeps failing, rebuild the index with `tamsel index`";
     return text_result(tool_result_text(answer), true);
   }
+}
+
+Json Session::call_with_progress(const std::string& name, const Json& arguments,
+                                 const Json& params) {
+  auto meta = params.find("_meta");
+  const Json* token = nullptr;
+  if (meta != params.end() && meta->is_object()) {
+    auto it = meta->find("progressToken");
+    if (it != meta->end() && (it->is_string() || it->is_number_integer())) token = &*it;
+  }
+  if (token == nullptr || !notify_) return host_.call_tool(name, arguments);
+  // The progress of one token only ever grows.
+  auto last = std::make_shared<std::int64_t>(-1);
+  host_.report_progress([this, token = *token, last](std::int64_t done, std::int64_t total,
+                                                     const std::string& message) {
+    if (done <= *last) return;
+    *last = done;
+    Json params = Json::object();
+    params["progressToken"] = token;
+    params["progress"] = done;
+    if (total > 0) params["total"] = total;
+    if (!message.empty()) params["message"] = message;
+    Json note = Json::object();
+    note["jsonrpc"] = "2.0";
+    note["method"] = "notifications/progress";
+    note["params"] = std::move(params);
+    notify_(wire_text(note));
+  });
+  struct Stop {
+    ToolHost& host;
+    ~Stop() { host.report_progress({}); }
+  } stop{host_};
+  return host_.call_tool(name, arguments);
 }
 
 }  // namespace orvane_tamsel::server

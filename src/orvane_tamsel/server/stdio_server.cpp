@@ -73,7 +73,11 @@ class Inbox {
   bool closed_ = false, stopped_ = false;
 };
 
+// Replies come from the worker, progress notifications from the indexing thread.
+std::mutex output_mutex;
+
 bool write_line(const std::string& text) {
+  std::lock_guard lock(output_mutex);
   std::string out = text + "\n";
   std::size_t done = 0;
   while (done < out.size()) {
@@ -140,7 +144,7 @@ int serve_stdio(const std::filesystem::path& root) {
 
   LiveHost host(root);
   host.start();
-  Session session(host);
+  Session session(host, [](const std::string& line) { write_line(line); });
   Inbox inbox;
   std::thread reader(read_input, std::ref(inbox), std::ref(session), signal_fd, wake[0]);
   spdlog::info("serve: serving {}", root.string());
