@@ -55,49 +55,49 @@ def log(*args):
     print(*args, file=sys.stderr, flush=True)
 
 
-def prepare_copy(name, spec, out):
+def prepare_copy(name, corpus_def, out):
     """A fresh copy of the corpus for the index (and the server, unless it reads the original)."""
     root = out / name
     if root.exists():
         shutil.rmtree(root)
-    source = pathlib.Path(spec["source"])
+    source = pathlib.Path(corpus_def["source"])
     if not source.is_absolute():
         source = REPO / source
-    dest = root / spec.get("under", "")
+    dest = root / corpus_def.get("under", "")
     dest.mkdir(parents=True)
     tar = ["tar", "cf", "-", "--exclude=__pycache__", "--exclude=.tamsel"]
-    if spec["language"] == "go":
+    if corpus_def["language"] == "go":
         tar.append("--exclude=testdata")  # not Go packages: gopls does not load them
-    tar += [f"--exclude=./{e}" for e in spec.get("exclude", [])] + ["."]
+    tar += [f"--exclude=./{e}" for e in corpus_def.get("exclude", [])] + ["."]
     pack = subprocess.Popen(tar, cwd=source, stdout=subprocess.PIPE)
     subprocess.run(["tar", "xf", "-", "-C", str(dest)], stdin=pack.stdout, check=True)
     pack.wait()
-    if spec["server"] == "clangd":
+    if corpus_def["server"] == "clangd":
         (root / "compile_flags.txt").write_text("-xc++\n-std=c++20\n-Iinclude\n"
-                                                if spec["language"] == "cpp" else "-Iinclude\n")
-    if spec["server"] == "tsserver":
+                                                if corpus_def["language"] == "cpp" else "-Iinclude\n")
+    if corpus_def["server"] == "tsserver":
         # Without a project file the server sees only the open files and what they import.
         (root / "tsconfig.json").write_text(json.dumps({"compilerOptions": {
             "allowJs": True, "checkJs": False, "noEmit": True, "target": "es2022",
             "module": "nodenext"}, "include": ["**/*"]}))
-    if spec["language"] == "go" and not (root / "go.mod").exists():
+    if corpus_def["language"] == "go" and not (root / "go.mod").exists():
         # gopls reads only go versions it knows: the local one, with no requirements.
         (root / "go.mod").write_text("module example.com/corpus\n\ngo 1.19\n")
     return root
 
 
-def source_files(root, spec):
+def source_files(root, corpus_def):
     files = []
     for dirpath, dirnames, filenames in os.walk(root):
         dirnames[:] = sorted(d for d in dirnames if not d.startswith(".") and d != "testdata")
         for f in sorted(filenames):
-            if f.endswith(SUFFIXES[spec["language"]]):
+            if f.endswith(SUFFIXES[corpus_def["language"]]):
                 files.append(str(pathlib.Path(dirpath, f).relative_to(root)))
     return files
 
 
-def start_server(spec, root, out):
-    kind = spec["server"]
+def start_server(corpus_def, root, out):
+    kind = corpus_def["server"]
     logf = open(out / f"{kind}.log", "a")
     if kind == "pyright":
         # A larger heap than node's default keeps pyright from dropping its type cache.
@@ -105,9 +105,9 @@ def start_server(spec, root, out):
                           env={"NODE_OPTIONS": "--max-old-space-size=8192"},
                           settings={"python": {"analysis": {
                               "diagnosticMode": "openFilesOnly",
-                              "extraPaths": spec.get("extra_paths", [])}}})
+                              "extraPaths": corpus_def.get("extra_paths", [])}}})
     if kind == "gopls":
-        return lsp.Server(["gopls"], root, env=go_env(spec), log=logf)
+        return lsp.Server(["gopls"], root, env=go_env(corpus_def), log=logf)
     if kind == "tsserver":
         return lsp.Server([str(NODE_BIN / "typescript-language-server"), "--stdio"], root,
                           log=logf, init_options={"tsserver": {
@@ -148,28 +148,28 @@ class Cache:
 class Session:
     """Starts the language server only when an answer is not cached."""
 
-    def __init__(self, spec, server_root, out, cache, files):
-        self.spec, self.server_root, self.out, self.cache = spec, server_root, out, cache
+    def __init__(self, corpus_def, server_root, out, cache, files):
+        self.corpus_def, self.server_root, self.out, self.cache = corpus_def, server_root, out, cache
         self.files = files
         self.server = None
         # clangd finds callers in its index of the files it has parsed: parse them all, keep them.
-        self.keep_open = spec["server"] == "clangd"
+        self.keep_open = corpus_def["server"] == "clangd"
         # gopls and pyright read unopened files from disk; opening one makes gopls type-check its
         # package again and pyright check the whole file.
-        self.never_open = spec["server"] in ("gopls", "pyright")
+        self.never_open = corpus_def["server"] in ("gopls", "pyright")
         self.probe = None  # a definition to ask until the server has found the workspace's files
 
     def _server(self):
         if self.server is None:
-            log(f"  starting {self.spec['server']} on {self.server_root}")
-            self.server = start_server(self.spec, self.server_root, self.out)
+            log(f"  starting {self.corpus_def['server']} on {self.server_root}")
+            self.server = start_server(self.corpus_def, self.server_root, self.out)
             if self.keep_open:
                 for rel in self.files:
                     path = str(self.server_root / rel)
-                    self.server.open(path, LANGUAGE_ID[self.spec["language"]])
+                    self.server.open(path, LANGUAGE_ID[self.corpus_def["language"]])
                     self.server.request("textDocument/documentSymbol",
                                         {"textDocument": {"uri": lsp.uri(path)}}, 300)
-            if self.spec["server"] == "pyright" and self.probe:
+            if self.corpus_def["server"] == "pyright" and self.probe:
                 self._wait_until_ready()
         return self.server
 
@@ -183,7 +183,7 @@ class Session:
                     "position": {"line": d.line, "character": d.col}}, 300):
                 return
             time.sleep(2)
-        log(f"  {self.spec['server']} still knows nothing of {d.file} after 300 s")
+        log(f"  {self.corpus_def['server']} still knows nothing of {d.file} after 300 s")
 
     @contextlib.contextmanager
     def _opened(self, rel):
@@ -192,7 +192,7 @@ class Session:
         if self.keep_open or self.never_open:
             yield {"uri": lsp.uri(path)}
             return
-        s.open(path, LANGUAGE_ID[self.spec["language"]])
+        s.open(path, LANGUAGE_ID[self.corpus_def["language"]])
         try:
             yield {"uri": lsp.uri(path)}
         finally:
@@ -275,14 +275,14 @@ class Session:
             self.server.close()
 
 
-def map_corpus(spec, files, root, session):
+def map_corpus(corpus_def, files, root, session):
     """Definitions and enclosing-function maps of every file."""
     defs, maps, unparsed = [], {}, 0
     for rel in files:
-        test = code_map.is_test_path(rel, spec["language"])
-        if spec["language"] == "python":
+        test = code_map.is_test_path(rel, corpus_def["language"])
+        if corpus_def["language"] == "python":
             got = code_map.python_file(rel, (root / rel).read_text(errors="replace"), test)
-        elif spec["language"] == "go":
+        elif corpus_def["language"] == "go":
             got = code_map.go_file(rel, (root / rel).read_text(errors="replace"), test)
         else:
             got = code_map.from_document_symbols(rel, session.symbols(rel), test,
@@ -298,19 +298,19 @@ def map_corpus(spec, files, root, session):
 GO_ENV = {"GOPROXY": "off", "GOFLAGS": "-mod=mod", "GO111MODULE": "on", "GOTOOLCHAIN": "local"}
 
 
-def go_env(spec):
+def go_env(corpus_def):
     # The standard library's requirements are vendored; gopls reads the original tree.
-    return {**GO_ENV, "GOFLAGS": "-mod=vendor"} if spec.get("server_root") else GO_ENV
+    return {**GO_ENV, "GOFLAGS": "-mod=vendor"} if corpus_def.get("server_root") else GO_ENV
 
 
-def go_buildable(spec, root):
+def go_buildable(corpus_def, root):
     """The Go files that build here (linux/amd64): gopls knows nothing of another platform's."""
     fmt = "{{.Dir}}" + "".join("{{range .%s}}\t{{.}}{{end}}" % k for k in
                               ("GoFiles", "CgoFiles", "TestGoFiles", "XTestGoFiles"))
     out = subprocess.run(["go", "list", "-e", "-f", fmt,
-                          "std" if spec.get("server_root") else "./..."],
+                          "std" if corpus_def.get("server_root") else "./..."],
                          cwd=root, capture_output=True, text=True, check=True,
-                         env={**os.environ, **go_env(spec)}).stdout
+                         env={**os.environ, **go_env(corpus_def)}).stdout
     files = set()
     for line in out.splitlines():
         folder, *names = line.split("\t")
@@ -365,7 +365,7 @@ def direct_sites(session, d, sites, root):
     through an interface method that d implements: dynamic dispatch, which no static index links.
     Both are counted apart; a site counts when it is a call and its go-to-definition reaches d.
     """
-    if session.spec["server"] != "gopls":
+    if session.corpus_def["server"] != "gopls":
         return sites, 0, 0
     calls = [s for s in sites if is_call(root, *s)]
     kept = [s for s in calls if (places := session.definition(*s)) == [] or reaches(places, d)]
@@ -426,19 +426,19 @@ def ratio(a, b):
     return f"{a / b:.2f}" if b else "-"
 
 
-def measure(name, spec, args):
+def measure(name, corpus_def, args):
     t0 = time.monotonic()
-    root = prepare_copy(name, spec, args.out)
-    server_root = pathlib.Path(spec.get("server_root", root))
-    files = source_files(root, spec)
-    cache = Cache(args.cache / f"{name}.json", spec["server"])
-    session = Session(spec, server_root, args.out, cache, files)
+    root = prepare_copy(name, corpus_def, args.out)
+    server_root = pathlib.Path(corpus_def.get("server_root", root))
+    files = source_files(root, corpus_def)
+    cache = Cache(args.cache / f"{name}.json", corpus_def["server"])
+    session = Session(corpus_def, server_root, args.out, cache, files)
     try:
-        defs, maps, unparsed = map_corpus(spec, files, root, session)
-        n = 0 if spec.get("small") else args.sample
+        defs, maps, unparsed = map_corpus(corpus_def, files, root, session)
+        n = 0 if corpus_def.get("small") else args.sample
         candidates, buildable = defs, None
-        if spec["language"] == "go":
-            buildable = go_buildable(spec, server_root)
+        if corpus_def["language"] == "go":
+            buildable = go_buildable(corpus_def, server_root)
             candidates = [d for d in defs if d.file in buildable]
         chosen, pool = sample(candidates, n)
         session.probe = chosen[0] if chosen else None
@@ -500,7 +500,7 @@ def measure(name, spec, args):
                                    where[0][1] + 1))
             found = truth & set(by_pair)
             missed += [(d, p) for p in sorted(truth - found)]
-            tests = {p for p in truth if code_map.is_test_path(p[0], spec["language"])}
+            tests = {p for p in truth if code_map.is_test_path(p[0], corpus_def["language"])}
             s["truth"] += len(truth)
             s["found"] += len(found)
             s["truth_test"] += len(tests)
@@ -509,7 +509,7 @@ def measure(name, spec, args):
             if tests and counts[d.name] == 1:
                 s["once"] += 1
                 test_sites = [(f, l) for f, l, _ in sites
-                              if code_map.is_test_path(f, spec["language"])]
+                              if code_map.is_test_path(f, corpus_def["language"])]
                 ok = explore_tests(args.tamsel, root, db, d, test_sites)
                 s["once_ok"] += ok
                 if not ok:
@@ -530,10 +530,10 @@ def measure(name, spec, args):
         session.close()
 
 
-def report(name, spec, s):
+def report(name, corpus_def, s):
     tp = s["found"]
     product = s["truth"] - s["truth_test"]
-    return (f"| {name} | {spec['server']} | {s['defs']} of {s['pool']} | {s['truth']} | "
+    return (f"| {name} | {corpus_def['server']} | {s['defs']} of {s['pool']} | {s['truth']} | "
             f"{ratio(tp, s['truth'])} | {ratio(tp - s['found_test'], product)} | "
             f"{ratio(s['found_test'], s['truth_test'])} ({s['truth_test']}) | "
             f"{ratio(tp, tp + s['refuted'])} | {ratio(tp, s['index_pairs'])} | "
