@@ -113,21 +113,41 @@ TEST(MeaningVectors, StoredWithTheIndexAndKeptByAnUpdate) {
   auto asked = first->text_vector(weighed("salted hash"));
   EXPECT_GT(first->similarity(asked, *make_password->id), 0.5);
 
-  // An update keeps the word vectors and gives the new symbol its vector; a removed file's
-  // symbols lose theirs.
+  // An update keeps the word vectors, gives a new symbol its vector and drops a removed one's.
+  auto pattern_of = index->get_symbol_by_fqn("urls.pattern_of");
+  ASSERT_TRUE(pattern_of && pattern_of->id);
+  EXPECT_TRUE(first->symbol_rows.count(*pattern_of->id));
   repo.write("auth.py", R"(def make_password(raw):
     """Hash a raw password with a salt and return the digest."""
+
+def check_password(raw, digest):
+    """Compare a raw password with a salted hash digest."""
+
+def salt_for(user):
+    """A random salt for a password hash."""
+
+def digest_of(text):
+    """The hash digest of the text, salted."""
 
 def hash_again(digest):
     """A salted hash of a password digest, again."""
 )");
-  std::filesystem::remove(repo.root() / "urls.py");
+  repo.write("urls.py", R"(def reverse(view_name):
+    """Build the URL of a view from its name and route pattern."""
+
+def resolve(path):
+    """Find the view whose route pattern matches the URL path."""
+
+def include(patterns):
+    """Route a URL prefix to more view patterns."""
+)");
   indexer::update_index(repo.root());
   auto second = index->meaning_vectors();
   ASSERT_TRUE(second);
   EXPECT_NE(second, first);
-  EXPECT_EQ(second->word_rows.size(), first->word_rows.size());
-  EXPECT_EQ(second->symbol_ids.size(), 2U);
+  EXPECT_EQ(second->words, first->words);
+  EXPECT_EQ(second->symbol_ids.size(), 8U);
+  EXPECT_FALSE(second->symbol_rows.count(*pattern_of->id));
   auto again = index->get_symbol_by_fqn("auth.hash_again");
   ASSERT_TRUE(again && again->id);
   EXPECT_GT(second->similarity(asked, *again->id), 0.5);

@@ -128,11 +128,11 @@ constexpr double W_MEANING = 0.1;
 // question join the candidates with that alone, so a symbol that says what was asked in other
 // words can pass one that only shares a word.
 // Chosen on the tuning halves of bench/quality over 0.25, 0.5 and 1 (fusion), 0, 0.3 and 0.6
-// (rerank) and 50 or 100 candidates: every setting moved one to three questions of 82 either
+// (rerank) and 20, 50 or 100 candidates: every setting moved one to three questions of 82 either
 // way; 0.5 and 0.3 gave the most top-5 answers on both corpora (standard library 39 -> 41,
 // Django 28 -> 29) for one Django top-1 lost.
 constexpr double MEANING_WEIGHT = 0.5;
-constexpr int MEANING_CANDIDATES = 50;
+constexpr int MEANING_CANDIDATES = 20;
 // The same cosine as a rerank feature: the fused score is spread over the head, which flattens
 // what the meaning added there.
 constexpr double W_MEANING_RERANK = 0.3;
