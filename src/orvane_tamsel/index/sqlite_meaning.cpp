@@ -9,7 +9,7 @@ CREATE TABLE IF NOT EXISTS meaning_words(
   word TEXT PRIMARY KEY,
   weight REAL NOT NULL,
   vector BLOB NOT NULL) WITHOUT ROWID;
--- One row per symbol of a retrievable kind; symbol_id = symbols.id.
+-- One row per production symbol of a retrievable kind; symbol_id = symbols.id.
 CREATE TABLE IF NOT EXISTS meaning_symbols(
   symbol_id INTEGER PRIMARY KEY,
   is_test INTEGER NOT NULL,
@@ -55,6 +55,14 @@ std::shared_ptr<const MeaningVectors> load_meaning(Database& db) {
   if (!meaning_generation(db)) return nullptr;
   auto vectors = std::make_shared<MeaningVectors>();
   read_words(db, *vectors);
+  auto count = db.prepare("SELECT count(*) FROM meaning_symbols");
+  if (count.step()) {
+    auto n = static_cast<std::size_t>(count.integer(0));
+    vectors->symbol_ids.reserve(n);
+    vectors->symbol_is_test.reserve(n);
+    vectors->symbols.reserve(n * vectors->dims);
+    vectors->symbol_rows.reserve(n);
+  }
   auto st = db.prepare("SELECT symbol_id, is_test, vector FROM meaning_symbols");
   std::vector<float> row;
   while (st.step()) {
