@@ -177,3 +177,28 @@ TEST(MeaningVectors, AnIndexWithoutThemStillAnswersAndSaysTheSignalIsOff) {
     EXPECT_FALSE(retriever.retrieve("how is a password hashed", 5, false, true).meaning_off);
   }
 }
+
+TEST(MeaningVectors, AHowQuestionGetsTheMethodThatActsBeforeItsClass) {
+  indexer_test::TempRepo repo;
+  repo.write("forms.py", R"(class Form:
+    """A form: fields that are checked and cleaned."""
+
+    def full_clean(self):
+        """Check and clean every field of the form."""
+
+    def render(self):
+        """The form as HTML."""
+)");
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+  workers::HybridRetriever retriever(*index, workers::RetrievalSettings{});
+  auto first_of = [&](const std::string& question) {
+    auto hits = retriever.retrieve(question, 5, false, true).hits;
+    if (hits.empty()) return std::string();
+    auto found = index->symbols_with_paths({hits[0].symbol.id});
+    return found.begin()->second.first.fqn;
+  };
+  EXPECT_EQ(first_of("how is every field of a form checked and cleaned"), "forms.Form.full_clean");
+  EXPECT_EQ(first_of("check and clean the fields of a form"), "forms.Form.full_clean");
+  EXPECT_EQ(first_of("which class holds the checked and cleaned fields"), "forms.Form");
+}
