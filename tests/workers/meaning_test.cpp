@@ -151,6 +151,20 @@ def include(patterns):
   auto again = index->get_symbol_by_fqn("auth.hash_again");
   ASSERT_TRUE(again && again->id);
   EXPECT_GT(second->similarity(asked, *again->id), 0.5);
+
+  // More than twice the symbols: the words are learned again, and the new ones are known.
+  std::string mail;
+  for (int i = 0; i < 10; ++i) {
+    mail += "def send_" + std::to_string(i) + "(message):\n    \"\"\"Send a mail message to its " +
+            "recipients.\"\"\"\n\n";
+  }
+  repo.write("mail.py", mail);
+  indexer::update_index(repo.root());
+  auto third = index->meaning_vectors();
+  ASSERT_TRUE(third);
+  EXPECT_EQ(third->symbol_ids.size(), 18U);
+  EXPECT_TRUE(third->word_rows.count("mail") && third->word_rows.count("recipient"));
+  EXPECT_FALSE(second->word_rows.count("mail"));
 }
 
 TEST(MeaningVectors, AnIndexWithoutThemStillAnswersAndSaysTheSignalIsOff) {
