@@ -1,6 +1,8 @@
 #pragma once
 // A copy of a fixture repository, indexed, with the reads the language tests compare.
 
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <set>
 #include <string>
@@ -20,13 +22,21 @@ class IndexedFixture : public TempRepo {
  public:
   explicit IndexedFixture(const std::string& fixture) : TempRepo(fixture) { update(); }
 
-  // Brings the index up to date with the tree (after write() or a removal) and opens it again.
+  // Brings the index up to date with the tree (after write() or a removal) and opens it again:
+  // a reference index() gave before does not outlive it.
   orvane_tamsel::indexer::IndexReport update() {
     auto report = orvane_tamsel::indexer::update_index(root());
     index_ = orvane_tamsel::index::open_repository(root());
     return report;
   }
   orvane_tamsel::index::Repository& index() const { return *index_; }
+
+  // The symbol of an fqn; a test failure (and an empty symbol) when the index has none.
+  orvane_tamsel::index::Symbol symbol(const std::string& fqn) const {
+    auto found = index_->get_symbol_by_fqn(fqn);
+    if (!found) ADD_FAILURE() << "no symbol " << fqn;
+    return found.value_or(orvane_tamsel::index::Symbol{});
+  }
 
   // The fqns of a symbol's evidence-backed callers or callees.
   std::set<std::string> callers(const std::string& fqn) const {

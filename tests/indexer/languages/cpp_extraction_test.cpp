@@ -20,28 +20,23 @@ TEST(CppExtraction, SymbolsCallersAndTests) {
   indexer_test::IndexedFixture repo("lang_cpp");
   auto& index = repo.index();
 
-  auto cart = index.get_symbol_by_fqn("shop.Cart");
-  ASSERT_TRUE(cart.has_value());
-  EXPECT_EQ(cart->kind, "class");
-  EXPECT_EQ(cart->docstring.value_or(""), "A basket of prices in cents.");
-  auto add = index.get_symbol_by_fqn("shop.Cart.add");
-  ASSERT_TRUE(add.has_value());
-  EXPECT_EQ(add->kind, "method");
-  EXPECT_EQ(index.get_file_paths_batch({*add})[*add->id], "src/shop/cart.cpp");
-  EXPECT_EQ(add->docstring.value_or(""), "Puts a price in the cart.");
-  auto constructor = index.get_symbol_by_fqn("shop.Cart.Cart");
-  ASSERT_TRUE(constructor.has_value());
-  EXPECT_EQ(constructor->signature.value_or(""), "Cart::Cart(int limit)");  // no initializers
+  auto cart = repo.symbol("shop.Cart");
+  EXPECT_EQ(cart.kind, "class");
+  EXPECT_EQ(cart.docstring.value_or(""), "A basket of prices in cents.");
+  auto add = repo.symbol("shop.Cart.add");
+  EXPECT_EQ(add.kind, "method");
+  EXPECT_EQ(index.get_file_paths_batch({add})[add.id.value_or(0)], "src/shop/cart.cpp");
+  EXPECT_EQ(add.docstring.value_or(""), "Puts a price in the cart.");
+  auto constructor = repo.symbol("shop.Cart.Cart");
+  EXPECT_EQ(constructor.signature.value_or(""), "Cart::Cart(int limit)");  // no initializers
   auto total = index.search_symbols({"total"}, true, 10);
   ASSERT_EQ(total.symbols.size(), 1u) << "declaration and definition listed twice";
   EXPECT_EQ(total.symbols[0].docstring.value_or(""), "Adds the prices up.");
-  auto checkout = index.get_symbol_by_fqn("shop.pay.Checkout");
-  ASSERT_TRUE(checkout.has_value());
-  EXPECT_EQ(checkout->kind, "struct");
-  auto test = index.get_symbol_by_fqn("CartTest.AddsUp");
-  ASSERT_TRUE(test.has_value());
-  EXPECT_TRUE(test->is_test);
-  EXPECT_EQ(test->kind, "function");
+  auto checkout = repo.symbol("shop.pay.Checkout");
+  EXPECT_EQ(checkout.kind, "struct");
+  auto test = repo.symbol("CartTest.AddsUp");
+  EXPECT_TRUE(test.is_test);
+  EXPECT_EQ(test.kind, "function");
 
   EXPECT_EQ(repo.callees("shop.Cart.add"), (std::set<std::string>{"shop.Cart.total"}));
   EXPECT_EQ(repo.callers("shop.Cart.add"),
@@ -80,7 +75,7 @@ TEST(CppExtraction, SymbolsCallersAndTests) {
   std::filesystem::create_directories(repo.root() / "src/shop/ledger");
   std::ofstream(repo.root() / "src/shop/ledger/book.cpp") << "int book() { return 1; }\n";
   repo.update();
-  components = index.components_of({"src/shop/cart.cpp", "src/shop/ledger/book.cpp"});
+  components = repo.index().components_of({"src/shop/cart.cpp", "src/shop/ledger/book.cpp"});
   EXPECT_EQ(components["src/shop/cart.cpp"], "shop");
   EXPECT_EQ(components["src/shop/ledger/book.cpp"], "shop.ledger");
 }
@@ -122,15 +117,14 @@ TEST(CppExtraction, DeclarationAndDefinitionFollowEdits) {
 
   edit("src/shop/cart.cpp", "  total();\n", "  total();\n  total();\n");
   same_as_clean("the definition's file edited");
-  auto add = repo.index().get_symbol_by_fqn("shop.Cart.add");
-  EXPECT_EQ(add->docstring.value_or(""), "Puts a price in the cart.");
+  auto add = repo.symbol("shop.Cart.add");
+  EXPECT_EQ(add.docstring.value_or(""), "Puts a price in the cart.");
   auto body = read("src/shop/cart.cpp");
   edit("src/shop/cart.cpp",
        "void Cart::add(int price) {\n  items_.push_back(price);\n  total();\n  total();\n}\n", "");
   same_as_clean("the definition deleted");
-  auto declared = repo.index().get_symbol_by_fqn("shop.Cart.add");
-  ASSERT_TRUE(declared.has_value());
-  EXPECT_EQ(declared->signature.value_or(""), "void add(int price);");
+  auto declared = repo.symbol("shop.Cart.add");
+  EXPECT_EQ(declared.signature.value_or(""), "void add(int price);");
   repo.write("src/shop/cart.cpp", body);
   same_as_clean("the definition back");
   edit("include/shop/cart.h", "Puts a price", "Adds a price");

@@ -14,19 +14,14 @@ using namespace orvane_tamsel;
 // in other files too), and test code of a small Go package.
 TEST(GoExtraction, SymbolsTestsAndCallers) {
   indexer_test::IndexedFixture repo("lang_go");
-  auto& index = repo.index();
-
-  auto add = index.get_symbol_by_fqn("shop.Cart.Add");
-  ASSERT_TRUE(add.has_value());
-  EXPECT_EQ(add->kind, "method");
-  EXPECT_EQ(add->docstring.value_or(""), "Add puts an item in the cart.");
-  EXPECT_FALSE(add->is_test);
-  auto cart = index.get_symbol_by_fqn("shop.Cart");
-  ASSERT_TRUE(cart.has_value());
-  EXPECT_EQ(cart->kind, "struct");
-  auto test = index.get_symbol_by_fqn("shop.TestAdd");
-  ASSERT_TRUE(test.has_value());
-  EXPECT_TRUE(test->is_test);
+  auto add = repo.symbol("shop.Cart.Add");
+  EXPECT_EQ(add.kind, "method");
+  EXPECT_EQ(add.docstring.value_or(""), "Add puts an item in the cart.");
+  EXPECT_FALSE(add.is_test);
+  auto cart = repo.symbol("shop.Cart");
+  EXPECT_EQ(cart.kind, "struct");
+  auto test = repo.symbol("shop.TestAdd");
+  EXPECT_TRUE(test.is_test);
 
   EXPECT_EQ(repo.callers("shop.Cart.Add"), (std::set<std::string>{"shop.TestAdd", "shop.serve"}));
   // s.Count() on a Store, which embeds Cart (in another file), which embeds *Base

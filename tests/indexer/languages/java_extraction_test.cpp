@@ -17,18 +17,16 @@ TEST(JavaExtraction, SymbolsTestsAndCallers) {
   indexer_test::IndexedFixture repo("lang_java");
   auto& index = repo.index();
 
-  auto add = index.get_symbol_by_fqn("com.shop.Cart.add");
-  ASSERT_TRUE(add.has_value());
-  EXPECT_EQ(add->kind, "method");
-  EXPECT_EQ(add->signature.value_or(""), "public void add(Item item)");
-  EXPECT_EQ(add->docstring.value_or(""), "Adds an item to the cart.");
-  EXPECT_EQ(index.get_symbol_by_fqn("com.shop.Cart.Cart")->kind, "constructor");
-  EXPECT_EQ(index.get_symbol_by_fqn("com.shop.Cart.Entry")->kind, "class");
-  EXPECT_EQ(index.get_symbol_by_fqn("com.shop.Item")->kind, "record");
-  auto test = index.get_symbol_by_fqn("com.shop.CartTest.addsAnItem");
-  ASSERT_TRUE(test.has_value());
-  EXPECT_TRUE(test->is_test);
-  EXPECT_FALSE(index.get_symbol_by_fqn("com.shop.Cart.total")->is_test);
+  auto add = repo.symbol("com.shop.Cart.add");
+  EXPECT_EQ(add.kind, "method");
+  EXPECT_EQ(add.signature.value_or(""), "public void add(Item item)");
+  EXPECT_EQ(add.docstring.value_or(""), "Adds an item to the cart.");
+  EXPECT_EQ(repo.symbol("com.shop.Cart.Cart").kind, "constructor");
+  EXPECT_EQ(repo.symbol("com.shop.Cart.Entry").kind, "class");
+  EXPECT_EQ(repo.symbol("com.shop.Item").kind, "record");
+  auto test = repo.symbol("com.shop.CartTest.addsAnItem");
+  EXPECT_TRUE(test.is_test);
+  EXPECT_FALSE(repo.symbol("com.shop.Cart.total").is_test);
 
   EXPECT_EQ(
       repo.callers("com.shop.Cart.total"),

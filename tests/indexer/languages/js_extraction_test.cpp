@@ -13,15 +13,11 @@ using namespace orvane_tamsel;
 // and `this`, a test folder and test blocks.
 TEST(JsExtraction, SymbolsTestsAndCallers) {
   indexer_test::IndexedFixture repo("lang_js");
-  auto& index = repo.index();
-
-  auto total = index.get_symbol_by_fqn("lib.cart.Cart.total");
-  ASSERT_TRUE(total.has_value());
-  EXPECT_EQ(total->kind, "method");
-  EXPECT_EQ(index.get_symbol_by_fqn("lib.cart.Cart.add")->docstring.value_or(""), "Adds an item.");
-  auto block = index.get_symbol_by_fqn("__tests__.cart.Cart.totals_the_prices");
-  ASSERT_TRUE(block.has_value());
-  EXPECT_TRUE(block->is_test);
+  auto total = repo.symbol("lib.cart.Cart.total");
+  EXPECT_EQ(total.kind, "method");
+  EXPECT_EQ(repo.symbol("lib.cart.Cart.add").docstring.value_or(""), "Adds an item.");
+  auto block = repo.symbol("__tests__.cart.Cart.totals_the_prices");
+  EXPECT_TRUE(block.is_test);
 
   EXPECT_EQ(
       repo.callers("lib.cart.Cart.total"),

@@ -18,18 +18,16 @@ TEST(RustExtraction, SymbolsTestsAndCallers) {
   indexer_test::IndexedFixture repo("lang_rust");
   auto& index = repo.index();
 
-  auto item = index.get_symbol_by_fqn("crate.cart.Item");
-  ASSERT_TRUE(item.has_value());
-  EXPECT_EQ(item->kind, "struct");
-  EXPECT_EQ(item->docstring.value_or(""), "A line of the cart.");
-  EXPECT_EQ(index.get_symbol_by_fqn("crate.cart.Priced")->kind, "trait");
-  auto add = index.get_symbol_by_fqn("crate.cart.Cart.add");
-  ASSERT_TRUE(add.has_value());
-  EXPECT_EQ(add->kind, "method");
-  EXPECT_EQ(add->signature.value_or(""), "pub fn add(&mut self, item: Item)");
-  EXPECT_TRUE(index.get_symbol_by_fqn("crate.cart.tests.empty_cart_totals_zero")->is_test);
-  EXPECT_TRUE(index.get_symbol_by_fqn("crate.tests.cart_test.adds_an_item")->is_test);
-  EXPECT_FALSE(add->is_test);
+  auto item = repo.symbol("crate.cart.Item");
+  EXPECT_EQ(item.kind, "struct");
+  EXPECT_EQ(item.docstring.value_or(""), "A line of the cart.");
+  EXPECT_EQ(repo.symbol("crate.cart.Priced").kind, "trait");
+  auto add = repo.symbol("crate.cart.Cart.add");
+  EXPECT_EQ(add.kind, "method");
+  EXPECT_EQ(add.signature.value_or(""), "pub fn add(&mut self, item: Item)");
+  EXPECT_TRUE(repo.symbol("crate.cart.tests.empty_cart_totals_zero").is_test);
+  EXPECT_TRUE(repo.symbol("crate.tests.cart_test.adds_an_item").is_test);
+  EXPECT_FALSE(add.is_test);
 
   EXPECT_EQ(repo.callers("crate.cart.Cart.total"),
             (std::set<std::string>{"crate.cart.Cart.label", "crate.checkout.checkout",

@@ -16,32 +16,30 @@ TEST(TsExtraction, SymbolsTestsAndCallers) {
   indexer_test::IndexedFixture repo("lang_ts");
   auto& index = repo.index();
 
-  auto cart = index.get_symbol_by_fqn("app.cart.Cart");
-  ASSERT_TRUE(cart.has_value());
-  EXPECT_EQ(cart->kind, "class");
-  EXPECT_EQ(cart->signature.value_or(""), "export class Cart");
-  EXPECT_EQ(cart->docstring.value_or(""), "Cart holds the items a customer picked.");
-  EXPECT_EQ(index.get_symbol_by_fqn("app.cart.Item")->kind, "interface");
-  EXPECT_EQ(index.get_symbol_by_fqn("app.cart.Status")->kind, "enum");
-  EXPECT_EQ(index.get_symbol_by_fqn("app.cart.Cart.constructor")->kind, "constructor");
-  EXPECT_EQ(index.get_symbol_by_fqn("app.cart.emptyCart")->kind, "function");
+  auto cart = repo.symbol("app.cart.Cart");
+  EXPECT_EQ(cart.kind, "class");
+  EXPECT_EQ(cart.signature.value_or(""), "export class Cart");
+  EXPECT_EQ(cart.docstring.value_or(""), "Cart holds the items a customer picked.");
+  EXPECT_EQ(repo.symbol("app.cart.Item").kind, "interface");
+  EXPECT_EQ(repo.symbol("app.cart.Status").kind, "enum");
+  EXPECT_EQ(repo.symbol("app.cart.Cart.constructor").kind, "constructor");
+  EXPECT_EQ(repo.symbol("app.cart.emptyCart").kind, "function");
   for (const char* name : {"formatPrice", "priceOf"}) {
     auto found = index.search_symbols({name}, true, 10).symbols;
     ASSERT_EQ(found.size(), 1u) << name << ": overloads and implementation listed apart";
   }
-  auto format = index.get_symbol_by_fqn("util.format.formatPrice");
-  EXPECT_EQ(format->signature.value_or(""),
+  auto format = repo.symbol("util.format.formatPrice");
+  EXPECT_EQ(format.signature.value_or(""),
             "export function formatPrice(amount: number, currency: string): string\n"
             "export function formatPrice(amount: bigint, currency: string): string");
-  EXPECT_EQ(format->docstring.value_or(""), "Two decimals and the currency.");
-  EXPECT_EQ(format->start_line, 4);
-  EXPECT_EQ(format->end_line, 6);
-  auto price = index.get_symbol_by_fqn("app.cart.Cart.priceOf");
-  EXPECT_EQ(price->kind, "method");
-  EXPECT_EQ(price->docstring.value_or(""), "The price of an item, by name or position.");
-  auto block = index.get_symbol_by_fqn("app.cart.test.Cart.adds_an_item");
-  ASSERT_TRUE(block.has_value());
-  EXPECT_TRUE(block->is_test);
+  EXPECT_EQ(format.docstring.value_or(""), "Two decimals and the currency.");
+  EXPECT_EQ(format.start_line, 4);
+  EXPECT_EQ(format.end_line, 6);
+  auto price = repo.symbol("app.cart.Cart.priceOf");
+  EXPECT_EQ(price.kind, "method");
+  EXPECT_EQ(price.docstring.value_or(""), "The price of an item, by name or position.");
+  auto block = repo.symbol("app.cart.test.Cart.adds_an_item");
+  EXPECT_TRUE(block.is_test);
 
   EXPECT_EQ(
       repo.callers("app.cart.Cart.total"),
