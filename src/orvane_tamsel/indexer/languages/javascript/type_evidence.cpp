@@ -89,8 +89,14 @@ TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
   if (is(e, "new_expression")) {
     TSNode ctor = ts_node_child_by_field_name(e, "constructor", 11);
     if (!is(ctor, "identifier")) return {};
-    auto hit = lookup(std::string(text(ctor)));
-    return hit ? "S:" + hit->first : TypeExpr{};
+    std::string name(text(ctor));
+    auto hit = lookup(name);
+    if (!hit) return {};
+    // `const Cart = require('./cart')` binds a module that exports one class of that name
+    if (whole_modules_.count(name) != 0)
+      return std::isupper(static_cast<unsigned char>(name[0])) ? "S:" + join(hit->first, name)
+                                                                : TypeExpr{};
+    return "S:" + hit->first;
   }
   if (is(e, "identifier")) {
     for (std::size_t key : {fn, std::size_t{0}}) {
