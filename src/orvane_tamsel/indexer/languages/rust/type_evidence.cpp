@@ -142,8 +142,14 @@ TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
   if (is(callee, "identifier")) {  // a function of this file or a `use`d one: what it gives
     std::string name(text(callee));
     if (auto l = locals_.find(fn); l != locals_.end() && l->second.count(name) != 0) return {};
-    if (auto d = defined_.find(join(module_, name)); d != defined_.end())
-      return out_.symbols[d->second].kind == "function" ? "S:" + d->first : TypeExpr{};
+    // a function of the module around the call (an inline `mod` too), nearest first
+    auto m = modules_.find(fn);
+    for (auto here = m == modules_.end() ? module_ : m->second;;) {
+      if (auto d = defined_.find(join(here, name)); d != defined_.end())
+        return out_.symbols[d->second].kind == "function" ? "S:" + d->first : TypeExpr{};
+      if (here == module_ || here.rfind('.') == std::string::npos) break;
+      here.resize(here.rfind('.'));
+    }
     auto fqn = item_fqn(name, fn);
     return fqn.empty() ? TypeExpr{} : "S:" + fqn;
   }
