@@ -58,6 +58,11 @@ TEST(StaticReceivers, Java) {
                 "com.shop.OrderService.place -> com.shop.store.Query.where result-type",
                 "com.shop.OrderServiceTest.placesAnOrder -> com.shop.OrderService.place "
                 "declared-type",
+                "com.shop.store.ArchivedOrders.archived -> com.shop.store.OrderRepository.query "
+                "inherited",
+                "com.shop.store.ArchivedOrders.archived -> com.shop.store.Query.run result-type",
+                "com.shop.store.ArchivedOrders.archived -> com.shop.store.Repository.count "
+                "inherited",  // a base's base, in another file
                 "com.shop.store.OrderRepository.query -> com.shop.store.Query constructor",
                 "com.shop.store.Query.run -> com.shop.store.Repository.count inherited",
             }));

@@ -192,7 +192,14 @@ class Rules : public tagged::Extraction {
   }
 
   // A method the class does not define: the same name on its bases, nearest first.
-  void inherited(const std::string& cls, const std::string& name, ParsedCall& call) const {
+  void inherited(const std::string& cls, const std::string& name, ParsedCall& call,
+                 bool through_super = false) const {
+    if (!through_super && defined_.count(cls) != 0) {
+      // the writer looks on the bases, in other files too, nearest first
+      call.receiver = "T:" + cls + "@" + module_;
+      call.member = name;
+      return;
+    }
     auto bases = ancestry(cls);
     if (bases.empty()) return;
     call.target = join(bases.front(), name);
@@ -240,7 +247,7 @@ class Rules : public tagged::Extraction {
         call.target = join(scope, name);
         call.evidence = "this";
       } else {
-        inherited(scope, name, call);
+        inherited(scope, name, call, is(object, "super"));
       }
       return;
     }

@@ -352,6 +352,12 @@ class Rules : public tagged::Extraction {
     bool in_class = pending.caller != 0 && scope != module_;
     if (is(object, "this")) {
       if (!in_class) return;
+      if (defined_.count(join(scope, property)) == 0 && defined_.count(scope) != 0) {
+        // a method of a base, maybe in another file: the writer walks the bases
+        call.receiver = "T:" + scope;
+        call.member = std::move(property);
+        return;
+      }
       with_bases(call, scope, property);
       call.evidence = "this";
       return;

@@ -339,6 +339,12 @@ class Rules : public tagged::Extraction {
     const auto& scope = prefix_of(pending.caller);
     if (is(value, "self")) {
       if (scope == module_) return;
+      if (defined_.count(join(scope, field)) == 0 && !own_type(pending.caller).empty()) {
+        // a trait's default method, or a method of an impl in another file
+        call.receiver = own_type(pending.caller);
+        call.member = field;
+        return;
+      }
       call.target = join(scope, field);
       call.evidence = "receiver";
       return;
