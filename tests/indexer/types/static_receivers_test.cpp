@@ -156,4 +156,32 @@ TEST(StaticReceivers, Cpp) {
   EXPECT_EQ(found, through_alternatives.size());
 }
 
+// What evidence cannot type stays unresolved rather than guessed: a name bound twice in one
+// function with two types (two blocks, a lambda's or closure's parameter: scopes inside a function
+// are not told apart), a library type. A C++ `auto` local takes this file's function's result.
+TEST(StaticReceivers, NoGuesses) {
+  indexer_test::TempRepo repo;
+  repo.write("src/main/java/p/A.java",
+             "package p;\nclass A { void a() {} }\nclass B { void a() {} }\n"
+             "class C {\n  A field;\n  void run(java.util.List<A> xs) {\n"
+             "    if (xs == null) { A v = new A(); v.a(); } else { B v = new B(); v.a(); }\n"
+             "    xs.forEach(field -> field.a());\n    field.a();\n  }\n}\n");
+  repo.write("src/shapes.rs",
+             "pub struct Sq;\npub struct Ci;\nimpl Sq { pub fn area(&self) {} }\n"
+             "impl Ci { pub fn area(&self) {} }\n"
+             "pub fn run() {\n  let s = Sq;\n  let s = Ci;\n  s.area();\n"
+             "  let c = Ci;\n  [1].iter().for_each(|c| c.area());\n  c.area();\n}\n");
+  repo.write("src/make.cpp",
+             "struct Tool { int use() { return 1; } };\nTool make() { return Tool(); }\n"
+             "int run() { auto t = make(); return t.use() + make().use(); }\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(edges_from(repo.root(), {"p.C.run", "crate.shapes.run", "run"}),
+            (Edges{
+                "p.C.run -> p.A constructor",
+                "p.C.run -> p.B constructor",
+                "run -> make same-file",
+                "run -> Tool.use result-type",
+            }));
+}
+
 }  // namespace
