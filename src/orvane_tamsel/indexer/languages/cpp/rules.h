@@ -276,16 +276,7 @@ class Rules : public c::Rules {
         call.evidence = "receiver";
       }
       if (member.empty()) return;
-      if (type.empty()) {
-        // a receiver whose type declarations describe (a result, a member declared in the
-        // class's header, a chain): the writer resolves it
-        call.evidence.clear();
-        if (auto t = expr_type(object, pending.caller); !t.empty()) {
-          call.receiver = std::move(t);
-          call.member = std::move(member);
-        }
-        return;
-      }
+      if (type.empty()) return typed_receiver(object, std::move(member), pending.caller, call);
       if (type == cls) {
         candidates.push_back(tagged::Extraction::join(type, member));
       } else {
@@ -320,6 +311,15 @@ class Rules : public c::Rules {
   // Declared types of locals, parameters, members and results; a class's bases.
   void record_types(TSNode node);
   void declare(std::size_t fn, TSNode declarator, const TypeExpr& type);
+  // A receiver whose type declarations describe (a result, a member declared in the class's
+  // header, a chain): left to the writer.
+  void typed_receiver(TSNode object, std::string member, std::size_t fn, ParsedCall& call) const {
+    call.evidence.clear();
+    if (auto t = expr_type(object, fn); !t.empty()) {
+      call.receiver = std::move(t);
+      call.member = std::move(member);
+    }
+  }
 
  private:
   // By callable: each local's type as an expression ("" when declared but unknown).
