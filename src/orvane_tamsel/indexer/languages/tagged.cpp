@@ -102,6 +102,7 @@ ParsedFile Extraction::run() {
   }
   ts_tree_cursor_delete(&cursor);
 
+  finish();
   for (const auto& pending : pending_) {
     ParsedCall call;
     call.caller_fqn = out_.symbols[pending.caller].fqn;
