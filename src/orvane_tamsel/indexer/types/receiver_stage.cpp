@@ -15,25 +15,24 @@ namespace orvane_tamsel::indexer::types {
 namespace {
 
 constexpr const char* ALL_SITES =
-    "SELECT id, file_id, receiver, member, receiver_evidence, target_fqn, evidence, 1 "
+    "SELECT id, file_id, receiver, member, receiver_evidence, target_fqn, evidence, 1, '' "
     "FROM call_sites WHERE receiver <> ''";
 // Sites to link (new ones), then every receiver site of a file whose evaluations consulted an
 // affected name: that file's dependencies are written anew.
 constexpr const char* CHANGED_SITES = R"sql(
-SELECT c.id, c.file_id, c.receiver, c.member, c.receiver_evidence, c.target_fqn, c.evidence, 1
+SELECT c.id, c.file_id, c.receiver, c.member, c.receiver_evidence, c.target_fqn, c.evidence, 1,
+       ''
   FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id WHERE c.receiver <> ''
 UNION ALL
-SELECT c.id, c.file_id, c.receiver, c.member, c.receiver_evidence, c.target_fqn, c.evidence, 0
+SELECT c.id, c.file_id, c.receiver, c.member, c.receiver_evidence, c.target_fqn, c.evidence, 0,
+       coalesce((SELECT k.module FROM call_scopes k WHERE k.site_id = c.id), '')
   FROM (SELECT DISTINCT d.file_id FROM affected a CROSS JOIN type_deps d ON d.fqn = a.fqn) x
   CROSS JOIN call_sites c ON c.file_id = x.file_id WHERE c.receiver <> ''
 )sql";
 
-// Below this many sites, facts are read by fqn as asked rather than all at once.
-constexpr std::size_t PRELOAD_SITES = 2000;
-
 struct Site {
   std::int64_t id = 0, file_id = 0;
-  std::string receiver, member, evidence, target, linked_evidence;
+  std::string receiver, member, evidence, target, linked_evidence, scope;
   bool to_link = false;  // in `relink`: written and linked whatever it evaluates to
 };
 
@@ -79,15 +78,16 @@ void resolve_receivers(index::Database& db, bool bulk) {
       files[file_id] = files[file_id] || whole;
       if (!seen.insert(st.integer(0)).second) continue;  // a new site of an affected file
       sites.push_back({st.integer(0), file_id, st.text(2), st.text(3), st.text(4), st.text(5),
-                       st.text(6), st.integer(7) != 0});
+                       st.text(6), st.text(8), st.integer(7) != 0});
     }
   }
   if (sites.empty()) return;
-  SqlTypeFacts facts(db, bulk || sites.size() >= PRELOAD_SITES);
+  // An update reads facts by fqn as asked: even thousands of sites ask far fewer names than
+  // the index holds.
+  SqlTypeFacts facts(db, bulk);
   Evaluations evaluations(facts);
   auto set_target = db.prepare("UPDATE call_sites SET target_fqn = ?, evidence = ? WHERE id = ?");
   auto clear_scopes = db.prepare("DELETE FROM call_scopes WHERE site_id = ?");
-  auto scope_of = db.prepare("SELECT module FROM call_scopes WHERE site_id = ?");
   auto add_scope = db.prepare("INSERT OR IGNORE INTO call_scopes VALUES(?, ?)");
   auto clear_deps = db.prepare("DELETE FROM type_deps WHERE file_id = ?");
   auto add_dep = db.prepare("INSERT OR IGNORE INTO type_deps VALUES(?, ?)");
@@ -100,10 +100,7 @@ void resolve_receivers(index::Database& db, bool bulk) {
     const auto& found = result.found;
     if (!bulk && !s.to_link) {
       // Evaluated again for an affected name: only a changed result is written and linked.
-      std::string scope;
-      scope_of.bind(1, s.id);
-      if (scope_of.step()) scope = scope_of.text(0);
-      scope_of.reset();
+      const auto& scope = s.scope;
       bool same = found ? s.target == found->target && s.linked_evidence == found->evidence &&
                               scope == found->module
                         : s.target.empty() && s.linked_evidence == s.evidence && scope.empty();
