@@ -5,28 +5,18 @@
 #include <set>
 #include <string>
 
-#include "indexer/temp_repo.h"
-#include "orvane_tamsel/index/sqlite_db.h"
-#include "orvane_tamsel/indexer/indexer.h"
+#include "indexer/indexed_fixture.h"
 
 namespace {
-
-using namespace orvane_tamsel;
 
 // Receivers typed by a result, an attribute, a constructor and an annotation reach methods
 // defined in other files; a namespace folder inside the package links its base class.
 TEST(PythonTypesEndToEnd, TypedReceiversFindTheirCallees) {
-  indexer_test::TempRepo repo("py_types");
-  indexer::update_index(repo.root());
-  index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
-  auto typed =
-      db.prepare("SELECT count(*) FROM pragma_table_info('call_sites') WHERE name = 'receiver'");
-  if (!typed.step() || typed.integer(0) == 0) GTEST_SKIP() << "the writer keeps no receivers";
-  auto st = db.prepare(
+  indexer_test::IndexedFixture repo("py_types");
+  auto edges = repo.rows(
       "SELECT r.fqn || ' -> ' || e.fqn FROM edges g JOIN symbols r ON r.id = g.caller_id "
       "JOIN symbols e ON e.id = g.callee_id");
-  std::set<std::string> seen;
-  while (st.step()) seen.insert(st.text(0));
+  std::set<std::string> seen(edges.begin(), edges.end());
   for (const char* edge : {
            "kite.app.App.dispatch -> kite.adapters.Adapter.send",
            "kite.app.App.dispatch -> kite.json.JSONProvider.dumps",
