@@ -3,22 +3,17 @@
 #include <set>
 #include <string>
 
-#include "indexer/languages/neighbour_fqns.h"
-#include "indexer/temp_repo.h"
-#include "orvane_tamsel/index/sqlite_db.h"
-#include "orvane_tamsel/index/sqlite_repository.h"
-#include "orvane_tamsel/indexer/indexer.h"
+#include <vector>
+
+#include "indexer/indexed_fixture.h"
 
 namespace {
-
-using namespace orvane_tamsel;
-using indexer_test::neighbour_fqns;
 
 // Which declaration a receiver's name means: the innermost block's, a type switch clause's, a
 // dot import's names behind the package's own, methods of an embedded struct of another
 // package, a grouped package variable, and of two platform variants the one that builds here.
 TEST(GoReceiverScopes, NamesMeanWhatTheCompilerSees) {
-  indexer_test::TempRepo repo;
+  indexer_test::IndexedFixture repo("");
   repo.write("go.mod", "module example.com/m\n");
   repo.write("wire/wire.go",
              "package wire\n\ntype Buf struct{}\n\nfunc (b *Buf) Flush() {}\n\n"
@@ -39,32 +34,23 @@ TEST(GoReceiverScopes, NamesMeanWhatTheCompilerSees) {
   repo.write("wire/wire_test.go",
              "package wire_test\n\nimport . \"example.com/m/wire\"\n\n"
              "func TestBuf(t *testing.T) {\n\tNewBuf().Flush()\n\t_ = Max(1, 2)\n}\n");
-  indexer::update_index(repo.root());
-  auto index = index::open_repository(repo.root());
-  EXPECT_EQ(neighbour_fqns(*index, "app.use", index::CALLEE),
+  repo.update();
+  EXPECT_EQ(repo.callees("app.use"),
             (std::set<std::string>{"app.A.Run", "app.B.Run", "wire.Buf.Flush", "app.max"}));
-  EXPECT_EQ(neighbour_fqns(*index, "app.W.Close", index::CALLEE),
-            std::set<std::string>{"wire.Buf.Flush"});
-  EXPECT_EQ(neighbour_fqns(*index, "wire_test.TestBuf", index::CALLEE),
+  EXPECT_EQ(repo.callees("app.W.Close"), std::set<std::string>{"wire.Buf.Flush"});
+  EXPECT_EQ(repo.callees("wire_test.TestBuf"),
             (std::set<std::string>{"wire.NewBuf", "wire.Buf.Flush", "wire.Max"}));
-  index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
-  auto callee_file = [&](const std::string& caller) {
-    auto st = db.prepare(
-        "SELECT f.path FROM edges e JOIN symbols r ON r.id = e.caller_id "
-        "JOIN symbols s ON s.id = e.callee_id JOIN files f ON f.id = s.file_id WHERE r.fqn = ?");
-    st.bind(1, caller);
-    return st.step() ? st.text(0) : std::string();
-  };
-  EXPECT_EQ(callee_file("app.callsys"), "app/sys.go");
+  EXPECT_EQ(repo.rows("SELECT f.path FROM edges e JOIN symbols r ON r.id = e.caller_id "
+                      "JOIN symbols s ON s.id = e.callee_id JOIN files f ON f.id = s.file_id "
+                      "WHERE r.fqn = 'app.callsys'"),
+            std::vector<std::string>{"app/sys.go"});
   // the lines of use(): x.Run() in the inner block is B's, after it A's
-  auto st = db.prepare(
-      "SELECT c.line || ' ' || s.fqn FROM edges e JOIN call_sites c ON c.id = e.site_id "
-      "JOIN symbols s ON s.id = e.callee_id JOIN symbols r ON r.id = e.caller_id "
-      "WHERE r.fqn = 'app.use' ORDER BY c.line");
-  std::set<std::string> lines;
-  while (st.step()) lines.insert(st.text(0));
-  EXPECT_EQ(lines, (std::set<std::string>{"7 app.B.Run", "9 app.A.Run", "12 app.B.Run",
-                                          "14 app.B.Run", "15 wire.Buf.Flush", "16 app.max"}));
+  EXPECT_EQ(repo.rows("SELECT c.line || ' ' || s.fqn FROM edges e "
+                      "JOIN call_sites c ON c.id = e.site_id JOIN symbols s ON s.id = e.callee_id "
+                      "JOIN symbols r ON r.id = e.caller_id WHERE r.fqn = 'app.use' "
+                      "ORDER BY c.line, s.fqn"),
+            (std::vector<std::string>{"7 app.B.Run", "9 app.A.Run", "12 app.B.Run", "14 app.B.Run",
+                                      "15 wire.Buf.Flush", "16 app.max"}));
 }
 
 }  // namespace
