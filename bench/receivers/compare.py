@@ -36,3 +36,15 @@ for ev in sorted(byev): print(f"  {ev:14s} {byev[ev]:7d} wrong {bad[ev]:5d}")
 if len(sys.argv) > 3:  # a few wrong edges per evidence kind
     for ev in bad_ex:
         for e in bad_ex[ev][:4]: print(ev, e)
+if os.environ.get("MISSES"):  # every missed call, with what the index holds at its line
+    sites = collections.defaultdict(list)
+    for path, ln, member, target, receiver, ev in con.execute("""
+        SELECT f.path, c.line, CASE WHEN c.member <> '' THEN c.member ELSE c.target_fqn END,
+               c.target_fqn, c.receiver, c.evidence FROM call_sites c JOIN files f ON f.id = c.file_id
+        WHERE c.callee_id IS NULL"""):
+        sites[(path, ln)].append((member, target, receiver, ev))
+    with open(os.environ["MISSES"], "w") as out:
+        for k in sorted(gkeys):
+            if any((f, d) in g[k] for f, d, _, _ in idx.get(k, [])): continue
+            held = [s for s in sites.get(k[:2], []) if s[0].rsplit('.', 1)[-1] == k[2]]
+            out.write(f"{k[0]}:{k[1]}\t{k[2]}\t{sorted(g[k])[0][0]}\t{held}\n")

@@ -295,6 +295,67 @@ TEST(UpdateIndex, ReceiverTypesFromOtherFilesRelinkWhenTheyChange) {
   EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
 }
 
+// Type dependencies are kept per file: a file whose sites consulted a changed name has all its
+// receiver sites evaluated again, and only those whose result changed are linked again. Of two
+// platform variants of a function, calls stay on the one that builds here as variants come and go.
+TEST(UpdateIndex, ReceiverSitesOfAFileAreEvaluatedAgainTogether) {
+  indexer_test::TempRepo repo("shop");
+  repo.write("go/app/types.go",
+             "package app\n\ntype A struct{}\n\nfunc (a *A) Run() {}\n\n"
+             "type B struct{}\n\nfunc (b *B) Run() {}\n");
+  repo.write("go/app/new.go",
+             "package app\n\nfunc NewA() *A { return nil }\n\nfunc NewB() *B { return nil }\n");
+  repo.write("go/app/main.go",
+             "package app\n\nfunc main() {\n\tNewA().Run()\n\tNewB().Run()\n\tsys()\n}\n");
+  repo.write("go/app/sys.go", "package app\n\nfunc sys() {}\n");
+  indexer::update_index(repo.root());
+  indexer_test::TempRepo fresh("shop");
+  auto same_as_fresh = [&] {
+    fs::remove_all(fresh.root());
+    fs::copy(repo.root(), fresh.root(), fs::copy_options::recursive);
+    fs::remove_all(fresh.root() / ".tamsel");
+    indexer::update_index(fresh.root());
+    EXPECT_EQ(dump(repo.root()), dump(fresh.root()));
+  };
+  auto calls = [&] {
+    std::set<std::string> out;
+    for (const auto& line : dump(repo.root())) {
+      if (line.starts_with("call app.main")) out.insert(line);
+    }
+    return out;
+  };
+  repo.write("go/app/new.go",
+             "package app\n\nfunc NewA() *A { return nil }\n\nfunc NewB() *A { return nil }\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(calls(), (std::set<std::string>{"call app.main -> app.A.Run x2",
+                                            "call app.main -> app.NewA x1",
+                                            "call app.main -> app.NewB x1",
+                                            "call app.main -> app.sys x1"}));
+  same_as_fresh();
+  auto sys_file = [&] {
+    index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
+    auto st = db.prepare(
+        "SELECT f.path FROM edges e JOIN symbols s ON s.id = e.callee_id "
+        "JOIN files f ON f.id = s.file_id WHERE s.name = 'sys'");
+    return st.step() ? st.text(0) : std::string();
+  };
+  repo.write("go/app/sys_plan9.go", "package app\n\nfunc sys() {\n\tprintln()\n}\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(sys_file(), "go/app/sys.go");
+  same_as_fresh();
+  repo.write("go/app/sys.go", "package app\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(sys_file(), "go/app/sys_plan9.go");
+  same_as_fresh();
+  repo.write("go/app/sys.go", "package app\n\nfunc sys() {}\n");
+  repo.write("go/app/types.go",
+             "package app\n\ntype A struct{}\n\nfunc (a *A) Run() {}\n\n"
+             "type B struct{}\n\nfunc (b *B) Run() {}\n\nfunc (a *A) Stop() {}\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(sys_file(), "go/app/sys.go");
+  same_as_fresh();
+}
+
 // Runs `tamsel index` and kills it with SIGKILL half-way through.
 void index_and_kill(const fs::path& root) {
   int err[2];

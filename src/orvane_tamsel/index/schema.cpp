@@ -86,11 +86,12 @@ CREATE TABLE call_fallbacks(
   fqn TEXT NOT NULL,
   PRIMARY KEY(site_id, rank)) WITHOUT ROWID;
 -- Modules whose files may hold a site's callee; a site without rows may link anywhere.
--- The fqns a receiver site's type evaluation looked up: it is evaluated again when one changes.
+-- The fqns the type evaluations of a file's receiver sites looked up: they are evaluated again
+-- when one changes. Kept by file, as a file's sites share most of them.
 CREATE TABLE type_deps(
-  site_id INTEGER NOT NULL,
+  file_id INTEGER NOT NULL,
   fqn TEXT NOT NULL,
-  PRIMARY KEY(site_id, fqn)) WITHOUT ROWID;
+  PRIMARY KEY(file_id, fqn)) WITHOUT ROWID;
 CREATE TABLE call_scopes(
   site_id INTEGER NOT NULL,
   module TEXT NOT NULL,

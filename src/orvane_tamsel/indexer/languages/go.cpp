@@ -4,6 +4,7 @@
 #include <array>
 #include <cctype>
 #include <map>
+#include <set>
 #include <unordered_map>
 
 #include "orvane_tamsel/indexer/languages/tagged.h"
@@ -21,9 +22,27 @@ constexpr std::array<std::string_view, 22> PREDECLARED = {
 // Longer receiver expressions are not worth keeping (generated code chains).
 constexpr std::size_t MAX_EXPR = 300;
 
-constexpr std::array<std::string_view, 18> BUILTINS = {
-    "append", "cap", "clear", "close", "complex", "copy",  "delete",  "imag", "len",
-    "make",   "max", "min",   "new",   "panic",   "print", "println", "real", "recover"};
+// `clear`, `max` and `min` are left out: code written before they were built in defines its own.
+constexpr std::array<std::string_view, 15> BUILTINS = {
+    "append", "cap", "close", "complex", "copy",    "delete", "imag",   "len",
+    "make",   "new", "panic", "print",   "println", "real",   "recover"};
+
+bool is_builtin(std::string_view name) {
+  return std::find(BUILTINS.begin(), BUILTINS.end(), name) != BUILTINS.end();
+}
+
+// `step` ("/name", "/[]") appended to each alternative of `base`; empty when too long.
+TypeExpr append_step(const TypeExpr& base, std::string_view step) {
+  if (base.empty()) return {};
+  TypeExpr out;
+  for (std::size_t at = 0; at <= base.size();) {
+    auto bar = std::min(base.find('|', at), base.size());
+    if (!out.empty()) out.push_back('|');
+    out.append(base, at, bar - at).append(step);
+    at = bar + 1;
+  }
+  return out.size() > MAX_EXPR ? TypeExpr{} : out;
+}
 
 std::string dotted_path(std::string_view path) {
   std::string out(path);
@@ -116,50 +135,61 @@ class Rules : public tagged::Extraction {
   }
 
   void visit(TSNode node) override {
-    if (is(node, "function_declaration") || is(node, "method_declaration")) {
+    if (!ts_node_is_named(node)) return;
+    std::string_view type = ts_node_type(node);  // once: most nodes are none of these
+    if (type == "function_declaration" || type == "method_declaration") {
       if (auto sym = frames_.back().symbol; sym != NONE)
-        out_.symbols[sym].type_of = result_type(ts_node_child_by_field_name(node, "result", 6));
-    } else if (is(node, "parameter_declaration")) {
+        record_results(out_.symbols[sym], ts_node_child_by_field_name(node, "result", 6));
+    } else if (type == "parameter_declaration") {
       record_parameters(node);
-    } else if (is(node, "range_clause")) {
+    } else if (type == "range_clause") {
       record_range(node);
-    } else if (is(node, "receive_statement")) {
-      declare_unknown(ts_node_child_by_field_name(node, "left", 4));
-    } else if (is(node, "type_switch_statement")) {
-      declare_unknown(ts_node_child_by_field_name(node, "alias", 5));
-    } else if (is(node, "field_declaration")) {
+    } else if (type == "receive_statement") {
+      record_receive(node);
+    } else if (type == "type_switch_statement") {
+      record_type_switch(node);
+    } else if (type == "field_declaration") {
       record_field(node);
-    }
-    if (is(node, "package_clause")) {
+      if (ts_node_is_null(ts_node_child_by_field_name(node, "name", 4))) record_embedded(node);
+    } else if (type == "package_clause") {
       if (ts_node_named_child_count(node) > 0) package_ = text(ts_node_named_child(node, 0));
-    } else if (is(node, "import_spec")) {
+    } else if (type == "import_spec") {
       auto raw = field_text(node, "path");
       if (raw.size() < 2) return;
       std::string path = raw.substr(1, raw.size() - 2);
       std::string alias = field_text(node, "name");
       out_.imports.push_back({line(node), dotted_path(path), "", alias});
+      if (alias == ".") dot_imports_.push_back({dotted_path(path), package_of_import(path)});
       if (alias == "_" || alias == ".") return;
       imports_[alias.empty() ? package_of_import(path) : alias] = {dotted_path(path),
                                                                    package_of_import(path)};
-    } else if (is(node, "short_var_declaration") || is(node, "var_spec")) {
+    } else if (type == "short_var_declaration" || type == "var_spec") {
       record_local(node);
-    } else if (is(node, "field_declaration") &&
-               ts_node_is_null(ts_node_child_by_field_name(node, "name", 4))) {
-      record_embedded(node);
     }
   }
 
-  // `struct { *Base; ... }`: Base's methods are promoted to the struct (same package only).
+  // `struct { *Base; ... }`: Base's methods are promoted to the struct. One of another package
+  // (`*bufio.Writer`) is a base that only receiver types follow.
   void record_embedded(TSNode field) {
     auto type = type_name(ts_node_child_by_field_name(field, "type", 4));
-    if (type.empty() || type.find('.') != std::string::npos) return;
+    if (type.empty()) return;
+    std::string base = join(package_, type);
+    if (auto dot = type.find('.'); dot != std::string::npos) {
+      auto imp = imports_.find(std::string_view(type).substr(0, dot));
+      if (imp == imports_.end()) return;
+      base = join(imp->second.package, type.substr(dot + 1));
+    }
     for (std::size_t i = frames_.size(); i-- > 0;) {
       auto sym = frames_[i].symbol;
       if (sym == NONE) continue;
       if (out_.symbols[sym].kind == "struct") {
-        embeds_[out_.symbols[sym].fqn].push_back(join(package_, type));
+        if (type.find('.') == std::string::npos) {
+          embeds_[out_.symbols[sym].fqn].push_back(base);
+        } else {
+          embeds_foreign_.insert(out_.symbols[sym].fqn);
+        }
         // the index follows them for a method that another file of the package defines
-        out_.symbols[sym].bases.push_back(join(package_, type));
+        out_.symbols[sym].bases.push_back(base);
       }
       return;
     }
@@ -208,6 +238,26 @@ class Rules : public tagged::Extraction {
     if (!type.empty() && is(name, "identifier")) locals_[fn][std::string(text(name))] = type;
   }
 
+  // A package-level name as the start of an expression: the package's own, then what dot
+  // imports bring in.
+  TypeExpr package_level(const char* start, std::string_view name) const {
+    TypeExpr out = start + join(package_, name) + "@" + module_;
+    for (const auto& imp : dot_imports_)
+      out.append("|").append(start).append(join(imp.package, name)).append("@").append(imp.module);
+    return out;
+  }
+
+  // A container of `inner` values: "T:[]" before each alternative's type.
+  static TypeExpr elements_of(const TypeExpr& inner) {
+    TypeExpr out;
+    for (std::size_t at = 0; at < inner.size();) {
+      auto bar = std::min(inner.find('|', at), inner.size());
+      out.append(out.empty() ? "T:[]" : "|T:[]").append(inner, at + 2, bar - at - 2);
+      at = bar + 1;
+    }
+    return out;
+  }
+
   // The type a type node names, as an expression: `*T`, `T[X]` give T; predeclared types and
   // composite ones (slices, maps, functions) give nothing.
   TypeExpr type_expr(TSNode type) const {
@@ -215,15 +265,16 @@ class Rules : public tagged::Extraction {
       type = is(type, "generic_type") ? ts_node_child_by_field_name(type, "type", 4)
                                       : ts_node_named_child(type, 0);
     }
+    if (is(type, "channel_type"))  // what a receive gives, as an element
+      return elements_of(type_expr(ts_node_child_by_field_name(type, "value", 5)));
     if (is(type, "slice_type") || is(type, "array_type") || is(type, "map_type")) {
-      auto inner = type_expr(ts_node_child_by_field_name(
-          type, is(type, "map_type") ? "value" : "element", is(type, "map_type") ? 5 : 7));
-      return inner.empty() ? inner : "T:[]" + inner.substr(2);
+      return elements_of(type_expr(ts_node_child_by_field_name(
+          type, is(type, "map_type") ? "value" : "element", is(type, "map_type") ? 5 : 7)));
     }
     if (is(type, "type_identifier")) {
       auto name = text(type);
       if (std::find(PREDECLARED.begin(), PREDECLARED.end(), name) != PREDECLARED.end()) return {};
-      return "T:" + join(package_, name) + "@" + module_;
+      return package_level("T:", name);
     }
     if (!is(type, "qualified_type")) return {};
     auto imp = imports_.find(field_text(type, "package"));
@@ -231,14 +282,43 @@ class Rules : public tagged::Extraction {
     return "T:" + join(imp->second.package, field_text(type, "name")) + "@" + imp->second.module;
   }
 
-  // A function's first result type.
-  TypeExpr result_type(TSNode result) const {
-    if (!is(result, "parameter_list")) return type_expr(result);
-    if (ts_node_named_child_count(result) == 0) return {};
-    TSNode first = ts_node_named_child(result, 0);
-    return is(first, "parameter_declaration")
-               ? type_expr(ts_node_child_by_field_name(first, "type", 4))
-               : TypeExpr{};
+  // A function's first result type is its type_of; of a function (not a method) with more, the
+  // others are its fields "#2", "#3", ...
+  void record_results(ParsedSymbol& fn, TSNode result) const {
+    if (!is(result, "parameter_list")) {
+      fn.type_of = type_expr(result);
+      return;
+    }
+    int n = 0;
+    for (std::uint32_t i = 0; i < ts_node_named_child_count(result); ++i) {
+      TSNode decl = ts_node_named_child(result, i);
+      if (!is(decl, "parameter_declaration")) return;
+      auto type = type_expr(ts_node_child_by_field_name(decl, "type", 4));
+      int names = 0;
+      for (std::uint32_t k = 0; k < ts_node_named_child_count(decl); ++k)
+        names += is(ts_node_named_child(decl, k), "identifier") ? 1 : 0;
+      for (int k = 0; k < std::max(names, 1); ++k) {
+        if (++n == 1) {
+          fn.type_of = type;
+        } else if (!type.empty() && fn.kind == "function") {
+          fn.fields.emplace_back("#" + std::to_string(n), type);
+        }
+      }
+    }
+  }
+
+  // The n-th result of what `call` (a function's first result, "S:f@m") names: "S:f#n@m".
+  static TypeExpr nth_result(const TypeExpr& call, std::size_t n) {
+    TypeExpr out;
+    for (std::size_t at = 0; at < call.size();) {
+      auto bar = std::min(call.find('|', at), call.size());
+      auto one = call.substr(at, bar - at);
+      if (!one.starts_with("S:") || one.find('/') != std::string::npos) return {};
+      one.insert(std::min(one.find('@'), one.size()), "#" + std::to_string(n));
+      out.append(out.empty() ? "" : "|").append(one);
+      at = bar + 1;
+    }
+    return out;
   }
 
   // What a value expression's type is known as, with the locals of callable `fn`; empty when
@@ -249,21 +329,19 @@ class Rules : public tagged::Extraction {
       return expr_type(ts_node_named_child(e, 0), fn, depth + 1);
     if (is(e, "unary_expression")) {
       auto op = ts_node_child(e, 0);
-      if (is(op, "&") || is(op, "*"))
-        return expr_type(ts_node_child_by_field_name(e, "operand", 7), fn, depth + 1);
-      return {};
+      auto operand = expr_type(ts_node_child_by_field_name(e, "operand", 7), fn, depth + 1);
+      if (is(op, "&") || is(op, "*")) return operand;
+      return is(op, "<-") ? append_step(operand, "/[]") : TypeExpr{};  // a channel's element
     }
     if (is(e, "composite_literal")) return type_expr(ts_node_child_by_field_name(e, "type", 4));
     if (is(e, "type_assertion_expression"))
       return type_expr(ts_node_child_by_field_name(e, "type", 4));
     if (is(e, "identifier")) {
       std::string name(text(e));
-      if (auto l = typed_.find(fn); l != typed_.end()) {
-        if (auto t = l->second.find(name); t != l->second.end()) return t->second;
-      }
+      if (const auto* t = local(fn, name, e)) return *t;
       if (name == "nil" || name == "true" || name == "false" || name == "iota") return {};
       if (imports_.count(name) != 0) return {};
-      return "S:" + join(package_, name) + "@" + module_;
+      return package_level("S:", name);
     }
     if (is(e, "call_expression")) {
       TSNode callee = ts_node_child_by_field_name(e, "function", 8);
@@ -274,18 +352,22 @@ class Rules : public tagged::Extraction {
           return ts_node_named_child_count(args) > 0 ? type_expr(ts_node_named_child(args, 0))
                                                      : TypeExpr{};
         }
-        if (std::find(BUILTINS.begin(), BUILTINS.end(), name) != BUILTINS.end()) return {};
-        if (auto l = typed_.find(fn); l != typed_.end() && l->second.count(name) != 0) return {};
-        return "S:" + join(package_, name) + "@" + module_;
+        if (local(fn, name, callee) != nullptr) return {};
+        if (is_builtin(name)) return {};
+        return package_level("S:", name);
       }
+      // `(*T)(x)`: a conversion
+      if (is(callee, "parenthesized_expression")) return expr_type(callee, fn, depth + 1);
       if (!is(callee, "selector_expression")) return {};
       return member_type(callee, fn, true, depth);
     }
     if (is(e, "selector_expression")) return member_type(e, fn, false, depth);
-    if (is(e, "index_expression")) {
-      auto base = expr_type(ts_node_child_by_field_name(e, "operand", 7), fn, depth + 1);
-      return base.empty() || base.size() > MAX_EXPR ? TypeExpr{} : base + "/[]";
-    }
+    if (is(e, "index_expression"))
+      return append_step(expr_type(ts_node_child_by_field_name(e, "operand", 7), fn, depth + 1),
+                         "/[]");
+    // `xs[i:j]` has the type of xs
+    if (is(e, "slice_expression"))
+      return expr_type(ts_node_child_by_field_name(e, "operand", 7), fn, depth + 1);
     return {};
   }
 
@@ -299,10 +381,9 @@ class Rules : public tagged::Extraction {
     for (std::uint32_t i = 0; i < count; ++i) {
       TypeExpr t;
       if (i == 1) {
-        auto base = expr_type(ts_node_child_by_field_name(clause, "right", 5), fn);
-        if (!base.empty() && base.size() <= MAX_EXPR) t = base + "/[]";
+        t = append_step(expr_type(ts_node_child_by_field_name(clause, "right", 5), fn), "/[]");
       }
-      declare(fn, ts_node_named_child(left, i), t);
+      declare(fn, ts_node_named_child(left, i), t, ts_node_end_byte(clause));
     }
   }
 
@@ -313,43 +394,133 @@ class Rules : public tagged::Extraction {
     if (field.empty()) return {};
     if (auto imp = imported(operand, fn); imp != nullptr)
       return "S:" + join(imp->package, field) + "@" + imp->module;
-    auto base = expr_type(operand, fn, depth + 1);
-    if (base.empty() || base.size() > MAX_EXPR) return {};
-    return base + "/" + field + (call ? "()" : "");
+    return append_step(expr_type(operand, fn, depth + 1), "/" + field + (call ? "()" : ""));
   }
 
   // The import an operand names, unless a local of `fn` shadows it.
   const Import* imported(TSNode operand, std::size_t fn) const {
     if (!is(operand, "identifier")) return nullptr;
     std::string name(text(operand));
-    if (auto l = typed_.find(fn); l != typed_.end() && l->second.count(name) != 0) return nullptr;
+    if (local(fn, name, operand) != nullptr) return nullptr;
     auto imp = imports_.find(name);
     return imp == imports_.end() ? nullptr : &imp->second;
   }
 
-  // A local of `fn` declared with a type expression; declared twice with two, its type is
-  // unknown (an inner scope's variable of the same name).
-  void declare(std::size_t fn, TSNode name, const TypeExpr& type) {
+  // The scope a local declared by the node being visited lives in: the innermost block, clause
+  // or statement (`if x := f(); ...`) around it, or the function whose parameter it is.
+  TSNode scope_of_local() const {
+    static constexpr std::array<std::string_view, 12> SCOPES = {"block",
+                                                                "if_statement",
+                                                                "for_statement",
+                                                                "expression_switch_statement",
+                                                                "type_switch_statement",
+                                                                "expression_case",
+                                                                "type_case",
+                                                                "default_case",
+                                                                "communication_case",
+                                                                "func_literal",
+                                                                "function_declaration",
+                                                                "method_declaration"};
+    if (scope_symbols_.empty()) {
+      const TSLanguage* lang = ts_node_language(root_);
+      for (auto name : SCOPES) {
+        scope_symbols_.push_back(ts_language_symbol_for_name(
+            lang, name.data(), static_cast<std::uint32_t>(name.size()), true));
+      }
+    }
+    for (std::size_t i = frames_.size(); i-- > 0;) {
+      auto symbol = ts_node_symbol(frames_[i].node);
+      if (std::find(scope_symbols_.begin(), scope_symbols_.end(), symbol) != scope_symbols_.end())
+        return frames_[i].node;
+    }
+    return root_;
+  }
+
+  // A local of `fn` with its type as an expression ("" when unknown), seen from `visible_from`
+  // to the end of the scope around `at`. Declared again in the same scope (`x, err := ...`), a
+  // name keeps its first type, as Go assigns rather than declares it.
+  void declare(std::size_t fn, TSNode name, const TypeExpr& type, std::uint32_t visible_from,
+               TSNode scope = TSNode{}) {
     if (!is(name, "identifier")) return;
     std::string n(text(name));
     if (n == "_") return;
-    auto [it, fresh] = typed_[fn].try_emplace(n, type);
-    if (!fresh && it->second != type) it->second.clear();
+    if (ts_node_is_null(scope)) scope = scope_of_local();
+    auto& decls = typed_[fn][n];
+    auto from = ts_node_start_byte(scope), to = ts_node_end_byte(scope);
+    for (const auto& d : decls) {
+      if (d.scope_from == from && d.scope_to == to) return;
+    }
+    decls.push_back({from, to, visible_from, type});
   }
 
-  void declare_unknown(TSNode list) {
+  // The type of the local `name` of `fn` that a use at `use` sees (innermost scope); null when
+  // no local of that name is in sight there.
+  const TypeExpr* local(std::size_t fn, const std::string& name, TSNode use) const {
+    auto l = typed_.find(fn);
+    if (l == typed_.end()) return nullptr;
+    auto d = l->second.find(name);
+    if (d == l->second.end()) return nullptr;
+    auto at = ts_node_start_byte(use);
+    const Local* best = nullptr;
+    for (const auto& c : d->second) {
+      if (c.scope_from > at || at >= c.scope_to || c.visible_from > at) continue;
+      if (best == nullptr || c.scope_from > best->scope_from ||
+          (c.scope_from == best->scope_from && c.scope_to < best->scope_to))
+        best = &c;
+    }
+    return best == nullptr ? nullptr : &best->type;
+  }
+
+  void declare_unknown(TSNode list, std::uint32_t visible_from) {
     if (ts_node_is_null(list)) return;
     auto fn = current_callable();
-    if (is(list, "identifier")) return declare(fn, list, {});
+    if (is(list, "identifier")) return declare(fn, list, {}, visible_from);
     for (std::uint32_t i = 0; i < ts_node_named_child_count(list); ++i)
-      declare(fn, ts_node_named_child(list, i), {});
+      declare(fn, ts_node_named_child(list, i), {}, visible_from);
+  }
+
+  // `case v, ok := <-ch:` v is an element of ch.
+  void record_receive(TSNode node) {
+    TSNode left = ts_node_child_by_field_name(node, "left", 4);
+    if (ts_node_is_null(left)) return;
+    auto fn = current_callable();
+    auto type = expr_type(ts_node_child_by_field_name(node, "right", 5), fn);
+    for (std::uint32_t i = 0; i < ts_node_named_child_count(left); ++i)
+      declare(fn, ts_node_named_child(left, i), i == 0 ? type : TypeExpr{}, ts_node_end_byte(node));
+  }
+
+  // `switch x := v.(type) { case *T: ... }`: in a clause of one type x has it; elsewhere its
+  // type is unknown.
+  void record_type_switch(TSNode node) {
+    TSNode alias = ts_node_child_by_field_name(node, "alias", 5);
+    if (ts_node_is_null(alias)) return;
+    declare_unknown(alias, ts_node_end_byte(alias));
+    if (ts_node_named_child_count(alias) != 1) return;
+    TSNode name = ts_node_named_child(alias, 0);
+    auto fn = current_callable();
+    for (std::uint32_t i = 0; i < ts_node_named_child_count(node); ++i) {
+      TSNode clause = ts_node_named_child(node, i);
+      if (!is(clause, "type_case")) continue;
+      TSNode type{};
+      int types = 0;
+      for (std::uint32_t k = 0; k < ts_node_child_count(clause); ++k) {
+        const char* f = ts_node_field_name_for_child(clause, k);
+        if (f != nullptr && std::string_view(f) == "type") {
+          type = ts_node_child(clause, k);
+          ++types;
+        }
+      }
+      TSNode body = ts_node_named_child(clause, ts_node_named_child_count(clause) - 1);
+      if (types != 1 || !is(body, "statement_list")) continue;
+      declare(fn, name, type_expr(type), ts_node_start_byte(body), clause);
+    }
   }
 
   // Parameters of functions, methods (the receiver too) and function literals are locals of
   // the callable around them; those of a function type are not.
   void record_parameters(TSNode param) {
-    TSNode list = ts_node_parent(param);
-    TSNode owner = ts_node_parent(list);
+    if (frames_.size() < 3) return;
+    TSNode owner = frames_[frames_.size() - 3].node;  // above the parameter list
     if (!is(owner, "function_declaration") && !is(owner, "method_declaration") &&
         !is(owner, "func_literal")) {
       return;
@@ -358,7 +529,7 @@ class Rules : public tagged::Extraction {
     auto type = type_expr(ts_node_child_by_field_name(param, "type", 4));
     for (std::uint32_t i = 0; i < ts_node_named_child_count(param); ++i) {
       TSNode child = ts_node_named_child(param, i);
-      if (is(child, "identifier")) declare(fn, child, type);
+      if (is(child, "identifier")) declare(fn, child, type, ts_node_end_byte(param));
     }
   }
 
@@ -388,12 +559,15 @@ class Rules : public tagged::Extraction {
       } else if (values.size() == names.size()) {
         t = expr_type(values[i], fn);
       } else if (i == 0 && values.size() == 1 &&
-                 (is(values[0], "call_expression") || is(values[0], "type_assertion_expression"))) {
-        t = expr_type(values[0], fn);  // the first of several results
+                 (is(values[0], "call_expression") || is(values[0], "type_assertion_expression") ||
+                  is(values[0], "index_expression") || is(values[0], "unary_expression"))) {
+        t = expr_type(values[0], fn);  // the first of several results, or `v, ok := m[k]`
+      } else if (values.size() == 1 && is(values[0], "call_expression")) {
+        t = nth_result(expr_type(values[0], fn), i + 1);
       }
       if (t.size() > MAX_EXPR) t.clear();
       if (fn != 0 || frame_of_type("func_literal") != NONE) {
-        declare(fn, names[i], t);
+        declare(fn, names[i], t, ts_node_end_byte(node));
       } else if (auto d = defined_.find(join(package_, text(names[i]))); d != defined_.end()) {
         out_.symbols[d->second].type_of = t;
       }
@@ -442,10 +616,17 @@ class Rules : public tagged::Extraction {
     TSNode callee = pending.callee;
     if (is(callee, "identifier")) {
       std::string name(text(callee));
-      if (std::find(BUILTINS.begin(), BUILTINS.end(), name) != BUILTINS.end()) return;
+      if (is_builtin(name)) return;
       call.target = join(package_, name);
       call.evidence = defined_.count(call.target) != 0 ? "same-file" : "same-package";
       call.scope_modules = {module_};
+      if (call.evidence == "same-package") {
+        // `import . "pkg"` brings pkg's names in: after the package's own
+        for (const auto& imp : dot_imports_) {
+          call.fallbacks.push_back(join(imp.package, name));
+          call.scope_modules.push_back(imp.module);
+        }
+      }
       return;
     }
     if (!is(callee, "selector_expression")) return;
@@ -455,7 +636,22 @@ class Rules : public tagged::Extraction {
     if (!is(operand, "identifier")) return resolve_typed(operand, field, pending.caller, call);
     std::string var(text(operand));
     const auto& caller = out_.symbols[pending.caller];
-    if (auto r = receivers_.find(caller.fqn); r != receivers_.end() && r->second == var) {
+    // the receiver or a local of a known type, unless an inner declaration shadows it
+    auto declared_as = [&](const std::string& type) {
+      const auto* seen = local(pending.caller, var, operand);
+      return seen != nullptr && *seen == type;
+    };
+    const auto& own = prefix_of(pending.caller);
+    if (auto r = receivers_.find(caller.fqn);
+        r != receivers_.end() && r->second == var &&
+        declared_as(package_level("T:", std::string_view(own).substr(own.rfind('.') + 1)))) {
+      if (embeds_foreign_.count(prefix_of(pending.caller)) != 0) {
+        // a method of another package's embedded struct: found through the receiver's type
+        call.receiver = "T:" + prefix_of(pending.caller) + "@" + module_;
+        call.member = field;
+        call.evidence = "receiver";
+        return;
+      }
       call.target = join(prefix_of(pending.caller), field);
       call.fallbacks = promoted(prefix_of(pending.caller), field);
       call.evidence = "receiver";
@@ -464,17 +660,25 @@ class Rules : public tagged::Extraction {
     }
     if (auto l = locals_.find(pending.caller); l != locals_.end()) {
       if (auto t = l->second.find(var); t != l->second.end()) {
-        call.evidence = "instance";
         auto dot = t->second.find('.');
+        auto imp =
+            dot == std::string::npos ? imports_.end() : imports_.find(t->second.substr(0, dot));
+        // a dot import's type of the same name is the type evaluation's to tell apart
+        if (dot == std::string::npos
+                ? !dot_imports_.empty() || !declared_as(package_level("T:", t->second))
+                : imp == imports_.end() ||
+                      !declared_as("T:" + join(imp->second.package, t->second.substr(dot + 1)) +
+                                   "@" + imp->second.module)) {
+          return resolve_typed(operand, field, pending.caller, call);
+        }
+        call.evidence = "instance";
         if (dot == std::string::npos) {
           call.target = join(join(package_, t->second), field);
           call.fallbacks = promoted(join(package_, t->second), field);
           call.scope_modules = {module_};
-        } else if (auto imp = imports_.find(t->second.substr(0, dot)); imp != imports_.end()) {
+        } else {
           call.target = join(join(imp->second.package, t->second.substr(dot + 1)), field);
           call.scope_modules = {imp->second.module};
-        } else {
-          call.evidence.clear();
         }
         return;
       }
@@ -491,11 +695,19 @@ class Rules : public tagged::Extraction {
  private:
   std::string package_;
   std::map<std::string, Import, std::less<>> imports_;      // bound name -> import
+  std::vector<Import> dot_imports_;                         // `import . "path"`
   std::unordered_map<std::string, std::string> receivers_;  // method fqn -> receiver variable
   std::unordered_map<std::size_t, std::map<std::string, std::string>> locals_;  // by caller
   std::unordered_map<std::string, std::vector<std::string>> embeds_;  // struct fqn -> embedded
+  std::set<std::string> embeds_foreign_;  // structs of this file embedding another package's
   // By callable: each local's type as an expression ("" when declared but unknown).
-  std::unordered_map<std::size_t, std::map<std::string, TypeExpr>> typed_;
+  struct Local {
+    std::uint32_t scope_from = 0, scope_to = 0;  // bytes of the scope it is declared in
+    std::uint32_t visible_from = 0;              // the byte from which uses see it
+    TypeExpr type;
+  };
+  std::unordered_map<std::size_t, std::map<std::string, std::vector<Local>>> typed_;
+  mutable std::vector<TSSymbol> scope_symbols_;  // node types that open a scope for locals
 };
 
 }  // namespace

@@ -1,7 +1,10 @@
 #include "orvane_tamsel/indexer/types/receiver_stage.h"
 
+#include <map>
+#include <optional>
+#include <set>
 #include <string>
-#include <tuple>
+#include <unordered_map>
 #include <vector>
 
 #include "orvane_tamsel/indexer/types/sql_type_facts.h"
@@ -12,49 +15,109 @@ namespace orvane_tamsel::indexer::types {
 namespace {
 
 constexpr const char* ALL_SITES =
-    "SELECT id, receiver, member, receiver_evidence FROM call_sites WHERE receiver <> ''";
+    "SELECT id, file_id, receiver, member, receiver_evidence, target_fqn, evidence, 1, '' "
+    "FROM call_sites WHERE receiver <> ''";
+// Sites to link (new ones), then every receiver site of a file whose evaluations consulted an
+// affected name: that file's dependencies are written anew.
 constexpr const char* CHANGED_SITES = R"sql(
-SELECT c.id, c.receiver, c.member, c.receiver_evidence
+SELECT c.id, c.file_id, c.receiver, c.member, c.receiver_evidence, c.target_fqn, c.evidence, 1,
+       ''
   FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id WHERE c.receiver <> ''
-UNION
-SELECT c.id, c.receiver, c.member, c.receiver_evidence
-  FROM affected a CROSS JOIN type_deps d ON d.fqn = a.fqn CROSS JOIN call_sites c ON c.id = d.site_id
+UNION ALL
+SELECT c.id, c.file_id, c.receiver, c.member, c.receiver_evidence, c.target_fqn, c.evidence, 0,
+       coalesce((SELECT k.module FROM call_scopes k WHERE k.site_id = c.id), '')
+  FROM (SELECT DISTINCT d.file_id FROM affected a CROSS JOIN type_deps d ON d.fqn = a.fqn) x
+  CROSS JOIN call_sites c ON c.file_id = x.file_id WHERE c.receiver <> ''
 )sql";
 
-// Below this many sites, facts are read by fqn as asked rather than all at once.
-constexpr std::size_t PRELOAD_SITES = 2000;
+struct Site {
+  std::int64_t id = 0, file_id = 0;
+  std::string receiver, member, evidence, target, linked_evidence, scope;
+  bool to_link = false;  // in `relink`: written and linked whatever it evaluates to
+};
+
+// One evaluation per distinct (receiver, member, evidence): sites share most of them.
+class Evaluations {
+ public:
+  struct Result {
+    std::optional<Resolution> found;
+    std::vector<const std::string*> consulted;  // interned
+  };
+
+  explicit Evaluations(TypeFacts& facts) : resolver_(facts) {}
+
+  const Result& of(const Site& s) {
+    auto key = s.receiver;
+    key.append("\n").append(s.member).append("\n").append(s.evidence);
+    auto [it, fresh] = results_.try_emplace(std::move(key));
+    if (fresh) {
+      it->second.found = resolver_.resolve(s.receiver, s.member, s.evidence);
+      for (const auto& fqn : resolver_.consulted())
+        it->second.consulted.push_back(&*names_.insert(fqn).first);
+    }
+    return it->second;
+  }
+
+ private:
+  TypeResolver resolver_;
+  std::unordered_map<std::string, Result> results_;
+  std::set<std::string> names_;
+};
 
 }  // namespace
 
 void resolve_receivers(index::Database& db, bool bulk) {
-  std::vector<std::tuple<std::int64_t, std::string, std::string, std::string>> sites;
+  std::vector<Site> sites;
+  std::map<std::int64_t, bool> files;  // file id -> all its receiver sites are evaluated
   {
+    std::set<std::int64_t> seen;
     auto st = db.prepare(bulk ? ALL_SITES : CHANGED_SITES);
-    while (st.step()) sites.emplace_back(st.integer(0), st.text(1), st.text(2), st.text(3));
+    while (st.step()) {
+      auto file_id = st.integer(1);
+      bool whole = st.integer(7) == 0 || bulk;
+      files[file_id] = files[file_id] || whole;
+      if (!seen.insert(st.integer(0)).second) continue;  // a new site of an affected file
+      sites.push_back({st.integer(0), file_id, st.text(2), st.text(3), st.text(4), st.text(5),
+                       st.text(6), st.text(8), st.integer(7) != 0});
+    }
   }
   if (sites.empty()) return;
-  SqlTypeFacts facts(db, bulk || sites.size() >= PRELOAD_SITES);
-  TypeResolver resolver(facts);
+  // An update reads facts by fqn as asked: even thousands of sites ask far fewer names than
+  // the index holds.
+  SqlTypeFacts facts(db, bulk);
+  Evaluations evaluations(facts);
   auto set_target = db.prepare("UPDATE call_sites SET target_fqn = ?, evidence = ? WHERE id = ?");
   auto clear_scopes = db.prepare("DELETE FROM call_scopes WHERE site_id = ?");
   auto add_scope = db.prepare("INSERT OR IGNORE INTO call_scopes VALUES(?, ?)");
-  auto clear_deps = db.prepare("DELETE FROM type_deps WHERE site_id = ?");
+  auto clear_deps = db.prepare("DELETE FROM type_deps WHERE file_id = ?");
   auto add_dep = db.prepare("INSERT OR IGNORE INTO type_deps VALUES(?, ?)");
   auto relink = db.prepare("INSERT OR IGNORE INTO relink VALUES(?)");
-  for (const auto& [id, receiver, member, evidence] : sites) {
-    auto found = resolver.resolve(receiver, member, evidence);
-    if (!bulk) {
-      clear_scopes.bind(1, id).run();
-      clear_deps.bind(1, id).run();
+  // What each file's sites consulted: a file is evaluated again when one of them changes.
+  std::map<std::int64_t, std::set<const std::string*>> deps;
+  for (const auto& s : sites) {
+    const auto& result = evaluations.of(s);
+    deps[s.file_id].insert(result.consulted.begin(), result.consulted.end());
+    const auto& found = result.found;
+    if (!bulk && !s.to_link) {
+      // Evaluated again for an affected name: only a changed result is written and linked.
+      const auto& scope = s.scope;
+      bool same = found ? s.target == found->target && s.linked_evidence == found->evidence &&
+                              scope == found->module
+                        : s.target.empty() && s.linked_evidence == s.evidence && scope.empty();
+      if (same) continue;
     }
+    if (!bulk) clear_scopes.bind(1, s.id).run();
     if (found) {
-      set_target.bind(1, found->target).bind(2, found->evidence).bind(3, id).run();
-      add_scope.bind(1, id).bind(2, found->module).run();
+      set_target.bind(1, found->target).bind(2, found->evidence).bind(3, s.id).run();
+      add_scope.bind(1, s.id).bind(2, found->module).run();
     } else if (!bulk) {
-      set_target.bind(1, "").bind(2, evidence).bind(3, id).run();
+      set_target.bind(1, "").bind(2, s.evidence).bind(3, s.id).run();
     }
-    for (const auto& fqn : resolver.consulted()) add_dep.bind(1, id).bind(2, fqn).run();
-    if (found || !bulk) relink.bind(1, id).run();
+    if (found || !bulk) relink.bind(1, s.id).run();
+  }
+  for (const auto& [file_id, fqns] : deps) {
+    if (!bulk && files[file_id]) clear_deps.bind(1, file_id).run();
+    for (const auto* fqn : fqns) add_dep.bind(1, file_id).bind(2, *fqn).run();
   }
 }
 

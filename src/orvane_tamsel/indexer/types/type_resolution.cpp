@@ -87,8 +87,25 @@ std::optional<TypeResolver::Type> TypeResolver::type_of_symbol(const TypeSymbol&
 std::optional<TypeResolver::Type> TypeResolver::evaluate(const TypeExpr& text, int depth,
                                                          std::string* evidence) {
   if (depth > MAX_DEPTH) return std::nullopt;
+  if (auto bar = text.find('|'); bar != std::string::npos) {
+    // Alternatives, nearest first: the first whose start names a symbol counts.
+    for (std::size_t at = 0; at < text.size();) {
+      bar = std::min(text.find('|', at), text.size());
+      auto alternative = text.substr(at, bar - at);
+      auto expr = parse_type_expr(alternative);
+      if (expr && !find(expr->fqn, expr->scope_modules).empty())
+        return evaluate(alternative, depth, evidence);
+      at = bar + 1;
+    }
+    return std::nullopt;
+  }
   auto expr = parse_type_expr(text);
   if (!expr) return std::nullopt;
+  std::string result;  // "S:f#2": the second result of f, kept among its fields as "#2"
+  if (auto hash = expr->fqn.find('#'); expr->symbol && hash != std::string::npos) {
+    result = expr->fqn.substr(hash);
+    expr->fqn.resize(hash);
+  }
   auto candidates = find(expr->fqn, expr->scope_modules);
   // Several symbols of one fqn (a function per build variant) must agree.
   std::optional<Type> type;
@@ -97,7 +114,11 @@ std::optional<TypeResolver::Type> TypeResolver::evaluate(const TypeExpr& text, i
     if (!expr->symbol) {
       if (is_type_kind(c->kind)) t = Type{expr->fqn, c->module, expr->elements};
     } else {
-      t = type_of_symbol(*c, expr->fqn, depth);
+      if (result.empty()) t = type_of_symbol(*c, expr->fqn, depth);
+      for (const auto& [name, type] : c->fields) {
+        if (!result.empty() && name == result && is_callable_kind(c->kind))
+          t = evaluate(type, depth + 1, nullptr);
+      }
     }
     if (!t || (type && !(*type == *t))) return std::nullopt;
     type = t;

@@ -101,7 +101,7 @@ void Statements::prepare_site_rows(index::Database& db) {
            "(SELECT id FROM call_sites WHERE file_id = ?)",
            "DELETE FROM call_scopes WHERE site_id IN (SELECT id FROM call_sites WHERE file_id = "
            "?)",
-           "DELETE FROM type_deps WHERE site_id IN (SELECT id FROM call_sites WHERE file_id = ?)",
+           "DELETE FROM type_deps WHERE file_id = ?",
            "DELETE FROM call_sites WHERE file_id = ?",
        }) {
     clear_contents.push_back(db.prepare(sql));
@@ -124,8 +124,7 @@ void Statements::prepare_site_rows(index::Database& db) {
   mark_relink = db.prepare("INSERT OR IGNORE INTO relink VALUES(?)");
   for (const char* sql :
        {"DELETE FROM edges WHERE site_id = ?", "DELETE FROM call_fallbacks WHERE site_id = ?",
-        "DELETE FROM call_scopes WHERE site_id = ?", "DELETE FROM type_deps WHERE site_id = ?",
-        "DELETE FROM call_sites WHERE id = ?"}) {
+        "DELETE FROM call_scopes WHERE site_id = ?", "DELETE FROM call_sites WHERE id = ?"}) {
     delete_site.push_back(db.prepare(sql));
   }
 }

@@ -1,0 +1,26 @@
+#pragma once
+// Go linking: a function defined once per platform (`getsig` in os_linux.go, os_windows.go, ...)
+// is called, as the Go toolchain of this machine would build it, at the definition whose file
+// builds here.
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "orvane_tamsel/indexer/linking_plugin.h"
+
+namespace orvane_tamsel::indexer::go {
+
+// Whether a Go file's name (`_windows.go`, `_arm64_test.go`) confines it to a platform other
+// than this machine's.
+bool builds_elsewhere(std::string_view path);
+
+// After the common rule picked one of several definitions of an fqn in one package (the longest),
+// a site whose pick builds elsewhere by its file name moves to one that builds here.
+class BuildVariants final : public LinkingPlugin {
+ public:
+  std::vector<std::string> languages() const override { return {"go"}; }
+  void after_linking(LinkingContext& ctx) override;
+};
+
+}  // namespace orvane_tamsel::indexer::go

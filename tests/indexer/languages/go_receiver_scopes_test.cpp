@@ -1,0 +1,56 @@
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include <vector>
+
+#include "indexer/indexed_fixture.h"
+
+namespace {
+
+// Which declaration a receiver's name means: the innermost block's, a type switch clause's, a
+// dot import's names behind the package's own, methods of an embedded struct of another
+// package, a grouped package variable, and of two platform variants the one that builds here.
+TEST(GoReceiverScopes, NamesMeanWhatTheCompilerSees) {
+  indexer_test::IndexedFixture repo("");
+  repo.write("go.mod", "module example.com/m\n");
+  repo.write("wire/wire.go",
+             "package wire\n\ntype Buf struct{}\n\nfunc (b *Buf) Flush() {}\n\n"
+             "func NewBuf() *Buf { return nil }\n\nfunc Max(a, b int) int { return a }\n");
+  repo.write("app/types.go",
+             "package app\n\nimport \"example.com/m/wire\"\n\ntype A struct{}\n\n"
+             "func (a *A) Run() {}\n\ntype B struct{}\n\nfunc (b *B) Run() {}\n\n"
+             "type W struct {\n\t*wire.Buf\n}\n\nfunc (w *W) Close() { w.Flush() }\n\n"
+             "var (\n\tshared *B\n\tother  int\n)\n\nfunc max(a, b int) int { return a }\n");
+  repo.write("app/use.go",
+             "package app\n\nfunc use(v interface{}, ok bool) {\n\tx := &A{}\n"
+             "\tif ok {\n\t\tx := &B{}\n\t\tx.Run()\n\t}\n\tx.Run()\n"
+             "\tswitch y := v.(type) {\n\tcase *B:\n\t\ty.Run()\n\t}\n"
+             "\tshared.Run()\n\t(&W{}).Flush()\n\t_ = max(1, 2)\n}\n");
+  repo.write("app/sys.go", "package app\n\nfunc sys() {}\n\nfunc callsys() { sys() }\n");
+  repo.write("app/sys_plan9.go",
+             "package app\n\nfunc sys() {\n\tprintln(1)\n\tprintln(2)\n\tprintln(3)\n}\n");
+  repo.write("wire/wire_test.go",
+             "package wire_test\n\nimport . \"example.com/m/wire\"\n\n"
+             "func TestBuf(t *testing.T) {\n\tNewBuf().Flush()\n\t_ = Max(1, 2)\n}\n");
+  repo.update();
+  EXPECT_EQ(repo.callees("app.use"),
+            (std::set<std::string>{"app.A.Run", "app.B.Run", "wire.Buf.Flush", "app.max"}));
+  EXPECT_EQ(repo.callees("app.W.Close"), std::set<std::string>{"wire.Buf.Flush"});
+  EXPECT_EQ(repo.callees("wire_test.TestBuf"),
+            (std::set<std::string>{"wire.NewBuf", "wire.Buf.Flush", "wire.Max"}));
+  EXPECT_EQ(repo.rows("SELECT f.path FROM edges e JOIN symbols r ON r.id = e.caller_id "
+                      "JOIN symbols s ON s.id = e.callee_id JOIN files f ON f.id = s.file_id "
+                      "WHERE r.fqn = 'app.callsys'"),
+            std::vector<std::string>{"app/sys.go"});
+  // the lines of use(): x.Run() in the inner block is B's, after it A's
+  EXPECT_EQ(repo.rows("SELECT c.line || ' ' || s.fqn FROM edges e "
+                      "JOIN call_sites c ON c.id = e.site_id JOIN symbols s ON s.id = e.callee_id "
+                      "JOIN symbols r ON r.id = e.caller_id WHERE r.fqn = 'app.use' "
+                      "ORDER BY c.line, s.fqn"),
+            (std::vector<std::string>{"7 app.B.Run", "9 app.A.Run", "12 app.B.Run", "14 app.B.Run",
+                                      "15 wire.Buf.Flush", "16 app.max"}));
+}
+
+}  // namespace
