@@ -13,8 +13,9 @@ namespace {
 
 using namespace orvane_tamsel;
 
-// Receivers typed by a result, an attribute, a constructor and an annotation reach methods
-// defined in other files; a namespace folder inside the package links its base class.
+// Receivers typed by a result, an attribute, a constructor, an annotation and a pytest fixture
+// reach methods defined in other files, on bases too; a namespace folder inside the package
+// links its base class.
 TEST(PythonTypesEndToEnd, TypedReceiversFindTheirCallees) {
   indexer_test::TempRepo repo("py_types");
   indexer::update_index(repo.root());
@@ -36,6 +37,11 @@ TEST(PythonTypesEndToEnd, TypedReceiversFindTheirCallees) {
            "kite.app.handle -> kite.app.App.dispatch",
            "kite.app.Client.get -> kite.app.App.dispatch",
            "kite.sansio.scaffold.Scaffold.__init__ -> kite.helpers.Base.__init__",
+           // fixtures of conftest.py, a classmethod on a base in another file
+           "test_app.test_dispatch -> kite.app.App.dispatch",
+           "test_app.test_get -> kite.app.Client.get",
+           "test_app.test_response -> kite.wrappers.Response.close",
+           "test_app.test_build -> kite.sansio.scaffold.Scaffold.build",
        }) {
     EXPECT_EQ(seen.count(edge), 1u) << edge;
   }

@@ -311,6 +311,55 @@ TEST(UpdateIndex, ReceiverTypesFromOtherFilesRelinkWhenTheyChange) {
   same_as_fresh();
 }
 
+// Python: a method on a base two files away (named through a package's re-export), reached from
+// self, an instance and a function's result; edits to the base and to the result relink them.
+TEST(UpdateIndex, PythonReceiversFollowBasesAndResultsAcrossFiles) {
+  indexer_test::TempRepo repo;
+  repo.write("kit/__init__.py", "from .base import Base\n");
+  repo.write("kit/base.py", "class Base:\n    def run(self):\n        pass\n");
+  repo.write("kit/mid.py",
+             "from kit import Base\n\n\nclass Mid(Base):\n    pass\n\n\n"
+             "def make():\n    return Mid()\n");
+  repo.write("app.py",
+             "from kit.mid import Mid, make\n\n\nclass App(Mid):\n    def go(self):\n"
+             "        self.run()\n\n\ndef main():\n    m = Mid()\n    m.run()\n"
+             "    make().run()\n    x = make()\n    x.run()\n");
+  indexer::update_index(repo.root());
+  auto calls = [&] {
+    std::set<std::string> out;
+    for (const auto& line : dump(repo.root())) {
+      if (line.starts_with("call app.") && line.find("run") != std::string::npos) out.insert(line);
+    }
+    return out;
+  };
+  EXPECT_EQ(calls(), (std::set<std::string>{"call app.App.go -> kit.base.Base.run x1",
+                                            "call app.main -> kit.base.Base.run x3"}));
+  indexer_test::TempRepo fresh;
+  auto same_as_fresh = [&] {
+    fs::remove_all(fresh.root());
+    fs::copy(repo.root(), fresh.root(), fs::copy_options::recursive);
+    fs::remove_all(fresh.root() / ".tamsel");
+    indexer::update_index(fresh.root());
+    EXPECT_EQ(dump(repo.root()), dump(fresh.root()));
+  };
+  repo.write("kit/base.py", "class Base:\n    def stop(self):\n        pass\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(calls(), std::set<std::string>{});
+  same_as_fresh();
+  repo.write("kit/mid.py",
+             "from kit import Base\n\n\nclass Mid(Base):\n    pass\n\n\nclass Other:\n"
+             "    def run(self):\n        pass\n\n\ndef make():\n    return Other()\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(calls(), (std::set<std::string>{"call app.main -> kit.mid.Other.run x2"}));
+  same_as_fresh();
+  repo.write("kit/base.py", "class Base:\n    def run(self):\n        pass\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(calls(), (std::set<std::string>{"call app.App.go -> kit.base.Base.run x1",
+                                            "call app.main -> kit.base.Base.run x1",
+                                            "call app.main -> kit.mid.Other.run x2"}));
+  same_as_fresh();
+}
+
 // Runs `tamsel index` and kills it with SIGKILL half-way through.
 void index_and_kill(const fs::path& root) {
   int err[2];
