@@ -275,6 +275,15 @@ void Extraction::collect_definitions() {
   }
 }
 
+// What `name` is bound to in the scope itself (not outer ones), if anything.
+std::optional<Binding> Extraction::lookup_here(TSNode scope, const std::string& name) const {
+  auto s = scopes_.find(scope_key(scope));
+  if (s == scopes_.end()) return std::nullopt;
+  auto b = s->second.names.find(name);
+  if (b == s->second.names.end()) return std::nullopt;
+  return b->second;
+}
+
 // A module-level name an import binds and a definition further down rebinds: the functions of
 // the module see the definition.
 bool Extraction::defined_later(TSNode scope, const std::string& name, std::int64_t at) const {
@@ -358,8 +367,13 @@ void Extraction::collect_imports() {
       }
       if (from) {
         out_.imports.push_back({at, base, dotted, alias});
-        if (!defined_later(scope, alias.empty() ? dotted : alias, at)) {
-          bind(scope, alias.empty() ? dotted : alias, {join_dotted(base, dotted), "import"});
+        const auto& bound = alias.empty() ? dotted : alias;
+        if (!defined_later(scope, bound, at)) {
+          Binding b{join_dotted(base, dotted), "import"};
+          if (auto old = lookup_here(scope, bound); old && old->evidence == "same-file") {
+            b.shadowed = old->fqn;
+          }
+          bind(scope, bound, std::move(b));
         }
       } else {
         out_.imports.push_back({at, dotted, "", alias});
@@ -534,6 +548,7 @@ void Extraction::resolve(TSNode callee, ParsedCall& call) const {
       for (std::size_t k = 1; k < parts.size(); ++k)
         call.target = join_dotted(call.target, parts[k]);
       call.evidence = parts.size() == 1 && b->is_class ? "constructor" : b->evidence;
+      if (parts.size() == 1 && !b->shadowed.empty()) call.fallbacks.push_back(b->shadowed);
       // `Cls.method()`: the method may be inherited, from a base in another file.
       if (parts.size() == 2 && !binding_type(*b).empty()) {
         call.receiver = binding_type(*b).expr;

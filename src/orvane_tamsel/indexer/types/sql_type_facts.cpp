@@ -10,13 +10,12 @@ namespace {
   "SELECT s.fqn, s.kind, f.module, s.type_of, s.bases, s.fields, f.path FROM symbols s " \
   "CROSS JOIN files f ON f.id = s.file_id WHERE s.kind <> 'module'"
 
-// Where `module.name` leads: the module's own import binding `name`, then, for a public name,
-// each module it star-imports.
+// Where `module.name` leads: the module's own imports binding `name` (in file order), then, for
+// a public name, each module it star-imports; the first that names a symbol counts.
 constexpr const char* REEXPORT_OF = R"sql(
 SELECT * FROM (SELECT i.module || CASE WHEN i.name <> '' THEN '.' || i.name ELSE '' END
   FROM files f CROSS JOIN imports i ON i.file_id = f.id WHERE f.module = ?1
-  AND (i.alias = ?2 OR (i.alias = '' AND i.name = ?2)) ORDER BY length(f.path), f.path, i.line
-  LIMIT 1)
+  AND (i.alias = ?2 OR (i.alias = '' AND i.name = ?2)) ORDER BY length(f.path), f.path, i.line)
 UNION ALL
 SELECT * FROM (SELECT i.module || '.' || ?2
   FROM files f CROSS JOIN imports i ON i.file_id = f.id WHERE f.module = ?1 AND i.name = '*'

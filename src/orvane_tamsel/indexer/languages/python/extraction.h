@@ -78,6 +78,9 @@ struct Binding {
   std::string fqn;
   std::string evidence;  // same-file, same-scope, import, module-attribute
   bool is_class = false;
+  // An import that rebinds a function or class defined above it (`try: from _c import f`): the
+  // definition, for when the imported one is not in the repository.
+  std::string shadowed;
 };
 
 // What a scope says of the types of its names (or a class of its instances' attributes).
@@ -174,6 +177,7 @@ class Extraction {
 
   void collect_imports();
   bool defined_later(TSNode scope, const std::string& name, std::int64_t at) const;
+  std::optional<Binding> lookup_here(TSNode scope, const std::string& name) const;
 
   void collect_locals();
 
@@ -225,6 +229,8 @@ class Extraction {
 
   // The type of a class's attribute `name`, from its body and the methods assigning self.name.
   Typed attribute_type(TSNode cls, std::string_view name, int depth) const;
+  // The types a value may have, of those evidence gives ("&": the writer makes them agree).
+  Typed possible(const std::vector<TSNode>& values, int depth) const;
 
   const TypeFacts* scope_facts(TSNode def) const {
     auto s = scopes_.find(scope_key(def));

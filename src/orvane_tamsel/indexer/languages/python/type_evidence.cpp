@@ -146,7 +146,10 @@ Typed Extraction::attribute_type(TSNode cls, std::string_view name, int depth) c
       list.insert(list.end(), it->second.begin(), it->second.end());
     }
   }
-  return bound_type(both, name, -1, depth);
+  if (both.annotations.count(name) != 0) return bound_type(both, name, -1, depth);
+  // Set in several places (`self.x = Thing()` in __init__, `self.x = x` in a setter).
+  auto v = both.values.find(name);
+  return v == both.values.end() ? Typed{} : possible(v->second, depth);
 }
 
 bool Extraction::is_parameter(TSNode fn, std::string_view name) const {
@@ -396,20 +399,26 @@ std::string Extraction::result_type(TSNode fn) const {
     return agree(values, false, 0).expr;
   }
   auto r = returns_.find(key);
-  if (r == returns_.end()) return "";
-  // The returns whose type evidence gives: the writer takes the type those it can evaluate
-  // agree on (`return cls(...)` beside `return cls.load(...)`); the others are passed over.
-  std::vector<std::string> types;
-  for (TSNode n : r->second) {
+  return r == returns_.end() ? "" : possible(r->second, 0).expr;
+}
+
+// The values whose type evidence gives, as possible values ("&"): the writer takes the type those
+// it can evaluate agree on (`return cls(...)` beside `return cls.load(...)`); the others, as
+// pyright does with values it cannot type, are passed over.
+Typed Extraction::possible(const std::vector<TSNode>& values, int depth) const {
+  std::vector<Typed> types;
+  for (TSNode n : values) {
     if (is_type(n, "none")) continue;
-    auto t = value_type(n, 1).expr;
-    if (!t.empty() && std::find(types.begin(), types.end(), t) == types.end()) {
+    auto t = value_type(n, depth + 1);
+    if (t.empty()) continue;
+    if (std::none_of(types.begin(), types.end(),
+                     [&](const Typed& k) { return k.expr == t.expr; })) {
       types.push_back(std::move(t));
     }
   }
-  if (types.size() > MAX_RETURNS) return "";
-  std::string out;
-  for (const auto& t : types) out.append(out.empty() ? "" : "&").append(t);
+  if (types.empty() || types.size() > MAX_RETURNS) return {};
+  Typed out = types.front();
+  for (std::size_t i = 1; i < types.size(); ++i) out.expr.append("&").append(types[i].expr);
   return out;
 }
 
