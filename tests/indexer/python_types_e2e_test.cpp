@@ -48,8 +48,9 @@ TEST(PythonTypesEndToEnd, TypedReceiversFindTheirCallees) {
 }
 
 // What Python code says of a value beyond a single assignment: properties, a field holding a
-// class, a parameter's default, the nearest of differing bindings, `a or b`, `x.__class__`,
-// `object.__new__`, several returns, star imports and an import that may shadow a definition.
+// class, a parameter's default, a chained assignment, the nearest of differing bindings,
+// `a or b`, `x.__class__`, `object.__new__`, several returns, star imports and an import that
+// may shadow a definition.
 TEST(PythonTypesEndToEnd, ValuesOfManyBindingsAndForms) {
   indexer_test::TempRepo repo;
   repo.write("box/__init__.py", "");
@@ -63,13 +64,15 @@ TEST(PythonTypesEndToEnd, ValuesOfManyBindingsAndForms) {
              "def helper():\n    pass\n\n\ntry:\n    from _speedups import helper\n"
              "except ImportError:\n    pass\n\n\n"
              "class Holder:\n    kind = A\n\n    def __init__(self, part=None, spare=B()):\n"
-             "        self.part = A()\n        self.spare = spare\n\n"
+             "        self.part = A()\n        self.spare = spare\n"
+             "        self.other = self.more = B()\n\n"
              "    def set(self, part):\n        self.part = part\n\n"
              "    @property\n    def current(self):\n        return self.part\n\n"
              "    def run(self, x=None):\n        self.current.a()\n        self.kind().a()\n"
              "        self.spare.b()\n        (x or B()).b()\n        self.__class__().run()\n"
              "        y = A()\n        y.a()\n        y = B()\n        y.b()\n"
-             "        make().a()\n        load(1, x).a()\n        star()\n        helper()\n");
+             "        make().a()\n        load(1, x).a()\n        star()\n        helper()\n"
+             "        self.other.b()\n");
   indexer::update_index(repo.root());
   index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
   auto st = db.prepare(
@@ -79,7 +82,7 @@ TEST(PythonTypesEndToEnd, ValuesOfManyBindingsAndForms) {
   while (st.step()) seen.insert(st.text(0) + " x" + std::to_string(st.integer(1)));
   EXPECT_EQ(seen,
             (std::set<std::string>{"box.parts.A x1", "box.parts.B x2", "box.parts.A.a x5",
-                                   "box.parts.B.b x3", "box.use.Holder.run x1", "box.parts.make x1",
+                                   "box.parts.B.b x4", "box.use.Holder.run x1", "box.parts.make x1",
                                    "box.parts.load x1", "box.parts.star x1", "box.use.helper x1"}));
 }
 

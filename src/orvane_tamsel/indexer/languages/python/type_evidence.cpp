@@ -292,6 +292,9 @@ Typed Extraction::value_type(TSNode e, int depth) const {
                                              : Typed{};
   }
   if (is_type(e, "identifier")) return name_type(e, text(e), depth);
+  if (is_type(e, "assignment")) {  // `a = b = value`: what `a` is given is the value
+    return value_type(ts_node_child_by_field_name(e, "right", 5), depth + 1);
+  }
   // `a or b`, `a if c else b`: either value, so the known ones must agree (see "&").
   if ((is_type(e, "boolean_operator") || is_type(e, "conditional_expression")) &&
       ts_node_named_child_count(e) >= 2) {
