@@ -43,12 +43,14 @@ CORPORA = {
                     small=True),
     "lang_cpp": dict(language="cpp", server="clangd", source="tests/data/lang_cpp", small=True),
     "lang_c": dict(language="c", server="clangd", source="tests/data/lang_c", small=True),
+    "lang_rust": dict(language="rust", server="rust-analyzer", source="tests/data/lang_rust",
+                      small=True),
 }
 SUFFIXES = {"python": (".py",), "go": (".go",), "typescript": (".ts", ".tsx"),
             "javascript": (".js", ".mjs", ".cjs"), "cpp": (".cpp", ".cc", ".h", ".hpp"),
-            "c": (".c", ".h")}
+            "c": (".c", ".h"), "rust": (".rs",)}
 LANGUAGE_ID = {"python": "python", "go": "go", "typescript": "typescript",
-               "javascript": "javascript", "cpp": "cpp", "c": "c"}
+               "javascript": "javascript", "cpp": "cpp", "c": "c", "rust": "rust"}
 
 
 def log(*args):
@@ -114,6 +116,12 @@ def start_server(corpus_def, root, out):
                               "path": str(REPO / "node_modules/typescript/lib")}})
     if kind == "clangd":
         return lsp.Server(["clangd", "--background-index", "-j=1"], root, log=logf)
+    if kind == "rust-analyzer":
+        # Debian's rust-web-analyzer; `cargo metadata` runs offline (no dependencies), and the
+        # standard library's sources come from rust-web-src (macros such as assert_eq!, Box).
+        src = sorted(pathlib.Path("/usr/src").glob("rustc-*/library"))
+        env = {"RUST_SRC_PATH": str(src[-1])} if src else {}
+        return lsp.Server(["/usr/bin/rust-analyzer"], root, log=logf, env=env)
     raise ValueError(kind)
 
 
@@ -158,6 +166,7 @@ class Session:
         # package again and pyright check the whole file.
         self.never_open = corpus_def["server"] in ("gopls", "pyright")
         self.probe = None  # a definition to ask until the server has found the workspace's files
+        self.loaded = False
 
     def _server(self):
         if self.server is None:
@@ -169,12 +178,12 @@ class Session:
                     self.server.open(path, LANGUAGE_ID[self.corpus_def["language"]])
                     self.server.request("textDocument/documentSymbol",
                                         {"textDocument": {"uri": lsp.uri(path)}}, 300)
-            if self.corpus_def["server"] == "pyright" and self.probe:
+            if self.corpus_def["server"] in ("pyright", "rust-analyzer") and self.probe:
                 self._wait_until_ready()
         return self.server
 
     def _wait_until_ready(self):
-        """pyright answers null about files it has not found yet; it looks for them at start."""
+        """pyright and rust-analyzer answer null about files they have not loaded yet."""
         d = self.probe
         deadline = time.monotonic() + 300
         while time.monotonic() < deadline:
@@ -217,6 +226,11 @@ class Session:
         if hit != "missing":
             return hit
         sites = None
+        if self.corpus_def["server"] == "rust-analyzer" and not self.loaded:
+            # it loads the workspace (cargo metadata, then every crate) after it starts
+            self._server()
+            self.probe, self.loaded = d, True
+            self._wait_until_ready()
         try:
             with self._opened(d.file) as doc:
                 items = self.server.request("textDocument/prepareCallHierarchy", {

@@ -11,10 +11,12 @@
 #include <nlohmann/json.hpp>
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/utils/unicode.h"
+#include "tool_handlers/json_keys.h"
 
 namespace {
 
 using Json = nlohmann::ordered_json;
+using test_json::keys;
 
 std::string shell_quote(const std::string& s) {
   std::string out = "'";
@@ -48,11 +50,6 @@ class ExploreEndToEnd : public ::testing::Test {
     return answer;
   }
 
-  static std::vector<std::string> keys(const Json& map) {
-    std::vector<std::string> out;
-    for (const auto& [k, v] : map.items()) out.push_back(k);
-    return out;
-  }
   static std::vector<std::string> descriptions(const Json& answer) {
     std::vector<std::string> out;
     for (const auto& s : answer["next_steps"]) out.push_back(s["description"]);

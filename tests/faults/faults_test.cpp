@@ -57,8 +57,7 @@ std::string dump(const fs::path& root) {
 
 std::string clean_dump(const fs::path& repo) {
   TempDir clean;
-  fs::copy(repo, clean.root(), fs::copy_options::recursive);
-  fs::remove_all(clean.root() / ".tamsel");
+  clean.copy_sources_of(repo);
   EXPECT_TRUE(run({"index", "--repo", clean.repo()}).exited(0));
   return dump(clean.root());
 }

@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "fuzz/fuzz_repo.h"
+#include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
 #include "orvane_tamsel/tool_handlers/explore.h"
@@ -22,7 +22,7 @@ namespace {
 using namespace orvane_tamsel;
 
 struct Index {
-  fuzz::ScratchRepo repo{"explore_shop"};
+  indexer_test::TempRepo repo{"explore_shop"};
   std::unique_ptr<index::Repository> repository;
   std::unique_ptr<workers::HybridRetriever> retriever;
   Index() {

@@ -6,14 +6,14 @@
 #include <cstdint>
 #include <string_view>
 
-#include "fuzz/fuzz_repo.h"
+#include "indexer/temp_repo.h"
 #include "orvane_tamsel/server/live_host.h"
 #include "orvane_tamsel/server/session.h"
 
 namespace {
 
 struct Server {
-  fuzz::ScratchRepo repo{"serve_shop"};
+  indexer_test::TempRepo repo{"serve_shop"};
   orvane_tamsel::server::LiveHost host{repo.root()};
   orvane_tamsel::server::Session fresh{host};
   orvane_tamsel::server::Session ready{host};

@@ -29,15 +29,15 @@ std::int64_t count(const std::filesystem::path& root, const std::string& sql) {
 }  // namespace
 
 TEST(IndexWriter, LinksCallsAndCountsTheUnresolved) {
-  TempRepo repo("writer-link");
-  indexer::IndexWriter writer(repo.root);
+  TempRepo repo;
+  indexer::IndexWriter writer(repo.root());
   write(writer, all());
   auto stats = writer.stats();
   EXPECT_EQ(stats.files, 6);
   // 15 sites: the one with no target stays unlinked; the subclass call falls back to the base.
   EXPECT_EQ(stats.unresolved_calls, 1);
   EXPECT_EQ(stats.calls, 14);
-  EXPECT_EQ(count(repo.root,
+  EXPECT_EQ(count(repo.root(),
                   "SELECT count(*) FROM edges e JOIN symbols s ON s.id = e.callee_id "
                   "WHERE s.fqn = 'shop.cart.Cart.__init__' AND e.derived = 1"),
             3);
@@ -61,10 +61,10 @@ std::vector<std::string> caller_fqns(index::Repository& index, const std::string
 }  // namespace
 
 TEST(IndexWriter, IncrementalChangesKeepEdgesRight) {
-  TempRepo repo("writer-incremental");
-  indexer::IndexWriter writer(repo.root);
+  TempRepo repo;
+  indexer::IndexWriter writer(repo.root());
   write(writer, all());
-  auto index = index::open_repository(repo.root);
+  auto index = index::open_repository(repo.root());
   auto total_id = index->get_symbol_by_fqn("shop.cart.Cart.total")->id;
   std::vector<std::string> total_callers{"shop.cart.Cart.add", "shop.special.SpecialCart.checkout",
                                          "test_cart.test_total"};
@@ -119,9 +119,9 @@ TEST(IndexWriter, IncrementalChangesKeepEdgesRight) {
 }
 
 TEST(IndexWriter, AnInterruptedBatchLeavesThePreviousIndex) {
-  TempRepo repo("writer-interrupted");
+  TempRepo repo;
   {
-    indexer::IndexWriter writer(repo.root);
+    indexer::IndexWriter writer(repo.root());
     write(writer, all());
     writer.begin();
     writer.remove_file("src/shop/pricing.py");
@@ -132,7 +132,7 @@ TEST(IndexWriter, AnInterruptedBatchLeavesThePreviousIndex) {
   pid_t child = fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
-    indexer::IndexWriter writer(repo.root);
+    indexer::IndexWriter writer(repo.root());
     writer.begin();
     writer.remove_file("src/shop/cart.py");
     writer.put_file(file("src/new.py", "new"), state());
@@ -142,12 +142,12 @@ TEST(IndexWriter, AnInterruptedBatchLeavesThePreviousIndex) {
   waitpid(child, &status, 0);
   ASSERT_TRUE(WIFSIGNALED(status));
 
-  auto index = index::open_repository(repo.root);
+  auto index = index::open_repository(repo.root());
   EXPECT_EQ(index->stats().files, 6);
   EXPECT_TRUE(index->get_file_by_path("src/shop/cart.py"));
   EXPECT_FALSE(index->get_file_by_path("src/new.py"));
   // the next run completes it
-  indexer::IndexWriter writer(repo.root);
+  indexer::IndexWriter writer(repo.root());
   writer.begin();
   writer.remove_file("src/shop/cart.py");
   writer.commit();
@@ -155,10 +155,10 @@ TEST(IndexWriter, AnInterruptedBatchLeavesThePreviousIndex) {
 }
 
 TEST(IndexWriter, AnotherSchemaVersionIsRebuiltAndReadersSayWhatToDo) {
-  TempRepo repo("writer-schema");
+  TempRepo repo;
   auto message = [&] {
     try {
-      index::open_repository(repo.root);
+      index::open_repository(repo.root());
     } catch (const std::exception& e) {
       return std::string(e.what());
     }
@@ -166,43 +166,44 @@ TEST(IndexWriter, AnotherSchemaVersionIsRebuiltAndReadersSayWhatToDo) {
   };
   EXPECT_THAT(message(), ::testing::HasSubstr("run tamsel index first"));
   {
-    indexer::IndexWriter writer(repo.root);
+    indexer::IndexWriter writer(repo.root());
     write(writer, all());
   }
   {
-    index::Database db(index::index_file(repo.root), index::Database::Mode::write);
+    index::Database db(index::index_file(repo.root()), index::Database::Mode::write);
     db.exec("PRAGMA user_version = 99");
   }
   EXPECT_THAT(message(), ::testing::HasSubstr("run tamsel index to rebuild it"));
   {
-    indexer::IndexWriter writer(repo.root);  // rebuilds
+    indexer::IndexWriter writer(repo.root());  // rebuilds
     EXPECT_EQ(writer.stats().files, 0);
     write(writer, {cart()});
   }
-  EXPECT_EQ(index::open_repository(repo.root)->stats().files, 1);
+  EXPECT_EQ(index::open_repository(repo.root())->stats().files, 1);
   {
     // An index extracted by another tamsel is rebuilt rather than kept for unchanged files.
-    index::Database db(index::index_file(repo.root), index::Database::Mode::write);
+    index::Database db(index::index_file(repo.root()), index::Database::Mode::write);
     db.exec("UPDATE meta SET value = '0' WHERE key = 'extractor_version'");
   }
-  EXPECT_EQ(indexer::IndexWriter(repo.root).stats().files, 0);
-  std::filesystem::remove(index::index_file(repo.root).string() + "-wal");
-  std::filesystem::remove(index::index_file(repo.root).string() + "-shm");
-  std::ofstream(index::index_file(repo.root)) << "not a database, just text long enough to matter";
+  EXPECT_EQ(indexer::IndexWriter(repo.root()).stats().files, 0);
+  std::filesystem::remove(index::index_file(repo.root()).string() + "-wal");
+  std::filesystem::remove(index::index_file(repo.root()).string() + "-shm");
+  std::ofstream(index::index_file(repo.root()))
+      << "not a database, just text long enough to matter";
   EXPECT_THAT(message(), ::testing::HasSubstr("cannot read the index"));
-  indexer::IndexWriter writer(repo.root);  // a damaged index is rebuilt
+  indexer::IndexWriter writer(repo.root());  // a damaged index is rebuilt
   write(writer, {cart()});
-  EXPECT_EQ(index::open_repository(repo.root)->stats().files, 1);
+  EXPECT_EQ(index::open_repository(repo.root())->stats().files, 1);
 }
 
 TEST(IndexWriter, TwoWritersWaitForEachOther) {
-  TempRepo repo("writer-two");
-  indexer::IndexWriter first(repo.root);
+  TempRepo repo;
+  indexer::IndexWriter first(repo.root());
   first.begin();
   first.put_file(cart(), state());
   std::atomic<bool> done = false;
   std::thread second([&] {
-    indexer::IndexWriter writer(repo.root);  // waits for the first batch instead of failing
+    indexer::IndexWriter writer(repo.root());  // waits for the first batch instead of failing
     write(writer, {pricing()});
     done = true;
   });

@@ -1,12 +1,11 @@
 #pragma once
 // A small shop repository as the parser would hand it to the index writer.
 
-#include <unistd.h>
-
 #include <filesystem>
 #include <string>
 #include <vector>
 
+#include "indexer/temp_repo.h"
 #include "orvane_tamsel/indexer/index_writer.h"
 #include "orvane_tamsel/indexer/parsed_file.h"
 
@@ -133,16 +132,6 @@ inline void write(orvane_tamsel::indexer::IndexWriter& writer,
   writer.commit();
 }
 
-// A fresh repository root under the system temp folder, removed by the destructor.
-struct TempRepo {
-  std::filesystem::path root;
-  explicit TempRepo(const std::string& name)
-      : root(std::filesystem::temp_directory_path() /
-             ("tamsel-" + name + "-" + std::to_string(::getpid()))) {
-    std::filesystem::remove_all(root);
-    std::filesystem::create_directories(root);
-  }
-  ~TempRepo() { std::filesystem::remove_all(root); }
-};
+using TempRepo = indexer_test::TempRepo;
 
 }  // namespace shop_batch

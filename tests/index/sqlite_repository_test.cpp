@@ -18,12 +18,11 @@ struct Shop {
   TempRepo repo;
   indexer::IndexWriter writer;
   std::unique_ptr<index::Repository> index;
-  explicit Shop(const std::string& name, std::vector<ParsedFile> extra = {})
-      : repo(name), writer(repo.root) {
+  explicit Shop(std::vector<ParsedFile> extra = {}) : writer(repo.root()) {
     auto files = all();
     files.insert(files.end(), extra.begin(), extra.end());
     write(writer, files);
-    index = index::open_repository(repo.root);
+    index = index::open_repository(repo.root());
   }
   index::SymbolId id(const std::string& fqn) {
     return index->get_symbol_by_fqn(fqn).value().id.value();
@@ -47,7 +46,7 @@ std::vector<std::string> described(const std::vector<index::Neighbour>& ns) {
 }  // namespace
 
 TEST(SqliteRepository, FilesPathsStemsAndComponents) {
-  Shop shop("files", {file("cart.py", "cart"), file("src/shop/sub/deep.py", "shop.sub.deep")});
+  Shop shop({file("cart.py", "cart"), file("src/shop/sub/deep.py", "shop.sub.deep")});
   auto& index = *shop.index;
   auto cart = index.get_file_by_path("src/shop/cart.py");
   ASSERT_TRUE(cart && cart->id);
@@ -86,7 +85,7 @@ TEST(SqliteRepository, FilesPathsStemsAndComponents) {
 }
 
 TEST(SqliteRepository, SymbolsByFileFqnAndName) {
-  Shop shop("symbols");
+  Shop shop;
   auto& index = *shop.index;
   auto file_id = index.get_file_by_path("src/shop/cart.py")->id.value();
   EXPECT_THAT(
@@ -127,7 +126,7 @@ TEST(SqliteRepository, SymbolsByFileFqnAndName) {
 }
 
 TEST(SqliteRepository, EvidenceNeighboursFilterOrderAndOrigin) {
-  Shop shop("neighbours");
+  Shop shop;
   auto& index = *shop.index;
   auto total = shop.id("shop.cart.Cart.total");
   // production first, then call sites, then path; the subclass reaches it through its fallback
@@ -169,7 +168,7 @@ TEST(SqliteRepository, EvidenceNeighboursFilterOrderAndOrigin) {
 }
 
 TEST(SqliteRepository, TestsOfAFileRankedWithReasons) {
-  Shop shop("tests-for");
+  Shop shop;
   auto& index = *shop.index;
   auto cart = tests_answer(index, "src/shop/cart.py");
   auto expected = index::Json::parse(R"json({"tests": [
@@ -207,7 +206,7 @@ TEST(SqliteRepository, TestsOfAFileRankedWithReasons) {
 }
 
 TEST(SqliteRepository, TextSearchSubwordsStemmingAndSuggestions) {
-  Shop shop("text");
+  Shop shop;
   auto& index = *shop.index;
   EXPECT_THAT(index::subwords("ApplyDiscount"), ElementsAre("apply", "discount"));
   EXPECT_THAT(index::subwords("apply_discount"), ElementsAre("apply", "discount"));
@@ -243,7 +242,7 @@ TEST(SqliteRepository, TextSearchSubwordsStemmingAndSuggestions) {
 }
 
 TEST(SqliteRepository, ImportsAndLinkedFiles) {
-  Shop shop("imports");
+  Shop shop;
   auto& index = *shop.index;
   auto imports = index.imports_of_file("src/shop/pricing.py", 10);
   ASSERT_EQ(imports.size(), 1u);

@@ -5,29 +5,19 @@
 #include <set>
 #include <string>
 
-#include "indexer/temp_repo.h"
-#include "orvane_tamsel/index/sqlite_db.h"
-#include "orvane_tamsel/indexer/indexer.h"
+#include "indexer/indexed_fixture.h"
 
 namespace {
-
-using namespace orvane_tamsel;
 
 // Receivers typed by a result, an attribute, a constructor, an annotation and a pytest fixture
 // reach methods defined in other files, on bases too; a namespace folder inside the package
 // links its base class.
 TEST(PythonTypesEndToEnd, TypedReceiversFindTheirCallees) {
-  indexer_test::TempRepo repo("py_types");
-  indexer::update_index(repo.root());
-  index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
-  auto typed =
-      db.prepare("SELECT count(*) FROM pragma_table_info('call_sites') WHERE name = 'receiver'");
-  if (!typed.step() || typed.integer(0) == 0) GTEST_SKIP() << "the writer keeps no receivers";
-  auto st = db.prepare(
+  indexer_test::IndexedFixture repo("py_types");
+  auto edges = repo.rows(
       "SELECT r.fqn || ' -> ' || e.fqn FROM edges g JOIN symbols r ON r.id = g.caller_id "
       "JOIN symbols e ON e.id = g.callee_id");
-  std::set<std::string> seen;
-  while (st.step()) seen.insert(st.text(0));
+  std::set<std::string> seen(edges.begin(), edges.end());
   for (const char* edge : {
            "kite.app.App.dispatch -> kite.adapters.Adapter.send",
            "kite.app.App.dispatch -> kite.json.JSONProvider.dumps",
@@ -52,7 +42,7 @@ TEST(PythonTypesEndToEnd, TypedReceiversFindTheirCallees) {
 // `a or b`, `x.__class__`, `object.__new__`, several returns, star imports and an import that
 // may shadow a definition.
 TEST(PythonTypesEndToEnd, ValuesOfManyBindingsAndForms) {
-  indexer_test::TempRepo repo;
+  indexer_test::IndexedFixture repo("");
   repo.write("box/__init__.py", "");
   repo.write("box/parts.py",
              "class A:\n    def a(self):\n        pass\n\n\nclass B:\n    def b(self):\n"
@@ -73,13 +63,11 @@ TEST(PythonTypesEndToEnd, ValuesOfManyBindingsAndForms) {
              "        y = A()\n        y.a()\n        y = B()\n        y.b()\n"
              "        make().a()\n        load(1, x).a()\n        star()\n        helper()\n"
              "        self.other.b()\n");
-  indexer::update_index(repo.root());
-  index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
-  auto st = db.prepare(
-      "SELECT e.fqn, count(*) FROM edges g JOIN symbols r ON r.id = g.caller_id "
+  repo.update();
+  auto rows = repo.rows(
+      "SELECT e.fqn || ' x' || count(*) FROM edges g JOIN symbols r ON r.id = g.caller_id "
       "JOIN symbols e ON e.id = g.callee_id WHERE r.fqn = 'box.use.Holder.run' GROUP BY e.fqn");
-  std::set<std::string> seen;
-  while (st.step()) seen.insert(st.text(0) + " x" + std::to_string(st.integer(1)));
+  std::set<std::string> seen(rows.begin(), rows.end());
   EXPECT_EQ(seen,
             (std::set<std::string>{"box.parts.A x1", "box.parts.B x2", "box.parts.A.a x5",
                                    "box.parts.B.b x4", "box.use.Holder.run x1", "box.parts.make x1",

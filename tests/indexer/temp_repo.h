@@ -31,6 +31,12 @@ class TempRepo {
     std::filesystem::create_directories((root_ / rel).parent_path());
     std::ofstream(root_ / rel, std::ios::binary) << text;
   }
+  // This tree becomes a copy of `tree` without its index, so the next update builds from scratch.
+  void copy_sources_of(const std::filesystem::path& tree) const {
+    std::filesystem::remove_all(root_);
+    std::filesystem::copy(tree, root_, std::filesystem::copy_options::recursive);
+    std::filesystem::remove_all(root_ / ".tamsel");
+  }
 
  private:
   std::filesystem::path root_;

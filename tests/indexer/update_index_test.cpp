@@ -90,6 +90,18 @@ std::multiset<std::string> dump(const fs::path& root) {
   return out;
 }
 
+// The tree under `root` indexed from scratch in a copy, with the report of that build.
+std::pair<std::multiset<std::string>, indexer::IndexReport> clean_build(const fs::path& root) {
+  indexer_test::TempRepo clean;
+  clean.copy_sources_of(root);
+  auto report = indexer::update_index(clean.root());
+  return {dump(clean.root()), report};
+}
+
+std::multiset<std::string> clean_dump(const fs::path& root) {
+  return clean_build(root).first;
+}
+
 TEST(UpdateIndex, ReparsesOnlyWhatChangedAndCountsSkips) {
   indexer_test::TempRepo repo("shop");
   repo.write("src/shop/blob.py", std::string("import x\0\x01", 10));
@@ -161,12 +173,8 @@ TEST(UpdateIndex, ReparsesOnlyWhatChangedAndCountsSkips) {
   EXPECT_EQ(seen.count("call shop.cart.Cart.total -> shop.pricing.with_tax x1"), 0u);
 
   // The same tree indexed from scratch reads the same.
-  indexer_test::TempRepo fresh("shop");
-  fs::remove_all(fresh.root());
-  fs::copy(repo.root(), fresh.root(), fs::copy_options::recursive);
-  fs::remove_all(fresh.root() / ".tamsel");
-  auto clean = indexer::update_index(fresh.root());
-  EXPECT_EQ(dump(fresh.root()), seen);
+  auto [built, clean] = clean_build(repo.root());
+  EXPECT_EQ(built, seen);
   // The summary's counts, kept up to date by each run, match counting from scratch.
   EXPECT_EQ(std::tuple(changed.symbols, changed.calls, changed.unresolved_calls),
             std::tuple(clean.symbols, clean.calls, clean.unresolved_calls));
@@ -183,35 +191,27 @@ TEST(UpdateIndex, PackageChangesRenameUnchangedFilesAndNoChangeWritesNothing) {
   EXPECT_EQ(indexer::update_index(repo.root()).parsed, 0);
   EXPECT_EQ(fs::last_write_time(db), written);
 
-  indexer_test::TempRepo fresh("shop");
-  auto same_as_fresh = [&] {
-    fs::remove_all(fresh.root());
-    fs::copy(repo.root(), fresh.root(), fs::copy_options::recursive);
-    fs::remove_all(fresh.root() / ".tamsel");
-    indexer::update_index(fresh.root());
-    EXPECT_EQ(dump(repo.root()), dump(fresh.root()));
-  };
   repo.write("tests/__init__.py", "");
   auto renamed = indexer::update_index(repo.root());
   EXPECT_EQ(renamed.parsed, 5);
   auto seen = dump(repo.root());
   EXPECT_EQ(seen.count("file tests/test_cart.py tests.test_cart"), 1u);
-  same_as_fresh();
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
   fs::remove(repo.root() / "tests/__init__.py");
   EXPECT_EQ(indexer::update_index(repo.root()).parsed, 4);
   EXPECT_EQ(dump(repo.root()).count("file tests/test_cart.py test_cart"), 1u);
-  same_as_fresh();
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
 
   // A folder without __init__.py inside the package takes the package's names, and loses them
   // with the package's __init__.py.
   repo.write("src/shop/sansio/views.py", "from ..cart import Cart\n\nclass View(Cart):\n  pass\n");
   indexer::update_index(repo.root());
   EXPECT_EQ(dump(repo.root()).count("file src/shop/sansio/views.py shop.sansio.views"), 1u);
-  same_as_fresh();
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
   fs::remove(repo.root() / "src/shop/__init__.py");
   indexer::update_index(repo.root());
   EXPECT_EQ(dump(repo.root()).count("file src/shop/sansio/views.py views"), 1u);
-  same_as_fresh();
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
 }
 
 // A name a package imports is its name too: calls through it reach the definition, over two
@@ -237,26 +237,18 @@ TEST(UpdateIndex, CallsFollowReexportsAndRelinkWhenTheChainChanges) {
                                           "call app.main -> pkg.impl.Thing.run x1",
                                           "call app.main -> pkg.stars.starred x1"}));
 
-  indexer_test::TempRepo fresh("shop");
-  auto same_as_fresh = [&] {
-    fs::remove_all(fresh.root());
-    fs::copy(repo.root(), fresh.root(), fs::copy_options::recursive);
-    fs::remove_all(fresh.root() / ".tamsel");
-    indexer::update_index(fresh.root());
-    EXPECT_EQ(dump(repo.root()), dump(fresh.root()));
-  };
   repo.write("src/pkg/impl.py", "class Thing:\n    def run(self):\n        pass\n");
   indexer::update_index(repo.root());
   EXPECT_EQ(dump(repo.root()).count("call app.main -> pkg.impl.make x2"), 0u);
-  same_as_fresh();
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
   repo.write("src/pkg/impl.py", "def make():\n    pass\n\n\nclass Thing:\n    pass\n");
   indexer::update_index(repo.root());
   EXPECT_EQ(dump(repo.root()).count("call app.main -> pkg.impl.make x2"), 1u);
-  same_as_fresh();
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
   repo.write("src/pkg/__init__.py", "from .impl import Thing\n");
   indexer::update_index(repo.root());
   EXPECT_EQ(dump(repo.root()).count("call app.main -> pkg.stars.starred x1"), 0u);
-  same_as_fresh();
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
 }
 
 // A receiver's type may come from another file: a changed result type, a struct's embedded
@@ -281,26 +273,18 @@ TEST(UpdateIndex, ReceiverTypesFromOtherFilesRelinkWhenTheyChange) {
   };
   EXPECT_EQ(calls(), (std::set<std::string>{"call app.main -> app.Engine.Run x1",
                                             "call app.main -> app.New x2"}));
-  indexer_test::TempRepo fresh("shop");
-  auto same_as_fresh = [&] {
-    fs::remove_all(fresh.root());
-    fs::copy(repo.root(), fresh.root(), fs::copy_options::recursive);
-    fs::remove_all(fresh.root() / ".tamsel");
-    indexer::update_index(fresh.root());
-    EXPECT_EQ(dump(repo.root()), dump(fresh.root()));
-  };
   repo.write("go/app/new.go", "package app\n\nfunc New() *Router { return nil }\n");
   indexer::update_index(repo.root());
   EXPECT_EQ(calls(), (std::set<std::string>{"call app.main -> app.Router.Run x1",
                                             "call app.main -> app.Base.Stop x1",
                                             "call app.main -> app.New x2"}));
-  same_as_fresh();
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
   repo.write("go/app/base.go",
              "package app\n\nfunc (b *Base) Stop() {}\n\n"
              "func (r *Router) Stop() {}\n");
   indexer::update_index(repo.root());
   EXPECT_EQ(calls().count("call app.main -> app.Router.Stop x1"), 1u);
-  same_as_fresh();
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
   repo.write("go/app/types.go",
              "package app\n\ntype Engine struct{}\n\nfunc (e *Engine) Run() {}\n\n"
              "type Router struct{}\n\nfunc (r *Router) Run() {}\n\ntype Base struct{}\n");
@@ -308,7 +292,7 @@ TEST(UpdateIndex, ReceiverTypesFromOtherFilesRelinkWhenTheyChange) {
   indexer::update_index(repo.root());
   EXPECT_EQ(calls(), (std::set<std::string>{"call app.main -> app.Router.Run x1",
                                             "call app.main -> app.New x2"}));
-  same_as_fresh();
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
 }
 
 // Python: a method on a base two files away (named through a package's re-export), reached from
@@ -401,12 +385,7 @@ TEST(UpdateIndex, AKilledRunLeavesAnIndexTheNextRunCompletes) {
 
   auto after = indexer::update_index(repo.root());
   EXPECT_EQ(after.indexed, 301);
-  indexer_test::TempRepo clean("shop");
-  fs::remove_all(clean.root());
-  fs::copy(repo.root(), clean.root(), fs::copy_options::recursive);
-  fs::remove_all(clean.root() / ".tamsel");
-  indexer::update_index(clean.root());
-  EXPECT_EQ(dump(repo.root()), dump(clean.root()));
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
 }
 
 }  // namespace

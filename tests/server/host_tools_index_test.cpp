@@ -20,12 +20,12 @@ std::vector<std::string> column(const Json& rows, const std::string& key) {
 }
 
 TEST(HostToolsOnIndex, CallersReferencesRelatedFilesTestsAndContext) {
-  TempRepo repo("host-tools-index");
+  TempRepo repo;
   {
-    indexer::IndexWriter writer(repo.root);
+    indexer::IndexWriter writer(repo.root());
     write(writer, all());
   }
-  auto index = index::open_repository(repo.root);
+  auto index = index::open_repository(repo.root());
   workers::HybridRetriever retriever(*index, workers::RetrievalSettings{},
                                      workers::default_embedder());
   ToolContext context{*index, &retriever, nullptr, {}};

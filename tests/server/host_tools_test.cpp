@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "indexer/temp_repo.h"
 #include "orvane_tamsel/mcp_responses.h"
 #include "orvane_tamsel/tool_handlers/repository_path.h"
 #include "orvane_tamsel/tool_handlers/tools.h"
@@ -86,6 +87,7 @@ class FakeIndex : public Repository {
     return {};
   }
   IndexStats stats() override { return {}; }
+  std::shared_ptr<const MeaningVectors> meaning_vectors() override { return nullptr; }
   std::vector<CallSite> call_sites(SymbolId, const Relation&, int) override {
     Neighbour checkout;
     checkout.fqn = "shop.checkout.pay";
@@ -104,27 +106,22 @@ class FakeIndex : public Repository {
 class HostTools : public ::testing::Test {
  protected:
   void SetUp() override {
-    root_ = fs::temp_directory_path() / ("tamsel-host-tools-" + std::to_string(::getpid()));
-    fs::remove_all(root_);
-    fs::create_directories(root_ / "shop");
-    fs::create_directories(root_ / "tests");
-    std::ofstream(root_ / "shop/cart.py") << "class Cart:\n    def total(self):\n"
-                                             "        return sum(self.items)\n";
-    std::ofstream(root_ / "shop/checkout.py") << "from shop.cart import Cart\n\n\n"
-                                                 "def pay(cart):\n    return cart.total()\n";
-    std::ofstream(root_ / "tests/test_cart.py")
-        << "def test_total():\n    assert Cart().total() == 0\n";
+    repo_.write("shop/cart.py",
+                "class Cart:\n    def total(self):\n        return sum(self.items)\n");
+    repo_.write("shop/checkout.py",
+                "from shop.cart import Cart\n\n\ndef pay(cart):\n    return cart.total()\n");
+    repo_.write("tests/test_cart.py", "def test_total():\n    assert Cart().total() == 0\n");
     fs::create_directory_symlink(fs::temp_directory_path(), root_ / "elsewhere");
     index_ = std::make_unique<FakeIndex>(root_);
     context_ = std::make_unique<ToolContext>(ToolContext{*index_, nullptr, nullptr, {}});
   }
-  void TearDown() override { fs::remove_all(root_); }
 
   Json run(const std::string& tool, const Json& args) {
     return call_tool(tool, checked_arguments(*find_tool(tool), args), *context_);
   }
 
-  fs::path root_;
+  indexer_test::TempRepo repo_;
+  const fs::path& root_ = repo_.root();
   std::unique_ptr<FakeIndex> index_;
   std::unique_ptr<ToolContext> context_;
 };

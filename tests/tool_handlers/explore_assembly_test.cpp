@@ -4,18 +4,13 @@
 #include "orvane_tamsel/mcp_responses.h"
 #include "orvane_tamsel/tool_handlers/explore_internal.h"
 #include "orvane_tamsel/utils/unicode.h"
+#include "tool_handlers/json_keys.h"
 
 using namespace orvane_tamsel;
 using namespace orvane_tamsel::tool_handlers;
 using namespace orvane_tamsel::tool_handlers::detail;
 
-namespace {
-std::vector<std::string> keys(const Json& map) {
-  std::vector<std::string> out;
-  for (const auto& [k, v] : map.items()) out.push_back(k);
-  return out;
-}
-}  // namespace
+using test_json::keys;
 
 TEST(ExploreAssembly, DraftFilesAndRows) {
   Draft d("q", "path");

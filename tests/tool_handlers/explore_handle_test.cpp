@@ -6,17 +6,12 @@
 
 #include "fakes/fake_repository.h"
 #include "orvane_tamsel/tool_handlers/explore_internal.h"
+#include "tool_handlers/json_keys.h"
 
 using namespace orvane_tamsel;
 using namespace orvane_tamsel::tool_handlers;
 
-namespace {
-std::vector<std::string> keys(const Json& map) {
-  std::vector<std::string> out;
-  for (const auto& [k, v] : map.items()) out.push_back(k);
-  return out;
-}
-}  // namespace
+using test_json::keys;
 
 TEST(ExploreHandle, EarlyAnswersAndTheFittedShape) {
   fakes::FakeRepository repo;

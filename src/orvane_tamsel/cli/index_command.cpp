@@ -1,3 +1,5 @@
+// `tamsel index`: builds or updates a repository's index, showing progress on a terminal.
+
 #include <unistd.h>
 
 #include <filesystem>

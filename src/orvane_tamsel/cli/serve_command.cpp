@@ -1,3 +1,5 @@
+// `tamsel serve`: the MCP server on stdin/stdout for one repository, optionally logging to a file.
+
 #include <filesystem>
 #include <iostream>
 

@@ -1,5 +1,4 @@
-// `tamsel explore`, `tamsel symbol`, ...: one command per host tool, its flags made from the tool
-// registry and its answer made by the same handlers the server calls.
+// `tamsel explore`, `tamsel symbol`, ...: one command per host tool, made from the registry.
 
 #include <unistd.h>
 

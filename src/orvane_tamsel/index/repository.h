@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -85,6 +86,8 @@ struct ImportRecord {
   std::optional<std::string> target_path;  // the indexed file it resolves to
   std::optional<SymbolId> target_symbol;   // the indexed symbol it binds, when one
 };
+
+struct MeaningVectors;  // meaning_vectors.h
 
 struct ScoredSymbol {
   SymbolId id = 0;
@@ -210,6 +213,9 @@ class Repository {
   virtual std::pair<std::vector<std::string>, std::int64_t> paths_page(const std::string& folder,
                                                                        int offset, int limit) = 0;
   virtual IndexStats stats() = 0;
+  // The word and symbol vectors learned at index time, the same object while the index keeps
+  // them; null when the index was built without them (the meaning signal is off).
+  virtual std::shared_ptr<const MeaningVectors> meaning_vectors() = 0;
 };
 
 }  // namespace orvane_tamsel::index

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "orvane_tamsel/index/sqlite_meaning.h"
+
 namespace orvane_tamsel::index {
 
 namespace {
@@ -187,6 +189,7 @@ void drop_everything(Database& db) {
 
 void create(Database& db) {
   db.exec(SCHEMA);
+  db.exec(MEANING_TABLES);
   create_deferrable_indexes(db);
   db.exec("PRAGMA user_version = " + std::to_string(SCHEMA_VERSION));
   db.exec("INSERT INTO meta VALUES('schema_version', '" + std::to_string(SCHEMA_VERSION) + "')");
@@ -268,6 +271,9 @@ bool prepare_for_writing(Database& db) {
             "version {}: rebuilding it",
             db.file().string(), extractor, EXTRACTOR_VERSION);
       } else {
+        // The meaning tables came later than this schema version: an index without them gets
+        // them, and its next meaning pass fills them.
+        db.exec(MEANING_TABLES);
         db.exec("COMMIT");
         return false;
       }

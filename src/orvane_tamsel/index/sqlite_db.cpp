@@ -137,6 +137,21 @@ double Statement::real(int column) const {
   return sqlite3_column_double(stmt_, column);
 }
 
+Statement& Statement::bind_blob(int index, std::string_view bytes) {
+  if (sqlite3_bind_blob(stmt_, index, bytes.data(), static_cast<int>(bytes.size()),
+                        SQLITE_TRANSIENT) != SQLITE_OK) {
+    fail(db_, "bind");
+  }
+  return *this;
+}
+
+std::string_view Statement::blob(int column) const {
+  const auto* p = sqlite3_column_blob(stmt_, column);
+  if (!p) return {};
+  return {static_cast<const char*>(p),
+          static_cast<std::size_t>(sqlite3_column_bytes(stmt_, column))};
+}
+
 std::string Statement::text(int column) const {
   const auto* p = sqlite3_column_text(stmt_, column);
   if (!p) return {};

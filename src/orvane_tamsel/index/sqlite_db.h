@@ -59,6 +59,7 @@ class Statement {
   Statement& bind(int index, const std::optional<std::string>& value);
   Statement& bind(int index, const std::optional<std::int64_t>& value);
   Statement& bind_null(int index);
+  Statement& bind_blob(int index, std::string_view bytes);
 
   // Steps once: true while a row is available.
   bool step();
@@ -71,6 +72,8 @@ class Statement {
   std::string text(int column) const;
   std::optional<std::string> optional_text(int column) const;
   std::optional<std::int64_t> optional_integer(int column) const;
+  // Valid until the next step or reset.
+  std::string_view blob(int column) const;
   bool is_null(int column) const;
 
  private:

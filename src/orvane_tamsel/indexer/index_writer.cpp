@@ -70,6 +70,10 @@ void IndexWriter::rollback() {
   impl_->rollback();
 }
 
+index::Database& IndexWriter::database() {
+  return impl_->db;
+}
+
 index::IndexStats IndexWriter::stats() {
   auto calls = impl_->read_stored_calls();
   auto symbols = impl_->read_stored_symbols();

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "orvane_tamsel/index/repository.h"
+#include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/indexer/parsed_file.h"
 
 namespace orvane_tamsel::indexer {
@@ -42,6 +43,8 @@ class IndexWriter {
   void rollback();
 
   index::IndexStats stats();
+  // The connection, for a pass that runs after a batch (outside it).
+  index::Database& database();
 
  private:
   struct Impl;

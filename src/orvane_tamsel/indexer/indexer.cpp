@@ -16,8 +16,10 @@
 
 #include "orvane_tamsel/index/schema.h"
 #include "orvane_tamsel/index/sqlite_db.h"
+#include "orvane_tamsel/index/sqlite_meaning.h"
 #include "orvane_tamsel/indexer/extract.h"
 #include "orvane_tamsel/indexer/index_writer.h"
+#include "orvane_tamsel/indexer/meaning/meaning_pass.h"
 #include "orvane_tamsel/indexer/ordered_parse.h"
 #include "orvane_tamsel/indexer/walker.h"
 #include "orvane_tamsel/utils/unicode.h"
@@ -158,6 +160,7 @@ std::jthread prepare_languages(const fs::path& repository_root, const WalkResult
 void write_changes(IndexWriter& writer, const fs::path& repository_root, Plan& plan,
                    const std::map<std::string, FileState>& states,
                    std::map<std::string, std::string> skipped, IndexReport& report,
+                   std::vector<std::string>& written,
                    const std::function<void(const Progress&)>& on_progress) {
   const auto& work = plan.work;
   OrderedParse<Outcome> parse(
@@ -180,6 +183,7 @@ void write_changes(IndexWriter& writer, const fs::path& repository_root, Plan& p
         writer.touch_file(path, o.state);
       } else {
         writer.put_file(*o.parsed, o.state);
+        written.push_back(path);
         ++report.parsed;
       }
     }
@@ -221,10 +225,17 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
   report.folders = std::move(walked.folders);
   // Nothing changed: no write transaction, so a check before every request stays cheap.
   if (work.work.empty() && work.removed.empty() && writer.skipped() == walked.skipped) {
+    // An index written before the meaning vectors existed gets them on its first check.
+    if (!index::meaning_generation(writer.database())) {
+      meaning::update_meaning(writer.database(), {});
+    }
     finish_report(report, writer.stats(), started);
     return report;
   }
-  write_changes(writer, repository_root, work, states, walked.skipped, report, on_progress);
+  std::vector<std::string> written;
+  write_changes(writer, repository_root, work, states, walked.skipped, report, written,
+                on_progress);
+  meaning::update_meaning(writer.database(), written);
   finish_report(report, writer.stats(), started);
   return report;
 }

@@ -42,7 +42,9 @@ Json test_rows(const index::TestsOfFile& found) {
   return rows;
 }
 
-std::optional<std::string> retrieval_note(const workers::RetrievalResult& result) {
+namespace {
+
+std::optional<std::string> shortfall_note(const workers::RetrievalResult& result) {
   switch (result.shortfall) {
     case workers::Shortfall::none:
       return std::nullopt;
@@ -54,6 +56,17 @@ std::optional<std::string> retrieval_note(const workers::RetrievalResult& result
       return "found nothing for: " + joined(result.unmatched, ", ");
   }
   return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> retrieval_note(const workers::RetrievalResult& result) {
+  auto note = shortfall_note(result);
+  if (!result.meaning_off) return note;
+  std::string off =
+      "the meaning signal is off (the index holds no meaning vectors): only code that shares the "
+      "question's words was found";
+  return note ? *note + "; " + off : off;
 }
 
 }  // namespace orvane_tamsel::tool_handlers

@@ -18,7 +18,8 @@ using Json = nlohmann::ordered_json;
 std::string test_reason(const index::TestEvidence& test);
 // [{"path", "reason"}...] in the order found.
 Json test_rows(const index::TestsOfFile& found);
-// What the client should learn about the question's words; none when the hits say it all.
+// What the client should learn about the question's words and how they were matched (the
+// meaning signal off); none when the hits say it all.
 std::optional<std::string> retrieval_note(const workers::RetrievalResult& result);
 
 }  // namespace orvane_tamsel::tool_handlers

@@ -1,5 +1,4 @@
-// The context tool: a pack for a coding task: the most relevant symbols with their source, their
-// callers and tests, and the files to read first.
+// The context tool: a pack for a coding task: relevant symbols with source, callers and tests.
 
 #include <map>
 #include <set>

@@ -1,5 +1,4 @@
-// The file tool: the files around one file (its imports, its importers, the files it calls and
-// that call it, its tests), or the symbols it defines.
+// The file tool: the files around one file (imports, importers, calls, tests) or its symbols.
 
 #include <algorithm>
 

@@ -24,92 +24,87 @@ extern const char* const EMBEDDED_QUERIES[][2];
 extern const std::size_t EMBEDDED_QUERY_COUNT;
 }  // namespace detail
 
+namespace {
+
+// A language whose symbols and calls its tags and definitions queries give.
+Language tagged(std::string name, std::vector<std::string> extensions,
+                const TSLanguage* (*grammar)(), std::string package_dir,
+                std::vector<std::string> test_file_globs, std::vector<std::string> test_dirs) {
+  return {std::move(name),
+          std::move(extensions),
+          {},
+          grammar,
+          std::move(package_dir),
+          {"tags", "definitions"},
+          std::move(test_file_globs),
+          std::move(test_dirs),
+          {}};
+}
+
+Language python_language() {
+  return {"python",
+          {".py", ".pyi"},
+          {},
+          tree_sitter_python,
+          "tree-sitter-python",
+          {"tags", "signatures", "docstrings", "imports", "calls", "locals", "instances", "types"},
+          {"test_*.py", "*_test.py", "conftest.py"},
+          {"tests", "test"},
+          {"__init__.py", "__init__.pyi"}};
+}
+
+// `.h` is C here; the C extractor hands a header holding C++ syntax to C++.
+Language c_language() {
+  return tagged("c", {".c", ".h"}, tree_sitter_c, "tree-sitter-c",
+                {"test_*.c", "*_test.c", "*_tests.c"}, {"tests", "test"});
+}
+
+Language cpp_language() {
+  return tagged(
+      "cpp", {".cc", ".cpp", ".cxx", ".c++", ".hh", ".hpp", ".hxx", ".h++", ".ipp", ".tcc"},
+      tree_sitter_cpp, "tree-sitter-cpp",
+      {"*_test.cc", "*_test.cpp", "*_unittest.cc", "*_unittest.cpp", "test_*.cc", "test_*.cpp"},
+      {"tests", "test"});
+}
+
+Language go_language() {
+  return tagged("go", {".go"}, tree_sitter_go, "tree-sitter-go", {"*_test.go"}, {});
+}
+
+Language javascript_language() {
+  return tagged("javascript", {".js", ".jsx", ".mjs", ".cjs"}, tree_sitter_javascript,
+                "tree-sitter-javascript",
+                {"*.test.js", "*.spec.js", "*.test.jsx", "*.spec.jsx", "*.test.mjs", "*.spec.mjs"},
+                {"__tests__"});
+}
+
+// `.d.ts` ends in `.ts`: declarations index as TypeScript.
+Language typescript_language() {
+  return tagged("typescript", {".ts", ".mts", ".cts"}, tree_sitter_typescript,
+                "tree-sitter-typescript", {"*.test.ts", "*.spec.ts"}, {"__tests__"});
+}
+
+Language tsx_language() {
+  return tagged("tsx", {".tsx"}, tree_sitter_tsx, "tree-sitter-typescript",
+                {"*.test.tsx", "*.spec.tsx"}, {"__tests__"});
+}
+
+Language java_language() {
+  return tagged("java", {".java"}, tree_sitter_java, "tree-sitter-java",
+                {"*Test.java", "*Tests.java", "Test*.java", "*IT.java"}, {"test"});
+}
+
+Language rust_language() {
+  return tagged("rust", {".rs"}, tree_sitter_rust, "tree-sitter-rust", {}, {"tests", "benches"});
+}
+
+}  // namespace
+
+// Python first: the Python tests take languages().front() as Python.
 const std::vector<Language>& languages() {
   static const std::vector<Language> table = {
-      {"python",
-       {".py", ".pyi"},
-       {},
-       tree_sitter_python,
-       "tree-sitter-python",
-       {"tags", "signatures", "docstrings", "imports", "calls", "locals", "instances", "types"},
-       {"test_*.py", "*_test.py", "conftest.py"},
-       {"tests", "test"},
-       {"__init__.py", "__init__.pyi"}},
-      // `.h` is C here; the C extractor hands a header holding C++ syntax to C++.
-      {"c",
-       {".c", ".h"},
-       {},
-       tree_sitter_c,
-       "tree-sitter-c",
-       {"tags", "definitions"},
-       {"test_*.c", "*_test.c", "*_tests.c"},
-       {"tests", "test"},
-       {}},
-      {"cpp",
-       {".cc", ".cpp", ".cxx", ".c++", ".hh", ".hpp", ".hxx", ".h++", ".ipp", ".tcc"},
-       {},
-       tree_sitter_cpp,
-       "tree-sitter-cpp",
-       {"tags", "definitions"},
-       {"*_test.cc", "*_test.cpp", "*_unittest.cc", "*_unittest.cpp", "test_*.cc", "test_*.cpp"},
-       {"tests", "test"},
-       {}},
-      {"go",
-       {".go"},
-       {},
-       tree_sitter_go,
-       "tree-sitter-go",
-       {"tags", "definitions"},
-       {"*_test.go"},
-       {},
-       {}},
-      {"javascript",
-       {".js", ".jsx", ".mjs", ".cjs"},
-       {},
-       tree_sitter_javascript,
-       "tree-sitter-javascript",
-       {"tags", "definitions"},
-       {"*.test.js", "*.spec.js", "*.test.jsx", "*.spec.jsx", "*.test.mjs", "*.spec.mjs"},
-       {"__tests__"},
-       {}},
-      // `.d.ts` ends in `.ts`: declarations index as TypeScript.
-      {"typescript",
-       {".ts", ".mts", ".cts"},
-       {},
-       tree_sitter_typescript,
-       "tree-sitter-typescript",
-       {"tags", "definitions"},
-       {"*.test.ts", "*.spec.ts"},
-       {"__tests__"},
-       {}},
-      {"tsx",
-       {".tsx"},
-       {},
-       tree_sitter_tsx,
-       "tree-sitter-typescript",
-       {"tags", "definitions"},
-       {"*.test.tsx", "*.spec.tsx"},
-       {"__tests__"},
-       {}},
-      {"java",
-       {".java"},
-       {},
-       tree_sitter_java,
-       "tree-sitter-java",
-       {"tags", "definitions"},
-       {"*Test.java", "*Tests.java", "Test*.java", "*IT.java"},
-       {"test"},
-       {}},
-      {"rust",
-       {".rs"},
-       {},
-       tree_sitter_rust,
-       "tree-sitter-rust",
-       {"tags", "definitions"},
-       {},
-       {"tests", "benches"},
-       {}},
-  };
+      python_language(),     c_language(),   cpp_language(),  go_language(),  javascript_language(),
+      typescript_language(), tsx_language(), java_language(), rust_language()};
   return table;
 }
 

@@ -30,6 +30,8 @@ struct RetrievalResult {
   std::vector<Hit> hits;  // best first
   Shortfall shortfall = Shortfall::none;
   std::vector<std::string> unmatched;  // the question's terms no symbol matches, in their order
+  // The index holds no meaning vectors: the question was matched by its own words only.
+  bool meaning_off = false;
 };
 
 // Anything that ranks symbols for a question.

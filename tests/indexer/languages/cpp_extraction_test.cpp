@@ -7,91 +7,75 @@
 #include <string>
 #include <tuple>
 
-#include "index/tests_answer.h"
-#include "indexer/languages/neighbour_fqns.h"
-#include "indexer/temp_repo.h"
-#include "orvane_tamsel/index/schema.h"
-#include "orvane_tamsel/index/sqlite_db.h"
-#include "orvane_tamsel/index/sqlite_repository.h"
-#include "orvane_tamsel/indexer/indexer.h"
+#include "indexer/indexed_fixture.h"
 
 namespace {
 
 using namespace orvane_tamsel;
-using indexer_test::neighbour_fqns;
 
 // Namespaced fqns, a method declared in its class and defined out of line kept once, calls
 // through `this`, members, typed locals, `ns::f` into a header included by a header, using
 // directives and constructions, GoogleTest tests and the ranked tests of a source.
 TEST(CppExtraction, SymbolsCallersAndTests) {
-  indexer_test::TempRepo repo("lang_cpp");
-  indexer::update_index(repo.root());
-  auto index = index::open_repository(repo.root());
+  indexer_test::IndexedFixture repo("lang_cpp");
+  auto& index = repo.index();
 
-  auto cart = index->get_symbol_by_fqn("shop.Cart");
-  ASSERT_TRUE(cart.has_value());
-  EXPECT_EQ(cart->kind, "class");
-  EXPECT_EQ(cart->docstring.value_or(""), "A basket of prices in cents.");
-  auto add = index->get_symbol_by_fqn("shop.Cart.add");
-  ASSERT_TRUE(add.has_value());
-  EXPECT_EQ(add->kind, "method");
-  EXPECT_EQ(index->get_file_paths_batch({*add})[*add->id], "src/shop/cart.cpp");
-  EXPECT_EQ(add->docstring.value_or(""), "Puts a price in the cart.");
-  auto constructor = index->get_symbol_by_fqn("shop.Cart.Cart");
-  ASSERT_TRUE(constructor.has_value());
-  EXPECT_EQ(constructor->signature.value_or(""), "Cart::Cart(int limit)");  // no initializers
-  auto total = index->search_symbols({"total"}, true, 10);
+  auto cart = repo.symbol("shop.Cart");
+  EXPECT_EQ(cart.kind, "class");
+  EXPECT_EQ(cart.docstring.value_or(""), "A basket of prices in cents.");
+  auto add = repo.symbol("shop.Cart.add");
+  EXPECT_EQ(add.kind, "method");
+  EXPECT_EQ(index.get_file_paths_batch({add})[add.id.value_or(0)], "src/shop/cart.cpp");
+  EXPECT_EQ(add.docstring.value_or(""), "Puts a price in the cart.");
+  auto constructor = repo.symbol("shop.Cart.Cart");
+  EXPECT_EQ(constructor.signature.value_or(""), "Cart::Cart(int limit)");  // no initializers
+  auto total = index.search_symbols({"total"}, true, 10);
   ASSERT_EQ(total.symbols.size(), 1u) << "declaration and definition listed twice";
   EXPECT_EQ(total.symbols[0].docstring.value_or(""), "Adds the prices up.");
-  auto checkout = index->get_symbol_by_fqn("shop.pay.Checkout");
-  ASSERT_TRUE(checkout.has_value());
-  EXPECT_EQ(checkout->kind, "struct");
-  auto test = index->get_symbol_by_fqn("CartTest.AddsUp");
-  ASSERT_TRUE(test.has_value());
-  EXPECT_TRUE(test->is_test);
-  EXPECT_EQ(test->kind, "function");
+  auto checkout = repo.symbol("shop.pay.Checkout");
+  EXPECT_EQ(checkout.kind, "struct");
+  auto test = repo.symbol("CartTest.AddsUp");
+  EXPECT_TRUE(test.is_test);
+  EXPECT_EQ(test.kind, "function");
 
-  EXPECT_EQ(neighbour_fqns(*index, "shop.Cart.add", index::CALLEE),
-            (std::set<std::string>{"shop.Cart.total"}));
-  EXPECT_EQ(neighbour_fqns(*index, "shop.Cart.add", index::CALLER),
+  EXPECT_EQ(repo.callees("shop.Cart.add"), (std::set<std::string>{"shop.Cart.total"}));
+  EXPECT_EQ(repo.callers("shop.Cart.add"),
             (std::set<std::string>{"shop.pay.pay_all", "CartTest.AddsUp"}));
-  EXPECT_EQ(neighbour_fqns(*index, "shop.Cart.total", index::CALLER),
+  EXPECT_EQ(repo.callers("shop.Cart.total"),
             (std::set<std::string>{"shop.Cart.add", "shop.pay.Checkout.charge", "shop.pay.pay_all",
                                    "CartTest.AddsUp", "CartFixture.StartsEmpty", "orders.fill",
                                    "refund"}));
   // Names that using-directives bring in, constructions (a class without a constructor is the
   // callee itself); a global name beside one a directive brings in is ambiguous: no edge.
-  EXPECT_EQ(neighbour_fqns(*index, "orders.fill", index::CALLEE),
+  EXPECT_EQ(repo.callees("orders.fill"),
             (std::set<std::string>{"shop.Cart.Cart", "shop.Cart.total", "shop.Ledger",
                                    "shop.Ledger.record", "shop.tax.vat"}));
-  EXPECT_EQ(neighbour_fqns(*index, "refund", index::CALLEE),
+  EXPECT_EQ(repo.callees("refund"),
             (std::set<std::string>{"shop.Cart.Cart", "shop.Cart.total", "shop.tax.vat"}));
-  EXPECT_EQ(neighbour_fqns(*index, "round_cents", index::CALLER), std::set<std::string>{});
-  EXPECT_FALSE(index->get_symbol_by_fqn("fresh").has_value())
+  EXPECT_EQ(repo.callers("round_cents"), std::set<std::string>{});
+  EXPECT_FALSE(index.get_symbol_by_fqn("fresh").has_value())
       << "`Cart fresh(limit);` is no prototype";
 
-  EXPECT_EQ(neighbour_fqns(*index, "shop.Ledger.record", index::CALLER),
+  EXPECT_EQ(repo.callers("shop.Ledger.record"),
             (std::set<std::string>{"shop.Ledger.close", "shop.pay.pay_all", "orders.fill"}));
-  EXPECT_EQ(neighbour_fqns(*index, "shop.round_cents", index::CALLER),
-            std::set<std::string>{"shop.pay.pay_all"});
+  EXPECT_EQ(repo.callers("shop.round_cents"), std::set<std::string>{"shop.pay.pay_all"});
 
-  auto tests = tests_answer(*index, "src/shop/cart.cpp");
+  auto tests = repo.tests_of("src/shop/cart.cpp");
   ASSERT_EQ(tests["tests"].size(), 1u);
   EXPECT_EQ(tests["tests"][0]["path"], "test/cart_test.cpp");
   auto reason = tests["tests"][0]["reason"].get<std::string>();
   EXPECT_NE(reason.find("calls"), std::string::npos) << reason;
   EXPECT_NE(reason.find("named after cart.cpp"), std::string::npos) << reason;
-  EXPECT_EQ(tests_answer(*index, "include/shop/cart.h")["tests"].size(), 1u);
+  EXPECT_EQ(repo.tests_of("include/shop/cart.h")["tests"].size(), 1u);
 
-  auto components = index->components_of({"src/shop/cart.cpp", "test/cart_test.cpp"});
+  auto components = index.components_of({"src/shop/cart.cpp", "test/cart_test.cpp"});
   EXPECT_EQ(components["src/shop/cart.cpp"], "shop");
   EXPECT_EQ(components["test/cart_test.cpp"], "test");
   // One project folder under src holding nearly everything is split into its subfolders.
   std::filesystem::create_directories(repo.root() / "src/shop/ledger");
   std::ofstream(repo.root() / "src/shop/ledger/book.cpp") << "int book() { return 1; }\n";
-  indexer::update_index(repo.root());
-  index = index::open_repository(repo.root());
-  components = index->components_of({"src/shop/cart.cpp", "src/shop/ledger/book.cpp"});
+  repo.update();
+  components = repo.index().components_of({"src/shop/cart.cpp", "src/shop/ledger/book.cpp"});
   EXPECT_EQ(components["src/shop/cart.cpp"], "shop");
   EXPECT_EQ(components["src/shop/ledger/book.cpp"], "shop.ledger");
 }
@@ -99,19 +83,17 @@ TEST(CppExtraction, SymbolsCallersAndTests) {
 // What a definition takes from its declaration must not depend on the order of updates: after
 // each edit the index holds what a clean build of the same sources holds.
 TEST(CppExtraction, DeclarationAndDefinitionFollowEdits) {
-  auto snapshot = [](const indexer_test::TempRepo& repo) {
-    index::Database db(index::index_file(repo.root()), index::Database::Mode::read);
-    auto st = db.prepare(
-        "SELECT s.fqn || ' ' || s.kind || ' ' || f.path || ':' || s.start_line || ' ' || "
-        "coalesce(s.docstring, '-') FROM symbols s JOIN files f ON f.id = s.file_id UNION ALL "
-        "SELECT c.fqn || ' <- ' || r.fqn FROM edges e JOIN symbols c ON c.id = e.callee_id "
-        "JOIN symbols r ON r.id = e.caller_id UNION ALL "
-        "SELECT t.fqn || ' text ' || coalesce(t.docstring, '-') FROM symbol_text t");
-    std::multiset<std::string> rows;
-    while (st.step()) rows.insert(st.text(0));
-    return rows;
+  const std::string snapshot_sql =
+      "SELECT s.fqn || ' ' || s.kind || ' ' || f.path || ':' || s.start_line || ' ' || "
+      "coalesce(s.docstring, '-') FROM symbols s JOIN files f ON f.id = s.file_id UNION ALL "
+      "SELECT c.fqn || ' <- ' || r.fqn FROM edges e JOIN symbols c ON c.id = e.callee_id "
+      "JOIN symbols r ON r.id = e.caller_id UNION ALL "
+      "SELECT t.fqn || ' text ' || coalesce(t.docstring, '-') FROM symbol_text t";
+  auto snapshot = [&](const indexer_test::IndexedFixture& fixture) {
+    auto rows = fixture.rows(snapshot_sql);
+    return std::multiset<std::string>(rows.begin(), rows.end());
   };
-  indexer_test::TempRepo repo("lang_cpp"), clean("lang_cpp");
+  indexer_test::IndexedFixture repo("lang_cpp"), clean("lang_cpp");
   auto read = [&](const std::string& rel) {
     std::ifstream in(repo.root() / rel);
     return std::string(std::istreambuf_iterator<char>(in), {});
@@ -123,30 +105,26 @@ TEST(CppExtraction, DeclarationAndDefinitionFollowEdits) {
     repo.write(rel, text.replace(at, from.size(), to));
   };
   auto same_as_clean = [&](const char* step) {
-    auto updated = indexer::update_index(repo.root());
-    std::filesystem::remove_all(clean.root());
-    std::filesystem::copy(repo.root(), clean.root(), std::filesystem::copy_options::recursive);
-    std::filesystem::remove_all(clean.root() / ".tamsel");
-    auto built = indexer::update_index(clean.root());
+    auto updated = repo.update();
+    clean.copy_sources_of(repo.root());
+    auto built = clean.update();
     EXPECT_EQ(snapshot(repo), snapshot(clean)) << step;
     // the summary's counts are kept by each update, not counted again
     EXPECT_EQ(std::tie(updated.symbols, updated.calls, updated.unresolved_calls),
               std::tie(built.symbols, built.calls, built.unresolved_calls))
         << step;
   };
-  indexer::update_index(repo.root());
 
   edit("src/shop/cart.cpp", "  total();\n", "  total();\n  total();\n");
   same_as_clean("the definition's file edited");
-  auto add = index::open_repository(repo.root())->get_symbol_by_fqn("shop.Cart.add");
-  EXPECT_EQ(add->docstring.value_or(""), "Puts a price in the cart.");
+  auto add = repo.symbol("shop.Cart.add");
+  EXPECT_EQ(add.docstring.value_or(""), "Puts a price in the cart.");
   auto body = read("src/shop/cart.cpp");
   edit("src/shop/cart.cpp",
        "void Cart::add(int price) {\n  items_.push_back(price);\n  total();\n  total();\n}\n", "");
   same_as_clean("the definition deleted");
-  auto declared = index::open_repository(repo.root())->get_symbol_by_fqn("shop.Cart.add");
-  ASSERT_TRUE(declared.has_value());
-  EXPECT_EQ(declared->signature.value_or(""), "void add(int price);");
+  auto declared = repo.symbol("shop.Cart.add");
+  EXPECT_EQ(declared.signature.value_or(""), "void add(int price);");
   repo.write("src/shop/cart.cpp", body);
   same_as_clean("the definition back");
   edit("include/shop/cart.h", "Puts a price", "Adds a price");

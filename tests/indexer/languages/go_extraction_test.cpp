@@ -4,74 +4,54 @@
 #include <string>
 #include <vector>
 
-#include "index/tests_answer.h"
-#include "indexer/languages/neighbour_fqns.h"
-#include "indexer/temp_repo.h"
-#include "orvane_tamsel/index/sqlite_db.h"
-#include "orvane_tamsel/index/sqlite_repository.h"
-#include "orvane_tamsel/indexer/indexer.h"
+#include "indexer/indexed_fixture.h"
 
 namespace {
 
 using namespace orvane_tamsel;
-using indexer_test::neighbour_fqns;
 
 // Package-qualified fqns, receiver and instance calls (methods promoted from structs embedded
 // in other files too), and test code of a small Go package.
 TEST(GoExtraction, SymbolsTestsAndCallers) {
-  indexer_test::TempRepo repo("lang_go");
-  indexer::update_index(repo.root());
-  auto index = index::open_repository(repo.root());
+  indexer_test::IndexedFixture repo("lang_go");
+  auto add = repo.symbol("shop.Cart.Add");
+  EXPECT_EQ(add.kind, "method");
+  EXPECT_EQ(add.docstring.value_or(""), "Add puts an item in the cart.");
+  EXPECT_FALSE(add.is_test);
+  auto cart = repo.symbol("shop.Cart");
+  EXPECT_EQ(cart.kind, "struct");
+  auto test = repo.symbol("shop.TestAdd");
+  EXPECT_TRUE(test.is_test);
 
-  auto add = index->get_symbol_by_fqn("shop.Cart.Add");
-  ASSERT_TRUE(add.has_value());
-  EXPECT_EQ(add->kind, "method");
-  EXPECT_EQ(add->docstring.value_or(""), "Add puts an item in the cart.");
-  EXPECT_FALSE(add->is_test);
-  auto cart = index->get_symbol_by_fqn("shop.Cart");
-  ASSERT_TRUE(cart.has_value());
-  EXPECT_EQ(cart->kind, "struct");
-  auto test = index->get_symbol_by_fqn("shop.TestAdd");
-  ASSERT_TRUE(test.has_value());
-  EXPECT_TRUE(test->is_test);
-
-  EXPECT_EQ(neighbour_fqns(*index, "shop.Cart.Add", index::CALLER),
-            (std::set<std::string>{"shop.TestAdd", "shop.serve"}));
+  EXPECT_EQ(repo.callers("shop.Cart.Add"), (std::set<std::string>{"shop.TestAdd", "shop.serve"}));
   // s.Count() on a Store, which embeds Cart (in another file), which embeds *Base
-  EXPECT_EQ(neighbour_fqns(*index, "shop.Base.Count", index::CALLER),
+  EXPECT_EQ(repo.callers("shop.Base.Count"),
             (std::set<std::string>{"shop.Cart.Add", "shop.TestAdd"}));
   // Count is promoted from the embedded Base
-  EXPECT_EQ(neighbour_fqns(*index, "shop.Cart.Add", index::CALLEE),
+  EXPECT_EQ(repo.callees("shop.Cart.Add"),
             (std::set<std::string>{"shop.Cart.total", "shop.Base.Count"}));
 
-  auto tests = tests_answer(*index, "shop/cart.go");
+  auto tests = repo.tests_of("shop/cart.go");
   ASSERT_FALSE(tests["tests"].empty());
   EXPECT_EQ(tests["tests"][0]["path"], "shop/cart_test.go");
 
   // the embedding goes away, and with it the promoted calls
   repo.write("shop/store.go", "package shop\n\ntype Store struct{ c Cart }\n");
-  indexer::update_index(repo.root());
-  index = index::open_repository(repo.root());
-  EXPECT_EQ(neighbour_fqns(*index, "shop.Base.Count", index::CALLER),
-            std::set<std::string>{"shop.Cart.Add"});
+  repo.update();
+  EXPECT_EQ(repo.callers("shop.Base.Count"), std::set<std::string>{"shop.Cart.Add"});
 }
 
 // Receivers whose type comes from declarations elsewhere: parameters (of function literals too),
 // results of functions and methods, fields, composite literals and package variables.
 TEST(GoExtraction, ReceiverTypesFromDeclarations) {
-  indexer_test::TempRepo repo("lang_go");
-  indexer::update_index(repo.root());
-  auto index = index::open_repository(repo.root());
-  EXPECT_EQ(neighbour_fqns(*index, "shop.serve", index::CALLEE),
+  indexer_test::IndexedFixture repo("lang_go");
+  EXPECT_EQ(repo.callees("shop.serve"),
             (std::set<std::string>{"shop.Engine.handle", "shop.Pool.Get", "shop.Context.Next",
                                    "shop.NewEngine", "shop.Engine.Use", "shop.build",
                                    "shop.Cart.Add", "shop.YAML.Render"}));
-  index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
-  auto st = db.prepare(
+  auto sites = repo.rows(
       "SELECT c.line || ' ' || c.evidence FROM call_sites c JOIN files f ON f.id = c.file_id "
       "WHERE f.path = 'shop/server.go' AND c.receiver <> '' ORDER BY c.line, c.id");
-  std::vector<std::string> sites;
-  while (st.step()) sites.push_back(st.text(0));
   EXPECT_EQ(sites,
             (std::vector<std::string>{"36 ",  // strings.Builder is not in the index: unresolved
                                       "39 attribute", "40 result-type", "40 attribute",

@@ -4,54 +4,45 @@
 #include <set>
 #include <string>
 
-#include "index/tests_answer.h"
-#include "indexer/languages/neighbour_fqns.h"
-#include "indexer/temp_repo.h"
-#include "orvane_tamsel/index/sqlite_repository.h"
-#include "orvane_tamsel/indexer/indexer.h"
+#include "indexer/indexed_fixture.h"
 
 namespace {
 
 using namespace orvane_tamsel;
-using indexer_test::neighbour_fqns;
 
 // Package fqns under src/main/java and src/test/java, Javadoc, JUnit tests, and calls through
 // `this`, fields, locals, imports, the own package and an inherited method; a bare name defined
 // nowhere gets no edge; components are the packages below the one all files share.
 TEST(JavaExtraction, SymbolsTestsAndCallers) {
-  indexer_test::TempRepo repo("lang_java");
-  indexer::update_index(repo.root());
-  auto index = index::open_repository(repo.root());
+  indexer_test::IndexedFixture repo("lang_java");
+  auto& index = repo.index();
 
-  auto add = index->get_symbol_by_fqn("com.shop.Cart.add");
-  ASSERT_TRUE(add.has_value());
-  EXPECT_EQ(add->kind, "method");
-  EXPECT_EQ(add->signature.value_or(""), "public void add(Item item)");
-  EXPECT_EQ(add->docstring.value_or(""), "Adds an item to the cart.");
-  EXPECT_EQ(index->get_symbol_by_fqn("com.shop.Cart.Cart")->kind, "constructor");
-  EXPECT_EQ(index->get_symbol_by_fqn("com.shop.Cart.Entry")->kind, "class");
-  EXPECT_EQ(index->get_symbol_by_fqn("com.shop.Item")->kind, "record");
-  auto test = index->get_symbol_by_fqn("com.shop.CartTest.addsAnItem");
-  ASSERT_TRUE(test.has_value());
-  EXPECT_TRUE(test->is_test);
-  EXPECT_FALSE(index->get_symbol_by_fqn("com.shop.Cart.total")->is_test);
+  auto add = repo.symbol("com.shop.Cart.add");
+  EXPECT_EQ(add.kind, "method");
+  EXPECT_EQ(add.signature.value_or(""), "public void add(Item item)");
+  EXPECT_EQ(add.docstring.value_or(""), "Adds an item to the cart.");
+  EXPECT_EQ(repo.symbol("com.shop.Cart.Cart").kind, "constructor");
+  EXPECT_EQ(repo.symbol("com.shop.Cart.Entry").kind, "class");
+  EXPECT_EQ(repo.symbol("com.shop.Item").kind, "record");
+  auto test = repo.symbol("com.shop.CartTest.addsAnItem");
+  EXPECT_TRUE(test.is_test);
+  EXPECT_FALSE(repo.symbol("com.shop.Cart.total").is_test);
 
   EXPECT_EQ(
-      neighbour_fqns(*index, "com.shop.Cart.total", index::CALLER),
+      repo.callers("com.shop.Cart.total"),
       (std::set<std::string>{"com.shop.Cart.label", "com.shop.Checkout.pay",
                              "com.shop.CartTest.addsAnItem", "com.shop.GiftCart.withWrapping"}));
-  EXPECT_EQ(neighbour_fqns(*index, "com.shop.Checkout.pay", index::CALLEE),
-            std::set<std::string>{"com.shop.Cart.total"});
-  EXPECT_EQ(neighbour_fqns(*index, "com.shop.util.Prices.format", index::CALLER),
+  EXPECT_EQ(repo.callees("com.shop.Checkout.pay"), std::set<std::string>{"com.shop.Cart.total"});
+  EXPECT_EQ(repo.callers("com.shop.util.Prices.format"),
             std::set<std::string>{"com.shop.Cart.label"});
 
-  auto tests = tests_answer(*index, "src/main/java/com/shop/Cart.java");
+  auto tests = repo.tests_of("src/main/java/com/shop/Cart.java");
   ASSERT_FALSE(tests["tests"].empty());
   EXPECT_EQ(tests["tests"][0]["path"], "src/test/java/com/shop/CartTest.java");
 
-  EXPECT_EQ(index->components_of({"src/main/java/com/shop/Cart.java",
-                                  "src/main/java/com/shop/util/Prices.java",
-                                  "src/test/java/com/shop/CartTest.java"}),
+  EXPECT_EQ(index.components_of({"src/main/java/com/shop/Cart.java",
+                                 "src/main/java/com/shop/util/Prices.java",
+                                 "src/test/java/com/shop/CartTest.java"}),
             (std::map<std::string, std::string>{{"src/main/java/com/shop/Cart.java", "shop"},
                                                 {"src/main/java/com/shop/util/Prices.java", "util"},
                                                 {"src/test/java/com/shop/CartTest.java", "shop"}}));

@@ -3,62 +3,53 @@
 #include <set>
 #include <string>
 
-#include "index/tests_answer.h"
-#include "indexer/languages/neighbour_fqns.h"
-#include "indexer/temp_repo.h"
-#include "orvane_tamsel/index/sqlite_repository.h"
-#include "orvane_tamsel/indexer/indexer.h"
+#include "indexer/indexed_fixture.h"
 
 namespace {
 
 using namespace orvane_tamsel;
-using indexer_test::neighbour_fqns;
 
 // Module fqns from the source root, JSDoc, `this` (on to a base class), typed parameters, imports
 // (named and namespace), describe/it blocks as tests, overloads listed once with their
 // implementation, and no edge for a name defined nowhere.
 TEST(TsExtraction, SymbolsTestsAndCallers) {
-  indexer_test::TempRepo repo("lang_ts");
-  indexer::update_index(repo.root());
-  auto index = index::open_repository(repo.root());
+  indexer_test::IndexedFixture repo("lang_ts");
+  auto& index = repo.index();
 
-  auto cart = index->get_symbol_by_fqn("app.cart.Cart");
-  ASSERT_TRUE(cart.has_value());
-  EXPECT_EQ(cart->kind, "class");
-  EXPECT_EQ(cart->signature.value_or(""), "export class Cart");
-  EXPECT_EQ(cart->docstring.value_or(""), "Cart holds the items a customer picked.");
-  EXPECT_EQ(index->get_symbol_by_fqn("app.cart.Item")->kind, "interface");
-  EXPECT_EQ(index->get_symbol_by_fqn("app.cart.Status")->kind, "enum");
-  EXPECT_EQ(index->get_symbol_by_fqn("app.cart.Cart.constructor")->kind, "constructor");
-  EXPECT_EQ(index->get_symbol_by_fqn("app.cart.emptyCart")->kind, "function");
+  auto cart = repo.symbol("app.cart.Cart");
+  EXPECT_EQ(cart.kind, "class");
+  EXPECT_EQ(cart.signature.value_or(""), "export class Cart");
+  EXPECT_EQ(cart.docstring.value_or(""), "Cart holds the items a customer picked.");
+  EXPECT_EQ(repo.symbol("app.cart.Item").kind, "interface");
+  EXPECT_EQ(repo.symbol("app.cart.Status").kind, "enum");
+  EXPECT_EQ(repo.symbol("app.cart.Cart.constructor").kind, "constructor");
+  EXPECT_EQ(repo.symbol("app.cart.emptyCart").kind, "function");
   for (const char* name : {"formatPrice", "priceOf"}) {
-    auto found = index->search_symbols({name}, true, 10).symbols;
+    auto found = index.search_symbols({name}, true, 10).symbols;
     ASSERT_EQ(found.size(), 1u) << name << ": overloads and implementation listed apart";
   }
-  auto format = index->get_symbol_by_fqn("util.format.formatPrice");
-  EXPECT_EQ(format->signature.value_or(""),
+  auto format = repo.symbol("util.format.formatPrice");
+  EXPECT_EQ(format.signature.value_or(""),
             "export function formatPrice(amount: number, currency: string): string\n"
             "export function formatPrice(amount: bigint, currency: string): string");
-  EXPECT_EQ(format->docstring.value_or(""), "Two decimals and the currency.");
-  EXPECT_EQ(format->start_line, 4);
-  EXPECT_EQ(format->end_line, 6);
-  auto price = index->get_symbol_by_fqn("app.cart.Cart.priceOf");
-  EXPECT_EQ(price->kind, "method");
-  EXPECT_EQ(price->docstring.value_or(""), "The price of an item, by name or position.");
-  auto block = index->get_symbol_by_fqn("app.cart.test.Cart.adds_an_item");
-  ASSERT_TRUE(block.has_value());
-  EXPECT_TRUE(block->is_test);
+  EXPECT_EQ(format.docstring.value_or(""), "Two decimals and the currency.");
+  EXPECT_EQ(format.start_line, 4);
+  EXPECT_EQ(format.end_line, 6);
+  auto price = repo.symbol("app.cart.Cart.priceOf");
+  EXPECT_EQ(price.kind, "method");
+  EXPECT_EQ(price.docstring.value_or(""), "The price of an item, by name or position.");
+  auto block = repo.symbol("app.cart.test.Cart.adds_an_item");
+  EXPECT_TRUE(block.is_test);
 
   EXPECT_EQ(
-      neighbour_fqns(*index, "app.cart.Cart.total", index::CALLER),
+      repo.callers("app.cart.Cart.total"),
       (std::set<std::string>{"app.cart.Cart.describe", "app.checkout.checkout",
                              "app.cart.test.Cart.adds_an_item", "app.gift.GiftCart.wrapped"}));
-  EXPECT_EQ(neighbour_fqns(*index, "app.checkout.checkout", index::CALLEE),
+  EXPECT_EQ(repo.callees("app.checkout.checkout"),
             (std::set<std::string>{"app.cart.Cart.total", "util.format.formatPrice"}));
-  EXPECT_EQ(neighbour_fqns(*index, "app.cart.emptyCart", index::CALLEE),
-            std::set<std::string>{"app.cart.Cart"});
+  EXPECT_EQ(repo.callees("app.cart.emptyCart"), std::set<std::string>{"app.cart.Cart"});
 
-  auto tests = tests_answer(*index, "src/app/cart.ts");
+  auto tests = repo.tests_of("src/app/cart.ts");
   ASSERT_FALSE(tests["tests"].empty());
   EXPECT_EQ(tests["tests"][0]["path"], "src/app/cart.test.ts");
 }

@@ -151,91 +151,105 @@ TSNode Rules::function_host() const {
 std::optional<tagged::Definition> Rules::define(const tagged::Tag& tag) {
   tagged::Definition def;
   def.name = text(tag.name);
+  if (tag.role == "function" || tag.role == "method") return define_function(tag, def);
+  def.host = tag.node;
+  if (tag.role == "class") return define_record(tag, def);
+  if (tag.role == "type") return define_type(tag, def);
+  if (tag.role == "constant") return define_variable(tag, def);
+  if (tag.role == "macro") return define_macro(tag, def);
+  return std::nullopt;
+}
+
+std::optional<tagged::Definition> Rules::define_function(const tagged::Tag& tag,
+                                                         tagged::Definition def) {
   TSNode node = tag.node;
-  if (tag.role == "function" || tag.role == "method") {
-    def.host = function_host();
-    if (ts_node_is_null(def.host)) return std::nullopt;
-    TSNode inner = def.host;
-    if (is(inner, "template_declaration"))
-      inner = ts_node_named_child(inner, ts_node_named_child_count(inner) - 1);
-    bool body = is(inner, "function_definition");
-    bool member = frame_of_type("field_declaration_list") != NONE;
-    // A prototype in a source file repeats a definition; headers and class bodies declare.
-    if (!body && !member && !is_header()) return std::nullopt;
-    if (!body && reads_as_construction(node)) return std::nullopt;
-    if (std::find(GTEST_MACROS.begin(), GTEST_MACROS.end(), def.name) != GTEST_MACROS.end() &&
-        body) {
-      TSNode params = ts_node_child_by_field_name(node, "parameters", 10);
-      std::vector<std::string> parts;
-      for (std::uint32_t i = 0; i < ts_node_named_child_count(params); ++i) {
-        parts.emplace_back(text(ts_node_named_child(params, i)));
-      }
-      if (parts.size() != 2) return std::nullopt;
-      def.kind = "function";
-      def.qualifier = {parts[0]};
-      def.name = parts[1];
-      def.is_test = true;
-      return def;
+  def.host = function_host();
+  if (ts_node_is_null(def.host)) return std::nullopt;
+  TSNode inner = def.host;
+  if (is(inner, "template_declaration"))
+    inner = ts_node_named_child(inner, ts_node_named_child_count(inner) - 1);
+  bool body = is(inner, "function_definition");
+  bool member = frame_of_type("field_declaration_list") != NONE;
+  // A prototype in a source file repeats a definition; headers and class bodies declare.
+  if (!body && !member && !is_header()) return std::nullopt;
+  if (!body && reads_as_construction(node)) return std::nullopt;
+  if (std::find(GTEST_MACROS.begin(), GTEST_MACROS.end(), def.name) != GTEST_MACROS.end() && body) {
+    TSNode params = ts_node_child_by_field_name(node, "parameters", 10);
+    std::vector<std::string> parts;
+    for (std::uint32_t i = 0; i < ts_node_named_child_count(params); ++i) {
+      parts.emplace_back(text(ts_node_named_child(params, i)));
     }
-    def.kind = member ? "method" : "function";
+    if (parts.size() != 2) return std::nullopt;
+    def.kind = "function";
+    def.qualifier = {parts[0]};
+    def.name = parts[1];
+    def.is_test = true;
     return def;
   }
-  def.host = node;
-  bool has_body = !ts_node_is_null(ts_node_child_by_field_name(node, "body", 4));
-  if (tag.role == "class") {
-    if (is(node, "declaration")) {  // `union u {...} x;`
-      node = ts_node_child_by_field_name(node, "type", 4);
-      has_body = !ts_node_is_null(ts_node_child_by_field_name(node, "body", 4));
-      def.host = node;
-    }
-    if (!has_body) return std::nullopt;
-    def.kind = is(node, "class_specifier")   ? "class"
-               : is(node, "union_specifier") ? "union"
-                                             : "struct";
+  def.kind = member ? "method" : "function";
+  return def;
+}
+
+std::optional<tagged::Definition> Rules::define_record(const tagged::Tag& tag,
+                                                       tagged::Definition def) {
+  TSNode node = tag.node;
+  if (is(node, "declaration")) {  // `union u {...} x;`
+    node = ts_node_child_by_field_name(node, "type", 4);
+    def.host = node;
+  }
+  if (ts_node_is_null(ts_node_child_by_field_name(node, "body", 4))) return std::nullopt;
+  def.kind = is(node, "class_specifier")   ? "class"
+             : is(node, "union_specifier") ? "union"
+                                           : "struct";
+  def.opens_scope = scoped_types();
+  return def;
+}
+
+std::optional<tagged::Definition> Rules::define_type(const tagged::Tag& tag,
+                                                     tagged::Definition def) {
+  TSNode node = tag.node;
+  if (is(node, "enum_specifier")) {
+    if (ts_node_is_null(ts_node_child_by_field_name(node, "body", 4))) return std::nullopt;
+    def.kind = "enum";
     def.opens_scope = scoped_types();
     return def;
   }
-  if (tag.role == "type") {
-    if (is(node, "enum_specifier")) {
-      if (!has_body) return std::nullopt;
-      def.kind = "enum";
-      def.opens_scope = scoped_types();
-      return def;
-    }
-    def.kind = "type";
-    TSNode type = ts_node_child_by_field_name(node, "type", 4);
-    bool anonymous = ts_node_is_null(ts_node_child_by_field_name(type, "name", 4));
-    if (anonymous && !ts_node_is_null(ts_node_child_by_field_name(type, "body", 4))) {
-      if (is(type, "struct_specifier")) def.kind = "struct";
-      if (is(type, "union_specifier")) def.kind = "union";
-      if (is(type, "enum_specifier")) def.kind = "enum";
-    }
-    return def;
+  def.kind = "type";
+  TSNode type = ts_node_child_by_field_name(node, "type", 4);
+  bool anonymous = ts_node_is_null(ts_node_child_by_field_name(type, "name", 4));
+  if (anonymous && !ts_node_is_null(ts_node_child_by_field_name(type, "body", 4))) {
+    if (is(type, "struct_specifier")) def.kind = "struct";
+    if (is(type, "union_specifier")) def.kind = "union";
+    if (is(type, "enum_specifier")) def.kind = "enum";
   }
-  if (tag.role == "constant") {
-    // the declaration holds the lines, signature and doc; a declaration's first variable names it
-    def.host = ts_node_parent(node);
-    if (!is(def.host, "declaration")) return std::nullopt;
-    // locals, parameters and members are no symbols of their own
-    if (frame_of_type("compound_statement") != NONE ||
-        frame_of_type("field_declaration_list") != NONE) {
-      return std::nullopt;
-    }
-    def.kind = "variable";
-    return def;
+  return def;
+}
+
+std::optional<tagged::Definition> Rules::define_variable(const tagged::Tag& tag,
+                                                         tagged::Definition def) {
+  // the declaration holds the lines, signature and doc; a declaration's first variable names it
+  def.host = ts_node_parent(tag.node);
+  if (!is(def.host, "declaration")) return std::nullopt;
+  // locals, parameters and members are no symbols of their own
+  if (frame_of_type("compound_statement") != NONE ||
+      frame_of_type("field_declaration_list") != NONE) {
+    return std::nullopt;
   }
-  if (tag.role == "macro") {
-    // an include guard (`#ifndef X` `#define X` around the header) names nothing
-    TSNode parent = ts_node_parent(tag.node);
-    if (is(tag.node, "preproc_def") &&
-        ts_node_is_null(ts_node_child_by_field_name(tag.node, "value", 5)) &&
-        is(parent, "preproc_ifdef") && field_text(parent, "name") == def.name) {
-      return std::nullopt;
-    }
-    def.kind = "macro";
-    return def;
+  def.kind = "variable";
+  return def;
+}
+
+std::optional<tagged::Definition> Rules::define_macro(const tagged::Tag& tag,
+                                                      tagged::Definition def) {
+  // an include guard (`#ifndef X` `#define X` around the header) names nothing
+  TSNode parent = ts_node_parent(tag.node);
+  if (is(tag.node, "preproc_def") &&
+      ts_node_is_null(ts_node_child_by_field_name(tag.node, "value", 5)) &&
+      is(parent, "preproc_ifdef") && field_text(parent, "name") == def.name) {
+    return std::nullopt;
   }
-  return std::nullopt;
+  def.kind = "macro";
+  return def;
 }
 
 // A function declared without a body keeps its ";": the index merges such a declaration into

@@ -31,6 +31,13 @@ class Rules : public tagged::Extraction {
   void resolve(const tagged::PendingCall& pending, ParsedCall& call) override;
   std::string signature_of(TSNode host) const override;
   std::string declared_signature(TSNode host) const;
+  // define() by the tag's role: functions and methods, structs/classes/unions, typedefs and
+  // enums, file-level variables, macros.
+  std::optional<tagged::Definition> define_function(const tagged::Tag& tag, tagged::Definition def);
+  std::optional<tagged::Definition> define_record(const tagged::Tag& tag, tagged::Definition def);
+  std::optional<tagged::Definition> define_type(const tagged::Tag& tag, tagged::Definition def);
+  std::optional<tagged::Definition> define_variable(const tagged::Tag& tag, tagged::Definition def);
+  std::optional<tagged::Definition> define_macro(const tagged::Tag& tag, tagged::Definition def);
 
   virtual bool scoped_types() const { return false; }  // C++: classes are scopes
   // The declaration or definition a function declarator belongs to, or a null node.

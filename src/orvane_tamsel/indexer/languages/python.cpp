@@ -6,6 +6,7 @@
 
 #include "orvane_tamsel/indexer/languages/python/extraction.h"
 #include "orvane_tamsel/indexer/languages/python/module_names.h"
+#include "orvane_tamsel/indexer/languages/skeleton.h"
 
 namespace orvane_tamsel::indexer::python {
 
@@ -28,17 +29,8 @@ std::string first_line(std::string_view text) {
 
 // tags.scm and our query files as one query, so that the tree is walked once for all of them.
 Query compile(const utils::Language& language) {
-  std::string source;
-  for (const auto& n : language.queries) {
-    auto text = utils::query_source(language.name, n);
-    if (text.empty()) throw std::runtime_error("query not embedded: " + n);
-    source.append(text).push_back('\n');
-  }
-  std::uint32_t offset = 0;
-  TSQueryError error = TSQueryErrorNone;
-  TSQuery* q = ts_query_new(language.grammar(), source.data(),
-                            static_cast<std::uint32_t>(source.size()), &offset, &error);
-  if (q == nullptr) throw std::runtime_error("bad Python query at byte " + std::to_string(offset));
+  auto compiled = skeleton::compile_queries(language);
+  TSQuery* q = compiled.query.get();
   static const std::map<std::string_view, Role> NAMES = {
       {"name", NAME},
       {"definition.class", DEF_CLASS},
@@ -64,7 +56,7 @@ Query compile(const utils::Language& language) {
       {"returned", RETURNED},
       {"yielded", YIELDED},
   };
-  Query out{QueryPtr(q), {}};
+  Query out{std::move(compiled.query), {}};
   for (std::uint32_t i = 0; i < ts_query_capture_count(q); ++i) {
     std::uint32_t len = 0;
     const char* name = ts_query_capture_name_for_id(q, i, &len);
@@ -75,7 +67,8 @@ Query compile(const utils::Language& language) {
   // Call sites come from our own pattern; the tags' call references would only be skipped.
   for (std::uint32_t i = 0; i < ts_query_pattern_count(q); ++i) {
     auto a = ts_query_start_byte_for_pattern(q, i), b = ts_query_end_byte_for_pattern(q, i);
-    if (std::string_view(source).substr(a, b - a).find("@reference.") != std::string_view::npos) {
+    if (std::string_view(compiled.source).substr(a, b - a).find("@reference.") !=
+        std::string_view::npos) {
       ts_query_disable_pattern(q, i);
     }
   }
@@ -98,18 +91,9 @@ const Query& query(const utils::Language& language) {
 }
 
 ParsedFile Extraction::run() {
-  thread_local std::unique_ptr<TSParser, ParserDeleter> parser(ts_parser_new());
-  ts_parser_set_language(parser.get(), language_.grammar());
-  std::unique_ptr<TSTree, TreeDeleter> tree(ts_parser_parse_string(
-      parser.get(), nullptr, src_.data(), static_cast<std::uint32_t>(src_.size())));
-  if (!tree) throw std::runtime_error("parser gave no tree for " + std::string(path_));
+  auto tree = skeleton::parse(language_, path_, src_);
   root_ = ts_tree_root_node(tree.get());
-
-  out_.path = path_;
-  out_.language = language_.name;
-  out_.module = module_;
-  out_.is_test = utils::is_test_path(language_, path_);
-  out_.line_count = line_count();
+  out_ = skeleton::file_record(language_, path_, module_, src_);
   collect_matches();
   nest_definitions();
   collect_definitions();
@@ -225,15 +209,8 @@ TSNode Extraction::enclosing_def(TSNode n) const {
 }
 
 void Extraction::collect_definitions() {
-  ParsedSymbol mod;
-  mod.fqn = module_;
-  auto dot = module_.rfind('.');
-  mod.name = dot == std::string::npos ? module_ : module_.substr(dot + 1);
-  mod.kind = "module";
-  mod.start_line = 1;
-  mod.end_line = std::max<std::int64_t>(out_.line_count, 1);
+  ParsedSymbol mod = skeleton::module_symbol(out_);
   if (auto d = docstrings_.find(UINT32_MAX); d != docstrings_.end()) mod.docstring = d->second;
-  mod.is_test = out_.is_test;
   out_.symbols.push_back(std::move(mod));
 
   // Matches come in document order, so an enclosing definition is named before its members.

@@ -5,9 +5,9 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <stdexcept>
 #include <utility>
 
+#include "orvane_tamsel/indexer/languages/skeleton.h"
 #include "orvane_tamsel/indexer/tree_sitter_handles.h"
 
 namespace orvane_tamsel::indexer::tagged {
@@ -23,21 +23,8 @@ const TSQuery* query_for(const utils::Language& language) {
   static std::map<std::string, QueryPtr, std::less<>> compiled;
   std::lock_guard lock(mutex);
   if (auto it = compiled.find(language.name); it != compiled.end()) return it->second.get();
-  std::string source;
-  for (const auto& name : language.queries) {
-    auto text = utils::query_source(language.name, name);
-    if (text.empty()) throw std::runtime_error("query not embedded: " + language.name + "/" + name);
-    source.append(text).push_back('\n');
-  }
-  std::uint32_t offset = 0;
-  TSQueryError error = TSQueryErrorNone;
-  TSQuery* q = ts_query_new(language.grammar(), source.data(),
-                            static_cast<std::uint32_t>(source.size()), &offset, &error);
-  if (q == nullptr) {
-    throw std::runtime_error("bad query for " + language.name + " at byte " +
-                             std::to_string(offset));
-  }
-  return compiled.emplace(language.name, QueryPtr(q)).first->second.get();
+  return compiled.emplace(language.name, skeleton::compile_queries(language).query)
+      .first->second.get();
 }
 
 bool is_null(TSNode n) {
@@ -85,29 +72,10 @@ bool Extraction::is_callable(const ParsedSymbol& s) const {
 }
 
 ParsedFile Extraction::run() {
-  thread_local std::unique_ptr<TSParser, ParserDeleter> parser(ts_parser_new());
-  ts_parser_set_language(parser.get(), language_.grammar());
-  std::unique_ptr<TSTree, TreeDeleter> tree(ts_parser_parse_string(
-      parser.get(), nullptr, src_.data(), static_cast<std::uint32_t>(src_.size())));
-  if (!tree) throw std::runtime_error("parser gave no tree for " + path_);
+  auto tree = skeleton::parse(language_, path_, src_);
   root_ = ts_tree_root_node(tree.get());
-
-  out_.path = path_;
-  out_.language = language_.name;
-  out_.module = module_;
-  out_.is_test = utils::is_test_path(language_, path_);
-  auto lines = static_cast<std::int64_t>(std::count(src_.begin(), src_.end(), '\n'));
-  out_.line_count = !src_.empty() && src_.back() != '\n' ? lines + 1 : lines;
-
-  ParsedSymbol mod;
-  mod.fqn = module_;
-  auto dot = module_.rfind('.');
-  mod.name = dot == std::string::npos ? module_ : module_.substr(dot + 1);
-  mod.kind = "module";
-  mod.start_line = 1;
-  mod.end_line = std::max<std::int64_t>(out_.line_count, 1);
-  mod.is_test = out_.is_test;
-  out_.symbols.push_back(std::move(mod));
+  out_ = skeleton::file_record(language_, path_, module_, src_);
+  out_.symbols.push_back(skeleton::module_symbol(out_));
   prefixes_.emplace_back();
 
   collect_tags();
@@ -134,6 +102,7 @@ ParsedFile Extraction::run() {
   }
   ts_tree_cursor_delete(&cursor);
 
+  finish();
   for (const auto& pending : pending_) {
     ParsedCall call;
     call.caller_fqn = out_.symbols[pending.caller].fqn;

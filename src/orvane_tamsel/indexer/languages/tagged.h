@@ -73,6 +73,8 @@ class Extraction {
   virtual std::string scope_of(TSNode /*node*/) { return {}; }
   // Every node once, in document order, after its definitions are recorded.
   virtual void visit(TSNode /*node*/) {}
+  // Once the whole file is read, before its calls are resolved (bases known by name only then).
+  virtual void finish() {}
   // Resolves one call site with the whole file known: target, fallbacks, evidence, scope.
   virtual void resolve(const PendingCall& pending, ParsedCall& call) = 0;
   // The fqn prefix of top-level names (Go: the package), or empty.

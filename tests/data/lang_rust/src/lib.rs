@@ -1,3 +1,5 @@
 pub mod cart;
 pub mod checkout;
 pub mod price;
+pub mod service;
+pub mod store;

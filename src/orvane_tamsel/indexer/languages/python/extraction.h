@@ -129,11 +129,6 @@ class Extraction {
     return ts_node_is_null(f) ? std::string() : std::string(text(f));
   }
 
-  std::int64_t line_count() const {
-    auto n = static_cast<std::int64_t>(std::count(src_.begin(), src_.end(), '\n'));
-    return !src_.empty() && src_.back() != '\n' ? n + 1 : n;
-  }
-
   // One pass of the query over the tree, sorting its matches by what they say.
   void collect_matches();
 

@@ -1,0 +1,98 @@
+#include "orvane_tamsel/index/meaning_vectors.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace orvane_tamsel::index {
+
+namespace {
+
+// Eight running sums, which the compiler keeps in vector registers: a question scores every
+// symbol.
+float dot(const float* a, const float* b, std::size_t n) {
+  float lanes[8] = {};
+  std::size_t i = 0;
+  for (; i + 8 <= n; i += 8) {
+    for (std::size_t k = 0; k < 8; ++k) lanes[k] += a[i + k] * b[i + k];
+  }
+  float sum = 0;
+  for (; i < n; ++i) sum += a[i] * b[i];
+  for (float x : lanes) sum += x;
+  return sum;
+}
+
+}  // namespace
+
+void MeaningVectors::add_word(const std::string& word, float weight, const float* row) {
+  word_rows[word] = static_cast<std::uint32_t>(word_weights.size());
+  word_weights.push_back(weight);
+  words.insert(words.end(), row, row + dims);
+}
+
+void MeaningVectors::add_symbol(SymbolId id, bool is_test, const float* row) {
+  symbol_rows[id] = static_cast<std::uint32_t>(symbol_ids.size());
+  symbol_ids.push_back(id);
+  symbol_is_test.push_back(is_test ? 1 : 0);
+  symbols.insert(symbols.end(), row, row + dims);
+}
+
+std::vector<float> MeaningVectors::text_vector(
+    const std::vector<std::pair<std::string, float>>& weighted) const {
+  std::vector<float> sum(dims, 0.0F);
+  bool known = false;
+  for (const auto& [word, weight] : weighted) {
+    auto it = word_rows.find(word);
+    if (it == word_rows.end()) continue;
+    known = true;
+    const float w = weight * word_weights[it->second];
+    const float* row = &words[static_cast<std::size_t>(it->second) * dims];
+    for (std::size_t i = 0; i < dims; ++i) sum[i] += w * row[i];
+  }
+  double norm = 0;
+  for (float x : sum) norm += static_cast<double>(x) * x;
+  norm = std::sqrt(norm);
+  if (!known || norm <= 0) return {};
+  for (auto& x : sum) x = static_cast<float>(x / norm);
+  return sum;
+}
+
+std::vector<ScoredSymbol> MeaningVectors::nearest(const std::vector<float>& unit, int limit,
+                                                  bool include_tests) const {
+  std::vector<ScoredSymbol> scored;
+  if (unit.size() != dims || limit <= 0) return scored;
+  scored.reserve(symbol_ids.size());
+  for (std::size_t r = 0; r < symbol_ids.size(); ++r) {
+    if (!include_tests && symbol_is_test[r] != 0) continue;
+    scored.push_back({symbol_ids[r], dot(unit.data(), &symbols[r * dims], dims)});
+  }
+  auto by_score = [](const ScoredSymbol& a, const ScoredSymbol& b) {
+    return a.score != b.score ? a.score > b.score : a.id < b.id;
+  };
+  auto keep = std::min<std::size_t>(scored.size(), static_cast<std::size_t>(limit));
+  std::partial_sort(scored.begin(), scored.begin() + static_cast<std::ptrdiff_t>(keep),
+                    scored.end(), by_score);
+  scored.resize(keep);
+  return scored;
+}
+
+double MeaningVectors::similarity(const std::vector<float>& unit, SymbolId id) const {
+  auto it = symbol_rows.find(id);
+  if (it == symbol_rows.end() || unit.size() != dims) return 0.0;
+  return dot(unit.data(), &symbols[static_cast<std::size_t>(it->second) * dims], dims);
+}
+
+std::string row_bytes(const float* row, std::size_t dims) {
+  std::string bytes(dims * sizeof(float), '\0');
+  std::memcpy(bytes.data(), row, bytes.size());
+  return bytes;
+}
+
+bool read_row(std::string_view bytes, std::size_t dims, std::vector<float>& into) {
+  if (bytes.size() != dims * sizeof(float)) return false;
+  into.resize(dims);
+  std::memcpy(into.data(), bytes.data(), bytes.size());
+  return true;
+}
+
+}  // namespace orvane_tamsel::index

@@ -1,0 +1,44 @@
+#pragma once
+// Word and symbol vectors learned from the repository at index time, held for search: words used
+// in the same symbols lie near each other, and a symbol or a question is the weighted sum of its
+// words, so a question meets code that says the same thing in other words.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "orvane_tamsel/index/repository.h"
+
+namespace orvane_tamsel::index {
+
+struct MeaningVectors {
+  std::size_t dims = 0;
+  std::unordered_map<std::string, std::uint32_t> word_rows;
+  std::vector<float> word_weights;  // per row: how specific the word is (its idf among symbols)
+  std::vector<float> words;         // one row of `dims` per word, unit length
+  std::vector<SymbolId> symbol_ids;
+  std::vector<std::uint8_t> symbol_is_test;
+  std::vector<float> symbols;  // one row of `dims` per symbol, unit length
+  std::unordered_map<SymbolId, std::uint32_t> symbol_rows;
+
+  void add_word(const std::string& word, float weight, const float* row);
+  void add_symbol(SymbolId id, bool is_test, const float* row);
+  // The unit sum of the known words' rows, each times its own weight and the given one; empty
+  // when no word is known.
+  std::vector<float> text_vector(const std::vector<std::pair<std::string, float>>& words) const;
+  // The `limit` symbols nearest a unit vector, best first; the score is the cosine.
+  std::vector<ScoredSymbol> nearest(const std::vector<float>& unit, int limit,
+                                    bool include_tests) const;
+  // The cosine of a unit vector with one symbol's; 0 when the symbol has none.
+  double similarity(const std::vector<float>& unit, SymbolId id) const;
+};
+
+// Rows as the index stores them: the floats' bytes in the machine's order.
+std::string row_bytes(const float* row, std::size_t dims);
+// False when the bytes are not `dims` floats.
+bool read_row(std::string_view bytes, std::size_t dims, std::vector<float>& into);
+
+}  // namespace orvane_tamsel::index

@@ -1,0 +1,223 @@
+// What a C++ file's declarations say of types: of locals, parameters, members and function
+// results, constructions and bases, as expressions the writer resolves across files.
+
+#include <string>
+
+#include "orvane_tamsel/indexer/languages/cpp/rules.h"
+
+namespace orvane_tamsel::indexer::cpp::detail {
+
+namespace {
+
+// Longer receiver expressions are not worth keeping (generated code chains).
+constexpr std::size_t MAX_EXPR = 300;
+constexpr int MAX_DEPTH = 12;
+constexpr std::size_t MAX_CANDIDATES = 6;
+
+TypeExpr step(const TypeExpr& base, std::string_view name, bool call) {
+  if (base.empty() || base.size() > MAX_EXPR) return {};
+  // a step applies to every alternative start
+  TypeExpr out;
+  std::size_t at = 0;
+  for (;;) {
+    auto bar = base.find('|', at);
+    out.append(base, at, bar == std::string::npos ? std::string::npos : bar - at)
+        .append("/")
+        .append(name)
+        .append(call ? "()" : "");
+    if (bar == std::string::npos) return out;
+    out.push_back('|');
+    at = bar + 1;
+  }
+}
+
+// "T:a|T:b" as "S:a|S:b": the class called, which the writer takes as built by its constructor.
+TypeExpr constructed(TypeExpr t) {
+  for (std::size_t at = 0; at < t.size(); at = t.find('|', at) + 1) {
+    if (t[at] == 'T') t[at] = 'S';
+    if (t.find('|', at) == std::string::npos) break;
+  }
+  return t;
+}
+
+bool is_type_kind(const std::string& kind) {
+  return kind == "class" || kind == "struct" || kind == "union" || kind == "enum" || kind == "type";
+}
+
+}  // namespace
+
+std::string Rules::lookup_scope() const {
+  if (auto fn = current_callable(); fn != 0) return prefix_of(fn);
+  std::string scope;
+  for (const auto& f : frames_) scope = join(scope, f.scope);
+  return scope;
+}
+
+TypeExpr Rules::type_expr(std::string_view written, const std::string& scope,
+                          std::uint32_t at) const {
+  auto name = class_of_type(written);
+  if (name.empty() || name == "auto") return {};
+  std::vector<std::string> candidates;
+  auto global = written.find("::") == 0 || written.find(" ::") != std::string_view::npos;
+  if (global) {
+    candidates.push_back(name);
+  } else {
+    candidates = outwards(scope, name);
+    for (auto& b : brought_in(split_qualified(name), at)) {
+      if (std::find(candidates.begin(), candidates.end(), b) == candidates.end())
+        candidates.push_back(std::move(b));
+    }
+  }
+  for (const auto& c : candidates) {
+    auto d = defined_.find(c);
+    if (d != defined_.end() && is_type_kind(out_.symbols[d->second].kind)) return "T:" + c;
+  }
+  if (candidates.size() > MAX_CANDIDATES) return {};
+  TypeExpr out;
+  for (const auto& c : candidates) out += (out.empty() ? "T:" : "|T:") + c;
+  return out;
+}
+
+TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
+  if (ts_node_is_null(e) || depth > MAX_DEPTH) return {};
+  const auto& caller = out_.symbols[fn];
+  bool in_method = fn != 0 && (caller.kind == "method" || caller.kind == "constructor");
+  if (is(e, "parenthesized_expression")) return expr_type(ts_node_named_child(e, 0), fn, depth + 1);
+  if (is(e, "pointer_expression"))  // `*p`, `&x`: the same class
+    return expr_type(ts_node_child_by_field_name(e, "argument", 8), fn, depth + 1);
+  if (is(e, "this")) return in_method ? "T:" + prefix_of(fn) : TypeExpr{};
+  if (is(e, "identifier") || is(e, "field_identifier")) {
+    std::string name(text(e));
+    if (auto l = typed_.find(fn); l != typed_.end()) {
+      if (auto t = l->second.find(name); t != l->second.end()) return t->second;
+    }
+    // a member of the method's class, declared where the class is
+    return in_method ? "T:" + prefix_of(fn) + "/" + name : TypeExpr{};
+  }
+  if (is(e, "field_expression")) {
+    return step(expr_type(ts_node_child_by_field_name(e, "argument", 8), fn, depth + 1),
+                field_text(e, "field"), false);
+  }
+  auto at = ts_node_start_byte(e);
+  const auto& scope = fn != 0 ? prefix_of(fn) : std::string();
+  if (is(e, "new_expression")) return constructed(type_expr(field_text(e, "type"), scope, at));
+  if (!is(e, "call_expression")) return {};
+  TSNode callee = ts_node_child_by_field_name(e, "function", 8);
+  if (is(callee, "field_expression")) {
+    return step(expr_type(ts_node_child_by_field_name(callee, "argument", 8), fn, depth + 1),
+                field_text(callee, "field"), true);
+  }
+  if (is(callee, "template_function")) {
+    auto name = field_text(callee, "name");
+    if (name == "std::make_unique" || name == "std::make_shared") {
+      TSNode args = ts_node_child_by_field_name(callee, "arguments", 9);
+      if (ts_node_named_child_count(args) == 0) return {};
+      return constructed(type_expr(text(ts_node_named_child(args, 0)), scope, at));
+    }
+    callee = ts_node_child_by_field_name(callee, "name", 4);
+  }
+  if (!is(callee, "identifier") && !is(callee, "qualified_identifier")) return {};
+  // a function called: what it gives; a class called by name: built by its constructor
+  auto written = text(callee);
+  if (auto l = typed_.find(fn); l != typed_.end() && l->second.count(std::string(written)) != 0)
+    return {};
+  auto parts = split_qualified(written);
+  if (parts.empty() || parts.front() == "std") return {};
+  auto name = dotted(parts);
+  std::vector<std::string> candidates{name};
+  if (!written.starts_with("::")) {
+    candidates = outwards(scope, name);
+    for (auto& b : brought_in(parts, at)) {
+      if (std::find(candidates.begin(), candidates.end(), b) == candidates.end())
+        candidates.push_back(std::move(b));
+    }
+  }
+  for (const auto& c : candidates) {
+    if (defined_.count(c) != 0) return "S:" + c;
+  }
+  if (candidates.size() > MAX_CANDIDATES) return {};
+  TypeExpr out;
+  for (const auto& c : candidates) out += (out.empty() ? "S:" : "|S:") + c;
+  return out;
+}
+
+// A local declared twice with two types (variables of one name in two blocks) is unknown.
+void Rules::declare(std::size_t fn, TSNode d, const TypeExpr& type) {
+  while (!ts_node_is_null(d) && !is(d, "identifier")) {
+    if (is(d, "function_declarator")) return;
+    TSNode next = ts_node_child_by_field_name(d, "declarator", 10);
+    // `Cart& c`: a reference declarator names its inner declarator by position only
+    if (ts_node_is_null(next) && ts_node_named_child_count(d) > 0)
+      next = ts_node_named_child(d, ts_node_named_child_count(d) - 1);
+    d = next;
+  }
+  if (ts_node_is_null(d)) return;
+  auto [it, fresh] = typed_[fn].try_emplace(std::string(text(d)), type);
+  if (!fresh && it->second != type) it->second.clear();
+}
+
+void Rules::record_types(TSNode node) {
+  if (is(node, "function_declarator")) {  // a function's or method's result
+    TSNode host = function_host();
+    auto sym = NONE;
+    for (std::size_t i = frames_.size(); i-- > 0 && sym == NONE;) {
+      if (ts_node_eq(frames_[i].node, host)) sym = frames_[i].symbol;
+    }
+    if (sym == NONE || out_.symbols[sym].is_test) return;
+    if (is(host, "template_declaration"))
+      host = ts_node_named_child(host, ts_node_named_child_count(host) - 1);
+    auto type = field_text(host, "type");
+    if (!type.empty())
+      out_.symbols[sym].type_of = type_expr(type, lookup_scope(), ts_node_start_byte(node));
+    return;
+  }
+  if (is(node, "base_class_clause")) {  // every candidate: those the index lacks are skipped
+    auto sym = frames_.size() >= 2 ? frames_[frames_.size() - 2].symbol : NONE;
+    if (sym == NONE) return;
+    auto scope = lookup_scope();
+    for (std::uint32_t i = 0; i < ts_node_named_child_count(node); ++i) {
+      TSNode base = ts_node_named_child(node, i);
+      if (is(base, "access_specifier")) continue;
+      auto t = type_expr(text(base), scope, ts_node_start_byte(base));
+      for (std::size_t at = 0; !t.empty() && at < t.size();) {
+        auto bar = std::min(t.find('|', at), t.size());
+        out_.symbols[sym].bases.push_back(t.substr(at + 2, bar - at - 2));
+        at = bar + 1;
+      }
+    }
+    return;
+  }
+  bool field = is(node, "field_declaration");
+  if (!field && !is(node, "declaration") && !is(node, "parameter_declaration") &&
+      !is(node, "optional_parameter_declaration"))
+    return;
+  auto written = field_text(node, "type");
+  auto at = ts_node_start_byte(node);
+  auto declared = type_expr(written, lookup_scope(), at);
+  for (std::uint32_t i = 0; i < ts_node_child_count(node); ++i) {
+    const char* name = ts_node_field_name_for_child(node, i);
+    if (name == nullptr || std::string_view(name) != "declarator") continue;
+    TSNode d = ts_node_child(node, i);
+    auto t = declared;
+    if (is(d, "init_declarator") && written == "auto")  // `auto x = make();`
+      t = expr_type(ts_node_child_by_field_name(d, "value", 5), current_callable());
+    if (t.size() > MAX_EXPR) t.clear();
+    if (!field) {
+      if (auto fn = current_callable(); fn != 0) declare(fn, d, t);
+      continue;
+    }
+    auto body = frame_of_type("field_declaration_list");
+    if (body == NONE || body == 0 || frames_[body - 1].symbol == NONE || t.empty()) continue;
+    while (!ts_node_is_null(d) && !is(d, "field_identifier")) {
+      if (is(d, "function_declarator")) break;
+      TSNode next = ts_node_child_by_field_name(d, "declarator", 10);
+      if (ts_node_is_null(next) && ts_node_named_child_count(d) > 0)
+        next = ts_node_named_child(d, ts_node_named_child_count(d) - 1);
+      d = next;
+    }
+    if (is(d, "field_identifier"))
+      out_.symbols[frames_[body - 1].symbol].fields.emplace_back(std::string(text(d)), t);
+  }
+}
+
+}  // namespace orvane_tamsel::indexer::cpp::detail
