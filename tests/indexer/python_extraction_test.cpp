@@ -162,10 +162,11 @@ TEST(PythonExtraction, CallsResolveOnlyOnEvidence) {
   ASSERT_NE(top, nullptr);
   EXPECT_EQ(top->caller_fqn, "shop.cli_tools");  // module-level code belongs to the module
 
-  // `parse` exists in two modules and report.py binds neither by name: no target.
+  // `parse` exists in two modules; report.py binds it only through `from .pricing import *`.
   auto report = parse_shop("src/shop/report.py");
   ASSERT_EQ(calls_at(report, 13).size(), 1u);
-  EXPECT_EQ(calls_at(report, 13)[0].target, "");
+  EXPECT_EQ(calls_at(report, 13)[0].target, "shop.pricing.parse");
+  EXPECT_EQ(calls_at(report, 13)[0].evidence, "import");
 
   auto models = parse_shop("src/shop/models.py");
   EXPECT_EQ(call_to(models, "dataclasses.dataclass")->evidence, "decorator");
@@ -252,8 +253,8 @@ TEST(PythonTypes, ReceiversSayHowTheirTypeIsKnown) {
   // Where a target is named in the file, the receiver rides along for bases in other files.
   expect(receiver_of(app, dispatch, "setup_finished"), "T:kite.app.App", "self",
          "kite.app.App.setup_finished");
-  expect(receiver_of(app, "kite.app.App.__init__", "__init__"), "T:kite.sansio.scaffold.Scaffold",
-         "super", "kite.sansio.scaffold.Scaffold.__init__");
+  expect(receiver_of(app, "kite.app.App.__init__", "__init__"), "B:kite.app.App", "super",
+         "kite.sansio.scaffold.Scaffold.__init__");
   auto scaffold = parse_kite("src/kite/sansio/scaffold.py");
   EXPECT_EQ(scaffold.module, "kite.sansio.scaffold");
   EXPECT_EQ(symbol(scaffold, "kite.sansio.scaffold.Scaffold")->bases,

@@ -9,8 +9,9 @@
 
 namespace {
 
-// Receivers typed by a result, an attribute, a constructor and an annotation reach methods
-// defined in other files; a namespace folder inside the package links its base class.
+// Receivers typed by a result, an attribute, a constructor, an annotation and a pytest fixture
+// reach methods defined in other files, on bases too; a namespace folder inside the package
+// links its base class.
 TEST(PythonTypesEndToEnd, TypedReceiversFindTheirCallees) {
   indexer_test::IndexedFixture repo("py_types");
   auto edges = repo.rows(
@@ -26,9 +27,51 @@ TEST(PythonTypesEndToEnd, TypedReceiversFindTheirCallees) {
            "kite.app.handle -> kite.app.App.dispatch",
            "kite.app.Client.get -> kite.app.App.dispatch",
            "kite.sansio.scaffold.Scaffold.__init__ -> kite.helpers.Base.__init__",
+           // fixtures of conftest.py, a classmethod on a base in another file
+           "test_app.test_dispatch -> kite.app.App.dispatch",
+           "test_app.test_get -> kite.app.Client.get",
+           "test_app.test_response -> kite.wrappers.Response.close",
+           "test_app.test_build -> kite.sansio.scaffold.Scaffold.build",
        }) {
     EXPECT_EQ(seen.count(edge), 1u) << edge;
   }
+}
+
+// What Python code says of a value beyond a single assignment: properties, a field holding a
+// class, a parameter's default, a chained assignment, the nearest of differing bindings,
+// `a or b`, `x.__class__`, `object.__new__`, several returns, star imports and an import that
+// may shadow a definition.
+TEST(PythonTypesEndToEnd, ValuesOfManyBindingsAndForms) {
+  indexer_test::IndexedFixture repo("");
+  repo.write("box/__init__.py", "");
+  repo.write("box/parts.py",
+             "class A:\n    def a(self):\n        pass\n\n\nclass B:\n    def b(self):\n"
+             "        pass\n\n\ndef make():\n    s = object.__new__(A)\n    return s\n\n\n"
+             "def load(flag, other):\n    if flag:\n        return A()\n"
+             "    return other.open()\n\n\ndef star():\n    pass\n");
+  repo.write("box/use.py",
+             "from box.parts import *\nfrom box.parts import A, B, make, load\n\n\n"
+             "def helper():\n    pass\n\n\ntry:\n    from _speedups import helper\n"
+             "except ImportError:\n    pass\n\n\n"
+             "class Holder:\n    kind = A\n\n    def __init__(self, part=None, spare=B()):\n"
+             "        self.part = A()\n        self.spare = spare\n"
+             "        self.other = self.more = B()\n\n"
+             "    def set(self, part):\n        self.part = part\n\n"
+             "    @property\n    def current(self):\n        return self.part\n\n"
+             "    def run(self, x=None):\n        self.current.a()\n        self.kind().a()\n"
+             "        self.spare.b()\n        (x or B()).b()\n        self.__class__().run()\n"
+             "        y = A()\n        y.a()\n        y = B()\n        y.b()\n"
+             "        make().a()\n        load(1, x).a()\n        star()\n        helper()\n"
+             "        self.other.b()\n");
+  repo.update();
+  auto rows = repo.rows(
+      "SELECT e.fqn || ' x' || count(*) FROM edges g JOIN symbols r ON r.id = g.caller_id "
+      "JOIN symbols e ON e.id = g.callee_id WHERE r.fqn = 'box.use.Holder.run' GROUP BY e.fqn");
+  std::set<std::string> seen(rows.begin(), rows.end());
+  EXPECT_EQ(seen,
+            (std::set<std::string>{"box.parts.A x1", "box.parts.B x2", "box.parts.A.a x5",
+                                   "box.parts.B.b x4", "box.use.Holder.run x1", "box.parts.make x1",
+                                   "box.parts.load x1", "box.parts.star x1", "box.use.helper x1"}));
 }
 
 }  // namespace

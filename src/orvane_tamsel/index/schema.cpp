@@ -75,7 +75,8 @@ CREATE TABLE call_sites(
   target_fqn TEXT NOT NULL,
   callee_id INTEGER,
   -- `x.member()` with x's type as an expression: target_fqn and evidence are what evaluating it
-  -- found; receiver_evidence is what the parser said of it.
+  -- found; receiver_evidence is what the parser said of it, or 'target' when the parser named
+  -- the target and the receiver only backs it (what it finds is the last fallback).
   receiver TEXT NOT NULL DEFAULT '',
   member TEXT NOT NULL DEFAULT '',
   receiver_evidence TEXT NOT NULL DEFAULT '');

@@ -16,6 +16,8 @@ namespace orvane_tamsel::indexer {
 //   "T:fqn"   the type (class, struct, interface) named fqn
 //   "S:fqn"   what the symbol fqn gives: a function's or method's result type, a variable's or
 //             field's type, and for a class (called as a constructor) the class itself
+//   "B:fqn"   the bases of the type fqn, for a member looked up past fqn itself (`super()`);
+//             takes no steps
 // followed by any number of
 //   "/name"   the attribute or field `name` of the type so far (its declared or inferred type)
 //   "/name()" the result of calling method `name` on the type so far
@@ -30,8 +32,11 @@ namespace orvane_tamsel::indexer {
 // Alternatives are joined by "|", nearest first: the first whose start names a symbol counts
 // (a pytest fixture of the nearest conftest.py that defines it, e.g.
 // "S:conftest.client@:tests:api:conftest.py|S:conftest.client@:tests:conftest.py").
-// Empty: unknown. The writer does not read file entries or alternatives yet: an expression
-// holding them stays unresolved.
+// Values joined by "&" (each a list of alternatives) are what a function may return: those the
+// writer can evaluate must agree, the others are passed over ("T:a.Box&S:a.f" is a Box when f's
+// result is unknown or a Box).
+// Empty: unknown. A start with no symbol of its fqn (and no scope) may name one through a module
+// that re-exports it (`S:pkg.Thing` for `from .impl import Thing` in pkg/__init__.py).
 // The writer finds "/name" as a symbol `type.name` with a type_of, or as one of the type's
 // `fields`; either also on the type's bases (nearest first; two at one depth: unknown).
 // Several symbols of a start's fqn must all give the same type, or the expression is unknown.
@@ -55,7 +60,9 @@ struct ParsedSymbol {
   TypeExpr type_of;
   // Classes and structs: members with a type that are not symbols of their own (a Go struct's
   // fields, embedded ones under their type's name; attributes set in a constructor), as
-  // (name, type). A member symbol with a type_of says the same.
+  // (name, type). A member symbol with a type_of says the same. A method listed here too is read
+  // as an attribute (a Python property) of that type; a field holding a class ("S:" of a class),
+  // called, gives an instance of it.
   std::vector<std::pair<std::string, TypeExpr>> fields;
 };
 
@@ -90,9 +97,10 @@ struct ParsedCall {
   // then says how the receiver's type was known: declared-type, result-type, constructor,
   // attribute, fixture; left empty, the writer derives it from the expression: a start naming a
   // type or a variable, declared-type; a class called, constructor; a function called,
-  // result-type; a last step "/name()", result-type, "/name", attribute. `target` stays empty
-  // (a site with a target ignores its receiver for now, so a method on a base in another
-  // file is not reached through it).
+  // result-type; a last step "/name()", result-type, "/name", attribute. Beside a `target`
+  // (`self.m()`, `Cls.m()`, `super().m()`), the receiver backs it: when neither the target nor
+  // a fallback names a symbol, member found on the receiver's type (or its bases, in any file)
+  // is the last fallback, and the site keeps its evidence.
   TypeExpr receiver;
   std::string member;
   // Fallbacks from this index on are equally near (a C++ global name and what using-directives

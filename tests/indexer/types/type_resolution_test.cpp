@@ -13,10 +13,12 @@ using namespace orvane_tamsel::indexer::types;
 class FakeFacts : public TypeFacts {
  public:
   TypeSymbol& add(const std::string& fqn, const std::string& kind, const std::string& type_of = {},
-                  const std::string& module = "m") {
-    return symbols_[fqn].emplace_back(TypeSymbol{kind, module, type_of, {}, {}});
+                  const std::string& module = "m", const std::string& path = "m.py") {
+    return symbols_[fqn].emplace_back(TypeSymbol{kind, module, type_of, {}, {}, path});
   }
   const std::vector<TypeSymbol>& lookup(const std::string& fqn) override { return symbols_[fqn]; }
+  std::string reexported(const std::string& fqn) override { return reexports_[fqn]; }
+  std::map<std::string, std::string> reexports_;
 
  private:
   std::map<std::string, std::vector<TypeSymbol>> symbols_;
@@ -121,6 +123,49 @@ TEST(TypeResolution, UnknownOrAmbiguousStaysUnresolved) {
   EXPECT_EQ(linked(r, "S:nowhere.F", "Run"), "-");
   for (const char* bad : {"", "X:a.New", "S:", "S:a.New/", "S:a.New//Run()", "S:@x"})
     EXPECT_EQ(linked(r, bad, "Run"), "-") << bad;
+}
+
+// Python's evidence: fixtures of the nearest conftest.py (file-scoped alternatives), names a
+// package re-exports, properties read as attributes and fields holding a class.
+TEST(TypeResolution, AlternativesFilesReexportsAndProperties) {
+  FakeFacts facts;
+  facts.add("conftest.client", "function", "T:app.Client", "conftest", "tests/conftest.py");
+  facts.add("conftest.db", "function", "T:app.Db", "conftest", "tests/api/conftest.py");
+  facts.add("conftest.db", "function", "T:app.Client", "conftest", "tests/conftest.py");
+  auto& client = facts.add("app.Client", "class");
+  client.bases = {"pkg.Base"};  // named through pkg/__init__.py
+  client.fields = {{"session", "T:app.Db"}, {"factory", "S:app.Db"}, {"made", "S:pkg.make"}};
+  facts.add("app.Client.get", "method");
+  facts.add("app.Db", "class");
+  facts.add("app.Db.query", "method");
+  facts.add("pkg.impl.Base", "class");
+  facts.add("pkg.impl.Base.close", "method");
+  facts.reexports_["pkg.Base"] = "pkg.impl.Base";
+  facts.reexports_["pkg.make"] = "pkg.impl.make";
+  facts.add("pkg.impl.make", "function", "T:app.Db");
+  facts.add("app.Client.session", "method", "T:app.Db");  // a property: method and field
+  facts.add("app.Client.run", "method");
+  TypeResolver r(facts);
+  const std::string chain = "S:conftest.db@:tests:api:conftest.py|S:conftest.db@:tests:conftest.py";
+  EXPECT_EQ(linked(r, chain, "query", "fixture"), "app.Db.query m fixture");
+  EXPECT_EQ(
+      linked(r, "S:conftest.client@:tests:api:conftest.py|S:conftest.client@:tests:conftest.py",
+             "get"),
+      "app.Client.get m result-type");
+  EXPECT_EQ(linked(r, "S:conftest.db@:other:conftest.py", "query"), "-");
+  EXPECT_EQ(linked(r, "S:nowhere.x|T:app.Db", "query"), "app.Db.query m declared-type");
+  EXPECT_EQ(linked(r, "S:conftest.db@:tests:api:conftest.py|T:app.Client", "get"), "-");
+  EXPECT_EQ(linked(r, "S:pkg.make", "query"), "app.Db.query m result-type");
+  EXPECT_TRUE(r.consulted().count("pkg.make") != 0);
+  EXPECT_EQ(linked(r, "T:app.Client", "close"), "pkg.impl.Base.close m inherited");
+  EXPECT_EQ(linked(r, "T:app.Client/session", "query"), "app.Db.query m attribute");
+  EXPECT_EQ(linked(r, "T:app.Client/factory()", "query"), "app.Db.query m result-type");
+  EXPECT_EQ(linked(r, "T:app.Client/made()", "query"), "app.Db.query m result-type");
+  EXPECT_EQ(linked(r, "T:app.Client/run", "query"), "-");  // a method, no property
+  // several returns: the known ones agree, unknown ones are passed over; a conflict is unknown
+  EXPECT_EQ(linked(r, "S:nowhere.f&T:app.Db&S:pkg.make", "query"), "app.Db.query m declared-type");
+  EXPECT_EQ(linked(r, "T:app.Db&T:app.Client", "query"), "-");
+  EXPECT_EQ(linked(r, "S:nowhere.f&S:nowhere.g", "query"), "-");
 }
 
 }  // namespace

@@ -252,6 +252,29 @@ void Extraction::collect_definitions() {
   }
 }
 
+// What `name` is bound to in the scope itself (not outer ones), if anything.
+std::optional<Binding> Extraction::lookup_here(TSNode scope, const std::string& name) const {
+  auto s = scopes_.find(scope_key(scope));
+  if (s == scopes_.end()) return std::nullopt;
+  auto b = s->second.names.find(name);
+  if (b == s->second.names.end()) return std::nullopt;
+  return b->second;
+}
+
+// A module-level name an import binds and a definition further down rebinds: the functions of
+// the module see the definition.
+bool Extraction::defined_later(TSNode scope, const std::string& name, std::int64_t at) const {
+  if (!ts_node_is_null(scope)) return false;
+  auto m = scopes_.find(UINT32_MAX);
+  if (m == scopes_.end()) return false;
+  auto b = m->second.names.find(name);
+  if (b == m->second.names.end() || b->second.evidence != "same-file") return false;
+  for (const auto& s : out_.symbols) {
+    if (s.fqn == b->second.fqn && s.start_line > at) return true;
+  }
+  return false;
+}
+
 // The package a relative import counts from: the module itself for an __init__.py.
 std::string Extraction::relative_base(std::size_t level) const {
   std::vector<std::string> parts;
@@ -321,7 +344,14 @@ void Extraction::collect_imports() {
       }
       if (from) {
         out_.imports.push_back({at, base, dotted, alias});
-        bind(scope, alias.empty() ? dotted : alias, {join_dotted(base, dotted), "import"});
+        const auto& bound = alias.empty() ? dotted : alias;
+        if (!defined_later(scope, bound, at)) {
+          Binding b{join_dotted(base, dotted), "import"};
+          if (auto old = lookup_here(scope, bound); old && old->evidence == "same-file") {
+            b.shadowed = old->fqn;
+          }
+          bind(scope, bound, std::move(b));
+        }
       } else {
         out_.imports.push_back({at, dotted, "", alias});
         if (!alias.empty()) {
@@ -461,7 +491,7 @@ void Extraction::resolve(TSNode callee, ParsedCall& call) const {
       for (std::size_t i = 1; i < bases.size(); ++i)
         call.fallbacks.push_back(join_dotted(bases[i], attr));
       call.evidence = "super";
-      call.receiver = "T:" + bases[0];
+      call.receiver = "B:" + fqn_of(cls);
       call.member = attr;
       return;
     }
@@ -495,6 +525,7 @@ void Extraction::resolve(TSNode callee, ParsedCall& call) const {
       for (std::size_t k = 1; k < parts.size(); ++k)
         call.target = join_dotted(call.target, parts[k]);
       call.evidence = parts.size() == 1 && b->is_class ? "constructor" : b->evidence;
+      if (parts.size() == 1 && !b->shadowed.empty()) call.fallbacks.push_back(b->shadowed);
       // `Cls.method()`: the method may be inherited, from a base in another file.
       if (parts.size() == 2 && !binding_type(*b).empty()) {
         call.receiver = binding_type(*b).expr;
@@ -503,12 +534,43 @@ void Extraction::resolve(TSNode callee, ParsedCall& call) const {
       return;
     }
   }
+  if (!parts.empty() && star_import(callee, parts[0], call)) {
+    for (std::size_t k = 1; k < parts.size(); ++k) {
+      call.target = join_dotted(call.target, parts[k]);
+      for (auto& f : call.fallbacks) f = join_dotted(f, parts[k]);
+    }
+    return;
+  }
   if (std::strcmp(type, "attribute") != 0) return;
   Typed of = value_type(ts_node_child_by_field_name(callee, "object", 6), 0);
   if (of.empty()) return;
   call.receiver = std::move(of.expr);
   call.member = text(ts_node_child_by_field_name(callee, "attribute", 9));
   call.evidence = std::move(of.evidence);
+}
+
+// A name bound nowhere in the file may come from a module it star-imports (the last first, as
+// a later import rebinds): that module's name, the others as fallbacks.
+bool Extraction::star_import(TSNode at, std::string_view name, ParsedCall& call) const {
+  if (name.starts_with('_')) return false;  // not bound by a star import
+  for (TSNode def = enclosing_def(at); !ts_node_is_null(def); def = enclosing_def(def)) {
+    auto s = scopes_.find(scope_key(def));
+    if (s != scopes_.end() && s->second.locals.count(name) != 0) return false;
+  }
+  if (auto m = scopes_.find(UINT32_MAX); m != scopes_.end() && m->second.locals.count(name) != 0) {
+    return false;
+  }
+  for (auto it = out_.imports.rbegin(); it != out_.imports.rend(); ++it) {
+    if (it->name != "*") continue;
+    auto fqn = join_dotted(it->module, name);
+    if (call.target.empty()) {
+      call.target = fqn;
+      call.evidence = "import";
+    } else {
+      call.fallbacks.push_back(fqn);
+    }
+  }
+  return !call.target.empty();
 }
 
 void Extraction::collect_calls() {

@@ -64,6 +64,35 @@ class Evaluations {
   std::set<std::string> names_;
 };
 
+// A site whose receiver backs its target (`self.m()`, `Cls.m()`): when neither the target nor a
+// fallback names a symbol, what the receiver's type finds joins its fallbacks, last.
+class TargetBacking {
+ public:
+  explicit TargetBacking(index::Database& db)
+      : fallbacks_(db.prepare("SELECT fqn FROM call_fallbacks WHERE site_id = ? AND rank < ?")),
+        clear_(db.prepare("DELETE FROM call_fallbacks WHERE site_id = ? AND rank >= ?")),
+        add_(db.prepare("INSERT OR REPLACE INTO call_fallbacks VALUES(?, ?, ?)")) {}
+
+  // False when the receiver was not evaluated (the parsed names hold a symbol).
+  bool back(std::int64_t id, const std::string& target, const std::string& receiver,
+            const std::string& member, TypeResolver& resolver, TypeFacts& facts, bool bulk) {
+    if (!bulk) clear_.bind(1, id).bind(2, RECEIVER_RANK).run();
+    if (!facts.lookup(target).empty()) return false;
+    fallbacks_.bind(1, id).bind(2, RECEIVER_RANK);
+    bool named = false;
+    while (!named && fallbacks_.step()) named = !facts.lookup(fallbacks_.text(0)).empty();
+    fallbacks_.reset();
+    if (named) return false;
+    if (auto found = resolver.resolve(receiver, member, {})) {
+      add_.bind(1, id).bind(2, RECEIVER_RANK).bind(3, found->target).run();
+    }
+    return true;
+  }
+
+ private:
+  index::Statement fallbacks_, clear_, add_;
+};
+
 }  // namespace
 
 void resolve_receivers(index::Database& db, bool bulk) {
@@ -94,7 +123,18 @@ void resolve_receivers(index::Database& db, bool bulk) {
   auto relink = db.prepare("INSERT OR IGNORE INTO relink VALUES(?)");
   // What each file's sites consulted: a file is evaluated again when one of them changes.
   std::map<std::int64_t, std::set<const std::string*>> deps;
+  TargetBacking backing(db);
+  TypeResolver backing_resolver(facts);
+  std::set<std::string> backed_names;
   for (const auto& s : sites) {
+    if (s.evidence == BACKS_TARGET) {
+      if (backing.back(s.id, s.target, s.receiver, s.member, backing_resolver, facts, bulk)) {
+        for (const auto& fqn : backing_resolver.consulted())
+          deps[s.file_id].insert(&*backed_names.insert(fqn).first);
+      }
+      relink.bind(1, s.id).run();
+      continue;
+    }
     const auto& result = evaluations.of(s);
     deps[s.file_id].insert(result.consulted.begin(), result.consulted.end());
     const auto& found = result.found;

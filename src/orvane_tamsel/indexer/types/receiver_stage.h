@@ -2,9 +2,16 @@
 // The writer's stage that links receiver call sites (`x.m()` with x's type an expression) by
 // evaluating their types against the whole index.
 
+#include <cstdint>
+
 #include "orvane_tamsel/index/sqlite_db.h"
 
 namespace orvane_tamsel::indexer::types {
+
+// The receiver_evidence of a site whose receiver only backs the target it was parsed with.
+inline constexpr const char* BACKS_TARGET = "target";
+// The fallback rank of what such a receiver finds: after every fallback the parser gave.
+inline constexpr std::int64_t RECEIVER_RANK = 2000000;
 
 // Resolves the receiver sites of the batch: on a full build (`bulk`) all of them; otherwise the
 // new ones (in the `relink` table) and those of files whose last evaluations consulted an fqn in

@@ -1,12 +1,29 @@
 #include "orvane_tamsel/indexer/types/sql_type_facts.h"
 
+#include <set>
+
 namespace orvane_tamsel::indexer::types {
 
 namespace {
 
-#define TAMSEL_TYPE_FACTS                                                        \
-  "SELECT s.fqn, s.kind, f.module, s.type_of, s.bases, s.fields FROM symbols s " \
+#define TAMSEL_TYPE_FACTS                                                                \
+  "SELECT s.fqn, s.kind, f.module, s.type_of, s.bases, s.fields, f.path FROM symbols s " \
   "CROSS JOIN files f ON f.id = s.file_id WHERE s.kind <> 'module'"
+
+// Where `module.name` leads: the module's own imports binding `name` (in file order), then, for
+// a public name, each module it star-imports; the first that names a symbol counts.
+constexpr const char* REEXPORT_OF = R"sql(
+SELECT * FROM (SELECT i.module || CASE WHEN i.name <> '' THEN '.' || i.name ELSE '' END
+  FROM files f CROSS JOIN imports i ON i.file_id = f.id WHERE f.module = ?1
+  AND (i.alias = ?2 OR (i.alias = '' AND i.name = ?2)) ORDER BY length(f.path), f.path, i.line)
+UNION ALL
+SELECT * FROM (SELECT i.module || '.' || ?2
+  FROM files f CROSS JOIN imports i ON i.file_id = f.id WHERE f.module = ?1 AND i.name = '*'
+  AND substr(?2, 1, 1) <> '_' ORDER BY length(f.path), f.path, i.line)
+)sql";
+
+// How many re-exports deep a name is followed.
+constexpr int MAX_REEXPORTS = 3;
 
 }  // namespace
 
@@ -32,7 +49,7 @@ std::vector<std::pair<std::string, TypeExpr>> decode_fields(const std::string& t
 }
 
 TypeSymbol SqlTypeFacts::row(const index::Statement& st) {
-  TypeSymbol s{st.text(1), st.text(2), st.text(3), {}, decode_fields(st.text(5))};
+  TypeSymbol s{st.text(1), st.text(2), st.text(3), {}, decode_fields(st.text(5)), st.text(6)};
   auto bases = st.text(4);
   for (std::size_t at = 0; at < bases.size();) {
     auto end = std::min(bases.find(' ', at), bases.size());
@@ -43,7 +60,9 @@ TypeSymbol SqlTypeFacts::row(const index::Statement& st) {
 }
 
 SqlTypeFacts::SqlTypeFacts(index::Database& db, bool preload)
-    : by_fqn_(db.prepare(TAMSEL_TYPE_FACTS " AND s.fqn = ?")), complete_(preload) {
+    : by_fqn_(db.prepare(TAMSEL_TYPE_FACTS " AND s.fqn = ?")),
+      reexport_of_(db.prepare(REEXPORT_OF)),
+      complete_(preload) {
   if (!preload) return;
   auto st = db.prepare(TAMSEL_TYPE_FACTS);
   while (st.step()) symbols_[st.text(0)].push_back(row(st));
@@ -57,6 +76,39 @@ const std::vector<TypeSymbol>& SqlTypeFacts::lookup(const std::string& fqn) {
   while (by_fqn_.step()) found.push_back(row(by_fqn_));
   by_fqn_.reset();
   return found;
+}
+
+// Breadth first over the splits of the name where a re-export may stand: before its last name
+// and before its last two (a class's member).
+std::string SqlTypeFacts::reexported(const std::string& fqn) {
+  if (auto it = reexports_.find(fqn); it != reexports_.end()) return it->second;
+  std::string found;
+  std::vector<std::string> todo{fqn};
+  std::set<std::string> seen{fqn};
+  for (int depth = 0; depth < MAX_REEXPORTS && found.empty() && !todo.empty(); ++depth) {
+    std::vector<std::string> next;
+    for (const auto& f : todo) {
+      auto name_end = f.size();
+      for (auto dot = f.rfind('.'); found.empty() && dot != std::string::npos && dot > 0;
+           dot = f.rfind('.', dot - 1)) {
+        auto rest = f.substr(name_end);
+        reexport_of_.bind(1, f.substr(0, dot)).bind(2, f.substr(dot + 1, name_end - dot - 1));
+        std::vector<std::string> targets;
+        while (reexport_of_.step()) targets.push_back(reexport_of_.text(0) + rest);
+        reexport_of_.reset();
+        for (auto& t : targets) {
+          if (!found.empty() || !seen.insert(t).second) continue;
+          if (!lookup(t).empty()) found = t;
+          next.push_back(std::move(t));
+        }
+        if (name_end != f.size()) break;
+        name_end = dot;
+      }
+      if (!found.empty()) break;
+    }
+    todo = std::move(next);
+  }
+  return reexports_[fqn] = found;
 }
 
 }  // namespace orvane_tamsel::indexer::types

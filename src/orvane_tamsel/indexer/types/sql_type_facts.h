@@ -19,14 +19,16 @@ class SqlTypeFacts : public TypeFacts {
   // `preload`: read every symbol now (one scan) rather than each fqn when first asked.
   SqlTypeFacts(index::Database& db, bool preload);
   const std::vector<TypeSymbol>& lookup(const std::string& fqn) override;
+  std::string reexported(const std::string& fqn) override;
 
  private:
   static TypeSymbol row(const index::Statement& st);
 
-  index::Statement by_fqn_;
+  index::Statement by_fqn_, reexport_of_;
   bool complete_ = false;
   std::unordered_map<std::string, std::vector<TypeSymbol>> symbols_;
   std::vector<TypeSymbol> none_;
+  std::unordered_map<std::string, std::string> reexports_;
 };
 
 }  // namespace orvane_tamsel::indexer::types

@@ -21,8 +21,16 @@ bool is_callable_kind(std::string_view kind) {
 }
 
 // A scope module admits a file's module when equal to it or when the module is its dotted tail
-// (`github.com.x.pkg` admits `pkg`), as call_scopes does.
-bool admits(const std::string& scope, const std::string& module) {
+// (`github.com.x.pkg` admits `pkg`), as call_scopes does; a scope ":a:b.py" admits the file a/b.py.
+bool admits(const std::string& scope, const TypeSymbol& s) {
+  const auto& module = s.module;
+  if (scope.starts_with(':')) {
+    if (scope.size() - 1 != s.path.size()) return false;
+    for (std::size_t i = 1; i < scope.size(); ++i) {
+      if (scope[i] != (s.path[i - 1] == '/' ? ':' : s.path[i - 1])) return false;
+    }
+    return true;
+  }
   if (scope == module) return true;
   return !module.empty() && scope.size() > module.size() && scope.ends_with(module) &&
          scope[scope.size() - module.size() - 1] == '.';
@@ -41,9 +49,12 @@ std::vector<std::string> split(std::string_view text, char sep) {
 }  // namespace
 
 std::optional<ParsedTypeExpr> parse_type_expr(std::string_view text) {
-  if (text.size() < 3 || text[1] != ':' || (text[0] != 'S' && text[0] != 'T')) return std::nullopt;
+  if (text.size() < 3 || text[1] != ':' || (text[0] != 'S' && text[0] != 'T' && text[0] != 'B')) {
+    return std::nullopt;
+  }
   ParsedTypeExpr out;
   out.symbol = text[0] == 'S';
+  out.above = text[0] == 'B';
   text.remove_prefix(2);
   auto slash = text.find('/');
   auto start = text.substr(0, slash);
@@ -54,8 +65,13 @@ std::optional<ParsedTypeExpr> parse_type_expr(std::string_view text) {
     ++out.elements;
   }
   if (at != std::string_view::npos) out.scope_modules = split(start.substr(at + 1), ',');
+  if (auto hash = out.fqn.find('#'); out.symbol && hash != std::string::npos) {
+    out.result = out.fqn.substr(hash);
+    out.fqn.resize(hash);
+  }
   if (out.fqn.empty()) return std::nullopt;
   if (slash == std::string_view::npos) return out;
+  if (out.above) return std::nullopt;  // the bases take no steps
   for (auto& step : split(text.substr(slash + 1), '/')) {
     bool call = step.ends_with("()");
     if (call) step.resize(step.size() - 2);
@@ -71,7 +87,7 @@ std::vector<const TypeSymbol*> TypeResolver::find(const std::string& fqn,
   std::vector<const TypeSymbol*> out;
   for (const auto& s : facts_.lookup(fqn)) {
     bool in_scope = scopes.empty();
-    for (const auto& k : scopes) in_scope = in_scope || admits(k, s.module);
+    for (const auto& k : scopes) in_scope = in_scope || admits(k, s);
     if (in_scope) out.push_back(&s);
   }
   return out;
@@ -84,57 +100,81 @@ std::optional<TypeResolver::Type> TypeResolver::type_of_symbol(const TypeSymbol&
   return evaluate(s.type_of, depth + 1, nullptr);
 }
 
+std::vector<const TypeSymbol*> TypeResolver::find_start(std::string& fqn,
+                                                        const std::vector<std::string>& scopes) {
+  auto found = find(fqn, scopes);
+  if (!found.empty() || !scopes.empty()) return found;
+  auto alias = facts_.reexported(fqn);
+  if (alias.empty()) return found;
+  fqn = std::move(alias);
+  return find(fqn, scopes);
+}
+
 std::optional<TypeResolver::Type> TypeResolver::evaluate(const TypeExpr& text, int depth,
                                                          std::string* evidence) {
   if (depth > MAX_DEPTH) return std::nullopt;
-  if (auto bar = text.find('|'); bar != std::string::npos) {
-    // Alternatives, nearest first: the first whose start names a symbol counts.
-    for (std::size_t at = 0; at < text.size();) {
-      bar = std::min(text.find('|', at), text.size());
-      auto alternative = text.substr(at, bar - at);
-      auto expr = parse_type_expr(alternative);
-      if (expr && !find(expr->fqn, expr->scope_modules).empty())
-        return evaluate(alternative, depth, evidence);
-      at = bar + 1;
+  // Values that may each be the one (a function's returns): those known must agree.
+  std::optional<Type> agreed;
+  std::string agreed_evidence;
+  for (std::size_t at = 0; at < text.size();) {
+    auto amp = std::min(text.find('&', at), text.size());
+    std::string part_evidence;
+    auto t = alternatives(std::string_view(text).substr(at, amp - at), depth, &part_evidence);
+    if (t && agreed && !(*t == *agreed)) return std::nullopt;
+    if (t && !agreed) {
+      agreed = t;
+      agreed_evidence = std::move(part_evidence);
     }
-    return std::nullopt;
+    at = amp + 1;
   }
-  auto expr = parse_type_expr(text);
-  if (!expr) return std::nullopt;
-  std::string result;  // "S:f#2": the second result of f, kept among its fields as "#2"
-  if (auto hash = expr->fqn.find('#'); expr->symbol && hash != std::string::npos) {
-    result = expr->fqn.substr(hash);
-    expr->fqn.resize(hash);
+  if (agreed && evidence) *evidence = std::move(agreed_evidence);
+  return agreed;
+}
+
+std::optional<TypeResolver::Type> TypeResolver::alternatives(std::string_view text, int depth,
+                                                             std::string* evidence) {
+  // Alternatives, nearest first: the first whose start names a symbol counts.
+  for (std::size_t at = 0; at < text.size();) {
+    auto bar = std::min(text.find('|', at), text.size());
+    auto expr = parse_type_expr(text.substr(at, bar - at));
+    if (!expr) return std::nullopt;
+    auto candidates = find_start(expr->fqn, expr->scope_modules);
+    if (!candidates.empty()) return evaluate(*expr, candidates, depth, evidence);
+    at = bar + 1;
   }
-  auto candidates = find(expr->fqn, expr->scope_modules);
+  return std::nullopt;
+}
+
+std::optional<TypeResolver::Type> TypeResolver::evaluate(
+    const ParsedTypeExpr& expr, const std::vector<const TypeSymbol*>& candidates, int depth,
+    std::string* evidence) {
   // Several symbols of one fqn (a function per build variant) must agree.
   std::optional<Type> type;
   for (const auto* c : candidates) {
     std::optional<Type> t;
-    if (!expr->symbol) {
-      if (is_type_kind(c->kind)) t = Type{expr->fqn, c->module, expr->elements};
-    } else {
-      if (result.empty()) t = type_of_symbol(*c, expr->fqn, depth);
-      for (const auto& [name, type] : c->fields) {
-        if (!result.empty() && name == result && is_callable_kind(c->kind))
-          t = evaluate(type, depth + 1, nullptr);
-      }
+    if (!expr.symbol) {
+      if (is_type_kind(c->kind)) t = Type{expr.fqn, c->module, expr.elements, expr.above};
+    } else if (expr.result.empty()) {
+      t = type_of_symbol(*c, expr.fqn, depth);
+    } else if (is_callable_kind(c->kind)) {
+      for (const auto& [name, field_type] : c->fields)
+        if (name == expr.result) t = evaluate(field_type, depth + 1, nullptr);
     }
     if (!t || (type && !(*type == *t))) return std::nullopt;
     type = t;
     if (evidence) {
-      *evidence = !expr->symbol               ? "declared-type"
+      *evidence = !expr.symbol                ? "declared-type"
                   : is_type_kind(c->kind)     ? "constructor"
                   : is_callable_kind(c->kind) ? "result-type"
                                               : "declared-type";
     }
   }
-  for (const auto& s : expr->steps) {
+  for (const auto& s : expr.steps) {
     if (!type) break;
     type = step(*type, s, depth);
   }
   // An element taken ("/[]") keeps the evidence of what held it.
-  for (const auto& s : expr->steps) {
+  for (const auto& s : expr.steps) {
     if (evidence && type && s.name != "[]") *evidence = s.call ? "result-type" : "attribute";
   }
   return type;
@@ -150,6 +190,14 @@ std::optional<TypeResolver::Type> TypeResolver::as_type(const std::string& fqn,
   }
   if (modules.count(module) != 0) return Type{fqn, module};
   if (modules.size() == 1) return Type{fqn, modules.begin()->first};
+  if (!modules.empty()) return std::nullopt;
+  // A base named through a module that re-exports it (`class App(pkg.Base)`).
+  auto alias = facts_.reexported(fqn);
+  if (alias.empty() || alias == fqn) return std::nullopt;
+  for (const auto* c : find(alias, {})) {
+    if (is_type_kind(c->kind)) ++modules[c->module];
+  }
+  if (modules.size() == 1) return Type{alias, modules.begin()->first};
   return std::nullopt;
 }
 
@@ -157,7 +205,18 @@ std::optional<TypeResolver::Found> TypeResolver::member_of(const Type& t, const 
   if (t.elements > 0) return std::nullopt;  // a container has no members to look up
   std::vector<Type> level{t};
   std::set<Type> seen{t};
-  for (int depth = 0; depth <= MAX_BASE_DEPTH && !level.empty(); ++depth) {
+  int depth = 0;
+  if (t.above) {  // start at the bases, in their order
+    level.clear();
+    for (const auto* c : find(t.fqn, {})) {
+      if (c->module != t.module || !is_type_kind(c->kind)) continue;
+      for (const auto& b : c->bases) {
+        if (auto bt = as_type(b, t.module); bt && seen.insert(*bt).second) level.push_back(*bt);
+      }
+    }
+    depth = 1;
+  }
+  for (; depth <= MAX_BASE_DEPTH && !level.empty(); ++depth) {
     std::map<std::pair<std::string, std::string>, Found> hits;  // by (fqn, module)
     std::vector<Type> next;
     for (const auto& u : level) {
@@ -207,17 +266,41 @@ std::optional<TypeResolver::Type> TypeResolver::step(const Type& t, const Parsed
   auto found = member_of(t, s.name);
   if (!found) return std::nullopt;
   if (!found->symbol) {
-    if (s.call) return std::nullopt;  // a field holding a function: its type is not kept
+    if (s.call) return called_field(*found->field_type, depth);
     return evaluate(*found->field_type, depth + 1, nullptr);
   }
   const auto& m = *found->symbol;
   if (s.call != is_callable_kind(m.kind)) {
-    // `/Inner` naming a nested type is that type; a method read without a call is no value
+    // `/Inner` naming a nested type is that type; a method read without a call is no value,
+    // unless its type also lists it as a field (a Python property: the field is its result).
     if (!s.call && is_type_kind(m.kind)) return Type{found->fqn, m.module};
+    if (!s.call) {
+      auto owner = found->fqn.substr(0, found->fqn.size() - s.name.size() - 1);
+      for (const auto* c : find(owner, {})) {
+        if (c->module != m.module || !is_type_kind(c->kind)) continue;
+        for (const auto& [field, type] : c->fields) {
+          if (field == s.name) return evaluate(type, depth + 1, nullptr);
+        }
+      }
+    }
     return std::nullopt;
   }
   if (m.type_of.empty()) return std::nullopt;
   return evaluate(m.type_of, depth + 1, nullptr);
+}
+
+// A field called: one holding a class (`self.factory = Thing`, then `self.factory()`) gives an
+// instance of it; one holding a function or method (`opener = Archive.open`), its result.
+std::optional<TypeResolver::Type> TypeResolver::called_field(const TypeExpr& field, int depth) {
+  if (field.find_first_of("|&") != std::string::npos) return std::nullopt;
+  auto expr = parse_type_expr(field);
+  if (!expr || !expr->symbol || !expr->steps.empty()) return std::nullopt;
+  auto candidates = find_start(expr->fqn, expr->scope_modules);
+  if (candidates.empty()) return std::nullopt;
+  for (const auto* c : candidates) {
+    if (!is_type_kind(c->kind) && !is_callable_kind(c->kind)) return std::nullopt;
+  }
+  return evaluate(*expr, candidates, depth + 1, nullptr);
 }
 
 std::optional<Resolution> TypeResolver::resolve(const TypeExpr& receiver, const std::string& member,

@@ -16,8 +16,10 @@ namespace orvane_tamsel::indexer::types {
 // A TypeExpr taken apart.
 struct ParsedTypeExpr {
   bool symbol = false;  // "S:" (what a symbol gives) rather than "T:" (a type)
+  bool above = false;   // "B:": the type's bases, for a member looked up past the type itself
   std::string fqn;
-  int elements = 0;  // "T:[]fqn": a slice, array or map of fqn values, one "[]" per level
+  std::string result;  // "S:f#2": f's second result, kept among f's fields as "#2"
+  int elements = 0;    // "T:[]fqn": a slice, array or map of fqn values, one "[]" per level
   std::vector<std::string> scope_modules;
   struct Step {
     std::string name;
@@ -55,9 +57,11 @@ class TypeResolver {
  private:
   struct Type {
     std::string fqn, module;
-    int elements = 0;  // a container of `elements` levels around the named type
+    int elements = 0;    // a container of `elements` levels around the named type
+    bool above = false;  // members are looked up on its bases only (`super()`)
     bool operator<(const Type& o) const {
-      return std::tie(fqn, module, elements) < std::tie(o.fqn, o.module, o.elements);
+      return std::tie(fqn, module, elements, above) <
+             std::tie(o.fqn, o.module, o.elements, o.above);
     }
     bool operator==(const Type& o) const = default;
   };
@@ -71,7 +75,16 @@ class TypeResolver {
 
   std::vector<const TypeSymbol*> find(const std::string& fqn,
                                       const std::vector<std::string>& scopes);
-  std::optional<Type> evaluate(const TypeExpr& text, int depth, std::string* kind);
+  // The symbols a start names, directly or (unscoped) through a re-export, which then
+  // replaces `fqn`.
+  std::vector<const TypeSymbol*> find_start(std::string& fqn,
+                                            const std::vector<std::string>& scopes);
+  std::optional<Type> evaluate(const TypeExpr& text, int depth, std::string* evidence);
+  std::optional<Type> alternatives(std::string_view text, int depth, std::string* evidence);
+  std::optional<Type> evaluate(const ParsedTypeExpr& expr,
+                               const std::vector<const TypeSymbol*>& candidates, int depth,
+                               std::string* evidence);
+  std::optional<Type> called_field(const TypeExpr& field, int depth);
   std::optional<Type> type_of_symbol(const TypeSymbol& s, const std::string& fqn, int depth);
   std::optional<Type> as_type(const std::string& fqn, const std::string& module);
   std::optional<Found> member_of(const Type& t, const std::string& name);

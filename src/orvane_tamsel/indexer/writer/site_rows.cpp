@@ -2,12 +2,13 @@
 
 #include <set>
 
+#include "orvane_tamsel/indexer/types/receiver_stage.h"
 #include "orvane_tamsel/indexer/writer/batch_writer.h"
 
 namespace orvane_tamsel::indexer::writer {
 
 // A receiver site's target, evidence and scopes are what evaluating its receiver found: its key
-// is the receiver as parsed.
+// is the receiver as parsed. A receiver backing a target adds to the target's key.
 std::string site_key(std::optional<std::int64_t> caller, const std::string& evidence,
                      const std::string& target, const std::string& fallbacks,
                      const std::string& scopes, const std::string& receiver,
@@ -18,7 +19,7 @@ std::string site_key(std::optional<std::int64_t> caller, const std::string& evid
       key.push_back('\x1e');
       key.append(*part);
     }
-    return key;
+    if (receiver_evidence != types::BACKS_TARGET) return key;
   }
   for (const auto* part : {&evidence, &target, &fallbacks, &scopes}) {
     key.push_back('\x1f');
@@ -30,8 +31,11 @@ std::string site_key(std::optional<std::int64_t> caller, const std::string& evid
 void BatchWriter::write_sites(FileWrite& w) {
   for (const auto& call : w.file.calls) {
     bool typed = call.target.empty() && !call.receiver.empty();
-    const std::string& receiver = typed ? call.receiver : std::string();
-    const std::string& member = typed ? call.member : std::string();
+    const std::string& receiver = call.receiver;
+    const std::string& member = receiver.empty() ? std::string() : call.member;
+    const std::string receiver_evidence = typed              ? call.evidence
+                                          : receiver.empty() ? std::string()
+                                                             : types::BACKS_TARGET;
     std::optional<std::int64_t> caller = w.module_id;
     if (auto it = w.ids.find(call.caller_fqn); it != w.ids.end()) caller = it->second;
     std::string fallbacks;
@@ -48,7 +52,7 @@ void BatchWriter::write_sites(FileWrite& w) {
         scopes.append(m);
       }
       auto it = w.kept_sites.find(site_key(caller, call.evidence, call.target, fallbacks, scopes,
-                                           receiver, member, call.evidence));
+                                           receiver, member, receiver_evidence));
       if (it != w.kept_sites.end() && !it->second.empty()) {
         auto old = it->second.front();
         it->second.pop_front();
@@ -67,7 +71,7 @@ void BatchWriter::write_sites(FileWrite& w) {
         .bind(5, call.target)
         .bind(6, receiver)
         .bind(7, member)
-        .bind(8, typed ? call.evidence : std::string())
+        .bind(8, receiver_evidence)
         .run();
     auto site = db.last_insert_id();
     if (!bulk) mark_relink.bind(1, site).run();

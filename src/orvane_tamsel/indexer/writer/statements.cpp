@@ -1,6 +1,12 @@
 #include "orvane_tamsel/indexer/writer/statements.h"
 
+#include "orvane_tamsel/indexer/types/receiver_stage.h"
+
 namespace orvane_tamsel::indexer::writer {
+
+// Fallbacks a receiver found (types::RECEIVER_RANK) are not part of a site as parsed.
+#define TAMSEL_RECEIVER_RANK "2000000"
+static_assert(types::RECEIVER_RANK == 2000000, "TAMSEL_RECEIVER_RANK");
 
 namespace {
 
@@ -116,7 +122,8 @@ void Statements::prepare_site_rows(index::Database& db) {
   old_sites = db.prepare(
       "SELECT c.id, c.caller_id, c.line, c.evidence, c.target_fqn, c.callee_id IS NOT NULL, "
       "(SELECT group_concat(b.rank || ':' || b.fqn, ' ') FROM call_fallbacks b "
-      "WHERE b.site_id = c.id), (SELECT group_concat(k.module, ' ') FROM call_scopes k "
+      "WHERE b.site_id = c.id AND b.rank < " TAMSEL_RECEIVER_RANK
+      "), (SELECT group_concat(k.module, ' ') FROM call_scopes k "
       "WHERE k.site_id = c.id), c.receiver, c.member, c.receiver_evidence "
       "FROM call_sites c WHERE c.file_id = ? ORDER BY c.id");
   site_line = db.prepare("UPDATE call_sites SET line = ? WHERE id = ?");

@@ -78,6 +78,9 @@ struct Binding {
   std::string fqn;
   std::string evidence;  // same-file, same-scope, import, module-attribute
   bool is_class = false;
+  // An import that rebinds a function or class defined above it (`try: from _c import f`): the
+  // definition, for when the imported one is not in the repository.
+  std::string shadowed;
 };
 
 // What a scope says of the types of its names (or a class of its instances' attributes).
@@ -168,6 +171,8 @@ class Extraction {
   std::string relative_base(std::size_t level) const;
 
   void collect_imports();
+  bool defined_later(TSNode scope, const std::string& name, std::int64_t at) const;
+  std::optional<Binding> lookup_here(TSNode scope, const std::string& name) const;
 
   void collect_locals();
 
@@ -204,6 +209,8 @@ class Extraction {
 
   // The fixture a function defines, by its name or the decorator's `name=`; "" when none.
   std::string fixture_name(TSNode def) const;
+  // A method read as an attribute: decorated with property or cached_property.
+  bool is_property(TSNode def) const;
 
   // A class an annotation names, resolved as the names at `at` are: "T:fqn", or "".
   std::string annotated_type(TSNode annotation, TSNode at, bool yielded = false) const;
@@ -217,6 +224,8 @@ class Extraction {
 
   // The type of a class's attribute `name`, from its body and the methods assigning self.name.
   Typed attribute_type(TSNode cls, std::string_view name, int depth) const;
+  // The types a value may have, of those evidence gives ("&": the writer makes them agree).
+  Typed possible(const std::vector<TSNode>& values, int depth) const;
 
   const TypeFacts* scope_facts(TSNode def) const {
     auto s = scopes_.find(scope_key(def));
@@ -228,6 +237,7 @@ class Extraction {
   }
 
   bool is_parameter(TSNode fn, std::string_view name) const;
+  TSNode parameter_default(TSNode fn, std::string_view name) const;
 
   // pytest hands a test (or a fixture) the value of the fixture its parameter is named after:
   // one of this file (the test's class first), else one of the conftest.py files up the folders,
@@ -237,6 +247,7 @@ class Extraction {
   // The type of a name at `at`, looked up as Python would: locals of enclosing functions, then
   // the module's names.
   Typed name_type(TSNode at, std::string_view name, int depth) const;
+  Typed nearest_binding_type(TSNode def, TSNode at, std::string_view name, int depth) const;
 
   // A name bound to a class is that class; an imported name is whatever the name is there.
   static Typed binding_type(const Binding& b) {
@@ -258,6 +269,8 @@ class Extraction {
   // Names the callee where local evidence does. Where the method may live on a base in another
   // file, or only the receiver's type is known, the receiver's type goes along for the writer.
   void resolve(TSNode callee, ParsedCall& call) const;
+  // A name bound nowhere in the file, named through the modules it star-imports.
+  bool star_import(TSNode at, std::string_view name, ParsedCall& call) const;
 
   void collect_calls();
 
@@ -299,6 +312,11 @@ class Extraction {
       fixtures_;                                               // by scope: fixture name -> fqn
   std::vector<std::pair<TSNode, std::size_t>> typed_symbols_;  // functions and variables
   mutable std::map<std::pair<std::uint32_t, std::string>, Typed> local_types_;
+  // For names bound to values of differing types: each function's bindings of a name, the value
+  // each binding assigns (by the bound name's start byte), and the types of those values.
+  mutable std::map<std::pair<std::uint32_t, std::string>, std::vector<TSNode>> binding_sites_;
+  mutable std::unordered_map<std::uint32_t, TSNode> bound_values_;
+  mutable std::unordered_map<std::uint32_t, Typed> value_types_;
   std::unordered_set<std::string> defined_;  // the fqns of this file's symbols
 };
 

@@ -15,15 +15,18 @@ namespace {
 
 constexpr int MAX_TYPE_DEPTH = 12;  // links followed from one expression to the names it uses
 
-// A step taken by every alternative of a type expression.
+// How many returns of differing types a function's result lists for the writer to agree on.
+constexpr std::size_t MAX_RETURNS = 4;
+
+// A step taken by every alternative (and every possible value) of a type expression.
 std::string then(std::string_view expr, std::string_view step) {
   std::string out;
   std::size_t start = 0;
   while (true) {
-    auto bar = expr.find('|', start);
+    auto bar = expr.find_first_of("|&", start);
     out.append(expr.substr(start, bar == std::string_view::npos ? bar : bar - start)).append(step);
     if (bar == std::string_view::npos) return out;
-    out.push_back('|');
+    out.push_back(expr[bar]);
     start = bar + 1;
   }
 }
@@ -143,7 +146,10 @@ Typed Extraction::attribute_type(TSNode cls, std::string_view name, int depth) c
       list.insert(list.end(), it->second.begin(), it->second.end());
     }
   }
-  return bound_type(both, name, -1, depth);
+  if (both.annotations.count(name) != 0) return bound_type(both, name, -1, depth);
+  // Set in several places (`self.x = Thing()` in __init__, `self.x = x` in a setter).
+  auto v = both.values.find(name);
+  return v == both.values.end() ? Typed{} : possible(v->second, depth);
 }
 
 bool Extraction::is_parameter(TSNode fn, std::string_view name) const {
@@ -155,6 +161,20 @@ bool Extraction::is_parameter(TSNode fn, std::string_view name) const {
     if (is_type(p, "identifier") && text(p) == name) return true;
   }
   return false;
+}
+
+// The default value of an unannotated parameter `name`, or a null node.
+TSNode Extraction::parameter_default(TSNode fn, std::string_view name) const {
+  TSNode params = ts_node_child_by_field_name(fn, "parameters", 10);
+  for (std::uint32_t i = 0; !ts_node_is_null(params) && i < ts_node_named_child_count(params);
+       ++i) {
+    TSNode p = ts_node_named_child(params, i);
+    if (is_type(p, "default_parameter") && field_text(p, "name") == name) {
+      TSNode v = ts_node_child_by_field_name(p, "value", 5);
+      return is_type(v, "none") ? TSNode{} : v;
+    }
+  }
+  return TSNode{};
 }
 
 // pytest hands a test (or a fixture) the value of the fixture its parameter is named after:
@@ -198,14 +218,25 @@ Typed Extraction::name_type(TSNode at, std::string_view name, int depth) const {
       return {"T:" + fqn_of(cls), std::string(name)};  // evidence: self or cls
     }
     auto key = std::make_pair(scope_key(def), std::string(name));
-    if (auto c = local_types_.find(key); c != local_types_.end()) return c->second;
-    local_types_[key] = {};  // a cycle through this name finds nothing
-    Typed t = bound_type(s->second.facts, name, count->second, depth);
-    if (t.empty() && count->second == 1 && is_parameter(def, name) &&
-        s->second.facts.annotations.count(name) == 0) {
-      t = fixture_type(def, name);
+    auto c = local_types_.find(key);
+    if (c == local_types_.end()) {
+      local_types_[key] = {};  // a cycle through this name finds nothing
+      Typed t = bound_type(s->second.facts, name, count->second, depth);
+      if (t.empty() && count->second == 1 && is_parameter(def, name) &&
+          s->second.facts.annotations.count(name) == 0) {
+        t = fixture_type(def, name);
+        // An unannotated parameter is taken to hold what its default holds (`policy=compat32`).
+        if (TSNode d = parameter_default(def, name); t.empty() && !ts_node_is_null(d)) {
+          t = value_type(d, depth + 1);
+        }
+      }
+      c = local_types_.insert_or_assign(key, std::move(t)).first;
     }
-    return local_types_[key] = t;
+    // Bound to values of differing types: the binding nearest before the use.
+    if (c->second.empty() && count->second > 1 && s->second.facts.annotations.count(name) == 0) {
+      return nearest_binding_type(def, at, name, depth);
+    }
+    return c->second;
   }
   auto m = scopes_.find(UINT32_MAX);
   if (m == scopes_.end()) return {};
@@ -218,6 +249,41 @@ Typed Extraction::name_type(TSNode at, std::string_view name, int depth) const {
   return local_types_[key] = bound_type(m->second.facts, name, -1, depth);
 }
 
+// The value of the binding of `name` in `def` that comes last before `at` (the use not inside
+// it: `x = x.next()`), when that binding is an assignment of a value; otherwise nothing.
+Typed Extraction::nearest_binding_type(TSNode def, TSNode at, std::string_view name,
+                                       int depth) const {
+  if (binding_sites_.empty()) {
+    for (TSNode n : locals_) {
+      binding_sites_[{scope_key(enclosing_def(n)), std::string(text(n))}].push_back(n);
+    }
+    for (const auto& f : name_facts_) {
+      if (!f.typed) bound_values_[ts_node_start_byte(f.target)] = f.what;
+    }
+  }
+  auto sites = binding_sites_.find({scope_key(def), std::string(name)});
+  if (sites == binding_sites_.end()) return {};
+  auto use = ts_node_start_byte(at);
+  std::optional<std::uint32_t> best;
+  for (TSNode n : sites->second) {
+    auto start = ts_node_start_byte(n);
+    if (start >= use || (best && start <= *best)) continue;
+    auto v = bound_values_.find(start);
+    if (v != bound_values_.end() && ts_node_start_byte(v->second) <= use &&
+        use < ts_node_end_byte(v->second)) {
+      continue;
+    }
+    best = start;
+  }
+  if (!best) return {};
+  auto v = bound_values_.find(*best);
+  if (v == bound_values_.end() || is_type(v->second, "none")) return {};
+  auto key = ts_node_start_byte(v->second);
+  if (auto c = value_types_.find(key); c != value_types_.end()) return c->second;
+  value_types_[key] = {};
+  return value_types_[key] = value_type(v->second, depth + 1);
+}
+
 // What local evidence says of the type of an expression's value.
 Typed Extraction::value_type(TSNode e, int depth) const {
   if (depth > MAX_TYPE_DEPTH || ts_node_is_null(e)) return {};
@@ -226,8 +292,42 @@ Typed Extraction::value_type(TSNode e, int depth) const {
                                              : Typed{};
   }
   if (is_type(e, "identifier")) return name_type(e, text(e), depth);
+  if (is_type(e, "assignment")) {  // `a = b = value`: what `a` is given is the value
+    return value_type(ts_node_child_by_field_name(e, "right", 5), depth + 1);
+  }
+  // `a or b`, `a if c else b`: either value, so the known ones must agree (see "&").
+  if ((is_type(e, "boolean_operator") || is_type(e, "conditional_expression")) &&
+      ts_node_named_child_count(e) >= 2) {
+    bool cond = is_type(e, "conditional_expression");
+    TSNode sides[2] = {
+        cond ? ts_node_named_child(e, 0) : ts_node_child_by_field_name(e, "left", 4),
+        cond ? ts_node_named_child(e, 2) : ts_node_child_by_field_name(e, "right", 5)};
+    Typed out;
+    for (TSNode side : sides) {
+      if (is_type(side, "none")) continue;
+      Typed t = value_type(side, depth + 1);
+      if (t.empty() || t.expr == out.expr) continue;
+      if (out.empty()) {
+        out = std::move(t);
+      } else {
+        out.expr.append("&").append(t.expr);
+      }
+    }
+    return out;
+  }
   bool call = is_type(e, "call");
   TSNode head = call ? ts_node_child_by_field_name(e, "function", 8) : e;
+  // `object.__new__(Cls)`, `super().__new__(cls)`: an instance of the class passed.
+  if (call && is_type(head, "attribute") &&
+      text(ts_node_child_by_field_name(head, "attribute", 9)) == "__new__") {
+    TSNode args = ts_node_child_by_field_name(e, "arguments", 9);
+    if (ts_node_is_null(args) || ts_node_named_child_count(args) == 0) return {};
+    TSNode cls = ts_node_named_child(args, 0);
+    if (!is_type(cls, "identifier")) return {};
+    Typed c = value_type(cls, depth + 1);
+    if (c.expr.find_first_of("/|&") != std::string::npos) return {};
+    return c.empty() ? Typed{} : Typed{c.expr, "constructor"};
+  }
   if (!call && !is_type(e, "attribute")) return {};
   auto parts = dotted(head);
   if (!parts.empty()) {
@@ -255,6 +355,17 @@ Typed Extraction::value_type(TSNode e, int depth) const {
       return {c.expr, "constructor"};
     }
   }
+  // A local bound to an attribute, called (`P = self.cls` then `P(...)`): the attribute called,
+  // which the writer types only for a field holding a class.
+  if (call && is_type(head, "identifier")) {
+    Typed c = name_type(head, text(head), depth);
+    if (c.empty() || c.expr.find_first_of("|&") != std::string::npos ||
+        c.expr.find('/') == std::string::npos || c.expr.ends_with("()") ||
+        c.expr.ends_with("/[]")) {
+      return {};
+    }
+    return {c.expr + "()", "constructor"};
+  }
   if (!is_type(head, "attribute")) return {};
   TSNode object = ts_node_child_by_field_name(head, "object", 6);
   if (is_type(object, "call") &&
@@ -263,6 +374,8 @@ Typed Extraction::value_type(TSNode e, int depth) const {
   }
   Typed of = value_type(object, depth + 1);
   if (of.empty()) return {};
+  // `x.__class__` is x's class, and calling it makes another of its kind.
+  if (text(ts_node_child_by_field_name(head, "attribute", 9)) == "__class__") return of;
   std::string step = "/" + std::string(text(ts_node_child_by_field_name(head, "attribute", 9)));
   if (call) step += "()";
   return {then(of.expr, step), call ? "result-type" : "attribute"};
@@ -286,10 +399,30 @@ std::string Extraction::result_type(TSNode fn) const {
       }
       values.push_back(ts_node_named_child(n, 0));
     }
-  } else if (auto r = returns_.find(key); r != returns_.end()) {
-    values = r->second;
+    return agree(values, false, 0).expr;
   }
-  return agree(values, false, 0).expr;
+  auto r = returns_.find(key);
+  return r == returns_.end() ? "" : possible(r->second, 0).expr;
+}
+
+// The values whose type evidence gives, as possible values ("&"): the writer takes the type those
+// it can evaluate agree on (`return cls(...)` beside `return cls.load(...)`); the others, as
+// pyright does with values it cannot type, are passed over.
+Typed Extraction::possible(const std::vector<TSNode>& values, int depth) const {
+  std::vector<Typed> types;
+  for (TSNode n : values) {
+    if (is_type(n, "none")) continue;
+    auto t = value_type(n, depth + 1);
+    if (t.empty()) continue;
+    if (std::none_of(types.begin(), types.end(),
+                     [&](const Typed& k) { return k.expr == t.expr; })) {
+      types.push_back(std::move(t));
+    }
+  }
+  if (types.empty() || types.size() > MAX_RETURNS) return {};
+  Typed out = types.front();
+  for (std::size_t i = 1; i < types.size(); ++i) out.expr.append("&").append(types[i].expr);
+  return out;
 }
 
 // Symbols' types, and the typed attributes of classes (not symbols of their own) as fields.
@@ -313,6 +446,27 @@ void Extraction::collect_types() {
       if (!t.empty()) cls.fields.emplace_back(name, std::move(t.expr));
     }
   }
+  // A property is read as an attribute: the class lists its result as a field of that name.
+  std::unordered_map<std::uint32_t, std::size_t> classes;
+  for (const auto& [node, index] : class_nodes_) classes[scope_key(node)] = index;
+  for (const auto& [node, index] : typed_symbols_) {
+    const auto& s = out_.symbols[index];
+    if (s.kind != "method" || s.type_of.empty() || !is_property(node)) continue;
+    auto c = classes.find(scope_key(enclosing_def(node)));
+    if (c != classes.end()) out_.symbols[c->second].fields.emplace_back(s.name, s.type_of);
+  }
+}
+
+bool Extraction::is_property(TSNode def) const {
+  auto outer = decorators_.find(ts_node_start_byte(def));
+  if (outer == decorators_.end()) return false;
+  for (std::uint32_t i = 0; i < ts_node_named_child_count(outer->second); ++i) {
+    TSNode d = ts_node_named_child(outer->second, i);
+    if (!is_type(d, "decorator") || ts_node_named_child_count(d) == 0) continue;
+    auto t = text(ts_node_named_child(d, 0));
+    if (t == "property" || t == "cached_property" || t.ends_with(".cached_property")) return true;
+  }
+  return false;
 }
 
 }  // namespace orvane_tamsel::indexer::python::detail
