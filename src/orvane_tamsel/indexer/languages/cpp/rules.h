@@ -276,6 +276,7 @@ class Rules : public c::Rules {
         call.evidence = "receiver";
       }
       if (member.empty()) return;
+      if (type == "auto") type.clear();  // deduced: what the initializer gives, left to the writer
       if (type.empty()) return typed_receiver(object, std::move(member), pending.caller, call);
       if (type == cls) {
         candidates.push_back(tagged::Extraction::join(type, member));

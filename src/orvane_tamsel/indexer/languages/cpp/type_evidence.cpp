@@ -107,6 +107,13 @@ TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
     return step(expr_type(ts_node_child_by_field_name(callee, "argument", 8), fn, depth + 1),
                 field_text(callee, "field"), true);
   }
+  if (auto w = text(callee);
+      w.starts_with("std::make_unique<") || w.starts_with("std::make_shared<")) {
+    // `std::make_unique<T>(...)` parses as a qualified name around the template
+    auto open = w.find('<'), close = w.rfind('>');
+    if (close == std::string_view::npos || close <= open + 1) return {};
+    return constructed(type_expr(w.substr(open + 1, close - open - 1), scope, at));
+  }
   if (is(callee, "template_function")) {
     auto name = field_text(callee, "name");
     if (name == "std::make_unique" || name == "std::make_shared") {
