@@ -24,9 +24,10 @@ namespace orvane_tamsel::indexer {
 //   "/[]"     an element of the slice, array or map (its value) so far; "T:[]fqn" is a slice,
 //             array or map of fqn values (one "[]" per level)
 // e.g. "S:gin.CreateTestContext" or "T:flask.app.Flask/json/dumps()". "S:fqn#2" is the second
-// result of the function fqn, which keeps its results after the first as fields "#2", "#3", ... A start may be qualified
-// by the modules whose files may hold it, as ParsedCall::scope_modules does for a target:
-// "S:gin.New@github.com.gin-gonic.gin" (several modules joined by ","). An entry starting with
+// result of the function fqn, which keeps its results after the first as fields "#2", "#3", ... A
+// start may be qualified by the modules whose files may hold it, as ParsedCall::scope_modules does
+// for a target: "S:gin.New@github.com.gin-gonic.gin" (several modules joined by ","). An entry
+// starting with
 // ":" names one file instead, its path with ":" for "/" (":tests:conftest.py"): for names
 // that several files share by module, such as pytest's conftest.py files outside packages.
 // Alternatives are joined by "|", nearest first: the first whose start names a symbol counts

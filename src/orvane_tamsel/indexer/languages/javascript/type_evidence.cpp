@@ -95,7 +95,7 @@ TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
     // `const Cart = require('./cart')` binds a module that exports one class of that name
     if (whole_modules_.count(name) != 0)
       return std::isupper(static_cast<unsigned char>(name[0])) ? "S:" + join(hit->first, name)
-                                                                : TypeExpr{};
+                                                               : TypeExpr{};
     return "S:" + hit->first;
   }
   if (is(e, "identifier")) {
