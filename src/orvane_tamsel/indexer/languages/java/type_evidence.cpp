@@ -4,18 +4,17 @@
 #include <string>
 
 #include "orvane_tamsel/indexer/languages/java/rules.h"
+#include "orvane_tamsel/indexer/languages/type_steps.h"
 
 namespace orvane_tamsel::indexer::java::detail {
 
 namespace {
 
-// Longer receiver expressions are not worth keeping (generated code chains).
-constexpr std::size_t MAX_EXPR = 300;
+constexpr std::size_t MAX_EXPR = MAX_TYPE_EXPR;
 constexpr int MAX_DEPTH = 12;
 
 TypeExpr step(const TypeExpr& base, std::string_view name, bool call) {
-  if (base.empty() || base.size() > MAX_EXPR) return {};
-  return base + "/" + std::string(name) + (call ? "()" : "");
+  return type_step(base, name, call);
 }
 
 }  // namespace

@@ -1,0 +1,22 @@
+#pragma once
+// Building receiver type expressions step by step, shared by the extractors of typed languages.
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "orvane_tamsel/indexer/parsed_file.h"
+
+namespace orvane_tamsel::indexer {
+
+// Longer receiver expressions are not worth keeping (generated code chains).
+inline constexpr std::size_t MAX_TYPE_EXPR = 300;
+
+// `base` then its member `name` ("/name", "/name()" when called); empty when `base` is unknown
+// or already too long.
+inline TypeExpr type_step(const TypeExpr& base, std::string_view name, bool call) {
+  if (base.empty() || base.size() > MAX_TYPE_EXPR) return {};
+  return base + "/" + std::string(name) + (call ? "()" : "");
+}
+
+}  // namespace orvane_tamsel::indexer
