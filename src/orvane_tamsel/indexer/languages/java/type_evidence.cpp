@@ -10,12 +10,7 @@ namespace orvane_tamsel::indexer::java::detail {
 
 namespace {
 
-constexpr std::size_t MAX_EXPR = MAX_TYPE_EXPR;
 constexpr int MAX_DEPTH = 12;
-
-TypeExpr step(const TypeExpr& base, std::string_view name, bool call) {
-  return type_step(base, name, call);
-}
 
 }  // namespace
 
@@ -68,20 +63,20 @@ TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
     }
     // a class (a static member follows) or a field inherited from a base
     if (std::isupper(static_cast<unsigned char>(name[0]))) return {};
-    return step(own_class(fn), name, false);
+    return type_step(own_class(fn), name, false);
   }
   if (is(e, "field_access")) {
     TSNode object = ts_node_child_by_field_name(e, "object", 6);
-    return step(expr_type(object, fn, depth + 1), field_text(e, "field"), false);
+    return type_step(expr_type(object, fn, depth + 1), field_text(e, "field"), false);
   }
   if (is(e, "array_access")) {
     auto base = expr_type(ts_node_child_by_field_name(e, "array", 5), fn, depth + 1);
-    return base.empty() || base.size() > MAX_EXPR ? TypeExpr{} : base + "/[]";
+    return base.empty() || base.size() > MAX_TYPE_EXPR ? TypeExpr{} : base + "/[]";
   }
   if (!is(e, "method_invocation")) return {};
   std::string name = field_text(e, "name");
   TSNode object = ts_node_child_by_field_name(e, "object", 6);
-  if (ts_node_is_null(object)) return step(own_class(fn), name, true);
+  if (ts_node_is_null(object)) return type_step(own_class(fn), name, true);
   if (is(object, "super")) return {};
   if (is(object, "identifier") && std::isupper(static_cast<unsigned char>(text(object)[0])) &&
       expr_type(object, fn, depth + 1).empty()) {
@@ -92,7 +87,7 @@ TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
     return "S:" + probe.target + "@" +
            (probe.scope_modules.empty() ? module_ : probe.scope_modules.front());
   }
-  return step(expr_type(object, fn, depth + 1), name, true);
+  return type_step(expr_type(object, fn, depth + 1), name, true);
 }
 
 // A local declared twice with two types (variables of one name in two blocks) is unknown.
@@ -111,9 +106,9 @@ void Rules::record_declaration(std::size_t owner, bool field, TSNode node) {
     auto t = declared;
     if (inferred && !ts_node_is_null(value)) {
       t = expr_type(value, owner);
-      if (element) t = t.empty() || t.size() > MAX_EXPR ? TypeExpr{} : t + "/[]";
+      if (element) t = t.empty() || t.size() > MAX_TYPE_EXPR ? TypeExpr{} : t + "/[]";
     }
-    if (t.size() > MAX_EXPR) t.clear();
+    if (t.size() > MAX_TYPE_EXPR) t.clear();
     if (field) {
       if (!t.empty()) {
         fields_[owner][std::string(text(name))] = t;

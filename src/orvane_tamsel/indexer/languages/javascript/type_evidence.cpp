@@ -10,12 +10,7 @@ namespace orvane_tamsel::indexer::javascript::detail {
 
 namespace {
 
-constexpr std::size_t MAX_EXPR = MAX_TYPE_EXPR;
 constexpr int MAX_DEPTH = 12;
-
-TypeExpr step(const TypeExpr& base, std::string_view name, bool call) {
-  return type_step(base, name, call);
-}
 
 }  // namespace
 
@@ -107,7 +102,7 @@ TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
   }
   if (is(e, "subscript_expression")) {
     auto base = expr_type(ts_node_child_by_field_name(e, "object", 6), fn, depth + 1);
-    return base.empty() || base.size() > MAX_EXPR ? TypeExpr{} : base + "/[]";
+    return base.empty() || base.size() > MAX_TYPE_EXPR ? TypeExpr{} : base + "/[]";
   }
   bool call = is(e, "call_expression");
   TSNode member = call ? ts_node_child_by_field_name(e, "function", 8) : e;
@@ -125,7 +120,7 @@ TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
       whole_modules_.count(std::string(text(object))) != 0) {
     return call ? "S:" + join(bindings_.at(std::string(text(object))), property) : TypeExpr{};
   }
-  return step(expr_type(object, fn, depth + 1), property, call);
+  return type_step(expr_type(object, fn, depth + 1), property, call);
 }
 
 // A local declared twice with two types (variables of one name in two blocks) is unknown.
@@ -155,7 +150,7 @@ void Rules::finish() {
       auto t = annotation_expr(d.node);
       TSNode value = ts_node_child_by_field_name(d.node, "value", 5);
       if (t.empty() && !parameter) t = expr_type(value, d.field ? 0 : d.owner);
-      if (t.size() > MAX_EXPR) t.clear();
+      if (t.size() > MAX_TYPE_EXPR) t.clear();
       if (d.field) {
         if (!t.empty()) out_.symbols[d.owner].fields.emplace_back(std::string(text(name)), t);
       } else if (is(value, "call_expression") && field_text(value, "function") == "require") {
