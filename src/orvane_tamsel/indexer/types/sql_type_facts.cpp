@@ -1,5 +1,7 @@
 #include "orvane_tamsel/indexer/types/sql_type_facts.h"
 
+#include "orvane_tamsel/indexer/reexport_query.h"
+
 #include <set>
 
 namespace orvane_tamsel::indexer::types {
@@ -9,18 +11,6 @@ namespace {
 #define TAMSEL_TYPE_FACTS                                                                \
   "SELECT s.fqn, s.kind, f.module, s.type_of, s.bases, s.fields, f.path FROM symbols s " \
   "CROSS JOIN files f ON f.id = s.file_id WHERE s.kind <> 'module'"
-
-// Where `module.name` leads: the module's own imports binding `name` (in file order), then, for
-// a public name, each module it star-imports; the first that names a symbol counts.
-constexpr const char* REEXPORT_OF = R"sql(
-SELECT * FROM (SELECT i.module || CASE WHEN i.name <> '' THEN '.' || i.name ELSE '' END
-  FROM files f CROSS JOIN imports i ON i.file_id = f.id WHERE f.module = ?1
-  AND (i.alias = ?2 OR (i.alias = '' AND i.name = ?2)) ORDER BY length(f.path), f.path, i.line)
-UNION ALL
-SELECT * FROM (SELECT i.module || '.' || ?2
-  FROM files f CROSS JOIN imports i ON i.file_id = f.id WHERE f.module = ?1 AND i.name = '*'
-  AND substr(?2, 1, 1) <> '_' ORDER BY length(f.path), f.path, i.line)
-)sql";
 
 // How many re-exports deep a name is followed.
 constexpr int MAX_REEXPORTS = 3;

@@ -114,15 +114,7 @@ class Rules : public c::Rules {
     if (!field && !is(node, "declaration") && !is(node, "parameter_declaration")) return;
     std::string type = class_of_type(field_text(node, "type"));
     if (type.empty()) return;
-    TSNode d = ts_node_child_by_field_name(node, "declarator", 10);
-    while (!ts_node_is_null(d) && !is(d, "identifier") && !is(d, "field_identifier")) {
-      if (is(d, "function_declarator")) return;
-      TSNode next = ts_node_child_by_field_name(d, "declarator", 10);
-      // `Cart& c`: a reference declarator names its inner declarator by position only
-      if (ts_node_is_null(next) && ts_node_named_child_count(d) > 0)
-        next = ts_node_named_child(d, ts_node_named_child_count(d) - 1);
-      d = next;
-    }
+    TSNode d = declared_name(ts_node_child_by_field_name(node, "declarator", 10), true);
     if (ts_node_is_null(d)) return;
     if (field) {
       auto body = frame_of_type("field_declaration_list");
@@ -312,6 +304,19 @@ class Rules : public c::Rules {
   // Declared types of locals, parameters, members and results; a class's bases.
   void record_types(TSNode node);
   void declare(std::size_t fn, TSNode declarator, const TypeExpr& type);
+  // The name a declarator declares (through pointers, references, arrays); null for a function
+  // declarator. `members`: a class member's name counts too.
+  static TSNode declared_name(TSNode d, bool members) {
+    while (!ts_node_is_null(d) && !is(d, "identifier") && !(members && is(d, "field_identifier"))) {
+      if (is(d, "function_declarator")) return TSNode{};
+      TSNode next = ts_node_child_by_field_name(d, "declarator", 10);
+      // `Cart& c`: a reference declarator names its inner declarator by position only
+      if (ts_node_is_null(next) && ts_node_named_child_count(d) > 0)
+        next = ts_node_named_child(d, ts_node_named_child_count(d) - 1);
+      d = next;
+    }
+    return d;
+  }
   // A receiver whose type declarations describe (a result, a member declared in the class's
   // header, a chain): left to the writer.
   void typed_receiver(TSNode object, std::string member, std::size_t fn, ParsedCall& call) const {

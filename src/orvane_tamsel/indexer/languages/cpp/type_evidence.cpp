@@ -150,14 +150,7 @@ TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
 
 // A local declared twice with two types (variables of one name in two blocks) is unknown.
 void Rules::declare(std::size_t fn, TSNode d, const TypeExpr& type) {
-  while (!ts_node_is_null(d) && !is(d, "identifier")) {
-    if (is(d, "function_declarator")) return;
-    TSNode next = ts_node_child_by_field_name(d, "declarator", 10);
-    // `Cart& c`: a reference declarator names its inner declarator by position only
-    if (ts_node_is_null(next) && ts_node_named_child_count(d) > 0)
-      next = ts_node_named_child(d, ts_node_named_child_count(d) - 1);
-    d = next;
-  }
+  d = declared_name(d, false);
   if (ts_node_is_null(d)) return;
   auto [it, fresh] = typed_[fn].try_emplace(std::string(text(d)), type);
   if (!fresh && it->second != type) it->second.clear();

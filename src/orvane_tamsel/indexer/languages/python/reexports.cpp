@@ -1,5 +1,7 @@
 #include "orvane_tamsel/indexer/languages/python/reexports.h"
 
+#include "orvane_tamsel/indexer/reexport_query.h"
+
 #include <set>
 #include <utility>
 
@@ -26,20 +28,6 @@ UNION
 SELECT f.module || '.' || ?2
   FROM imports i CROSS JOIN files f ON f.id = i.file_id
   WHERE i.module = ?1 AND i.name = '*' AND f.module <> '' AND substr(?2, 1, 1) <> '_'
-)sql";
-
-// Where `module.name` leads: the module's own imports binding `name` first (in file order: of
-// `try: from _c import f` / `except ImportError: from _py import f`, the one that exists here
-// counts), then, for a public name, each module it star-imports (a star import binds every
-// public name of its module).
-constexpr const char* REEXPORT_OF = R"sql(
-SELECT * FROM (SELECT i.module || CASE WHEN i.name <> '' THEN '.' || i.name ELSE '' END
-  FROM files f CROSS JOIN imports i ON i.file_id = f.id WHERE f.module = ?1
-  AND (i.alias = ?2 OR (i.alias = '' AND i.name = ?2)) ORDER BY length(f.path), f.path, i.line)
-UNION ALL
-SELECT * FROM (SELECT i.module || '.' || ?2
-  FROM files f CROSS JOIN imports i ON i.file_id = f.id WHERE f.module = ?1 AND i.name = '*'
-  AND substr(?2, 1, 1) <> '_' ORDER BY length(f.path), f.path, i.line)
 )sql";
 
 // Splits of an fqn where a re-export may stand: before its last name (a function or class) and
