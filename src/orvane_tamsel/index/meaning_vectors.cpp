@@ -31,10 +31,31 @@ void MeaningVectors::add_word(const std::string& word, float weight, const float
 }
 
 void MeaningVectors::add_symbol(SymbolId id, bool is_test, const float* row) {
-  symbol_rows[id] = static_cast<std::uint32_t>(symbol_ids.size());
+  auto [it, added] = symbol_rows.emplace(id, static_cast<std::uint32_t>(symbol_ids.size()));
+  if (!added) {
+    symbol_is_test[it->second] = is_test ? 1 : 0;
+    std::copy(row, row + dims, &symbols[static_cast<std::size_t>(it->second) * dims]);
+    return;
+  }
   symbol_ids.push_back(id);
   symbol_is_test.push_back(is_test ? 1 : 0);
   symbols.insert(symbols.end(), row, row + dims);
+}
+
+void MeaningVectors::remove_symbol(SymbolId id) {
+  auto it = symbol_rows.find(id);
+  if (it == symbol_rows.end()) return;
+  const std::size_t row = it->second, last = symbol_ids.size() - 1;
+  symbol_rows.erase(it);
+  if (row != last) {
+    symbol_ids[row] = symbol_ids[last];
+    symbol_is_test[row] = symbol_is_test[last];
+    std::copy_n(&symbols[last * dims], dims, &symbols[row * dims]);
+    symbol_rows[symbol_ids[row]] = static_cast<std::uint32_t>(row);
+  }
+  symbol_ids.pop_back();
+  symbol_is_test.pop_back();
+  symbols.resize(last * dims);
 }
 
 std::vector<float> MeaningVectors::text_vector(

@@ -25,7 +25,10 @@ struct MeaningVectors {
   std::unordered_map<SymbolId, std::uint32_t> symbol_rows;
 
   void add_word(const std::string& word, float weight, const float* row);
+  // Adds the symbol's row, or replaces it when the symbol has one.
   void add_symbol(SymbolId id, bool is_test, const float* row);
+  // Forgets the symbol's row (the last row takes its place); nothing when it has none.
+  void remove_symbol(SymbolId id);
   // The unit sum of the known words' rows, each times its own weight and the given one; empty
   // when no word is known.
   std::vector<float> text_vector(const std::vector<std::pair<std::string, float>>& words) const;
