@@ -104,15 +104,37 @@ double MeaningVectors::similarity(const std::vector<float>& unit, SymbolId id) c
 }
 
 std::string row_bytes(const float* row, std::size_t dims) {
-  std::string bytes(dims * sizeof(float), '\0');
-  std::memcpy(bytes.data(), row, bytes.size());
+  float most = 0;
+  for (std::size_t i = 0; i < dims; ++i) most = std::max(most, std::fabs(row[i]));
+  const float scale = most > 0 ? most / 127.0F : 1.0F;
+  std::string bytes(sizeof(float) + dims, '\0');
+  std::memcpy(bytes.data(), &scale, sizeof scale);
+  for (std::size_t i = 0; i < dims; ++i) {
+    bytes[sizeof(float) + i] =
+        static_cast<char>(static_cast<std::int8_t>(std::lround(row[i] / scale)));
+  }
   return bytes;
 }
 
 bool read_row(std::string_view bytes, std::size_t dims, std::vector<float>& into) {
-  if (bytes.size() != dims * sizeof(float)) return false;
   into.resize(dims);
-  std::memcpy(into.data(), bytes.data(), bytes.size());
+  if (bytes.size() == dims * sizeof(float)) {  // as rows were stored before they were packed
+    std::memcpy(into.data(), bytes.data(), bytes.size());
+    return true;
+  }
+  if (bytes.size() != sizeof(float) + dims) return false;
+  float scale = 0;
+  std::memcpy(&scale, bytes.data(), sizeof scale);
+  double norm = 0;
+  for (std::size_t i = 0; i < dims; ++i) {
+    into[i] = scale * static_cast<float>(static_cast<std::int8_t>(bytes[sizeof(float) + i]));
+    norm += static_cast<double>(into[i]) * into[i];
+  }
+  // Rounding moves a unit row's length by under a percent; a cosine is read as a dot product.
+  if (norm > 0) {
+    const auto unit = static_cast<float>(1.0 / std::sqrt(norm));
+    for (auto& x : into) x *= unit;
+  }
   return true;
 }
 

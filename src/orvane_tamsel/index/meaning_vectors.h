@@ -39,9 +39,11 @@ struct MeaningVectors {
   double similarity(const std::vector<float>& unit, SymbolId id) const;
 };
 
-// Rows as the index stores them: the floats' bytes in the machine's order.
+// A unit row as the index stores it: a scale (a float, in the machine's order) and one signed
+// byte per dimension, a quarter of the floats' size, so a reader loads every symbol's row fast.
 std::string row_bytes(const float* row, std::size_t dims);
-// False when the bytes are not `dims` floats.
+// The unit row of those bytes (or of `dims` floats, as earlier indexes stored them); false when
+// the bytes are neither.
 bool read_row(std::string_view bytes, std::size_t dims, std::vector<float>& into);
 
 }  // namespace orvane_tamsel::index

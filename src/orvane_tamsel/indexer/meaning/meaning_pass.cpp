@@ -107,8 +107,9 @@ void update_meaning(index::Database& db, const std::vector<std::string>& changed
     const auto generation = index::meaning_generation(db).value_or(0) + 1;
     index::MeaningSymbolWriter writer(db, generation);
     if (relearn(db)) {
-      auto words = learn(db);
-      index::store_meaning_words(db, words, production_symbols(db), generation);
+      index::store_meaning_words(db, learn(db), production_symbols(db), generation);
+      // The rows as stored, as an update reads them, so either pass gives a symbol one row.
+      auto words = index::load_meaning_words(db);
       auto all = db.prepare(symbol_select());
       write_symbols(writer, all, words);
       db.exec("DELETE FROM meaning_changes");
