@@ -42,8 +42,8 @@ struct MeaningVectors {
 // A unit row as the index stores it: a scale (a float, in the machine's order) and one signed
 // byte per dimension, a quarter of the floats' size, so a reader loads every symbol's row fast.
 std::string row_bytes(const float* row, std::size_t dims);
-// The unit row of those bytes (or of `dims` floats, as earlier indexes stored them); false when
-// the bytes are neither.
+// The row of those bytes, of unit length within rounding (or `dims` floats, as earlier indexes
+// stored them); false when the bytes are neither.
 bool read_row(std::string_view bytes, std::size_t dims, std::vector<float>& into);
 
 }  // namespace orvane_tamsel::index
