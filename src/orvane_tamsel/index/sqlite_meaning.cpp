@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "orvane_tamsel/index/meaning_words.h"
+
 namespace orvane_tamsel::index {
 
 const char* const MEANING_TABLES = R"sql(
@@ -21,6 +23,7 @@ namespace {
 constexpr const char* GENERATION_KEY = "meaning_generation";
 constexpr const char* DIMS_KEY = "meaning_dims";
 constexpr const char* LEARNED_KEY = "meaning_learned_from";
+constexpr const char* PRODUCTION_KEY = "production_symbols";
 
 std::optional<std::int64_t> meta_integer(Database& db, const char* key) {
   auto st = db.prepare("SELECT value FROM meta WHERE key = ?");
@@ -81,6 +84,25 @@ MeaningVectors load_meaning_words(Database& db) {
 
 std::int64_t meaning_learned_from(Database& db) {
   return meta_integer(db, LEARNED_KEY).value_or(0);
+}
+
+std::string production_symbol_sql(std::string_view row) {
+  std::string r(row);
+  std::string sql = "(" + r + ".is_test = 0 AND " + r + ".kind IN (";
+  bool first = true;
+  for (const auto& k : retrievable_kinds()) {
+    sql += (first ? "'" : ", '") + k + "'";
+    first = false;
+  }
+  return sql + "))";
+}
+
+std::optional<std::int64_t> stored_production_symbols(Database& db) {
+  return meta_integer(db, PRODUCTION_KEY);
+}
+
+void store_production_symbols(Database& db, std::int64_t count) {
+  put_meta(db, PRODUCTION_KEY, count);
 }
 
 void store_meaning_words(Database& db, const MeaningVectors& words, std::int64_t learned_from) {

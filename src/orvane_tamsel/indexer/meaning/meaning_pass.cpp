@@ -11,20 +11,14 @@ namespace {
 // The word vectors are learned again when the code base has grown or shrunk by this factor.
 constexpr double RELEARN_FACTOR = 2.0;
 
-std::string kinds_list() {
-  std::string list;
-  for (const auto& k : index::retrievable_kinds()) list += (list.empty() ? "'" : ", '") + k + "'";
-  return list;
-}
-
 // Production symbols only: tests, three in four symbols of Python's standard library, repeat
 // the names of what they test, which the text search finds, and their vectors would make every
 // reader load four times as much.
 const std::string& symbol_select() {
   static const std::string sql =
       "SELECT s.id, s.is_test, s.name, s.parent_fqn, coalesce(s.docstring, ''), "
-      "coalesce(s.signature, '') FROM symbols s WHERE s.is_test = 0 AND s.kind IN (" +
-      kinds_list() + ")";
+      "coalesce(s.signature, '') FROM symbols s WHERE " +
+      index::production_symbol_sql("s");
   return sql;
 }
 
@@ -32,7 +26,9 @@ index::SymbolText text_of(const index::Statement& st) {
   return {st.text(2), st.text(3), st.text(4), st.text(5)};
 }
 
+// The writer keeps the count; an index written before it did is counted once.
 std::int64_t production_symbols(index::Database& db) {
+  if (auto stored = index::stored_production_symbols(db)) return *stored;
   auto st = db.prepare("SELECT count(*) FROM (" + symbol_select() + ")");
   return st.step() ? st.integer(0) : 0;
 }
@@ -79,8 +75,8 @@ void update_meaning(index::Database& db, const std::vector<std::string>& changed
       auto all = db.prepare(symbol_select());
       write_symbols(db, all, words);
     } else {
+      // The vectors of removed symbols went with them (the writer's trigger).
       auto words = index::load_meaning_words(db);
-      db.exec("DELETE FROM meaning_symbols WHERE symbol_id NOT IN (SELECT id FROM symbols)");
       auto of_file =
           db.prepare(symbol_select() + " AND s.file_id = (SELECT id FROM files WHERE path = ?)");
       // A symbol that became test code keeps no vector.
