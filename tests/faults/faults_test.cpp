@@ -262,12 +262,13 @@ TEST(Faults, ServeRefreshingWhileIndexRunsLosesNothing) {
   }
   {
     // A writer that finds the index locked waits and says so; the races above are often too
-    // short to show it, so hold the lock on purpose.
+    // short to show it, so hold the lock on purpose, until the writer says it waits (however
+    // long a loaded machine takes to start it).
     std::ofstream(faults_test::module_file(dir.root(), "m", 1), std::ios::app) << "\nX = 1\n";
     Database holder(dir.root() / ".tamsel" / "index.db", Database::Mode::write);
     holder.exec("BEGIN IMMEDIATE");
     Child index({"index", "--repo", dir.repo()});
-    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    EXPECT_TRUE(index.wait_for_line("in use by another tamsel: waiting"));
     holder.exec("ROLLBACK");
     auto waited = index.wait();
     EXPECT_TRUE(waited.exited(0)) << waited.err;

@@ -13,6 +13,7 @@
 #include <fstream>
 #include <random>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -62,8 +63,19 @@ class Child {
   Child& operator=(const Child&) = delete;
 
   void kill() { ::kill(pid_, SIGKILL); }
+  // Reads the child's log until a line holds `text` (true) or the log ends (false); wait() still
+  // returns every line.
+  bool wait_for_line(const std::string& text) {
+    char buf[512];
+    while (err_ != nullptr && std::fgets(buf, sizeof buf, err_) != nullptr) {
+      read_ += buf;
+      if (std::string_view(buf).find(text) != std::string_view::npos) return true;
+    }
+    return false;
+  }
   Outcome wait() {
     Outcome out;
+    out.err = std::move(read_);
     char buf[512];
     while (err_ != nullptr && std::fgets(buf, sizeof buf, err_) != nullptr) out.err += buf;
     if (err_ != nullptr) std::fclose(err_);
@@ -76,6 +88,7 @@ class Child {
  private:
   pid_t pid_ = -1;
   FILE* err_ = nullptr;
+  std::string read_;  // what wait_for_line() read
   bool reaped_ = false;
 };
 

@@ -396,6 +396,99 @@ TEST(UpdateIndex, PythonReceiversFollowBasesAndResultsAcrossFiles) {
   EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
 }
 
+// Edits that change only what a name's type is, in one file, relink the callers in other files
+// that reached a function or method through it: a package's re-export moved or removed, a module
+// imported under another name, a return annotation, a base class, a field's annotation; Go's
+// result and field types.
+TEST(UpdateIndex, TypeOnlyEditsRelinkCallersInOtherFiles) {
+  indexer_test::TempRepo repo;
+  auto two = [](const char* a, const char* b) {
+    return std::string("class ") + a + ":\n    def run(self):\n        pass\n\n\nclass " + b +
+           ":\n    def run(self):\n        pass\n";
+  };
+  repo.write("kit/__init__.py", "from .a import Thing\n");
+  repo.write("kit/a.py", "class Thing:\n    def run(self):\n        pass\n");
+  repo.write("kit/b.py", "class Thing:\n    def run(self):\n        pass\n");
+  repo.write("tools/__init__.py", "from . import one as impl\n");
+  repo.write("tools/one.py", "def run():\n    pass\n");
+  repo.write("tools/two.py", "def run():\n    pass\n");
+  repo.write("kit/pq.py", two("P", "Q"));
+  repo.write("kit/fac.py", "from kit.pq import P, Q\n\n\ndef make() -> P:\n    return get()\n");
+  repo.write("kit/mid.py", "from kit.pq import P, Q\n\n\nclass Mid(P):\n    pass\n");
+  repo.write("kit/holder.py", "from kit.pq import P, Q\n\n\nclass Holder:\n    part: P\n");
+  repo.write(
+      "app.py",
+      "import kit\nimport tools\nfrom kit import Thing\nfrom kit.fac import make\nfrom kit.mid "
+      "import "
+      "Mid\nfrom kit.holder import Holder\n\n\ndef main(h: Holder):\n    t = Thing()\n"
+      "    t.run()\n    kit.Thing().run()\n    Thing.run(t)\n    make().run()\n    Mid().run()\n"
+      "    h.part.run()\n    tools.impl.run()\n");
+  repo.write("go/app/types.go",
+             "package app\n\ntype Engine struct{}\n\nfunc (e *Engine) Run() {}\n\n"
+             "type Router struct{}\n\nfunc (r *Router) Run() {}\n");
+  repo.write("go/app/holder.go",
+             "package app\n\ntype Holder struct{ e *Engine }\n\n"
+             "func (h *Holder) Get() *Engine { return nil }\n");
+  repo.write("go/app/main.go",
+             "package app\n\nfunc main(h *Holder) {\n\th.e.Run()\n\th.Get().Run()\n}\n");
+  indexer::update_index(repo.root());
+  auto runs = [&] {
+    std::set<std::string> out;
+    for (const auto& line : dump(repo.root())) {
+      if (line.starts_with("call app.main") &&
+          (line.find(".run") != std::string::npos || line.find(".Run") != std::string::npos))
+        out.insert(line.substr(14));
+    }
+    return out;
+  };
+  using Calls = std::set<std::string>;
+  EXPECT_EQ(runs(), (Calls{"-> app.Engine.Run x2", "-> kit.a.Thing.run x3", "-> kit.pq.P.run x3",
+                           "-> tools.one.run x1"}));
+  const std::vector<std::tuple<std::string, std::string, Calls>> edits = {
+      {"kit/__init__.py",
+       "from .b import Thing\n",
+       {"-> app.Engine.Run x2", "-> kit.b.Thing.run x3", "-> kit.pq.P.run x3",
+        "-> tools.one.run x1"}},
+      {"kit/__init__.py",
+       "",
+       {"-> app.Engine.Run x2", "-> kit.pq.P.run x3", "-> tools.one.run x1"}},
+      {"kit/fac.py",
+       "from kit.pq import P, Q\n\n\ndef make() -> Q:\n    return get()\n",
+       {"-> app.Engine.Run x2", "-> kit.pq.P.run x2", "-> kit.pq.Q.run x1", "-> tools.one.run x1"}},
+      {"kit/mid.py",
+       "from kit.pq import P, Q\n\n\nclass Mid(Q):\n    pass\n",
+       {"-> app.Engine.Run x2", "-> kit.pq.P.run x1", "-> kit.pq.Q.run x2", "-> tools.one.run x1"}},
+      {"kit/holder.py",
+       "from kit.pq import P, Q\n\n\nclass Holder:\n    part: Q\n",
+       {"-> app.Engine.Run x2", "-> kit.pq.Q.run x3", "-> tools.one.run x1"}},
+      {"kit/__init__.py",
+       "from .a import *\n",
+       {"-> app.Engine.Run x2", "-> kit.a.Thing.run x3", "-> kit.pq.Q.run x3",
+        "-> tools.one.run x1"}},
+      {"tools/__init__.py",
+       "from . import two as impl\n",
+       {"-> app.Engine.Run x2", "-> kit.a.Thing.run x3", "-> kit.pq.Q.run x3",
+        "-> tools.two.run x1"}},
+      {"go/app/holder.go",
+       "package app\n\ntype Holder struct{ e *Router }\n\n"
+       "func (h *Holder) Get() *Engine { return nil }\n",
+       {"-> app.Engine.Run x1", "-> app.Router.Run x1", "-> kit.a.Thing.run x3",
+        "-> kit.pq.Q.run x3", "-> tools.two.run x1"}},
+      {"go/app/holder.go",
+       "package app\n\ntype Holder struct{ e *Router }\n\n"
+       "func (h *Holder) Get() *Router { return nil }\n",
+       {"-> app.Router.Run x2", "-> kit.a.Thing.run x3", "-> kit.pq.Q.run x3",
+        "-> tools.two.run x1"}},
+  };
+  for (const auto& [path, text, expected] : edits) {
+    SCOPED_TRACE(path + ": " + text);
+    repo.write(path, text);
+    indexer::update_index(repo.root());
+    EXPECT_EQ(runs(), expected);
+    EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
+  }
+}
+
 // Runs `tamsel index` and kills it with SIGKILL half-way through.
 void index_and_kill(const fs::path& root) {
   int err[2];

@@ -1,6 +1,9 @@
 #include "orvane_tamsel/index/index_folder.h"
 
+#include <unistd.h>
+
 #include <fstream>
+#include <string>
 #include <system_error>
 
 namespace orvane_tamsel::index {
@@ -15,8 +18,9 @@ std::filesystem::path ensure_index_folder(const std::filesystem::path& repositor
   auto ignore = folder / ".gitignore";
   std::error_code ec;
   if (!std::filesystem::exists(ignore, ec)) {
-    // Written beside the file and renamed, so that a reader never sees half of it.
-    auto partial = folder / ".gitignore.partial";
+    // Written beside the file and renamed, so that a reader never sees half of it. Another run
+    // may write it at the same moment: each writes its own file and the last rename wins.
+    auto partial = folder / (".gitignore." + std::to_string(::getpid()) + ".partial");
     {
       std::ofstream out(partial, std::ios::binary | std::ios::trunc);
       out << "# The index of tamsel, rebuilt from the sources: never committed.\n*\n";
@@ -25,7 +29,7 @@ std::filesystem::path ensure_index_folder(const std::filesystem::path& repositor
                                                 std::make_error_code(std::errc::io_error));
       }
     }
-    std::filesystem::rename(partial, ignore);
+    std::filesystem::rename(partial, ignore);  // replaces another run's copy, also atomically
   }
   return folder;
 }

@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "orvane_tamsel/index/meaning_words.h"
+
 namespace orvane_tamsel::index {
 
 const char* const MEANING_TABLES = R"sql(
@@ -28,6 +30,7 @@ constexpr const char* GENERATION_KEY = "meaning_generation";
 constexpr const char* WORDS_GENERATION_KEY = "meaning_words_generation";
 constexpr const char* DIMS_KEY = "meaning_dims";
 constexpr const char* LEARNED_KEY = "meaning_learned_from";
+constexpr const char* PRODUCTION_KEY = "production_symbols";
 
 std::optional<std::int64_t> meta_integer(Database& db, const char* key) {
   auto st = db.prepare("SELECT value FROM meta WHERE key = ?");
@@ -67,6 +70,35 @@ std::int64_t meaning_words_generation(Database& db) {
 std::int64_t meaning_learned_from(Database& db) {
   return meta_integer(db, LEARNED_KEY).value_or(0);
 }
+
+std::string production_symbol_sql(std::string_view row) {
+  std::string r(row);
+  std::string sql = "(" + r + ".is_test = 0 AND " + r + ".kind IN (";
+  bool first = true;
+  for (const auto& k : retrievable_kinds()) {
+    sql += (first ? "'" : ", '") + k + "'";
+    first = false;
+  }
+  return sql + "))";
+}
+
+std::optional<std::int64_t> stored_production_symbols(Database& db) {
+  return meta_integer(db, PRODUCTION_KEY);
+}
+
+void store_production_symbols(Database& db, std::int64_t count) {
+  put_meta(db, PRODUCTION_KEY, count);
+}
+
+const char* const DROP_GONE_VECTORS = R"sql(
+CREATE TEMP TRIGGER IF NOT EXISTS symbol_vector_gone AFTER DELETE ON symbols
+  WHEN EXISTS (SELECT 1 FROM meaning_symbols WHERE symbol_id = old.id)
+  BEGIN
+    DELETE FROM meaning_symbols WHERE symbol_id = old.id;
+    INSERT OR REPLACE INTO meaning_changes VALUES(old.id, 1 + coalesce(
+      (SELECT CAST(value AS INTEGER) FROM meta WHERE key = 'meaning_generation'), 0));
+  END;
+)sql";
 
 std::int64_t meaning_changed_since_learning(Database& db) {
   auto st = db.prepare("SELECT count(*) FROM meaning_changes");
@@ -145,8 +177,6 @@ MeaningSymbolWriter::MeaningSymbolWriter(Database& db, std::int64_t generation)
       put_(db.prepare("INSERT OR REPLACE INTO meaning_symbols VALUES(?, ?, ?)")),
       drop_(db.prepare("DELETE FROM meaning_symbols WHERE symbol_id = ?")),
       changed_(db.prepare("INSERT OR REPLACE INTO meaning_changes VALUES(?, ?)")),
-      gone_(db.prepare(
-          "SELECT symbol_id FROM meaning_symbols WHERE symbol_id NOT IN (SELECT id FROM symbols)")),
       generation_(generation) {}
 
 void MeaningSymbolWriter::put(SymbolId id, bool is_test, const std::vector<float>& row) {
@@ -162,13 +192,6 @@ void MeaningSymbolWriter::put(SymbolId id, bool is_test, const std::vector<float
     put_.bind(1, id).bind(2, is_test).bind_blob(3, bytes).run();
   }
   changed_.bind(1, id).bind(2, generation_).run();
-}
-
-void MeaningSymbolWriter::drop_gone() {
-  std::vector<SymbolId> gone;
-  while (gone_.step()) gone.push_back(gone_.integer(0));
-  gone_.reset();
-  for (auto id : gone) put(id, false, {});
 }
 
 void set_meaning_generation(Database& db, std::int64_t generation) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "orvane_tamsel/index/meaning_vectors.h"
@@ -23,6 +24,17 @@ std::int64_t meaning_words_generation(Database& db);
 std::int64_t meaning_learned_from(Database& db);
 // How many symbols got another vector, or lost theirs, since the words were learned.
 std::int64_t meaning_changed_since_learning(Database& db);
+
+// The SQL condition that the symbols row named `row` is production code of a retrievable kind:
+// the symbols that get a vector.
+std::string production_symbol_sql(std::string_view row);
+// How many such symbols the index holds, as the writer keeps the count in meta (nullopt: not
+// kept), so that a small update need not count them.
+std::optional<std::int64_t> stored_production_symbols(Database& db);
+void store_production_symbols(Database& db, std::int64_t count);
+// A trigger that drops a deleted symbol's row and lists it as a change of the coming pass, so
+// that the meaning pass need not look for rows left over.
+extern const char* const DROP_GONE_VECTORS;
 
 // Every word row, for a pass that keeps them.
 MeaningVectors load_meaning_words(Database& db);
@@ -43,11 +55,9 @@ class MeaningSymbolWriter {
  public:
   MeaningSymbolWriter(Database& db, std::int64_t generation);
   void put(SymbolId id, bool is_test, const std::vector<float>& row);
-  // Drops the rows of symbols the index no longer holds.
-  void drop_gone();
 
  private:
-  Statement old_, put_, drop_, changed_, gone_;
+  Statement old_, put_, drop_, changed_;
   std::int64_t generation_;
 };
 // Marks the pass of `generation` done: readers catch up with it.

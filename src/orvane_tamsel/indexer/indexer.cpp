@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <sstream>
@@ -52,6 +53,24 @@ struct Outcome {
   std::optional<ParsedFile> parsed;
 };
 
+// Compiles a language's queries (tens of ms for Python) on a thread of its own, once per process:
+// for a first build while the index is created, for an update from the moment its first file of
+// the language turns out to need parsing, so that parsing it (which needs no query) and the
+// compiling overlap.
+class LanguagePreparer {
+ public:
+  void start(const utils::Language& language) {
+    static std::mutex mutex;
+    static std::set<const utils::Language*> started;
+    std::lock_guard lock(mutex);
+    if (!started.insert(&language).second) return;
+    threads_.emplace_back([&language] { prepare_extraction(language); });
+  }
+
+ private:
+  std::vector<std::jthread> threads_;
+};
+
 // A file to read: new, changed on disk, or renamed by a package folder appearing or vanishing.
 struct Job {
   const WalkedFile* file;
@@ -60,7 +79,7 @@ struct Job {
 };
 
 Outcome read_and_parse(const fs::path& root, const Job& job,
-                       const std::map<std::string, FileState>& states) {
+                       const std::map<std::string, FileState>& states, LanguagePreparer& preparer) {
   const WalkedFile& f = *job.file;
   Outcome out;
   out.state.mtime_ns = f.mtime_ns;
@@ -98,6 +117,7 @@ Outcome read_and_parse(const fs::path& root, const Job& job,
     out.kind = Outcome::touch;
     return out;
   }
+  preparer.start(*f.language);
   try {
     out.parsed = extract(*f.language, f.path, job.module, content);
     out.kind = Outcome::put;
@@ -145,27 +165,24 @@ Plan plan(const WalkResult& walked, const std::map<std::string, FileState>& stat
   return p;
 }
 
-// A first build compiles each language's queries (tens of ms for Python) while the index is
-// created; a later run may parse nothing, so it compiles them only when a file needs them.
-std::jthread prepare_languages(const fs::path& repository_root, const WalkResult& walked) {
-  if (fs::exists(index::index_file(repository_root))) return {};
-  std::set<const utils::Language*> languages;
-  for (const auto& f : walked.files) languages.insert(f.language);
-  return std::jthread([languages] {
-    for (const auto* l : languages) prepare_extraction(*l);
-  });
+// A first build compiles each language's queries while the index is created; a later run may
+// parse nothing, so it compiles them only when a file needs them.
+void prepare_languages(const fs::path& repository_root, const WalkResult& walked,
+                       LanguagePreparer& preparer) {
+  if (fs::exists(index::index_file(repository_root))) return;
+  for (const auto& f : walked.files) preparer.start(*f.language);
 }
 
 // Parses the planned files on every core and writes them, in walk order, in one batch.
 void write_changes(IndexWriter& writer, const fs::path& repository_root, Plan& plan,
-                   const std::map<std::string, FileState>& states,
+                   const std::map<std::string, FileState>& states, LanguagePreparer& preparer,
                    std::map<std::string, std::string> skipped, IndexReport& report,
                    std::vector<std::string>& written,
                    const std::function<void(const Progress&)>& on_progress) {
   const auto& work = plan.work;
   OrderedParse<Outcome> parse(
       work.size(), PARSE_AHEAD,
-      [&](std::size_t i) { return read_and_parse(repository_root, work[i], states); },
+      [&](std::size_t i) { return read_and_parse(repository_root, work[i], states, preparer); },
       [&](std::size_t i, std::int64_t done) {
         if (on_progress) {
           on_progress({done, static_cast<std::int64_t>(work.size()), work[i].file->path});
@@ -212,7 +229,8 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
   auto cache_file = repository_root / ".tamsel" / "folders.cache";
   folder_cache.load(cache_file);
   auto walked = walk(repository_root, options.max_file_size, &folder_cache);
-  auto prepare = prepare_languages(repository_root, walked);
+  LanguagePreparer preparer;
+  prepare_languages(repository_root, walked, preparer);
   std::error_code ec;
   auto real_root = fs::canonical(repository_root, ec);
   std::string root_name = (ec ? repository_root : real_root).filename().string();
@@ -233,7 +251,7 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
     return report;
   }
   std::vector<std::string> written;
-  write_changes(writer, repository_root, work, states, walked.skipped, report, written,
+  write_changes(writer, repository_root, work, states, preparer, walked.skipped, report, written,
                 on_progress);
   meaning::update_meaning(writer.database(), written);
   finish_report(report, writer.stats(), started);

@@ -37,8 +37,10 @@
 //   changed_files(id)    files written in this batch (read only)
 //   gone_files(id)       files removed in this batch (read only)
 //   affected(fqn, head, tail)  names that appeared, vanished or changed: add through `affect`
+//   rebound(fqn)         the affected names an import binds anew: add through `rebind`
 //   relink(site_id)      sites to link: all with a name or fallbacks on a full build; on an
-//                        update those of changed files and those naming `affected` names.
+//                        update those of changed files, those naming `affected` names and
+//                        those naming a member of a `rebound` name.
 //                        A plug-in may add up to after_imports, later read only
 //   reimport(id)         imports to link: may add up to after_relink
 //   new_text(id)         symbols whose text rows the writer adds after after_relink (update)
@@ -74,6 +76,10 @@ class LinkingContext {
   virtual bool full_build() const = 0;
   // Sites and imports naming `fqn` are linked again (nothing on a full build).
   virtual void affect(const std::string& fqn) = 0;
+  // `fqn` is a name an import binds, which now binds something else (`from . import a as impl`
+  // became `... b as impl`): as affect(), and also the sites naming a member through it
+  // (`impl.f`, `impl.Cls.m`).
+  virtual void rebind(const std::string& fqn) = 0;
 };
 
 // A symbol row as stored (or as it would be written).

@@ -16,20 +16,14 @@ constexpr double RELEARN_FACTOR = 2.0;
 // new since then are unknown to them.
 constexpr double CHANGED_SHARE = 0.25;
 
-std::string kinds_list() {
-  std::string list;
-  for (const auto& k : index::retrievable_kinds()) list += (list.empty() ? "'" : ", '") + k + "'";
-  return list;
-}
-
 // Production symbols only: tests, three in four symbols of Python's standard library, repeat
 // the names of what they test, which the text search finds, and their vectors would make every
 // reader load four times as much.
 const std::string& symbol_select() {
   static const std::string sql =
       "SELECT s.id, s.is_test, s.name, s.parent_fqn, coalesce(s.docstring, ''), "
-      "coalesce(s.signature, '') FROM symbols s WHERE s.is_test = 0 AND s.kind IN (" +
-      kinds_list() + ")";
+      "coalesce(s.signature, '') FROM symbols s WHERE " +
+      index::production_symbol_sql("s");
   return sql;
 }
 
@@ -37,7 +31,9 @@ index::SymbolText text_of(const index::Statement& st) {
   return {st.text(2), st.text(3), st.text(4), st.text(5)};
 }
 
+// The writer keeps the count; an index written before it did is counted once.
 std::int64_t production_symbols(index::Database& db) {
+  if (auto stored = index::stored_production_symbols(db)) return *stored;
   auto st = db.prepare("SELECT count(*) FROM (" + symbol_select() + ")");
   return st.step() ? st.integer(0) : 0;
 }
@@ -76,11 +72,11 @@ bool relearn(index::Database& db) {
 }
 
 // Gives the symbols of each changed file their vectors from the stored words, and drops the rows
-// of symbols that are gone or no longer production code of a retrievable kind.
+// of symbols no longer production code of a retrievable kind (the writer's trigger dropped those
+// of symbols that are gone, and listed them as changes).
 void update_files(index::Database& db, index::MeaningSymbolWriter& writer,
                   const std::vector<std::string>& changed_paths) {
   auto words = index::load_meaning_words(db);
-  writer.drop_gone();
   auto of_file =
       db.prepare(symbol_select() + " AND s.file_id = (SELECT id FROM files WHERE path = ?)");
   auto held = db.prepare(

@@ -18,7 +18,7 @@ constexpr const char* ALL_SITES =
     "SELECT id, file_id, receiver, member, receiver_evidence, target_fqn, evidence, 1, '' "
     "FROM call_sites WHERE receiver <> ''";
 // Sites to link (new ones), then every receiver site of a file whose evaluations consulted an
-// affected name: that file's dependencies are written anew.
+// affected name or a member of a rebound one: that file's dependencies are written anew.
 constexpr const char* CHANGED_SITES = R"sql(
 SELECT c.id, c.file_id, c.receiver, c.member, c.receiver_evidence, c.target_fqn, c.evidence, 1,
        ''
@@ -26,7 +26,9 @@ SELECT c.id, c.file_id, c.receiver, c.member, c.receiver_evidence, c.target_fqn,
 UNION ALL
 SELECT c.id, c.file_id, c.receiver, c.member, c.receiver_evidence, c.target_fqn, c.evidence, 0,
        coalesce((SELECT k.module FROM call_scopes k WHERE k.site_id = c.id), '')
-  FROM (SELECT DISTINCT d.file_id FROM affected a CROSS JOIN type_deps d ON d.fqn = a.fqn) x
+  FROM (SELECT d.file_id FROM affected a CROSS JOIN type_deps d ON d.fqn = a.fqn
+        UNION SELECT d.file_id FROM rebound a CROSS JOIN type_deps d
+          ON d.fqn > a.fqn || '.' AND d.fqn < a.fqn || '/') x
   CROSS JOIN call_sites c ON c.file_id = x.file_id WHERE c.receiver <> ''
 )sql";
 

@@ -78,7 +78,8 @@ struct BatchWriter : Connection, Statements, LinkingContext {
   // changes to them.
   std::optional<std::pair<std::int64_t, std::int64_t>> stored_calls;
   std::int64_t resolved_delta = 0, unresolved_delta = 0;
-  std::optional<std::int64_t> stored_symbols;  // as stored before the batch; symbol_delta counts
+  // The symbol counts as stored before the batch (both known: symbol_delta counts the changes).
+  std::optional<std::int64_t> stored_symbols, stored_production;
   std::optional<std::string> find_file_component;  // of the file file_id_of() last found
   bool find_file_is_test = false;
   std::string find_file_module;
@@ -87,6 +88,7 @@ struct BatchWriter : Connection, Statements, LinkingContext {
   index::Database& database() override { return db; }
   bool full_build() const override { return bulk; }
   void affect(const std::string& fqn) override;
+  void rebind(const std::string& fqn) override;
   const std::vector<LinkingPlugin*>& plugins_for(const std::string& language) const;
 
   // commit.cpp: the batch and its commit

@@ -1,17 +1,24 @@
 // A batch: beginning it, linking what it changed at commit, and keeping the summary's counts.
 
 #include "orvane_tamsel/index/schema.h"
+#include "orvane_tamsel/index/sqlite_meaning.h"
 #include "orvane_tamsel/indexer/writer/batch_writer.h"
 
 namespace orvane_tamsel::indexer::writer {
 
 namespace {
 
-// Sites to link again besides the new ones: those naming an fqn that appeared or vanished.
+// Sites to link again besides the new ones: those naming an fqn that appeared or vanished, and
+// those naming a member of a name bound anew (`n.` up to `n/`, the next character: a range of
+// the index on names).
 constexpr const char* RELINK_CHANGED = R"sql(
 INSERT OR IGNORE INTO relink SELECT c.id FROM affected a CROSS JOIN call_sites c
   ON c.target_fqn = a.fqn AND c.target_fqn <> '';
 INSERT OR IGNORE INTO relink SELECT b.site_id FROM affected a CROSS JOIN call_fallbacks b ON b.fqn = a.fqn;
+INSERT OR IGNORE INTO relink SELECT c.id FROM rebound a CROSS JOIN call_sites c
+  ON c.target_fqn > a.fqn || '.' AND c.target_fqn < a.fqn || '/';
+INSERT OR IGNORE INTO relink SELECT b.site_id FROM rebound a CROSS JOIN call_fallbacks b
+  ON b.fqn > a.fqn || '.' AND b.fqn < a.fqn || '/';
 INSERT OR IGNORE INTO reimport SELECT i.id FROM affected a CROSS JOIN imports i ON i.module = a.fqn;
 INSERT OR IGNORE INTO reimport
   SELECT i.id FROM affected a CROSS JOIN imports i ON i.module = a.head AND i.name = a.tail;
@@ -108,7 +115,13 @@ void BatchWriter::begin() {
   if (bulk) index::drop_deferrable_indexes(db);
   stored_calls = bulk ? std::nullopt : read_stored_calls();
   stored_symbols = bulk ? std::nullopt : read_stored_symbols();
-  db.exec(stored_symbols ? COUNT_SYMBOLS : STOP_COUNTING_SYMBOLS);
+  stored_production = bulk ? std::nullopt : index::stored_production_symbols(db);
+  if (!stored_symbols || !stored_production) stored_symbols = stored_production = std::nullopt;
+  if (stored_symbols) {
+    db.exec(count_symbols_sql());
+  } else {
+    db.exec(STOP_COUNTING_SYMBOLS);
+  }
   components_changed = false;
   resolved_delta = unresolved_delta = 0;
   for (auto& p : plugins) p->begin_batch(*this);
@@ -186,16 +199,22 @@ void BatchWriter::store_calls() {
     calls = {st.integer(0), st.integer(1) - st.integer(0)};
   }
   auto count =
-      db.prepare(stored_symbols ? "SELECT n FROM symbol_delta" : "SELECT count(*) FROM symbols");
+      db.prepare(stored_symbols ? "SELECT n, p FROM symbol_delta"
+                                : "SELECT count(*), coalesce(sum(" +
+                                      index::production_symbol_sql("s") + "), 0) FROM symbols s");
   count.step();
   // An edit that moved nothing leaves the page as it is.
-  if (stored_calls && stored_symbols && calls == *stored_calls && count.integer(0) == 0) return;
+  if (stored_calls && stored_symbols && calls == *stored_calls && count.integer(0) == 0 &&
+      count.integer(1) == 0) {
+    return;
+  }
   auto put = db.prepare("INSERT OR REPLACE INTO meta VALUES(?, ?)");
   put.bind(1, RESOLVED_KEY).bind(2, std::to_string(calls.first)).run();
   put.bind(1, UNRESOLVED_KEY).bind(2, std::to_string(calls.second)).run();
   put.bind(1, SYMBOLS_KEY)
       .bind(2, std::to_string(stored_symbols.value_or(0) + count.integer(0)))
       .run();
+  index::store_production_symbols(db, stored_production.value_or(0) + count.integer(1));
 }
 
 void BatchWriter::rollback() {

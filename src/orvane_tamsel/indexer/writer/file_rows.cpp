@@ -31,6 +31,12 @@ void BatchWriter::affect(const std::string& fqn) {
   if (tail == "__init__" && !head.empty()) affect(head);
 }
 
+void BatchWriter::rebind(const std::string& fqn) {
+  if (bulk) return;
+  affect(fqn);
+  mark_rebound.bind(1, fqn).run();
+}
+
 // The names an import binds in `module`, which other modules may import from it in turn.
 void BatchWriter::affect_binding(const Binding& b) {
   const auto& [module, from, name, alias] = b;
@@ -41,9 +47,9 @@ void BatchWriter::affect_binding(const Binding& b) {
     public_names.bind(1, imp.module);
     while (public_names.step()) names.push_back(public_names.text(0));
     public_names.reset();
-    for (const auto& n : names) affect(module + "." + n);
+    for (const auto& n : names) rebind(module + "." + n);
   } else if (!imp.alias.empty() || !imp.name.empty()) {
-    affect(module + "." + (imp.alias.empty() ? imp.name : imp.alias));
+    rebind(module + "." + (imp.alias.empty() ? imp.name : imp.alias));
   }
 }
 

@@ -1,5 +1,6 @@
 #include "orvane_tamsel/indexer/writer/statements.h"
 
+#include "orvane_tamsel/index/sqlite_meaning.h"
 #include "orvane_tamsel/indexer/types/receiver_stage.h"
 
 namespace orvane_tamsel::indexer::writer {
@@ -15,30 +16,42 @@ namespace {
 constexpr const char* BATCH_TABLES = R"sql(
 CREATE TEMP TABLE IF NOT EXISTS changed_files(id INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS affected(fqn TEXT PRIMARY KEY, head TEXT, tail TEXT);
+CREATE TEMP TABLE IF NOT EXISTS rebound(fqn TEXT PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS relink(site_id INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS reimport(id INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS gone_files(id INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS new_text(id INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS linked_apart(file_id INTEGER PRIMARY KEY);
-CREATE TEMP TABLE IF NOT EXISTS symbol_delta(n INTEGER NOT NULL);
+CREATE TEMP TABLE IF NOT EXISTS symbol_delta(n INTEGER NOT NULL, p INTEGER NOT NULL);
 )sql";
 
 }  // namespace
 
-const char* const COUNT_SYMBOLS = R"sql(
-CREATE TEMP TRIGGER IF NOT EXISTS symbol_added AFTER INSERT ON symbols
-  BEGIN UPDATE symbol_delta SET n = n + 1; END;
-CREATE TEMP TRIGGER IF NOT EXISTS symbol_removed AFTER DELETE ON symbols
-  BEGIN UPDATE symbol_delta SET n = n - 1; END;
-)sql";
+const std::string& count_symbols_sql() {
+  static const std::string sql =
+      "CREATE TEMP TRIGGER IF NOT EXISTS symbol_added AFTER INSERT ON symbols BEGIN "
+      "UPDATE symbol_delta SET n = n + 1, p = p + " +
+      index::production_symbol_sql("new") +
+      "; END;\n"
+      "CREATE TEMP TRIGGER IF NOT EXISTS symbol_removed AFTER DELETE ON symbols BEGIN "
+      "UPDATE symbol_delta SET n = n - 1, p = p - " +
+      index::production_symbol_sql("old") +
+      "; END;\n"
+      "CREATE TEMP TRIGGER IF NOT EXISTS symbol_retyped AFTER UPDATE OF kind, is_test ON symbols "
+      "BEGIN UPDATE symbol_delta SET p = p + " +
+      index::production_symbol_sql("new") + " - " + index::production_symbol_sql("old") + "; END;";
+  return sql;
+}
 const char* const STOP_COUNTING_SYMBOLS =
-    "DROP TRIGGER IF EXISTS symbol_added; DROP TRIGGER IF EXISTS symbol_removed;";
+    "DROP TRIGGER IF EXISTS symbol_added; DROP TRIGGER IF EXISTS symbol_removed; "
+    "DROP TRIGGER IF EXISTS symbol_retyped;";
 
 Statements::Statements(index::Database& db) {
   db.exec("PRAGMA temp_store = MEMORY");
   db.exec("PRAGMA cache_size = -65536");
   db.exec(BATCH_TABLES);
-  db.exec(COUNT_SYMBOLS);
+  db.exec(count_symbols_sql());
+  db.exec(index::DROP_GONE_VECTORS);
   prepare_file_rows(db);
   prepare_site_rows(db);
 }
@@ -91,6 +104,7 @@ void Statements::prepare_site_rows(index::Database& db) {
   mark_changed = db.prepare("INSERT OR IGNORE INTO changed_files VALUES(?)");
   mark_new_text = db.prepare("INSERT OR IGNORE INTO new_text VALUES(?)");
   mark_affected = db.prepare("INSERT OR IGNORE INTO affected VALUES(?, ?, ?)");
+  mark_rebound = db.prepare("INSERT OR IGNORE INTO rebound VALUES(?)");
   old_bindings = db.prepare(
       "SELECT f.module, i.module, i.name, i.alias FROM imports i JOIN files f "
       "ON f.id = i.file_id WHERE i.file_id = ?");

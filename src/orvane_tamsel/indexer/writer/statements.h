@@ -1,6 +1,7 @@
 #pragma once
 // The writer's batch tables and the prepared statements every language's files go through.
 
+#include <string>
 #include <vector>
 
 #include "orvane_tamsel/index/sqlite_db.h"
@@ -9,11 +10,13 @@ namespace orvane_tamsel::indexer::writer {
 
 // Empties the batch tables (see linking_plugin.h) and restarts the symbol count.
 inline constexpr const char* CLEAR_BATCH_TABLES =
-    "DELETE FROM changed_files; DELETE FROM affected; DELETE FROM relink; DELETE FROM reimport; "
+    "DELETE FROM changed_files; DELETE FROM affected; DELETE FROM rebound; DELETE FROM relink; "
+    "DELETE FROM reimport; "
     "DELETE FROM gone_files; DELETE FROM new_text; DELETE FROM linked_apart; "
-    "DELETE FROM symbol_delta; INSERT INTO symbol_delta VALUES(0);";
-// An update counts the symbols it adds and removes (a full build counts them once at the end).
-extern const char* const COUNT_SYMBOLS;
+    "DELETE FROM symbol_delta; INSERT INTO symbol_delta VALUES(0, 0);";
+// An update counts the symbols it adds and removes, and the production symbols among them (a
+// full build counts them once at the end).
+const std::string& count_symbols_sql();
 extern const char* const STOP_COUNTING_SYMBOLS;
 
 struct Statements {
@@ -24,7 +27,8 @@ struct Statements {
       delete_file, insert_symbol, update_symbol, rename_symbol, delete_symbol, insert_text,
       insert_name_gram, delete_text, delete_name_gram, insert_path_gram, delete_path_gram,
       mark_new_text, insert_site, insert_fallback, insert_scope, insert_import, mark_changed,
-      mark_affected, old_bindings, public_names, file_language, file_sites, relinked_resolved;
+      mark_affected, mark_rebound, old_bindings, public_names, file_language, file_sites,
+      relinked_resolved;
   std::vector<index::Statement> clear_contents;
   index::Statement delete_file_symbols, clear_imports, old_imports, import_line, delete_import,
       mark_reimport, old_sites, site_line, edge_line, mark_relink;

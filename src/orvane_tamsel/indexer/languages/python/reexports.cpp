@@ -55,7 +55,7 @@ Reexports::Reexports(index::Database& db) {
 }
 
 // What appeared or vanished is also named, through re-exports, by the modules importing it:
-// their sites are linked again too.
+// their sites are linked again too (and the members' sites, of a name an import bound anew).
 void Reexports::before_relink(LinkingContext& ctx) {
   auto& db = ctx.database();
   std::vector<std::string> todo;
@@ -63,21 +63,34 @@ void Reexports::before_relink(LinkingContext& ctx) {
     auto st = db.prepare("SELECT fqn FROM affected");
     while (st.step()) todo.push_back(st.text(0));
   }
-  std::set<std::string> seen(todo.begin(), todo.end());
+  std::set<std::string> seen(todo.begin(), todo.end()), rebound;
+  {
+    auto st = db.prepare("SELECT fqn FROM rebound");
+    while (st.step()) rebound.insert(st.text(0));
+  }
   for (int depth = 0; depth < MAX_REEXPORTS && !todo.empty(); ++depth) {
     std::vector<std::string> next;
     for (const auto& f : todo) {
+      bool rebinds = rebound.count(f) != 0;
       each_split(f,
                  [&](const std::string& module, const std::string& name, const std::string& rest) {
                    reexporters_.bind(1, module).bind(2, name);
                    while (reexporters_.step()) {
                      auto alias = reexporters_.text(0) + rest;
                      if (seen.insert(alias).second) next.push_back(alias);
+                     // What a re-export of a name bound anew names is bound anew too.
+                     if (rebinds) rebound.insert(alias);
                    }
                    reexporters_.reset();
                  });
     }
-    for (const auto& a : next) ctx.affect(a);
+    for (const auto& a : next) {
+      if (rebound.count(a) != 0) {
+        ctx.rebind(a);
+      } else {
+        ctx.affect(a);
+      }
+    }
     todo = std::move(next);
   }
 }
