@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "orvane_tamsel/indexer/languages/tagged.h"
+#include "orvane_tamsel/indexer/languages/type_steps.h"
 
 namespace orvane_tamsel::indexer::go::detail {
 
@@ -20,9 +21,6 @@ inline constexpr std::array<std::string_view, 22> PREDECLARED = {
     "any",     "bool",  "byte",   "comparable", "complex64", "complex128", "error", "float32",
     "float64", "int",   "int8",   "int16",      "int32",     "int64",      "rune",  "string",
     "uint",    "uint8", "uint16", "uint32",     "uint64",    "uintptr"};
-
-// Longer receiver expressions are not worth keeping (generated code chains).
-inline constexpr std::size_t MAX_EXPR = 300;
 
 // `clear`, `max` and `min` are left out: code written before they were built in defines its own.
 inline constexpr std::array<std::string_view, 15> BUILTINS = {

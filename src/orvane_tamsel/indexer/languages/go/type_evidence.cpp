@@ -19,14 +19,8 @@ std::string result_field(std::size_t n) {
 // `step` ("/name", "/[]") appended to each alternative of `base`; empty when too long.
 TypeExpr append_step(const TypeExpr& base, std::string_view step) {
   if (base.empty()) return {};
-  TypeExpr out;
-  for (std::size_t at = 0; at <= base.size();) {
-    auto bar = std::min(base.find('|', at), base.size());
-    if (!out.empty()) out.push_back('|');
-    out.append(base, at, bar - at).append(step);
-    at = bar + 1;
-  }
-  return out.size() > MAX_EXPR ? TypeExpr{} : out;
+  auto out = each_alternative(base, step);
+  return out.size() > MAX_TYPE_EXPR ? TypeExpr{} : out;
 }
 
 }  // namespace
@@ -107,7 +101,7 @@ TypeExpr Rules::nth_result(const TypeExpr& call, std::size_t n) {
 }
 
 TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
-  if (ts_node_is_null(e) || depth > 12) return {};
+  if (ts_node_is_null(e) || depth > MAX_TYPE_DEPTH) return {};
   if (is(e, "parenthesized_expression")) return expr_type(ts_node_named_child(e, 0), fn, depth + 1);
   if (is(e, "unary_expression")) {
     auto op = ts_node_child(e, 0);
@@ -329,7 +323,7 @@ void Rules::record_typed(TSNode node, std::size_t fn) {
     } else if (values.size() == 1 && is(values[0], "call_expression")) {
       t = nth_result(expr_type(values[0], fn), i + 1);
     }
-    if (t.size() > MAX_EXPR) t.clear();
+    if (t.size() > MAX_TYPE_EXPR) t.clear();
     if (fn != 0 || frame_of_type("func_literal") != NONE) {
       declare(fn, names[i], t, ts_node_end_byte(node));
     } else if (auto d = defined_.find(join(package_, text(names[i]))); d != defined_.end()) {
@@ -366,7 +360,7 @@ void Rules::record_field(TSNode field) {
 void Rules::resolve_typed(TSNode operand, const std::string& member, std::size_t fn,
                           ParsedCall& call) {
   auto type = expr_type(operand, fn);
-  if (type.empty() || type.size() > MAX_EXPR) return;
+  if (type.empty() || type.size() > MAX_TYPE_EXPR) return;
   call.receiver = type;
   call.member = member;
   TSNode inner = operand;
