@@ -156,28 +156,29 @@ void Extraction::enter(TSNode node) {
   frame.node = node;
   if (!frames_.empty()) {
     Frame& parent = frames_.back();
-    auto start_row = static_cast<std::int64_t>(ts_node_start_point(node).row);
+    // whether the comment run before the node ends on the line before it or on its own line
+    auto run_reaches = [&] {
+      return !is_null(parent.run_last) &&
+             ts_node_end_point(parent.run_last).row + 1 >= ts_node_start_point(node).row;
+    };
     if (keeps_doc(node)) {
       // the comment run stays open for the definition after it
     } else if (is_comment(node)) {
-      bool trailing = start_row == parent.last_code_row;
-      bool joins =
-          !is_null(parent.run_last) &&
-          static_cast<std::int64_t>(ts_node_end_point(parent.run_last).row) + 1 >= start_row;
+      bool trailing = !is_null(parent.last_code) &&
+                      ts_node_start_point(node).row == ts_node_end_point(parent.last_code).row;
       if (trailing) {
         parent.run_first = parent.run_last = TSNode{};
       } else {
-        if (!joins) parent.run_first = node;
+        if (!run_reaches()) parent.run_first = node;
         parent.run_last = node;
       }
     } else {
-      if (!is_null(parent.run_last) &&
-          static_cast<std::int64_t>(ts_node_end_point(parent.run_last).row) + 1 >= start_row) {
+      if (run_reaches()) {
         frame.doc_first = parent.run_first;
         frame.doc_last = parent.run_last;
       }
       parent.run_first = parent.run_last = TSNode{};
-      parent.last_code_row = static_cast<std::int64_t>(ts_node_end_point(node).row);
+      parent.last_code = node;
     }
   }
   frame.scope = scope_of(node);

@@ -1,7 +1,8 @@
 #pragma once
-// The extraction the tag-driven languages share: the grammar's tags.scm (plus a language's own
-// query files) names definitions and calls; a language's rules, a subclass, say what tags do not
-// (kinds, fqn scopes, imports, test code, how a call is resolved).
+// The extraction every language shares: the grammar's tags.scm (plus a language's own query
+// files) names definitions and calls; a language's rules, a subclass, say what tags do not
+// (kinds, fqn scopes, imports, test code, how a call is resolved), and may keep the other
+// matches of the same query pass for passes of their own.
 
 #include <tree_sitter/api.h>
 
@@ -43,9 +44,10 @@ struct Frame {
   std::string scope;  // the fqn part this node adds for what it holds (namespace, class)
   std::size_t symbol = static_cast<std::size_t>(-1);  // index into ParsedFile::symbols
   TSNode doc_first{}, doc_last{};                     // the comments right before this node, if any
-  // for the children: the comment run being collected and where the last non-comment ended
+  // for the children: the comment run being collected and the last non-comment (its end row is
+  // read only when a comment follows: most nodes never need it)
   TSNode run_first{}, run_last{};
-  std::int64_t last_code_row = -1;
+  TSNode last_code{};
 };
 
 // A call site waiting for the whole file to be read before it is resolved.
