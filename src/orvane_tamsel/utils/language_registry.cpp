@@ -47,7 +47,7 @@ Language python_language() {
           {},
           tree_sitter_python,
           "tree-sitter-python",
-          {"tags", "signatures", "docstrings", "imports", "calls", "locals", "instances", "types"},
+          {"tags", "signatures", "docstrings", "imports", "locals", "instances", "types"},
           {"test_*.py", "*_test.py", "conftest.py"},
           {"tests", "test"},
           {"__init__.py", "__init__.pyi"}};

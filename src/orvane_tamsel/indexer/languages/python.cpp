@@ -43,8 +43,6 @@ Query compile(const utils::Language& language) {
       {"docstring", DOCSTRING},
       {"definition", DOC_OWNER},
       {"import", IMPORT},
-      {"callee", CALLEE},
-      {"decorator", DECORATOR},
       {"local", LOCAL},
       {"instance", INSTANCE},
       {"class", INSTANCE_CLASS},
@@ -64,7 +62,7 @@ Query compile(const utils::Language& language) {
     out.roles.push_back(it == NAMES.end() ? OTHER : it->second);
     if (it == NAMES.end()) ts_query_disable_capture(q, name, len);
   }
-  // Call sites come from our own pattern; the tags' call references would only be skipped.
+  // Call sites are every call the walk meets; the tags' call references would only be skipped.
   for (std::uint32_t i = 0; i < ts_query_pattern_count(q); ++i) {
     auto a = ts_query_start_byte_for_pattern(q, i), b = ts_query_end_byte_for_pattern(q, i);
     if (std::string_view(compiled.source).substr(a, b - a).find("@reference.") !=
@@ -90,81 +88,72 @@ const Query& query(const utils::Language& language) {
   return q;
 }
 
-ParsedFile Extraction::run() {
-  auto tree = skeleton::parse(language_, path_, src_);
-  root_ = ts_tree_root_node(tree.get());
-  out_ = skeleton::file_record(language_, path_, module_, src_);
-  collect_matches();
+// Sorts a match by what it says: definition tags go on to the walk (and nest as definitions),
+// the rest is kept for the passes after it.
+bool Extraction::take(const TSQueryMatch& m) {
+  Captures caps;
+  for (std::uint16_t i = 0; i < m.capture_count; ++i) {
+    Role r = q_.roles[m.captures[i].index];
+    caps.node[r] = m.captures[i].node;
+    caps.present |= 1U << r;
+  }
+  if (caps.has(NAME)) {
+    for (Role r : {DEF_CLASS, DEF_FUNCTION, DEF_CONSTANT}) {
+      if (caps.has(r)) tags_.push_back({caps.node[r], caps.node[NAME], r});
+    }
+    for (Role r : {DEF_CLASS, DEF_FUNCTION}) {
+      if (!caps.has(r)) continue;
+      TSNode n = caps.node[r];
+      defs_.push_back({n, ts_node_start_byte(n), ts_node_end_byte(n), 0});
+    }
+    return false;
+  }
+  if (caps.has(DECORATED)) {
+    decorators_[ts_node_start_byte(caps.node[DECORATED])] = caps.at(OUTER);
+  } else if (caps.has(HEADER)) {
+    TSNode h = caps.node[HEADER], c = caps.at(COLON);
+    auto a = ts_node_start_byte(h);
+    signatures_[a] = std::string(src_.substr(a, ts_node_end_byte(c) - a));
+  } else if (caps.has(DOCSTRING)) {
+    std::uint32_t key = caps.has(DOC_OWNER) ? ts_node_start_byte(caps.node[DOC_OWNER]) : UINT32_MAX;
+    docstrings_.emplace(key, string_body(caps.node[DOCSTRING]));
+  } else if (caps.has(IMPORT)) {
+    imports_.push_back(caps.node[IMPORT]);
+  } else if (caps.has(LOCAL)) {
+    locals_.push_back(caps.node[LOCAL]);
+  } else if (caps.has(INSTANCE)) {
+    instances_.emplace_back(caps.node[INSTANCE], caps.at(INSTANCE_CLASS));
+  } else if (caps.has(TYPED_TYPE) || caps.has(BOUND_VALUE)) {
+    bool typed = caps.has(TYPED_TYPE);
+    TSNode what = typed ? caps.node[TYPED_TYPE] : caps.node[BOUND_VALUE];
+    if (caps.has(ATTRIBUTE)) {
+      attribute_facts_.push_back({caps.node[ATTRIBUTE], what, typed});
+    } else {
+      name_facts_.push_back({typed ? caps.at(TYPED_NAME) : caps.at(BOUND_NAME), what, typed});
+    }
+  } else if (caps.has(RETURNED)) {
+    returned_.push_back(caps.node[RETURNED]);
+  } else if (caps.has(YIELDED)) {
+    yielded_.push_back(caps.node[YIELDED]);
+  }
+  return true;
+}
+
+void Extraction::matches_read() {
   nest_definitions();
-  collect_definitions();
+  if (auto d = docstrings_.find(UINT32_MAX); d != docstrings_.end()) {
+    out_.symbols.front().docstring = d->second;
+  }
+}
+
+// What the walk's definitions do not say: the passes that need every name of the file.
+void Extraction::finish() {
   collect_imports();
   collect_locals();
   finish_bases();
   collect_instances();
   collect_type_facts();
   collect_types();
-  collect_calls();
-  return std::move(out_);
-}
-
-// One pass of the query over the tree, sorting its matches by what they say.
-void Extraction::collect_matches() {
-  thread_local std::unique_ptr<TSQueryCursor, CursorDeleter> cursor(ts_query_cursor_new());
-  ts_query_cursor_exec(cursor.get(), q_.query.get(), root_);
-  TSQueryMatch m;
-  while (ts_query_cursor_next_match(cursor.get(), &m)) {
-    Captures caps;
-    for (std::uint16_t i = 0; i < m.capture_count; ++i) {
-      Role r = q_.roles[m.captures[i].index];
-      caps.node[r] = m.captures[i].node;
-      caps.present |= 1U << r;
-    }
-    if (caps.has(NAME)) {
-      for (Role r : {DEF_CLASS, DEF_FUNCTION, DEF_CONSTANT}) {
-        if (caps.has(r)) tags_.push_back({caps.node[r], caps.node[NAME], r});
-      }
-      for (Role r : {DEF_CLASS, DEF_FUNCTION}) {
-        if (!caps.has(r)) continue;
-        TSNode n = caps.node[r];
-        defs_.push_back({n, ts_node_start_byte(n), ts_node_end_byte(n), 0});
-      }
-    } else if (caps.has(DECORATED)) {
-      decorated_line_[ts_node_start_byte(caps.node[DECORATED])] = line(caps.at(OUTER));
-      decorators_[ts_node_start_byte(caps.node[DECORATED])] = caps.at(OUTER);
-    } else if (caps.has(HEADER)) {
-      TSNode h = caps.node[HEADER], c = caps.at(COLON);
-      auto a = ts_node_start_byte(h);
-      signatures_[a] = std::string(src_.substr(a, ts_node_end_byte(c) - a));
-    } else if (caps.has(DOCSTRING)) {
-      std::uint32_t key =
-          caps.has(DOC_OWNER) ? ts_node_start_byte(caps.node[DOC_OWNER]) : UINT32_MAX;
-      docstrings_.emplace(key, string_body(caps.node[DOCSTRING]));
-    } else if (caps.has(IMPORT)) {
-      imports_.push_back(caps.node[IMPORT]);
-    } else if (caps.has(CALLEE) || caps.has(DECORATOR)) {
-      if (caps.has(CALLEE)) sites_.emplace_back(caps.node[CALLEE], false);
-      if (caps.has(DECORATOR)) {
-        sites_.emplace_back(caps.node[DECORATOR], true);
-        decorator_calls_.insert(ts_node_start_byte(caps.node[DECORATOR]));
-      }
-    } else if (caps.has(LOCAL)) {
-      locals_.push_back(caps.node[LOCAL]);
-    } else if (caps.has(INSTANCE)) {
-      instances_.emplace_back(caps.node[INSTANCE], caps.at(INSTANCE_CLASS));
-    } else if (caps.has(TYPED_TYPE) || caps.has(BOUND_VALUE)) {
-      bool typed = caps.has(TYPED_TYPE);
-      TSNode what = typed ? caps.node[TYPED_TYPE] : caps.node[BOUND_VALUE];
-      if (caps.has(ATTRIBUTE)) {
-        attribute_facts_.push_back({caps.node[ATTRIBUTE], what, typed});
-      } else {
-        name_facts_.push_back({typed ? caps.at(TYPED_NAME) : caps.at(BOUND_NAME), what, typed});
-      }
-    } else if (caps.has(RETURNED)) {
-      returned_.push_back(caps.node[RETURNED]);
-    } else if (caps.has(YIELDED)) {
-      yielded_.push_back(caps.node[YIELDED]);
-    }
-  }
 }
 
 std::string Extraction::string_body(TSNode s) const {
@@ -208,48 +197,58 @@ TSNode Extraction::enclosing_def(TSNode n) const {
   return i == NONE ? TSNode{} : defs_[i].node;
 }
 
-void Extraction::collect_definitions() {
-  ParsedSymbol mod = skeleton::module_symbol(out_);
-  if (auto d = docstrings_.find(UINT32_MAX); d != docstrings_.end()) mod.docstring = d->second;
-  out_.symbols.push_back(std::move(mod));
-
-  // Matches come in document order, so an enclosing definition is named before its members.
-  std::map<std::string, bool> variables;
-  for (const auto& tag : tags_) {
-    std::string name(text(tag.name));
-    ParsedSymbol s;
-    TSNode node = tag.node;
-    if (tag.role == DEF_CLASS) {
-      s.kind = "class";
-    } else if (tag.role == DEF_FUNCTION) {
-      TSNode outer = enclosing_def(node);
-      s.kind = !ts_node_is_null(outer) && is_class(outer) ? "method" : "function";
-    } else {
-      s.kind = "variable";
-    }
-    TSNode outer = enclosing_def(node);
-    s.parent_fqn = fqn_of(outer);
-    s.fqn = join_dotted(s.parent_fqn, name);
-    s.name = name;
-    s.end_line = end_line(node);
-    auto decorated = decorated_line_.find(ts_node_start_byte(node));
-    s.start_line = decorated != decorated_line_.end() ? decorated->second : line(node);
-    s.is_test = out_.is_test;
-    if (s.kind == "variable") {
-      if (!variables.emplace(s.fqn, true).second) continue;  // rebinding of one constant
-      s.signature = first_line(text(node));
-    } else {
-      auto key = ts_node_start_byte(node);
-      def_fqn_[key] = s.fqn;
-      if (auto sig = signatures_.find(key); sig != signatures_.end()) s.signature = sig->second;
-      if (auto d = docstrings_.find(key); d != docstrings_.end()) s.docstring = d->second;
-      bind(outer, name,
-           {s.fqn, ts_node_is_null(outer) ? "same-file" : "same-scope", s.kind == "class"});
-      if (s.kind == "class") class_nodes_.emplace_back(node, out_.symbols.size());
-    }
-    if (s.kind != "class") typed_symbols_.emplace_back(node, out_.symbols.size());
-    out_.symbols.push_back(std::move(s));
+std::optional<tagged::Definition> Extraction::define(const tagged::Tag& tag) {
+  tagged::Definition def;
+  def.name = text(tag.name);
+  def.host = tag.node;
+  if (tag.role == "constant") {
+    if (!variables_.insert(join_dotted(module_, def.name)).second) return std::nullopt;  // rebound
+    def.kind = "variable";
+    return def;
   }
+  def.opens_scope = true;
+  if (tag.role == "class") {
+    def.kind = "class";
+  } else {
+    TSNode outer = enclosing_def(tag.node);
+    def.kind = !ts_node_is_null(outer) && is_class(outer) ? "method" : "function";
+  }
+  // A decorated definition starts at its first decorator.
+  if (auto d = decorators_.find(ts_node_start_byte(tag.node)); d != decorators_.end()) {
+    def.host = d->second;
+  }
+  return def;
+}
+
+void Extraction::defined(std::size_t symbol, const tagged::Tag& tag) {
+  const auto& s = out_.symbols[symbol];
+  if (s.kind != "variable") {
+    TSNode outer = enclosing_def(tag.node);
+    def_fqn_[ts_node_start_byte(tag.node)] = s.fqn;
+    bind(outer, s.name,
+         {s.fqn, ts_node_is_null(outer) ? "same-file" : "same-scope", s.kind == "class"});
+    if (s.kind == "class") class_nodes_.emplace_back(tag.node, symbol);
+  }
+  if (s.kind != "class") typed_symbols_.emplace_back(tag.node, symbol);
+}
+
+TSNode Extraction::definition_of(TSNode host) const {
+  return is_type(host, "decorated_definition") ? ts_node_child_by_field_name(host, "definition", 10)
+                                               : host;
+}
+
+std::string Extraction::signature_of(TSNode host) const {
+  if (is_type(host, "assignment")) return first_line(text(host));
+  auto sig = signatures_.find(ts_node_start_byte(definition_of(host)));
+  return sig == signatures_.end() ? std::string() : sig->second;
+}
+
+std::optional<std::string> Extraction::docstring_of(TSNode host,
+                                                    const tagged::Frame& /*frame*/) const {
+  if (is_type(host, "assignment")) return std::nullopt;
+  auto d = docstrings_.find(ts_node_start_byte(definition_of(host)));
+  if (d == docstrings_.end()) return std::nullopt;
+  return d->second;
 }
 
 // What `name` is bound to in the scope itself (not outer ones), if anything.
@@ -573,23 +572,33 @@ bool Extraction::star_import(TSNode at, std::string_view name, ParsedCall& call)
   return !call.target.empty();
 }
 
-void Extraction::collect_calls() {
-  for (const auto& [callee, decorator] : sites_) {
-    if (!decorator && decorator_calls_.count(ts_node_start_byte(callee)) != 0) continue;
-    ParsedCall call;
-    call.line = line(callee);
+void Extraction::visit(TSNode node) {
+  if (!ts_node_is_named(node)) return;
+  std::string_view type = ts_node_type(node);  // once: most nodes are neither
+  if (type == "call") {
+    TSNode callee = ts_node_child_by_field_name(node, "function", 8);
+    if (decorator_calls_.count(ts_node_start_byte(callee)) == 0) add_call(node, callee);
+  } else if (type == "decorator") {
     // A decorator stands before its definition, so the caller is the enclosing scope.
-    call.caller_fqn = fqn_of(enclosing_def(callee));
-    resolve(callee, call);
-    if (decorator && !call.target.empty()) call.evidence = "decorator";
-    // A target defined here links: the receiver, kept for bases in other files, is not needed.
-    bool here = defined_.count(call.target) != 0;
-    for (const auto& f : call.fallbacks) here = here || defined_.count(f) != 0;
-    if (here) {
-      call.receiver.clear();
-      call.member.clear();
+    for (std::uint32_t i = 0; i < ts_node_named_child_count(node); ++i) {
+      TSNode c = ts_node_named_child(node, i);
+      TSNode callee = is_type(c, "call") ? ts_node_child_by_field_name(c, "function", 8) : c;
+      if (!is_type(c, "call") && !is_type(c, "identifier") && !is_type(c, "attribute")) continue;
+      decorator_calls_.insert(ts_node_start_byte(callee));
+      add_call(node, callee);
     }
-    out_.calls.push_back(std::move(call));
+  }
+}
+
+void Extraction::resolve(const tagged::PendingCall& pending, ParsedCall& call) {
+  resolve(pending.callee, call);
+  if (is_type(pending.call, "decorator") && !call.target.empty()) call.evidence = "decorator";
+  // A target defined here links: the receiver, kept for bases in other files, is not needed.
+  bool here = defined_.count(call.target) != 0;
+  for (const auto& f : call.fallbacks) here = here || defined_.count(f) != 0;
+  if (here) {
+    call.receiver.clear();
+    call.member.clear();
   }
 }
 

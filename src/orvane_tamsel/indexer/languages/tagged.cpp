@@ -79,6 +79,7 @@ ParsedFile Extraction::run() {
   prefixes_.emplace_back();
 
   collect_tags();
+  matches_read();
 
   // One depth-first walk keeps the ancestors at hand, which the rules read for scopes.
   TSTreeCursor cursor = ts_tree_cursor_new(root_);
@@ -114,11 +115,12 @@ ParsedFile Extraction::run() {
 }
 
 void Extraction::collect_tags() {
-  const TSQuery* query = query_for(language_);
+  const TSQuery* query = tag_query();
   std::unique_ptr<TSQueryCursor, CursorDeleter> cursor(ts_query_cursor_new());
   ts_query_cursor_exec(cursor.get(), query, root_);
   TSQueryMatch m;
   while (ts_query_cursor_next_match(cursor.get(), &m)) {
+    if (take(m)) continue;
     Tag tag;
     for (std::uint16_t i = 0; i < m.capture_count; ++i) {
       std::uint32_t len = 0;
@@ -154,28 +156,29 @@ void Extraction::enter(TSNode node) {
   frame.node = node;
   if (!frames_.empty()) {
     Frame& parent = frames_.back();
-    auto start_row = static_cast<std::int64_t>(ts_node_start_point(node).row);
+    // whether the comment run before the node ends on the line before it or on its own line
+    auto run_reaches = [&] {
+      return !is_null(parent.run_last) &&
+             ts_node_end_point(parent.run_last).row + 1 >= ts_node_start_point(node).row;
+    };
     if (keeps_doc(node)) {
       // the comment run stays open for the definition after it
     } else if (is_comment(node)) {
-      bool trailing = start_row == parent.last_code_row;
-      bool joins =
-          !is_null(parent.run_last) &&
-          static_cast<std::int64_t>(ts_node_end_point(parent.run_last).row) + 1 >= start_row;
+      bool trailing = !is_null(parent.last_code) &&
+                      ts_node_start_point(node).row == ts_node_end_point(parent.last_code).row;
       if (trailing) {
         parent.run_first = parent.run_last = TSNode{};
       } else {
-        if (!joins) parent.run_first = node;
+        if (!run_reaches()) parent.run_first = node;
         parent.run_last = node;
       }
     } else {
-      if (!is_null(parent.run_last) &&
-          static_cast<std::int64_t>(ts_node_end_point(parent.run_last).row) + 1 >= start_row) {
+      if (run_reaches()) {
         frame.doc_first = parent.run_first;
         frame.doc_last = parent.run_last;
       }
       parent.run_first = parent.run_last = TSNode{};
-      parent.last_code_row = static_cast<std::int64_t>(ts_node_end_point(node).row);
+      parent.last_code = node;
     }
   }
   frame.scope = scope_of(node);
@@ -224,12 +227,7 @@ void Extraction::define_symbol(const Tag& tag) {
       end.column == 0 && end.row > ts_node_start_point(def->host).row ? end.row : end.row + 1;
   auto signature = signature_of(def->host);
   if (!signature.empty()) s.signature = std::move(signature);
-  const Frame& hf = frames_[host];
-  if (!is_null(hf.doc_first)) {
-    auto a = ts_node_start_byte(hf.doc_first), b = ts_node_end_byte(hf.doc_last);
-    auto doc = doc_text(src_.substr(a, b - a));
-    if (!doc.empty()) s.docstring = std::move(doc);
-  }
+  s.docstring = docstring_of(def->host, frames_[host]);
   s.is_test = out_.is_test || def->is_test;
 
   std::size_t index = out_.symbols.size();
@@ -238,6 +236,19 @@ void Extraction::define_symbol(const Tag& tag) {
   defined_.emplace(s.fqn, index);
   prefixes_.push_back(prefix);
   out_.symbols.push_back(std::move(s));
+  defined(index, tag);
+}
+
+const TSQuery* Extraction::tag_query() const {
+  return query_for(language_);
+}
+
+std::optional<std::string> Extraction::docstring_of(TSNode /*host*/, const Frame& frame) const {
+  if (is_null(frame.doc_first)) return std::nullopt;
+  auto a = ts_node_start_byte(frame.doc_first), b = ts_node_end_byte(frame.doc_last);
+  auto doc = doc_text(src_.substr(a, b - a));
+  if (doc.empty()) return std::nullopt;
+  return doc;
 }
 
 std::size_t Extraction::current_callable() const {

@@ -1,7 +1,8 @@
 #pragma once
-// The extraction the tag-driven languages share: the grammar's tags.scm (plus a language's own
-// query files) names definitions and calls; a language's rules, a subclass, say what tags do not
-// (kinds, fqn scopes, imports, test code, how a call is resolved).
+// The extraction every language shares: the grammar's tags.scm (plus a language's own query
+// files) names definitions and calls; a language's rules, a subclass, say what tags do not
+// (kinds, fqn scopes, imports, test code, how a call is resolved), and may keep the other
+// matches of the same query pass for passes of their own.
 
 #include <tree_sitter/api.h>
 
@@ -43,9 +44,10 @@ struct Frame {
   std::string scope;  // the fqn part this node adds for what it holds (namespace, class)
   std::size_t symbol = static_cast<std::size_t>(-1);  // index into ParsedFile::symbols
   TSNode doc_first{}, doc_last{};                     // the comments right before this node, if any
-  // for the children: the comment run being collected and where the last non-comment ended
+  // for the children: the comment run being collected and the last non-comment (its end row is
+  // read only when a comment follows: most nodes never need it)
   TSNode run_first{}, run_last{};
-  std::int64_t last_code_row = -1;
+  TSNode last_code{};
 };
 
 // A call site waiting for the whole file to be read before it is resolved.
@@ -68,7 +70,16 @@ class Extraction {
  protected:
   static constexpr std::size_t NONE = static_cast<std::size_t>(-1);
 
+  // The compiled query tags come from; by default the language's query files as one.
+  virtual const TSQuery* tag_query() const;
+  // Every match of the query, before it is read as a tag: true when the rules took it whole (a
+  // match of their own captures), so it names no tag.
+  virtual bool take(const TSQueryMatch& /*match*/) { return false; }
+  // Once every match is read, before the walk.
+  virtual void matches_read() {}
   virtual std::optional<Definition> define(const Tag& tag) = 0;
+  // After a definition tag became the symbol at `symbol` of ParsedFile::symbols.
+  virtual void defined(std::size_t /*symbol*/, const Tag& /*tag*/) {}
   // The fqn part a node adds for its contents (a namespace), or empty.
   virtual std::string scope_of(TSNode /*node*/) { return {}; }
   // Every node once, in document order, after its definitions are recorded.
@@ -87,6 +98,8 @@ class Extraction {
   // Nodes between a doc comment and its definition that keep the comment attached (attributes).
   virtual bool keeps_doc(TSNode /*node*/) const { return false; }
   virtual std::string doc_text(std::string_view raw) const;
+  // A symbol's docstring: by default the comments right before its host (`frame`).
+  virtual std::optional<std::string> docstring_of(TSNode host, const Frame& frame) const;
   // Symbols whose body counts as the caller of the calls inside it.
   virtual bool is_callable(const ParsedSymbol& s) const;
 

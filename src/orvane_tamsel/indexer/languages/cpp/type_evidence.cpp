@@ -4,31 +4,20 @@
 #include <string>
 
 #include "orvane_tamsel/indexer/languages/cpp/rules.h"
+#include "orvane_tamsel/indexer/languages/type_steps.h"
 
 namespace orvane_tamsel::indexer::cpp::detail {
 
 namespace {
 
-// Longer receiver expressions are not worth keeping (generated code chains).
-constexpr std::size_t MAX_EXPR = 300;
-constexpr int MAX_DEPTH = 12;
 constexpr std::size_t MAX_CANDIDATES = 6;
 
 TypeExpr step(const TypeExpr& base, std::string_view name, bool call) {
-  if (base.empty() || base.size() > MAX_EXPR) return {};
+  if (base.empty() || base.size() > MAX_TYPE_EXPR) return {};
   // a step applies to every alternative start
-  TypeExpr out;
-  std::size_t at = 0;
-  for (;;) {
-    auto bar = base.find('|', at);
-    out.append(base, at, bar == std::string::npos ? std::string::npos : bar - at)
-        .append("/")
-        .append(name)
-        .append(call ? "()" : "");
-    if (bar == std::string::npos) return out;
-    out.push_back('|');
-    at = bar + 1;
-  }
+  std::string suffix(1, '/');
+  suffix.append(name).append(call ? "()" : "");
+  return each_alternative(base, suffix);
 }
 
 // "T:a|T:b" as "S:a|S:b": the class called, which the writer takes as built by its constructor.
@@ -79,7 +68,7 @@ TypeExpr Rules::type_expr(std::string_view written, const std::string& scope,
 }
 
 TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
-  if (ts_node_is_null(e) || depth > MAX_DEPTH) return {};
+  if (ts_node_is_null(e) || depth > MAX_TYPE_DEPTH) return {};
   const auto& caller = out_.symbols[fn];
   bool in_method = fn != 0 && (caller.kind == "method" || caller.kind == "constructor");
   if (is(e, "parenthesized_expression")) return expr_type(ts_node_named_child(e, 0), fn, depth + 1);
@@ -201,7 +190,7 @@ void Rules::record_types(TSNode node) {
     auto t = declared;
     if (is(d, "init_declarator") && written == "auto")  // `auto x = make();`
       t = expr_type(ts_node_child_by_field_name(d, "value", 5), current_callable());
-    if (t.size() > MAX_EXPR) t.clear();
+    if (t.size() > MAX_TYPE_EXPR) t.clear();
     if (!field) {
       if (auto fn = current_callable(); fn != 0) declare(fn, d, t);
       continue;

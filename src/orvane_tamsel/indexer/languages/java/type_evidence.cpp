@@ -8,12 +8,6 @@
 
 namespace orvane_tamsel::indexer::java::detail {
 
-namespace {
-
-constexpr int MAX_DEPTH = 12;
-
-}  // namespace
-
 TypeExpr Rules::type_expr(TSNode type) const {
   int elements = 0;
   while (is(type, "array_type")) {
@@ -39,7 +33,7 @@ TypeExpr Rules::own_class(std::size_t fn) const {
 }
 
 TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
-  if (ts_node_is_null(e) || depth > MAX_DEPTH) return {};
+  if (ts_node_is_null(e) || depth > MAX_TYPE_DEPTH) return {};
   if (is(e, "parenthesized_expression")) return expr_type(ts_node_named_child(e, 0), fn, depth + 1);
   if (is(e, "cast_expression")) return type_expr(ts_node_child_by_field_name(e, "type", 4));
   if (is(e, "this")) return own_class(fn);

@@ -8,12 +8,6 @@
 
 namespace orvane_tamsel::indexer::javascript::detail {
 
-namespace {
-
-constexpr int MAX_DEPTH = 12;
-
-}  // namespace
-
 TypeExpr Rules::type_expr(TSNode type) const {
   int elements = 0;
   for (int guard = 0; guard < 8; ++guard) {
@@ -73,7 +67,7 @@ bool Rules::is_local(std::size_t fn, std::string_view name) const {
 }
 
 TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
-  if (ts_node_is_null(e) || depth > MAX_DEPTH) return {};
+  if (ts_node_is_null(e) || depth > MAX_TYPE_DEPTH) return {};
   if (is(e, "parenthesized_expression") || is(e, "non_null_expression") ||
       is(e, "await_expression"))
     return expr_type(ts_node_named_child(e, 0), fn, depth + 1);

@@ -1,6 +1,7 @@
 #pragma once
-// The Python extractor's passes over one file, shared by the files that hold them: python.cpp
-// (definitions, imports, call sites) and type_evidence.cpp (what evidence says of types).
+// The Python extraction's rules on the shared tag walk, shared by the files that hold them:
+// python.cpp (definitions, imports, call sites) and type_evidence.cpp (what evidence says of
+// types).
 
 #include <tree_sitter/api.h>
 
@@ -10,6 +11,7 @@
 #include <cstring>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -17,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "orvane_tamsel/indexer/languages/tagged.h"
 #include "orvane_tamsel/indexer/parsed_file.h"
 #include "orvane_tamsel/indexer/tree_sitter_handles.h"
 #include "orvane_tamsel/utils/language_registry.h"
@@ -38,8 +41,6 @@ enum Role : std::uint8_t {
   DOCSTRING,
   DOC_OWNER,
   IMPORT,
-  CALLEE,
-  DECORATOR,
   LOCAL,
   INSTANCE,
   INSTANCE_CLASS,
@@ -106,33 +107,35 @@ inline bool is_class(TSNode n) {
   return std::strcmp(ts_node_type(n), "class_definition") == 0;
 }
 
-class Extraction {
+class Extraction : public tagged::Extraction {
  public:
   Extraction(const utils::Language& language, std::string_view path, std::string_view module,
              std::string_view content)
-      : language_(language), q_(query(language)), path_(path), module_(module), src_(content) {}
-
-  ParsedFile run();
+      : tagged::Extraction(language, path, module, content), q_(query(language)) {}
 
  private:
-  std::string_view text(TSNode n) const {
-    auto a = ts_node_start_byte(n), b = ts_node_end_byte(n);
-    return src_.substr(a, b - a);
+  // The walk's hooks (python.cpp).
+  const TSQuery* tag_query() const override { return q_.query.get(); }
+  // Sorts a match by what it says; definition tags go on to the walk as well.
+  bool take(const TSQueryMatch& match) override;
+  void matches_read() override;
+  std::string top_prefix() const override { return module_; }
+  std::optional<tagged::Definition> define(const tagged::Tag& tag) override;
+  void defined(std::size_t symbol, const tagged::Tag& tag) override;
+  std::string signature_of(TSNode host) const override;
+  std::optional<std::string> docstring_of(TSNode host, const tagged::Frame& frame) const override;
+  // A class body's calls are the class's.
+  bool is_callable(const ParsedSymbol& s) const override {
+    return s.kind != "variable" && s.kind != "module";
   }
-  static std::int64_t line(TSNode n) { return ts_node_start_point(n).row + 1; }
-  static std::int64_t end_line(TSNode n) {
-    auto p = ts_node_end_point(n);
-    return p.column == 0 && p.row > ts_node_start_point(n).row ? p.row : p.row + 1;
-  }
-  std::string field_text(TSNode n, const char* field) const {
-    TSNode f = ts_node_child_by_field_name(n, field, static_cast<std::uint32_t>(strlen(field)));
-    return ts_node_is_null(f) ? std::string() : std::string(text(f));
-  }
-
-  // One pass of the query over the tree, sorting its matches by what they say.
-  void collect_matches();
+  // Call sites: every call, and decorators (a decorator's call is a site once, as a decorator).
+  void visit(TSNode node) override;
+  void finish() override;
+  void resolve(const tagged::PendingCall& pending, ParsedCall& call) override;
 
   std::string string_body(TSNode s) const;
+  // The definition a symbol's host holds: itself, or the one a decorated definition wraps.
+  TSNode definition_of(TSNode host) const;
 
   // Definitions nest, so their byte ranges form a tree; walking it avoids ts_node_parent, which
   // descends from the root on every call.
@@ -164,8 +167,6 @@ class Extraction {
   void bind(TSNode scope_def, const std::string& name, Binding b) {
     scopes_[scope_key(scope_def)].names[name] = std::move(b);
   }
-
-  void collect_definitions();
 
   // The package a relative import counts from: the module itself for an __init__.py.
   std::string relative_base(std::size_t level) const;
@@ -272,29 +273,19 @@ class Extraction {
   // A name bound nowhere in the file, named through the modules it star-imports.
   bool star_import(TSNode at, std::string_view name, ParsedCall& call) const;
 
-  void collect_calls();
-
-  const utils::Language& language_;
   const Query& q_;
-  std::string path_;
-  std::string module_;
-  std::string_view src_;
-  TSNode root_{};
-  ParsedFile out_;
   std::unordered_map<std::uint32_t, std::string> signatures_, docstrings_, def_fqn_;
   std::unordered_map<std::uint32_t, Scope> scopes_;
-  std::unordered_map<std::uint32_t, std::int64_t> decorated_line_;
-  static constexpr std::size_t NONE = static_cast<std::size_t>(-1);
   std::vector<Def> defs_;
-  struct Tag {
+  struct Named {
     TSNode node, name;
     Role role;
   };
-  std::vector<Tag> tags_;
+  std::vector<Named> tags_;  // definitions, in document order
   std::vector<TSNode> imports_, locals_;
-  std::vector<std::pair<TSNode, bool>> sites_;  // callee, is a decorator
-  std::unordered_set<std::uint32_t> decorator_calls_;
-  std::vector<std::pair<TSNode, TSNode>> instances_;  // local name, what it was built from
+  std::unordered_set<std::uint32_t> decorator_calls_;  // by the callee's start byte
+  std::set<std::string> variables_;                    // module constants' fqns, bound once
+  std::vector<std::pair<TSNode, TSNode>> instances_;   // local name, what it was built from
   std::vector<std::pair<TSNode, std::size_t>> class_nodes_;
   std::map<std::string, std::vector<std::string>> bases_;
   // Type evidence: what the type queries matched, then sorted by scope (a def's start byte).
@@ -317,7 +308,8 @@ class Extraction {
   mutable std::map<std::pair<std::uint32_t, std::string>, std::vector<TSNode>> binding_sites_;
   mutable std::unordered_map<std::uint32_t, TSNode> bound_values_;
   mutable std::unordered_map<std::uint32_t, Typed> value_types_;
-  std::unordered_set<std::string> defined_;  // the fqns of this file's symbols
+  // The fqns of this file's symbols, once every symbol is known (hides the walk's own map).
+  std::unordered_set<std::string> defined_;
 };
 
 }  // namespace orvane_tamsel::indexer::python::detail

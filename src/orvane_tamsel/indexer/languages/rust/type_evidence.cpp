@@ -5,14 +5,11 @@
 #include <string>
 
 #include "orvane_tamsel/indexer/languages/rust/rules.h"
+#include "orvane_tamsel/indexer/languages/type_steps.h"
 
 namespace orvane_tamsel::indexer::rust::detail {
 
 namespace {
-
-// Longer receiver expressions are not worth keeping (generated code chains).
-constexpr std::size_t MAX_EXPR = 300;
-constexpr int MAX_DEPTH = 12;
 
 // Wrappers whose methods a call reaches through (`Box<T>` derefs to T) or whose value is the
 // one a `?`, `unwrap()` or `borrow()` gives.
@@ -32,13 +29,8 @@ bool among(const std::array<std::string_view, N>& names, std::string_view name) 
   return std::find(names.begin(), names.end(), name) != names.end();
 }
 
-TypeExpr step(const TypeExpr& base, std::string_view name, bool call) {
-  if (base.empty() || base.size() > MAX_EXPR) return {};
-  return base + "/" + std::string(name) + (call ? "()" : "");
-}
-
 TypeExpr element(const TypeExpr& base) {
-  return base.empty() || base.size() > MAX_EXPR ? TypeExpr{} : base + "/[]";
+  return base.empty() || base.size() > MAX_TYPE_EXPR ? TypeExpr{} : base + "/[]";
 }
 
 // "T:fqn" as "T:[]fqn": a container of it.
@@ -113,7 +105,7 @@ TypeExpr Rules::own_type(std::size_t fn) const {
 }
 
 TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
-  if (ts_node_is_null(e) || depth > MAX_DEPTH) return {};
+  if (ts_node_is_null(e) || depth > MAX_TYPE_DEPTH) return {};
   if (is(e, "parenthesized_expression") || is(e, "try_expression") || is(e, "await_expression") ||
       is(e, "unary_expression"))
     return expr_type(ts_node_named_child(e, 0), fn, depth + 1);
@@ -131,8 +123,8 @@ TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
     return fqn.empty() ? TypeExpr{} : "S:" + fqn;
   }
   if (is(e, "field_expression")) {
-    return step(expr_type(ts_node_child_by_field_name(e, "value", 5), fn, depth + 1),
-                field_text(e, "field"), false);
+    return type_step(expr_type(ts_node_child_by_field_name(e, "value", 5), fn, depth + 1),
+                     field_text(e, "field"), false);
   }
   if (is(e, "index_expression"))
     return element(expr_type(ts_node_named_child(e, 0), fn, depth + 1));
@@ -162,7 +154,7 @@ TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
   auto base = expr_type(ts_node_child_by_field_name(callee, "value", 5), fn, depth + 1);
   auto method = field_text(callee, "field");
   if (among(SAME_VALUE, method)) return base;
-  return step(base, method, true);
+  return type_step(base, method, true);
 }
 
 // A binding declared twice with two types (shadowing, or two blocks) is unknown.
@@ -207,7 +199,7 @@ void Rules::record_declaration(std::size_t fn, TSNode node) {
   }
   TSNode type = ts_node_child_by_field_name(node, "type", 4);
   auto t = ts_node_is_null(type) ? expr_type(value, fn) : type_expr(type, fn);
-  declare(fn, pattern, t.size() > MAX_EXPR ? TypeExpr{} : t);
+  declare(fn, pattern, t.size() > MAX_TYPE_EXPR ? TypeExpr{} : t);
 }
 
 // Bases, results, fields and bindings, once every item and `use` of the file is known.
