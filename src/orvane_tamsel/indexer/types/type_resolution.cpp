@@ -113,6 +113,7 @@ std::vector<const TypeSymbol*> TypeResolver::find_start(std::string& fqn,
 std::optional<TypeResolver::Type> TypeResolver::evaluate(const TypeExpr& text, int depth,
                                                          std::string* evidence) {
   if (depth > MAX_DEPTH) return std::nullopt;
+  if (text.find('+') != std::string::npos) return common_base(text, depth);
   // Values that may each be the one (a function's returns): those known must agree.
   std::optional<Type> agreed;
   std::string agreed_evidence;
@@ -178,6 +179,49 @@ std::optional<TypeResolver::Type> TypeResolver::evaluate(
     if (evidence && type && s.name != "[]") *evidence = s.call ? "result-type" : "attribute";
   }
   return type;
+}
+
+std::optional<TypeResolver::Type> TypeResolver::common_base(std::string_view text, int depth) {
+  std::vector<Type> types;
+  for (std::size_t at = 0; at <= text.size();) {
+    auto plus = std::min(text.find('+', at), text.size());
+    auto t = evaluate(std::string(text.substr(at, plus - at)), depth + 1, nullptr);
+    if (!t || t->elements > 0 || t->above) return std::nullopt;  // each must be known
+    if (std::find(types.begin(), types.end(), *t) == types.end()) types.push_back(*t);
+    at = plus + 1;
+  }
+  if (types.size() == 1) return types.front();
+  std::vector<std::vector<Type>> lines;
+  for (const auto& t : types) lines.push_back(lineage(t));
+  for (const auto& candidate : lines.front()) {
+    bool shared = std::all_of(lines.begin() + 1, lines.end(), [&](const auto& line) {
+      return std::find(line.begin(), line.end(), candidate) != line.end();
+    });
+    if (!shared) continue;
+    Type out = candidate;
+    out.common = true;
+    return out;
+  }
+  return std::nullopt;
+}
+
+std::vector<TypeResolver::Type> TypeResolver::lineage(const Type& t) {
+  std::vector<Type> out{t};
+  std::set<Type> seen{t};
+  std::vector<int> depth{0};
+  for (std::size_t i = 0; i < out.size(); ++i) {
+    if (depth[i] >= MAX_BASE_DEPTH) continue;
+    for (const auto* c : find(out[i].fqn, {})) {
+      if (c->module != out[i].module || !is_type_kind(c->kind)) continue;
+      for (const auto& b : c->bases) {
+        auto bt = as_type(b, out[i].module);
+        if (!bt || !seen.insert(*bt).second) continue;
+        out.push_back(*bt);
+        depth.push_back(depth[i] + 1);
+      }
+    }
+  }
+  return out;
 }
 
 std::optional<TypeResolver::Type> TypeResolver::as_type(const std::string& fqn,
@@ -312,7 +356,8 @@ std::optional<Resolution> TypeResolver::resolve(const TypeExpr& receiver, const 
   auto found = member_of(*type, member);
   if (!found || !found->symbol) return std::nullopt;
   return Resolution{found->fqn, found->symbol->module,
-                    found->inherited    ? "inherited"
+                    type->common        ? "common-base"
+                    : found->inherited  ? "inherited"
                     : !evidence.empty() ? evidence
                                         : derived};
 }

@@ -24,6 +24,8 @@
 namespace orvane_tamsel::indexer::python::detail {
 
 std::string join_dotted(std::string_view a, std::string_view b);
+// A variable's signature: its first line, cut to a bound on a character boundary.
+std::string first_line(std::string_view text);
 
 // What a capture stands for; the extractor dispatches on these instead of capture names.
 enum Role : std::uint8_t {
@@ -41,6 +43,7 @@ enum Role : std::uint8_t {
   CALLEE,
   DECORATOR,
   LOCAL,
+  GLOBAL,
   INSTANCE,
   INSTANCE_CLASS,
   TYPED_NAME,
@@ -175,6 +178,13 @@ class Extraction {
   std::optional<Binding> lookup_here(TSNode scope, const std::string& name) const;
 
   void collect_locals();
+  // A name `global` declares in a function is the module's: not a local there.
+  bool declared_global(TSNode fn, std::string_view name) const;
+  // The scope a bound name belongs to: its function's, or the module's when declared global.
+  TSNode binding_scope(TSNode name) const;
+  // Module names bound below the top level (in `if`/`try` blocks, or through `global` in a
+  // function) are module variables too.
+  void collect_module_variables();
 
   // Resolves a name as Python would look it up from `at`: enclosing functions, then the module.
   std::optional<Binding> lookup(TSNode at, std::string_view name) const;
@@ -247,6 +257,13 @@ class Extraction {
   // The type of a name at `at`, looked up as Python would: locals of enclosing functions, then
   // the module's names.
   Typed name_type(TSNode at, std::string_view name, int depth) const;
+  Typed local_type(TSNode def, const Scope& scope, TSNode at, std::string_view name, int bindings,
+                   int depth) const;
+  Typed scope_type(TSNode def, const Scope& scope, std::string_view name, int bindings,
+                   int depth) const;
+  Typed module_name_type(std::string_view name, int depth) const;
+  // A module name assigned differing known types in several places: the alternatives ("+").
+  Typed alternatives(const TypeFacts& facts, std::string_view name, int depth) const;
   Typed nearest_binding_type(TSNode def, TSNode at, std::string_view name, int depth) const;
 
   // A name bound to a class is that class; an imported name is whatever the name is there.
@@ -291,7 +308,8 @@ class Extraction {
     Role role;
   };
   std::vector<Tag> tags_;
-  std::vector<TSNode> imports_, locals_;
+  std::vector<TSNode> imports_, locals_, globals_;
+  std::unordered_map<std::uint32_t, std::unordered_set<std::string>> global_names_;  // by def
   std::vector<std::pair<TSNode, bool>> sites_;  // callee, is a decorator
   std::unordered_set<std::uint32_t> decorator_calls_;
   std::vector<std::pair<TSNode, TSNode>> instances_;  // local name, what it was built from

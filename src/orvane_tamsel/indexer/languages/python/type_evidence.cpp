@@ -17,13 +17,15 @@ constexpr int MAX_TYPE_DEPTH = 12;  // links followed from one expression to the
 
 // How many returns of differing types a function's result lists for the writer to agree on.
 constexpr std::size_t MAX_RETURNS = 4;
+// How many classes a module name may be chosen among for the writer to find their common base.
+constexpr std::size_t MAX_ALTERNATIVES = 8;
 
 // A step taken by every alternative (and every possible value) of a type expression.
 std::string then(std::string_view expr, std::string_view step) {
   std::string out;
   std::size_t start = 0;
   while (true) {
-    auto bar = expr.find_first_of("|&", start);
+    auto bar = expr.find_first_of("|&+", start);
     out.append(expr.substr(start, bar == std::string_view::npos ? bar : bar - start)).append(step);
     if (bar == std::string_view::npos) return out;
     out.push_back(expr[bar]);
@@ -36,7 +38,7 @@ std::string then(std::string_view expr, std::string_view step) {
 // Sorts what the type queries matched by the scope it speaks of.
 void Extraction::collect_type_facts() {
   for (const auto& f : name_facts_) {
-    auto& facts = scopes_[scope_key(enclosing_def(f.target))].facts;
+    auto& facts = scopes_[scope_key(binding_scope(f.target))].facts;
     auto& into = f.typed ? facts.annotations : facts.values;
     into[std::string(text(f.target))].push_back(f.what);
   }
@@ -202,8 +204,7 @@ Typed Extraction::fixture_type(TSNode fn, std::string_view name) const {
 // The type of a name at `at`, looked up as Python would: locals of enclosing functions, then
 // the module's names.
 Typed Extraction::name_type(TSNode at, std::string_view name, int depth) const {
-  TSNode def = enclosing_def(at);
-  for (; !ts_node_is_null(def); def = enclosing_def(def)) {
+  for (TSNode def = enclosing_def(at); !ts_node_is_null(def); def = enclosing_def(def)) {
     if (is_class(def)) continue;  // class bodies are not enclosing scopes
     auto s = scopes_.find(scope_key(def));
     if (s == scopes_.end()) continue;
@@ -212,32 +213,52 @@ Typed Extraction::name_type(TSNode at, std::string_view name, int depth) const {
     }
     auto count = s->second.locals.find(name);
     if (count == s->second.locals.end()) continue;
-    TSNode cls = enclosing_def(def);
-    if ((name == "self" || name == "cls") && !ts_node_is_null(cls) && is_class(cls) &&
-        is_parameter(def, name)) {
-      return {"T:" + fqn_of(cls), std::string(name)};  // evidence: self or cls
-    }
-    auto key = std::make_pair(scope_key(def), std::string(name));
-    auto c = local_types_.find(key);
-    if (c == local_types_.end()) {
-      local_types_[key] = {};  // a cycle through this name finds nothing
-      Typed t = bound_type(s->second.facts, name, count->second, depth);
-      if (t.empty() && count->second == 1 && is_parameter(def, name) &&
-          s->second.facts.annotations.count(name) == 0) {
-        t = fixture_type(def, name);
-        // An unannotated parameter is taken to hold what its default holds (`policy=compat32`).
-        if (TSNode d = parameter_default(def, name); t.empty() && !ts_node_is_null(d)) {
-          t = value_type(d, depth + 1);
-        }
-      }
-      c = local_types_.insert_or_assign(key, std::move(t)).first;
-    }
-    // Bound to values of differing types: the binding nearest before the use.
-    if (c->second.empty() && count->second > 1 && s->second.facts.annotations.count(name) == 0) {
-      return nearest_binding_type(def, at, name, depth);
-    }
-    return c->second;
+    return local_type(def, s->second, at, name, count->second, depth);
   }
+  return module_name_type(name, depth);
+}
+
+// A function's local `name` (bound `bindings` times there), as used at `at`.
+Typed Extraction::local_type(TSNode def, const Scope& scope, TSNode at, std::string_view name,
+                             int bindings, int depth) const {
+  TSNode cls = enclosing_def(def);
+  if ((name == "self" || name == "cls") && !ts_node_is_null(cls) && is_class(cls) &&
+      is_parameter(def, name)) {
+    return {"T:" + fqn_of(cls), std::string(name)};  // evidence: self or cls
+  }
+  auto key = std::make_pair(scope_key(def), std::string(name));
+  auto c = local_types_.find(key);
+  if (c == local_types_.end()) {
+    local_types_[key] = {};  // a cycle through this name finds nothing
+    c = local_types_.insert_or_assign(key, scope_type(def, scope, name, bindings, depth)).first;
+  }
+  // Bound to values of differing types: the binding nearest before the use.
+  if (c->second.empty() && bindings > 1 && scope.facts.annotations.count(name) == 0) {
+    return nearest_binding_type(def, at, name, depth);
+  }
+  return c->second;
+}
+
+// What all of a function's bindings of `name` say; for a parameter bound nowhere else, the
+// fixture it is named after or its default.
+Typed Extraction::scope_type(TSNode def, const Scope& scope, std::string_view name, int bindings,
+                             int depth) const {
+  Typed t = bound_type(scope.facts, name, bindings, depth);
+  if (!t.empty() || bindings != 1 || !is_parameter(def, name) ||
+      scope.facts.annotations.count(name) != 0) {
+    return t;
+  }
+  t = fixture_type(def, name);
+  // An unannotated parameter is taken to hold what its default holds (`policy=compat32`).
+  if (TSNode d = parameter_default(def, name); t.empty() && !ts_node_is_null(d)) {
+    t = value_type(d, depth + 1);
+  }
+  return t;
+}
+
+// A module's name: what defines or imports it, else what its assignments agree on, else the
+// alternatives they choose among (a class picked per platform).
+Typed Extraction::module_name_type(std::string_view name, int depth) const {
   auto m = scopes_.find(UINT32_MAX);
   if (m == scopes_.end()) return {};
   if (auto b = m->second.names.find(name); b != m->second.names.end()) {
@@ -246,7 +267,31 @@ Typed Extraction::name_type(TSNode at, std::string_view name, int depth) const {
   auto key = std::make_pair(UINT32_MAX, std::string(name));
   if (auto c = local_types_.find(key); c != local_types_.end()) return c->second;
   local_types_[key] = {};
-  return local_types_[key] = bound_type(m->second.facts, name, -1, depth);
+  Typed t = bound_type(m->second.facts, name, -1, depth);
+  if (t.empty()) t = alternatives(m->second.facts, name, depth);
+  return local_types_[key] = std::move(t);
+}
+
+// A module name assigned values of differing types, each known (`if epoll: S = EpollSelector`
+// `else: S = SelectSelector`), is one of them: "+" joins them, and the writer types the name by
+// what they share.
+Typed Extraction::alternatives(const TypeFacts& facts, std::string_view name, int depth) const {
+  auto v = facts.values.find(name);
+  if (v == facts.values.end() || facts.annotations.count(name) != 0) return {};
+  std::vector<Typed> types;
+  for (TSNode n : v->second) {
+    if (is_type(n, "none")) continue;
+    auto t = value_type(n, depth + 1);
+    if (t.empty() || t.expr.find_first_of("&+") != std::string::npos) return {};
+    if (std::none_of(types.begin(), types.end(),
+                     [&](const Typed& k) { return k.expr == t.expr; })) {
+      types.push_back(std::move(t));
+    }
+  }
+  if (types.size() < 2 || types.size() > MAX_ALTERNATIVES) return {};
+  Typed out = types.front();
+  for (std::size_t i = 1; i < types.size(); ++i) out.expr.append("+").append(types[i].expr);
+  return out;
 }
 
 // The value of the binding of `name` in `def` that comes last before `at` (the use not inside
@@ -307,6 +352,10 @@ Typed Extraction::value_type(TSNode e, int depth) const {
       if (is_type(side, "none")) continue;
       Typed t = value_type(side, depth + 1);
       if (t.empty() || t.expr == out.expr) continue;
+      if (!out.empty() &&
+          (t.expr.find('+') != std::string::npos || out.expr.find('+') != std::string::npos)) {
+        return {};  // "+" binds loosest: see possible()
+      }
       if (out.empty()) {
         out = std::move(t);
       } else {
@@ -359,6 +408,10 @@ Typed Extraction::value_type(TSNode e, int depth) const {
   // which the writer types only for a field holding a class.
   if (call && is_type(head, "identifier")) {
     Typed c = name_type(head, text(head), depth);
+    // A name chosen among classes, called: an instance of the one chosen.
+    if (c.expr.find('+') != std::string::npos && c.expr.find('/') == std::string::npos) {
+      return {c.expr, "constructor"};
+    }
     if (c.empty() || c.expr.find_first_of("|&") != std::string::npos ||
         c.expr.find('/') == std::string::npos || c.expr.ends_with("()") ||
         c.expr.ends_with("/[]")) {
@@ -420,6 +473,10 @@ Typed Extraction::possible(const std::vector<TSNode>& values, int depth) const {
     }
   }
   if (types.empty() || types.size() > MAX_RETURNS) return {};
+  // "+" binds loosest: a value among alternatives cannot be one of several possible values.
+  for (const auto& t : types) {
+    if (types.size() > 1 && t.expr.find('+') != std::string::npos) return {};
+  }
   Typed out = types.front();
   for (std::size_t i = 1; i < types.size(); ++i) out.expr.append("&").append(types[i].expr);
   return out;
