@@ -76,7 +76,8 @@ TEST(PythonTypesEndToEnd, ValuesOfManyBindingsAndForms) {
 
 // Module names bound away from the top level: a class chosen per platform under `if` (the
 // receiver has what the choices share), a name a function binds through `global` (a lazy
-// `__getattr__`), and a module's variable reached through the module.
+// `__getattr__`), and a module's variable reached through the module; names bound by unpacking
+// a tuple a function or method returns.
 TEST(PythonTypesEndToEnd, ModuleNamesChosenAtImportTime) {
   indexer_test::IndexedFixture repo("");
   repo.write("sel/__init__.py",
@@ -99,7 +100,16 @@ TEST(PythonTypesEndToEnd, ModuleNamesChosenAtImportTime) {
              "    def serve(self):\n        self.s.register()\n\n\n"
              "def run():\n    with Mine() as m:\n        m.register()\n\n\n"
              "def others():\n    sel.Loose().register()\n    sel.Unknown().register()\n"
-             "    sel.chosen.register()\n    sel.Lazy().close()\n");
+             "    sel.chosen.register()\n    sel.Lazy().close()\n\n\n"
+             "def pair():\n    if sel:\n        return sel.Select(), sel.lazy.Lazy()\n"
+             "    return None, sel.lazy.Lazy()\n\n\n"
+             "class Client:\n    def setup(self):\n        return self, sel.Select()\n\n"
+             "    def close(self):\n        pass\n\n"
+             "    def run(self):\n        c, s = self.setup()\n        c.close()\n"
+             "        s.register()\n\n\n"
+             "def unpack():\n    a, b = pair()\n    a.register()\n    b.close()\n"
+             "    (x, y) = sel.Select(), Client()\n    y.run()\n    x, y = 1, 2\n"
+             "    y.setup()\n");
   repo.update();
   auto rows = repo.rows(
       "SELECT r.fqn || ' -> ' || e.fqn || ' ' || c.evidence FROM edges g "
@@ -113,6 +123,13 @@ TEST(PythonTypesEndToEnd, ModuleNamesChosenAtImportTime) {
                       "use.run -> sel.Impl.register common-base",
                       "use.others -> sel.Select.register module-attribute",
                       "use.others -> sel.lazy.Lazy.close constructor",
+                      // tuples returned and unpacked; y rebound to an int: no edge after
+                      "use.Client.run -> use.Client.setup self",
+                      "use.Client.run -> use.Client.close result-type",
+                      "use.Client.run -> sel.Select.register result-type",
+                      "use.unpack -> sel.Select.register result-type",
+                      "use.unpack -> sel.lazy.Lazy.close result-type",
+                      "use.unpack -> use.Client.run constructor",
                   }));
   auto variables = repo.rows("SELECT fqn FROM symbols WHERE kind = 'variable' ORDER BY fqn");
   EXPECT_EQ(variables, (std::vector<std::string>{"sel.Default", "sel.Lazy", "sel.Loose",

@@ -21,10 +21,12 @@ namespace orvane_tamsel::indexer {
 // followed by any number of
 //   "/name"   the attribute or field `name` of the type so far (its declared or inferred type)
 //   "/name()" the result of calling method `name` on the type so far
+//   "/name()#2" the second result of that call (a Python method returning a tuple)
 //   "/[]"     an element of the slice, array or map (its value) so far; "T:[]fqn" is a slice,
 //             array or map of fqn values (one "[]" per level)
 // e.g. "S:gin.CreateTestContext" or "T:flask.app.Flask/json/dumps()". "S:fqn#2" is the second
-// result of the function fqn, which keeps its results after the first as fields "#2", "#3", ... A
+// result of the function fqn, which keeps its results after the first as fields "#2", "#3", ...
+// (a Python function returning tuples keeps each element, "#1" too). A
 // start may be qualified by the modules whose files may hold it, as ParsedCall::scope_modules does
 // for a target: "S:gin.New@github.com.gin-gonic.gin" (several modules joined by ","). An entry
 // starting with

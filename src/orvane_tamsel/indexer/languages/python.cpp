@@ -43,6 +43,8 @@ Query compile(const utils::Language& language) {
       {"attribute", ATTRIBUTE},
       {"returned", RETURNED},
       {"yielded", YIELDED},
+      {"unpacked.list", UNPACKED_LIST},
+      {"unpacked.value", UNPACKED_VALUE},
   };
   Query out{std::move(compiled.query), {}};
   for (std::uint32_t i = 0; i < ts_query_capture_count(q); ++i) {
@@ -166,6 +168,8 @@ void Extraction::collect_matches() {
       returned_.push_back(caps.node[RETURNED]);
     } else if (caps.has(YIELDED)) {
       yielded_.push_back(caps.node[YIELDED]);
+    } else if (caps.has(UNPACKED_LIST)) {
+      collect_unpacked(caps.node[UNPACKED_LIST], caps.at(UNPACKED_VALUE));
     }
   }
 }

@@ -73,10 +73,16 @@ std::optional<ParsedTypeExpr> parse_type_expr(std::string_view text) {
   if (slash == std::string_view::npos) return out;
   if (out.above) return std::nullopt;  // the bases take no steps
   for (auto& step : split(text.substr(slash + 1), '/')) {
+    std::string result;
+    if (auto hash = step.find('#'); hash != std::string::npos) {
+      result = step.substr(hash);
+      step.resize(hash);
+      if (!step.ends_with("()")) return std::nullopt;  // only a call has results
+    }
     bool call = step.ends_with("()");
     if (call) step.resize(step.size() - 2);
     if (step.empty()) return std::nullopt;
-    out.steps.push_back({std::move(step), call});
+    out.steps.push_back({std::move(step), call, std::move(result)});
   }
   return out;
 }
@@ -310,6 +316,7 @@ std::optional<TypeResolver::Type> TypeResolver::step(const Type& t, const Parsed
   auto found = member_of(t, s.name);
   if (!found) return std::nullopt;
   if (!found->symbol) {
+    if (!s.result.empty()) return std::nullopt;
     if (s.call) return called_field(*found->field_type, depth);
     return evaluate(*found->field_type, depth + 1, nullptr);
   }
@@ -326,6 +333,12 @@ std::optional<TypeResolver::Type> TypeResolver::step(const Type& t, const Parsed
           if (field == s.name) return evaluate(type, depth + 1, nullptr);
         }
       }
+    }
+    return std::nullopt;
+  }
+  if (!s.result.empty()) {  // one of several results, kept among the method's fields
+    for (const auto& [name, type] : m.fields) {
+      if (name == s.result) return evaluate(type, depth + 1, nullptr);
     }
     return std::nullopt;
   }

@@ -23,7 +23,8 @@ struct ParsedTypeExpr {
   std::vector<std::string> scope_modules;
   struct Step {
     std::string name;
-    bool call = false;  // "/name()"
+    bool call = false;   // "/name()"
+    std::string result;  // "/name()#2": the call's second result
   };
   std::vector<Step> steps;
 };

@@ -53,6 +53,8 @@ enum Role : std::uint8_t {
   ATTRIBUTE,
   RETURNED,
   YIELDED,
+  UNPACKED_LIST,
+  UNPACKED_VALUE,
   OTHER,
   ROLE_COUNT = OTHER
 };
@@ -214,6 +216,13 @@ class Extraction {
     return !ts_node_is_null(n) && std::strcmp(ts_node_type(n), type) == 0;
   }
 
+  // `a, b = value`: each plain name is bound to its element of the value.
+  void collect_unpacked(TSNode targets, TSNode value);
+  // The type of the element `index` (from 1) of a value unpacked into names.
+  Typed element_type(TSNode value, std::uint32_t index, int depth) const;
+  // A function all of whose returns are tuples of one length: the types of their elements.
+  std::vector<std::pair<std::string, std::string>> tuple_results(TSNode fn) const;
+
   // Sorts what the type queries matched by the scope it speaks of.
   void collect_type_facts();
 
@@ -323,6 +332,8 @@ class Extraction {
   };
   std::vector<Fact> name_facts_, attribute_facts_;
   std::vector<TSNode> returned_, yielded_;
+  // Names bound by unpacking (by start byte): the value unpacked and the element's index.
+  std::unordered_map<std::uint32_t, std::pair<TSNode, std::uint32_t>> unpacked_;
   std::unordered_map<std::uint32_t, TSNode> decorators_;  // definition -> decorated_definition
   std::unordered_map<std::uint32_t, std::vector<TSNode>> returns_, yields_;  // by function
   std::unordered_map<std::uint32_t, TypeFacts> attributes_;  // by class: self.x bindings

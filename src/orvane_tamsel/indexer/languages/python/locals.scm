@@ -10,3 +10,4 @@
 (as_pattern_target (identifier) @local)
 ; `global x` in a function: x is the module's name there.
 (global_statement (identifier) @global)
+(tuple_pattern (identifier) @local)

@@ -332,6 +332,10 @@ Typed Extraction::nearest_binding_type(TSNode def, TSNode at, std::string_view n
 // What local evidence says of the type of an expression's value.
 Typed Extraction::value_type(TSNode e, int depth) const {
   if (depth > MAX_TYPE_DEPTH || ts_node_is_null(e)) return {};
+  if (auto u = unpacked_.find(ts_node_start_byte(e));
+      u != unpacked_.end() && is_type(e, "identifier")) {
+    return element_type(u->second.first, u->second.second, depth);
+  }
   if (is_type(e, "parenthesized_expression") || is_type(e, "await")) {
     return ts_node_named_child_count(e) == 1 ? value_type(ts_node_named_child(e, 0), depth + 1)
                                              : Typed{};
@@ -488,6 +492,9 @@ void Extraction::collect_types() {
   for (const auto& [node, index] : typed_symbols_) {
     auto& s = out_.symbols[index];
     s.type_of = s.kind == "variable" ? name_type(node, s.name, 0).expr : result_type(node);
+    if (s.kind != "variable") {
+      for (auto& f : tuple_results(node)) s.fields.push_back(std::move(f));
+    }
   }
   for (const auto& [node, index] : class_nodes_) {
     std::set<std::string, std::less<>> names;
