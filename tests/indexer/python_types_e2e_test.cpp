@@ -77,7 +77,7 @@ TEST(PythonTypesEndToEnd, ValuesOfManyBindingsAndForms) {
 // Module names bound away from the top level: a class chosen per platform under `if` (the
 // receiver has what the choices share), a name a function binds through `global` (a lazy
 // `__getattr__`), and a module's variable reached through the module; names bound by unpacking
-// a tuple a function or method returns.
+// a tuple a function or method returns, or a context manager yields.
 TEST(PythonTypesEndToEnd, ModuleNamesChosenAtImportTime) {
   indexer_test::IndexedFixture repo("");
   repo.write("sel/__init__.py",
@@ -95,7 +95,8 @@ TEST(PythonTypesEndToEnd, ModuleNamesChosenAtImportTime) {
              "    Lazy = k\n    return k\n");
   repo.write("sel/lazy.py", "class Lazy:\n    def close(self):\n        pass\n");
   repo.write("use.py",
-             "import sel\n\n\nif sel:\n    Mine = sel.Poll\nelse:\n    Mine = sel.Select\n\n\n"
+             "import contextlib\nimport sel\n\n\nif sel:\n    Mine = sel.Poll\nelse:\n    Mine = "
+             "sel.Select\n\n\n"
              "class Server:\n    def __init__(self):\n        self.s = sel.Default()\n\n"
              "    def serve(self):\n        self.s.register()\n\n\n"
              "def run():\n    with Mine() as m:\n        m.register()\n\n\n"
@@ -109,7 +110,11 @@ TEST(PythonTypesEndToEnd, ModuleNamesChosenAtImportTime) {
              "        s.register()\n\n\n"
              "def unpack():\n    a, b = pair()\n    a.register()\n    b.close()\n"
              "    (x, y) = sel.Select(), Client()\n    y.run()\n    x, y = 1, 2\n"
-             "    y.setup()\n");
+             "    y.setup()\n\n\n"
+             "@contextlib.contextmanager\ndef opened():\n    yield Client(), sel.Select()\n\n\n"
+             "def managed():\n    with opened() as (c, s):\n        c.close()\n\n\n"
+             "@contextlib.contextmanager\ndef one():\n    yield sel.Select()\n\n\n"
+             "def managed_one():\n    with one() as s:\n        s.register()\n");
   repo.update();
   auto rows = repo.rows(
       "SELECT r.fqn || ' -> ' || e.fqn || ' ' || c.evidence FROM edges g "
@@ -130,6 +135,9 @@ TEST(PythonTypesEndToEnd, ModuleNamesChosenAtImportTime) {
                       "use.unpack -> sel.Select.register result-type",
                       "use.unpack -> sel.lazy.Lazy.close result-type",
                       "use.unpack -> use.Client.run constructor",
+                      // `with` a context manager: what it yields
+                      "use.managed -> use.Client.close result-type",
+                      "use.managed_one -> sel.Select.register result-type",
                   }));
   auto variables = repo.rows("SELECT fqn FROM symbols WHERE kind = 'variable' ORDER BY fqn");
   EXPECT_EQ(variables, (std::vector<std::string>{"sel.Default", "sel.Lazy", "sel.Loose",

@@ -228,6 +228,9 @@ class Extraction {
 
   // The fixture a function defines, by its name or the decorator's `name=`; "" when none.
   std::string fixture_name(TSNode def) const;
+  // A generator whose callers get what it yields: a fixture, or a function decorated with
+  // contextmanager (`with f() as x`).
+  bool yields_value(TSNode fn) const;
   // A method read as an attribute: decorated with property or cached_property.
   bool is_property(TSNode def) const;
 

@@ -11,3 +11,4 @@
 ; `global x` in a function: x is the module's name there.
 (global_statement (identifier) @global)
 (tuple_pattern (identifier) @local)
+(as_pattern_target (tuple (identifier) @local))

@@ -439,12 +439,12 @@ Typed Extraction::value_type(TSNode e, int depth) const {
 }
 
 // A function's result: its return annotation, else the one type all its returns agree on; a
-// generator has none, but a fixture that yields gives what it yields.
+// generator has none, but a fixture or a context manager that yields gives what it yields (what
+// a test receives, what `with f() as x` binds).
 std::string Extraction::result_type(TSNode fn) const {
   auto key = ts_node_start_byte(fn);
   auto y = yields_.find(key);
-  bool fixture = !fixture_name(fn).empty();
-  if (y != yields_.end() && !fixture) return "";
+  if (y != yields_.end() && !yields_value(fn)) return "";
   TSNode annotation = ts_node_child_by_field_name(fn, "return_type", 11);
   if (!ts_node_is_null(annotation)) return annotated_type(annotation, fn, y != yields_.end());
   std::vector<TSNode> values;
@@ -519,6 +519,22 @@ void Extraction::collect_types() {
     auto c = classes.find(scope_key(enclosing_def(node)));
     if (c != classes.end()) out_.symbols[c->second].fields.emplace_back(s.name, s.type_of);
   }
+}
+
+bool Extraction::yields_value(TSNode fn) const {
+  if (!fixture_name(fn).empty()) return true;
+  auto outer = decorators_.find(ts_node_start_byte(fn));
+  if (outer == decorators_.end()) return false;
+  for (std::uint32_t i = 0; i < ts_node_named_child_count(outer->second); ++i) {
+    TSNode d = ts_node_named_child(outer->second, i);
+    if (!is_type(d, "decorator") || ts_node_named_child_count(d) == 0) continue;
+    auto t = text(ts_node_named_child(d, 0));
+    if (t == "contextmanager" || t.ends_with(".contextmanager") || t == "asynccontextmanager" ||
+        t.ends_with(".asynccontextmanager")) {
+      return true;
+    }
+  }
+  return false;
 }
 
 bool Extraction::is_property(TSNode def) const {

@@ -70,21 +70,29 @@ Typed Extraction::element_type(TSNode value, std::uint32_t index, int depth) con
 
 std::vector<std::pair<std::string, std::string>> Extraction::tuple_results(TSNode fn) const {
   auto key = ts_node_start_byte(fn);
-  if (yields_.count(key) != 0) return {};
-  auto r = returns_.find(key);
-  if (r == returns_.end()) return {};
+  std::vector<TSNode> results;
+  if (auto y = yields_.find(key); y != yields_.end()) {
+    if (!yields_value(fn)) return {};
+    for (TSNode n : y->second) {  // `yield a, b`; a bare `yield` or `yield from` says nothing
+      if (ts_node_named_child_count(n) != 1 || is_type(ts_node_child(n, 1), "from")) return {};
+      results.push_back(ts_node_named_child(n, 0));
+    }
+  } else if (auto r = returns_.find(key); r != returns_.end()) {
+    results = r->second;
+  }
   std::uint32_t count = 0;
-  for (TSNode n : r->second) {
+  for (TSNode n : results) {
     if (is_type(n, "none")) continue;
     if (!is_tuple(n)) return {};
     auto c = ts_node_named_child_count(n);
     if ((count != 0 && c != count) || c < 2 || c > MAX_ELEMENTS) return {};
     count = c;
   }
+  if (count == 0) return {};
   std::vector<std::pair<std::string, std::string>> out;
   for (std::uint32_t k = 0; k < count; ++k) {
     std::vector<TSNode> values;
-    for (TSNode n : r->second) {
+    for (TSNode n : results) {
       if (!is_type(n, "none")) values.push_back(ts_node_named_child(n, k));
     }
     auto t = possible(values, 0);
