@@ -287,6 +287,10 @@ class Extraction {
 
   // What local evidence says of the type of an expression's value.
   Typed value_type(TSNode e, int depth) const;
+  Typed either_type(TSNode e, int depth) const;
+  Typed new_instance_type(TSNode call, int depth) const;
+  Typed named_type(const Binding& b, const std::vector<std::string_view>& parts, bool call) const;
+  Typed called_name_type(TSNode head, int depth) const;
 
   // A function's result: its return annotation, else the one type all its returns agree on; a
   // generator has none, but a fixture that yields gives what it yields.

@@ -344,85 +344,23 @@ Typed Extraction::value_type(TSNode e, int depth) const {
   if (is_type(e, "assignment")) {  // `a = b = value`: what `a` is given is the value
     return value_type(ts_node_child_by_field_name(e, "right", 5), depth + 1);
   }
-  // `a or b`, `a if c else b`: either value, so the known ones must agree (see "&").
   if ((is_type(e, "boolean_operator") || is_type(e, "conditional_expression")) &&
       ts_node_named_child_count(e) >= 2) {
-    bool cond = is_type(e, "conditional_expression");
-    TSNode sides[2] = {
-        cond ? ts_node_named_child(e, 0) : ts_node_child_by_field_name(e, "left", 4),
-        cond ? ts_node_named_child(e, 2) : ts_node_child_by_field_name(e, "right", 5)};
-    Typed out;
-    for (TSNode side : sides) {
-      if (is_type(side, "none")) continue;
-      Typed t = value_type(side, depth + 1);
-      if (t.empty() || t.expr == out.expr) continue;
-      if (!out.empty() &&
-          (t.expr.find('+') != std::string::npos || out.expr.find('+') != std::string::npos)) {
-        return {};  // "+" binds loosest: see possible()
-      }
-      if (out.empty()) {
-        out = std::move(t);
-      } else {
-        out.expr.append("&").append(t.expr);
-      }
-    }
-    return out;
+    return either_type(e, depth);
   }
   bool call = is_type(e, "call");
+  if (!call && !is_type(e, "attribute")) return {};
   TSNode head = call ? ts_node_child_by_field_name(e, "function", 8) : e;
   // `object.__new__(Cls)`, `super().__new__(cls)`: an instance of the class passed.
   if (call && is_type(head, "attribute") &&
       text(ts_node_child_by_field_name(head, "attribute", 9)) == "__new__") {
-    TSNode args = ts_node_child_by_field_name(e, "arguments", 9);
-    if (ts_node_is_null(args) || ts_node_named_child_count(args) == 0) return {};
-    TSNode cls = ts_node_named_child(args, 0);
-    if (!is_type(cls, "identifier")) return {};
-    Typed c = value_type(cls, depth + 1);
-    if (c.expr.find_first_of("/|&") != std::string::npos) return {};
-    return c.empty() ? Typed{} : Typed{c.expr, "constructor"};
+    return new_instance_type(e, depth);
   }
-  if (!call && !is_type(e, "attribute")) return {};
   auto parts = dotted(head);
   if (!parts.empty()) {
-    if (auto b = lookup(head, parts[0])) {
-      if (!call && parts.size() == 1) return binding_type(*b);
-      if (call && parts.size() == 1 && is_local_function(*b)) return {"S:" + b->fqn, "result-type"};
-      std::string fqn = b->fqn, steps;
-      for (std::size_t k = 1; k < parts.size(); ++k) {
-        fqn = join_dotted(fqn, parts[k]);
-        steps.append("/").append(parts[k]);
-      }
-      bool cls = (parts.size() == 1 && b->is_class) ||
-                 std::isupper(static_cast<unsigned char>(parts.back()[0])) != 0;
-      Typed t{"S:" + fqn, !call ? "attribute" : cls ? "constructor" : "result-type"};
-      // An imported name is a module (its names are symbols) or a value (they are attributes).
-      if (parts.size() > 1 && b->evidence == "import") {
-        t.expr += "|S:" + b->fqn + steps + (call ? "()" : "");
-      }
-      return t;
-    }
+    if (auto b = lookup(head, parts[0])) return named_type(*b, parts, call);
   }
-  if (call && is_type(head, "identifier") && text(head) == "cls") {  // `cls(...)`: an instance
-    Typed c = name_type(head, "cls", depth);
-    if (c.expr.starts_with("T:") && c.expr.find('/') == std::string::npos) {
-      return {c.expr, "constructor"};
-    }
-  }
-  // A local bound to an attribute, called (`P = self.cls` then `P(...)`): the attribute called,
-  // which the writer types only for a field holding a class.
-  if (call && is_type(head, "identifier")) {
-    Typed c = name_type(head, text(head), depth);
-    // A name chosen among classes, called: an instance of the one chosen.
-    if (c.expr.find('+') != std::string::npos && c.expr.find('/') == std::string::npos) {
-      return {c.expr, "constructor"};
-    }
-    if (c.empty() || c.expr.find_first_of("|&") != std::string::npos ||
-        c.expr.find('/') == std::string::npos || c.expr.ends_with("()") ||
-        c.expr.ends_with("/[]")) {
-      return {};
-    }
-    return {c.expr + "()", "constructor"};
-  }
+  if (call && is_type(head, "identifier")) return called_name_type(head, depth);
   if (!is_type(head, "attribute")) return {};
   TSNode object = ts_node_child_by_field_name(head, "object", 6);
   if (is_type(object, "call") &&
@@ -436,6 +374,80 @@ Typed Extraction::value_type(TSNode e, int depth) const {
   std::string step = "/" + std::string(text(ts_node_child_by_field_name(head, "attribute", 9)));
   if (call) step += "()";
   return {then(of.expr, step), call ? "result-type" : "attribute"};
+}
+
+// `a or b`, `a if c else b`: either value, so the known ones must agree (see "&").
+Typed Extraction::either_type(TSNode e, int depth) const {
+  bool cond = is_type(e, "conditional_expression");
+  TSNode sides[2] = {cond ? ts_node_named_child(e, 0) : ts_node_child_by_field_name(e, "left", 4),
+                     cond ? ts_node_named_child(e, 2) : ts_node_child_by_field_name(e, "right", 5)};
+  Typed out;
+  for (TSNode side : sides) {
+    if (is_type(side, "none")) continue;
+    Typed t = value_type(side, depth + 1);
+    if (t.empty() || t.expr == out.expr) continue;
+    if (!out.empty() &&
+        (t.expr.find('+') != std::string::npos || out.expr.find('+') != std::string::npos)) {
+      return {};  // "+" binds loosest: see possible()
+    }
+    if (out.empty()) {
+      out = std::move(t);
+    } else {
+      out.expr.append("&").append(t.expr);
+    }
+  }
+  return out;
+}
+
+// `object.__new__(Cls)`: an instance of the class passed first.
+Typed Extraction::new_instance_type(TSNode call, int depth) const {
+  TSNode args = ts_node_child_by_field_name(call, "arguments", 9);
+  if (ts_node_is_null(args) || ts_node_named_child_count(args) == 0) return {};
+  TSNode cls = ts_node_named_child(args, 0);
+  if (!is_type(cls, "identifier")) return {};
+  Typed c = value_type(cls, depth + 1);
+  if (c.expr.find_first_of("/|&") != std::string::npos) return {};
+  return c.empty() ? Typed{} : Typed{c.expr, "constructor"};
+}
+
+// A dotted name whose first name `b` binds, read or called.
+Typed Extraction::named_type(const Binding& b, const std::vector<std::string_view>& parts,
+                             bool call) const {
+  if (!call && parts.size() == 1) return binding_type(b);
+  if (call && parts.size() == 1 && is_local_function(b)) return {"S:" + b.fqn, "result-type"};
+  std::string fqn = b.fqn, steps;
+  for (std::size_t k = 1; k < parts.size(); ++k) {
+    fqn = join_dotted(fqn, parts[k]);
+    steps.append("/").append(parts[k]);
+  }
+  bool cls = (parts.size() == 1 && b.is_class) ||
+             std::isupper(static_cast<unsigned char>(parts.back()[0])) != 0;
+  Typed t{"S:" + fqn, !call ? "attribute" : cls ? "constructor" : "result-type"};
+  // An imported name is a module (its names are symbols) or a value (they are attributes).
+  if (parts.size() > 1 && b.evidence == "import") {
+    t.expr += "|S:" + b.fqn + steps + (call ? "()" : "");
+  }
+  return t;
+}
+
+// A name no definition or import binds, called: `cls(...)`, a name chosen among classes, or a
+// local bound to an attribute (`P = self.cls` then `P(...)`), the attribute called, which the
+// writer types only for a field holding a class.
+Typed Extraction::called_name_type(TSNode head, int depth) const {
+  Typed c = name_type(head, text(head), depth);
+  if (text(head) == "cls") {  // an instance of the class
+    if (c.expr.starts_with("T:") && c.expr.find('/') == std::string::npos) {
+      return {c.expr, "constructor"};
+    }
+  }
+  if (c.expr.find('+') != std::string::npos && c.expr.find('/') == std::string::npos) {
+    return {c.expr, "constructor"};  // an instance of the class chosen
+  }
+  if (c.empty() || c.expr.find_first_of("|&") != std::string::npos ||
+      c.expr.find('/') == std::string::npos || c.expr.ends_with("()") || c.expr.ends_with("/[]")) {
+    return {};
+  }
+  return {c.expr + "()", "constructor"};
 }
 
 // A function's result: its return annotation, else the one type all its returns agree on; a
