@@ -111,6 +111,7 @@ TEST(PythonTypesEndToEnd, ModuleNamesChosenAtImportTime) {
              "def unpack():\n    a, b = pair()\n    a.register()\n    b.close()\n"
              "    (x, y) = sel.Select(), Client()\n    y.run()\n    x, y = 1, 2\n"
              "    y.setup()\n\n\n"
+             "def indexed():\n    pair()[1].close()\n    pair()[0].setup()\n\n\n"
              "@contextlib.contextmanager\ndef opened():\n    yield Client(), sel.Select()\n\n\n"
              "def managed():\n    with opened() as (c, s):\n        c.close()\n\n\n"
              "@contextlib.contextmanager\ndef one():\n    yield sel.Select()\n\n\n"
@@ -135,6 +136,7 @@ TEST(PythonTypesEndToEnd, ModuleNamesChosenAtImportTime) {
                       "use.unpack -> sel.Select.register result-type",
                       "use.unpack -> sel.lazy.Lazy.close result-type",
                       "use.unpack -> use.Client.run constructor",
+                      "use.indexed -> sel.lazy.Lazy.close result-type",
                       // `with` a context manager: what it yields
                       "use.managed -> use.Client.close result-type",
                       "use.managed_one -> sel.Select.register result-type",

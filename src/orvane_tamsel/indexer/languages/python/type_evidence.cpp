@@ -344,6 +344,13 @@ Typed Extraction::value_type(TSNode e, int depth) const {
   if (is_type(e, "assignment")) {  // `a = b = value`: what `a` is given is the value
     return value_type(ts_node_child_by_field_name(e, "right", 5), depth + 1);
   }
+  if (is_type(e, "subscript")) {  // `f()[1]`: an element of a tuple the call returns
+    TSNode index = ts_node_child_by_field_name(e, "subscript", 9);
+    auto digits = is_type(index, "integer") ? text(index) : std::string_view();
+    if (digits.empty() || digits.size() > 1 || digits[0] < '0' || digits[0] > '9') return {};
+    return element_type(ts_node_child_by_field_name(e, "value", 5),
+                        static_cast<std::uint32_t>(digits[0] - '0') + 1, depth);
+  }
   if ((is_type(e, "boolean_operator") || is_type(e, "conditional_expression")) &&
       ts_node_named_child_count(e) >= 2) {
     return either_type(e, depth);
