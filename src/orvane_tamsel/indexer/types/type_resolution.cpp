@@ -46,6 +46,17 @@ std::vector<std::string> split(std::string_view text, char sep) {
   return out;
 }
 
+// The next "+" that joins alternatives (a start follows it), not one of a name (`operator+`).
+std::size_t next_plus(std::string_view text, std::size_t from) {
+  for (auto at = text.find('+', from); at != std::string_view::npos; at = text.find('+', at + 1)) {
+    if (at + 2 < text.size() && text[at + 2] == ':' &&
+        (text[at + 1] == 'S' || text[at + 1] == 'T' || text[at + 1] == 'B')) {
+      return at;
+    }
+  }
+  return std::string_view::npos;
+}
+
 }  // namespace
 
 std::optional<ParsedTypeExpr> parse_type_expr(std::string_view text) {
@@ -119,7 +130,7 @@ std::vector<const TypeSymbol*> TypeResolver::find_start(std::string& fqn,
 std::optional<TypeResolver::Type> TypeResolver::evaluate(const TypeExpr& text, int depth,
                                                          std::string* evidence) {
   if (depth > MAX_DEPTH) return std::nullopt;
-  if (text.find('+') != std::string::npos) return common_base(text, depth);
+  if (next_plus(text, 0) != std::string::npos) return common_base(text, depth);
   // Values that may each be the one (a function's returns): those known must agree.
   std::optional<Type> agreed;
   std::string agreed_evidence;
@@ -190,7 +201,7 @@ std::optional<TypeResolver::Type> TypeResolver::evaluate(
 std::optional<TypeResolver::Type> TypeResolver::common_base(std::string_view text, int depth) {
   std::vector<Type> types;
   for (std::size_t at = 0; at <= text.size();) {
-    auto plus = std::min(text.find('+', at), text.size());
+    auto plus = std::min(next_plus(text, at), text.size());
     auto t = evaluate(std::string(text.substr(at, plus - at)), depth + 1, nullptr);
     if (!t || t->elements > 0 || t->above) return std::nullopt;  // each must be known
     if (std::find(types.begin(), types.end(), *t) == types.end()) types.push_back(*t);
