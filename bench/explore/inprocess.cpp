@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "orvane_tamsel/index/sqlite_embedder.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/tool_handlers/explore.h"
 #include "orvane_tamsel/workers/retrieval.h"
@@ -22,7 +23,8 @@ int main(int argc, char** argv) {
   }
   auto repository = index::open_repository(argv[1]);
   workers::HybridRetriever retriever(*repository, workers::load_settings(argv[1]),
-                                     workers::default_embedder());
+                                     index::open_learned_embedder(argv[1]),
+                                     workers::word_sense_embedder());
   std::vector<std::pair<std::string, std::string>> queries;
   std::ifstream in(argv[2]);
   for (std::string line; std::getline(in, line);) {

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "orvane_tamsel/index/sqlite_embedder.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/utils/query_terms.h"
 #include "orvane_tamsel/workers/retrieval.h"
@@ -66,7 +67,8 @@ int main(int argc, char** argv) {
   }
   auto repo = index::open_repository(argv[1]);
   workers::HybridRetriever retriever(*repo, workers::RetrievalSettings{},
-                                     workers::default_embedder());
+                                     index::open_learned_embedder(argv[1]),
+                                     workers::word_sense_embedder());
   auto questions = read_questions(argv[2]);
   // A misspelt expected symbol would count as a miss for every method alike.
   for (const auto& q : questions) {

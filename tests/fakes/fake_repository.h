@@ -153,8 +153,6 @@ class FakeRepository : public index::Repository {
     return unscripted<std::pair<std::vector<std::string>, std::int64_t>>("paths_page");
   }
   index::IndexStats stats() override { return unscripted<index::IndexStats>("stats"); }
-  std::shared_ptr<const index::MeaningVectors> meaning_vectors() override { return meaning; }
-  std::shared_ptr<const index::MeaningVectors> meaning;  // null: the meaning signal is off
 
  private:
   template <typename T>

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "indexer/temp_repo.h"
+#include "orvane_tamsel/index/sqlite_embedder.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
 #include "orvane_tamsel/tool_handlers/explore.h"
@@ -29,8 +30,9 @@ struct Index {
     spdlog::set_level(spdlog::level::off);
     indexer::update_index(repo.root());
     repository = index::open_repository(repo.root());
-    retriever = std::make_unique<workers::HybridRetriever>(*repository, std::nullopt,
-                                                           workers::default_embedder());
+    retriever = std::make_unique<workers::HybridRetriever>(
+        *repository, std::nullopt, index::open_learned_embedder(repo.root()),
+        workers::word_sense_embedder());
   }
 };
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "index/shop_batch.h"
+#include "orvane_tamsel/index/sqlite_embedder.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/tool_handlers/tools.h"
 #include "orvane_tamsel/workers/retrieval.h"
@@ -27,7 +28,8 @@ TEST(HostToolsOnIndex, CallersReferencesRelatedFilesTestsAndContext) {
   }
   auto index = index::open_repository(repo.root());
   workers::HybridRetriever retriever(*index, workers::RetrievalSettings{},
-                                     workers::default_embedder());
+                                     index::open_learned_embedder(repo.root()),
+                                     workers::word_sense_embedder());
   ToolContext context{*index, &retriever, nullptr, {}};
   auto run = [&](const std::string& tool, const Json& args) {
     return call_tool(tool, checked_arguments(*find_tool(tool), args), context);

@@ -87,7 +87,6 @@ class FakeIndex : public Repository {
     return {};
   }
   IndexStats stats() override { return {}; }
-  std::shared_ptr<const MeaningVectors> meaning_vectors() override { return nullptr; }
   std::vector<CallSite> call_sites(SymbolId, const Relation&, int) override {
     Neighbour checkout;
     checkout.fqn = "shop.checkout.pay";

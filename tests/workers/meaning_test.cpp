@@ -9,6 +9,8 @@
 #include "orvane_tamsel/index/meaning_words.h"
 #include "orvane_tamsel/index/schema.h"
 #include "orvane_tamsel/index/sqlite_db.h"
+#include "orvane_tamsel/index/sqlite_embedder.h"
+#include "orvane_tamsel/index/sqlite_meaning.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
 #include "orvane_tamsel/indexer/meaning/word_vectors.h"
@@ -103,20 +105,26 @@ TEST(MeaningVectors, StoredWithTheIndexAndKeptByAnUpdate) {
   write_shop(repo);
   indexer::update_index(repo.root());
   auto index = index::open_repository(repo.root());
-  auto first = index->meaning_vectors();
-  ASSERT_TRUE(first);
-  EXPECT_EQ(index->meaning_vectors(), first);  // loaded once while unchanged
-  ASSERT_GT(first->dims, 0U);
-  EXPECT_EQ(first->symbol_ids.size(), 8U);
-  auto make_password = index->get_symbol_by_fqn("auth.make_password");
-  ASSERT_TRUE(make_password && make_password->id);
-  auto asked = first->text_vector(weighed("salted hash"));
-  EXPECT_GT(first->similarity(asked, *make_password->id), 0.5);
+  auto embedder = index::open_learned_embedder(repo.root());
+  auto id_of = [&](const std::string& fqn) {
+    auto s = index->get_symbol_by_fqn(fqn);
+    return s && s->id ? *s->id : index::SymbolId{0};
+  };
+  auto nearest_ids = [](index::Embedder& e, const std::string& question) {
+    EXPECT_TRUE(e.symbol_vectors().held);
+    std::vector<index::SymbolId> ids;
+    for (const auto& hit : e.nearest(e.embed(question), 20, false)) ids.push_back(hit.id);
+    return ids;
+  };
+  ASSERT_TRUE(embedder->symbol_vectors().held);
+  auto asked = embedder->embed("salted hash");
+  ASSERT_FALSE(asked.empty());
+  EXPECT_EQ(embedder->nearest(asked, 20, false).size(), 8U);
+  EXPECT_GT(embedder->similarities(asked, {id_of("auth.make_password")})[0], 0.5);
+  auto pattern_of = id_of("urls.pattern_of");
 
-  // An update keeps the word vectors, gives a new symbol its vector and drops a removed one's.
-  auto pattern_of = index->get_symbol_by_fqn("urls.pattern_of");
-  ASSERT_TRUE(pattern_of && pattern_of->id);
-  EXPECT_TRUE(first->symbol_rows.count(*pattern_of->id));
+  // An update keeps the word vectors, gives a new or edited symbol its vector, drops a removed
+  // one's and records only those as changed.
   repo.write("auth.py", R"(def make_password(raw):
     """Hash a raw password with a salt and return the digest."""
 
@@ -127,7 +135,7 @@ def salt_for(user):
     """A random salt for a password hash."""
 
 def digest_of(text):
-    """The hash digest of the text, salted."""
+    """The URL of a view route, salted."""
 
 def hash_again(digest):
     """A salted hash of a password digest, again."""
@@ -142,17 +150,43 @@ def include(patterns):
     """Route a URL prefix to more view patterns."""
 )");
   indexer::update_index(repo.root());
-  auto second = index->meaning_vectors();
-  ASSERT_TRUE(second);
-  EXPECT_NE(second, first);
-  EXPECT_EQ(second->words, first->words);
-  EXPECT_EQ(second->symbol_ids.size(), 8U);
-  EXPECT_FALSE(second->symbol_rows.count(*pattern_of->id));
-  auto again = index->get_symbol_by_fqn("auth.hash_again");
-  ASSERT_TRUE(again && again->id);
-  EXPECT_GT(second->similarity(asked, *again->id), 0.5);
+  index::Database db(index::index_file(repo.root()), index::Database::Mode::read);
+  std::set<index::SymbolId> changed;
+  for (auto st = db.prepare("SELECT symbol_id FROM meaning_changes"); st.step();) {
+    changed.insert(st.integer(0));
+  }
+  EXPECT_EQ(changed, (std::set<index::SymbolId>{id_of("auth.hash_again"), id_of("auth.digest_of"),
+                                                pattern_of}));
+  // Every row is what the symbol's own text and the stored words give, as a full pass writes.
+  auto words = index::load_meaning_words(db);
+  std::size_t rows = 0;
+  for (auto st = db.prepare("SELECT m.vector, s.name, s.parent_fqn, coalesce(s.docstring, ''), "
+                            "coalesce(s.signature, '') FROM meaning_symbols m "
+                            "JOIN symbols s ON s.id = m.symbol_id");
+       st.step(); ++rows) {
+    auto v =
+        words.text_vector(index::vector_words({st.text(1), st.text(2), st.text(3), st.text(4)}));
+    EXPECT_EQ(st.blob(0), index::row_bytes(v.data(), v.size())) << st.text(1);
+  }
+  EXPECT_EQ(rows, 8U);
+  // The embedder kept from before reads only those rows and agrees with a new one.
+  auto fresh = index::open_learned_embedder(repo.root());
+  for (const char* question : {"salted hash", "url of a view route", "password digest"}) {
+    EXPECT_EQ(nearest_ids(*embedder, question), nearest_ids(*fresh, question)) << question;
+  }
+  auto after = nearest_ids(*embedder, "url route pattern");
+  EXPECT_EQ(std::count(after.begin(), after.end(), pattern_of), 0);
+  EXPECT_GT(embedder->similarities(embedder->embed("salted hash"), {id_of("auth.hash_again")})[0],
+            0.5);
+  // Three of the eight symbols learned from changed: the answer says the vectors are behind.
+  EXPECT_TRUE(embedder->symbol_vectors().stale);
+  workers::HybridRetriever retriever(*index, workers::RetrievalSettings{}, embedder);
+  auto stale = retriever.retrieve("salted hash", 5, false, true);
+  ASSERT_TRUE(stale.meaning_stale);
+  EXPECT_THAT(tool_handlers::retrieval_note(stale).value_or(""), HasSubstr("learned before"));
 
   // More than twice the symbols: the words are learned again, and the new ones are known.
+  EXPECT_TRUE(embedder->embed("mail recipients").empty());
   std::string mail;
   for (int i = 0; i < 10; ++i) {
     mail += "def send_" + std::to_string(i) + "(message):\n    \"\"\"Send a mail message to its " +
@@ -160,11 +194,9 @@ def include(patterns):
   }
   repo.write("mail.py", mail);
   indexer::update_index(repo.root());
-  auto third = index->meaning_vectors();
-  ASSERT_TRUE(third);
-  EXPECT_EQ(third->symbol_ids.size(), 18U);
-  EXPECT_TRUE(third->word_rows.count("mail") && third->word_rows.count("recipient"));
-  EXPECT_FALSE(second->word_rows.count("mail"));
+  EXPECT_FALSE(embedder->symbol_vectors().stale);
+  EXPECT_FALSE(embedder->embed("mail recipients").empty());
+  EXPECT_EQ(embedder->nearest(embedder->embed("mail recipients"), 30, false).size(), 18U);
 }
 
 TEST(MeaningVectors, AnIndexWithoutThemStillAnswersAndSaysTheSignalIsOff) {
@@ -177,8 +209,9 @@ TEST(MeaningVectors, AnIndexWithoutThemStillAnswersAndSaysTheSignalIsOff) {
     db.exec("DELETE FROM meta WHERE key = 'meaning_generation'");
   }
   auto index = index::open_repository(repo.root());
-  EXPECT_EQ(index->meaning_vectors(), nullptr);
-  workers::HybridRetriever retriever(*index, workers::RetrievalSettings{});
+  auto embedder = index::open_learned_embedder(repo.root());
+  EXPECT_FALSE(embedder->symbol_vectors().held);
+  workers::HybridRetriever retriever(*index, workers::RetrievalSettings{}, embedder);
   auto result = retriever.retrieve("how is a password hashed", 5, false, true);
   ASSERT_FALSE(result.hits.empty());
   EXPECT_TRUE(result.meaning_off);
@@ -205,7 +238,8 @@ TEST(MeaningVectors, AHowQuestionGetsTheMethodThatActsBeforeItsClass) {
 )");
   indexer::update_index(repo.root());
   auto index = index::open_repository(repo.root());
-  workers::HybridRetriever retriever(*index, workers::RetrievalSettings{});
+  workers::HybridRetriever retriever(*index, workers::RetrievalSettings{},
+                                     index::open_learned_embedder(repo.root()));
   auto first_of = [&](const std::string& question) {
     auto hits = retriever.retrieve(question, 5, false, true).hits;
     if (hits.empty()) return std::string();

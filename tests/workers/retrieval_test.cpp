@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "indexer/temp_repo.h"
+#include "orvane_tamsel/index/sqlite_embedder.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
 #include "orvane_tamsel/utils/query_terms.h"
@@ -95,7 +96,8 @@ TEST(HybridRetriever, RanksTheShopFixture) {
              "else:\n    def lock(f):\n        \"\"\"Lock the ledger file.\"\"\"\n");
   indexer::update_index(repo.root());
   auto index = index::open_repository(repo.root());
-  HybridRetriever retriever(*index, std::nullopt, default_embedder());
+  HybridRetriever retriever(*index, std::nullopt, index::open_learned_embedder(repo.root()),
+                            word_sense_embedder());
 
   auto r = retriever.retrieve("how are discounts applied", 5, false, true);
   ASSERT_FALSE(r.hits.empty());
@@ -168,7 +170,8 @@ TEST(TermExpansion, TheCodeBasesOwnWordReachesNamesTheQuestionDoesNotSpell) {
   EXPECT_TRUE(detail::expansions(*index, query_terms("list the items")).empty());
 
   // perm_codenames never says "permission"; only the paired name word finds it.
-  HybridRetriever retriever(*index, std::nullopt, default_embedder());
+  HybridRetriever retriever(*index, std::nullopt, index::open_learned_embedder(repo.root()),
+                            word_sense_embedder());
   auto names = fqns(*index, retriever.retrieve("which permissions exist", 10, false, true));
   EXPECT_THAT(names, Contains("shop.access.perm_codenames"));
 }
@@ -206,7 +209,7 @@ TEST(WordNetEmbedder, ReadsTheDictionaryFilesFirstLineToLast) {
   WordNetEmbedder wordnet(dict.root());
   ASSERT_TRUE(wordnet.available());
   EXPECT_FALSE(WordNetEmbedder("/nonexistent").available());
-  using detail::cosine;
+  using index::cosine;
   for (auto [a, b] : {std::pair{"abides", "abide"},
                       {"zooming", "zoom"},
                       {"calculated", "compute"},
@@ -220,7 +223,7 @@ TEST(WordNetEmbedder, ReadsTheDictionaryFilesFirstLineToLast) {
 TEST(WordNetEmbedder, SharedSensesInflectionsAndTheRetrieversUse) {
   WordNetEmbedder wordnet(WordNetEmbedder::default_dictionary());
   if (!wordnet.available()) GTEST_SKIP() << "wordnet-base is not installed";
-  using detail::cosine;
+  using index::cosine;
   auto asked = wordnet.embed("how is the total calculated");
   // A synonym under an inflection, inside a code name; an unrelated name shares nothing.
   EXPECT_GT(cosine(asked, wordnet.embed("Cart.compute_total")), 0.5);
@@ -240,7 +243,8 @@ TEST(WordNetEmbedder, SharedSensesInflectionsAndTheRetrieversUse) {
              "def calculate_order(order):\n    \"\"\"Handle the order's sum.\"\"\"\n");
   indexer::update_index(repo.root());
   auto index = index::open_repository(repo.root());
-  HybridRetriever retriever(*index, std::nullopt, default_embedder());
+  HybridRetriever retriever(*index, std::nullopt, index::open_learned_embedder(repo.root()),
+                            word_sense_embedder());
   EXPECT_EQ(
       fqns(*index, retriever.retrieve("how is the order sum computed", 5, false, true)).front(),
       "shop.orders.calculate_order");

@@ -17,6 +17,7 @@
 #include "orvane_tamsel/index/index_folder.h"
 #include "orvane_tamsel/index/memory_store.h"
 #include "orvane_tamsel/index/sqlite_db.h"
+#include "orvane_tamsel/index/sqlite_embedder.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/index_writer.h"
 #include "orvane_tamsel/indexer/indexer.h"
@@ -69,7 +70,8 @@ Json answer_of(const ToolDescription& tool, const Json& arguments,
                const std::filesystem::path& root) {
   auto repository = index::open_repository(root);
   workers::HybridRetriever retriever(*repository, workers::load_settings(root),
-                                     workers::default_embedder());
+                                     index::open_learned_embedder(root),
+                                     workers::word_sense_embedder());
   // Only the memory tool creates the store: asking must not.
   std::unique_ptr<index::MemoryStore> memories;
   if (tool.name == "memory" || std::filesystem::exists(root / ".tamsel" / "memories.db")) {

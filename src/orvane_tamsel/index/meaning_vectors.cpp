@@ -31,10 +31,31 @@ void MeaningVectors::add_word(const std::string& word, float weight, const float
 }
 
 void MeaningVectors::add_symbol(SymbolId id, bool is_test, const float* row) {
-  symbol_rows[id] = static_cast<std::uint32_t>(symbol_ids.size());
+  auto [it, added] = symbol_rows.emplace(id, static_cast<std::uint32_t>(symbol_ids.size()));
+  if (!added) {
+    symbol_is_test[it->second] = is_test ? 1 : 0;
+    std::copy(row, row + dims, &symbols[static_cast<std::size_t>(it->second) * dims]);
+    return;
+  }
   symbol_ids.push_back(id);
   symbol_is_test.push_back(is_test ? 1 : 0);
   symbols.insert(symbols.end(), row, row + dims);
+}
+
+void MeaningVectors::remove_symbol(SymbolId id) {
+  auto it = symbol_rows.find(id);
+  if (it == symbol_rows.end()) return;
+  const std::size_t row = it->second, last = symbol_ids.size() - 1;
+  symbol_rows.erase(it);
+  if (row != last) {
+    symbol_ids[row] = symbol_ids[last];
+    symbol_is_test[row] = symbol_is_test[last];
+    std::copy_n(&symbols[last * dims], dims, &symbols[row * dims]);
+    symbol_rows[symbol_ids[row]] = static_cast<std::uint32_t>(row);
+  }
+  symbol_ids.pop_back();
+  symbol_is_test.pop_back();
+  symbols.resize(last * dims);
 }
 
 std::vector<float> MeaningVectors::text_vector(
@@ -83,15 +104,31 @@ double MeaningVectors::similarity(const std::vector<float>& unit, SymbolId id) c
 }
 
 std::string row_bytes(const float* row, std::size_t dims) {
-  std::string bytes(dims * sizeof(float), '\0');
-  std::memcpy(bytes.data(), row, bytes.size());
+  float most = 0;
+  for (std::size_t i = 0; i < dims; ++i) most = std::max(most, std::fabs(row[i]));
+  const float scale = most > 0 ? most / 127.0F : 1.0F;
+  std::string bytes(sizeof(float) + dims, '\0');
+  std::memcpy(bytes.data(), &scale, sizeof scale);
+  for (std::size_t i = 0; i < dims; ++i) {
+    bytes[sizeof(float) + i] =
+        static_cast<char>(static_cast<std::int8_t>(std::lround(row[i] / scale)));
+  }
   return bytes;
 }
 
 bool read_row(std::string_view bytes, std::size_t dims, std::vector<float>& into) {
-  if (bytes.size() != dims * sizeof(float)) return false;
   into.resize(dims);
-  std::memcpy(into.data(), bytes.data(), bytes.size());
+  if (bytes.size() == dims * sizeof(float)) {  // as rows were stored before they were packed
+    std::memcpy(into.data(), bytes.data(), bytes.size());
+    return true;
+  }
+  if (bytes.size() != sizeof(float) + dims) return false;
+  float scale = 0;
+  std::memcpy(&scale, bytes.data(), sizeof scale);
+  // Rounding leaves a unit row's length within half a percent of 1: close enough to read a dot
+  // product as a cosine, and a reader unpacks every symbol's row.
+  const auto* packed = reinterpret_cast<const std::int8_t*>(bytes.data() + sizeof(float));
+  for (std::size_t i = 0; i < dims; ++i) into[i] = scale * static_cast<float>(packed[i]);
   return true;
 }
 

@@ -25,7 +25,10 @@ struct MeaningVectors {
   std::unordered_map<SymbolId, std::uint32_t> symbol_rows;
 
   void add_word(const std::string& word, float weight, const float* row);
+  // Adds the symbol's row, or replaces it when the symbol has one.
   void add_symbol(SymbolId id, bool is_test, const float* row);
+  // Forgets the symbol's row (the last row takes its place); nothing when it has none.
+  void remove_symbol(SymbolId id);
   // The unit sum of the known words' rows, each times its own weight and the given one; empty
   // when no word is known.
   std::vector<float> text_vector(const std::vector<std::pair<std::string, float>>& words) const;
@@ -36,9 +39,11 @@ struct MeaningVectors {
   double similarity(const std::vector<float>& unit, SymbolId id) const;
 };
 
-// Rows as the index stores them: the floats' bytes in the machine's order.
+// A unit row as the index stores it: a scale (a float, in the machine's order) and one signed
+// byte per dimension, a quarter of the floats' size, so a reader loads every symbol's row fast.
 std::string row_bytes(const float* row, std::size_t dims);
-// False when the bytes are not `dims` floats.
+// The row of those bytes, of unit length within rounding (or `dims` floats, as earlier indexes
+// stored them); false when the bytes are neither.
 bool read_row(std::string_view bytes, std::size_t dims, std::vector<float>& into);
 
 }  // namespace orvane_tamsel::index

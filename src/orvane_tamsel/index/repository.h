@@ -87,8 +87,6 @@ struct ImportRecord {
   std::optional<SymbolId> target_symbol;   // the indexed symbol it binds, when one
 };
 
-struct MeaningVectors;  // meaning_vectors.h
-
 struct ScoredSymbol {
   SymbolId id = 0;
   double score = 0;  // larger is better
@@ -213,9 +211,6 @@ class Repository {
   virtual std::pair<std::vector<std::string>, std::int64_t> paths_page(const std::string& folder,
                                                                        int offset, int limit) = 0;
   virtual IndexStats stats() = 0;
-  // The word and symbol vectors learned at index time, the same object while the index keeps
-  // them; null when the index was built without them (the meaning signal is off).
-  virtual std::shared_ptr<const MeaningVectors> meaning_vectors() = 0;
 };
 
 }  // namespace orvane_tamsel::index

@@ -9,7 +9,6 @@
 #include "orvane_tamsel/index/schema.h"
 #include "orvane_tamsel/index/similarity.h"
 #include "orvane_tamsel/index/sqlite_db.h"
-#include "orvane_tamsel/index/sqlite_meaning.h"
 #include "orvane_tamsel/index/stats.h"
 #include "orvane_tamsel/utils/unicode.h"
 
@@ -578,19 +577,6 @@ class SqliteRepository : public Repository {
     return read_stats(*db_);
   }
 
-  // Loaded once per meaning pass: a question then costs one read of meta.
-  std::shared_ptr<const MeaningVectors> meaning_vectors() override {
-    std::lock_guard lock(mutex_);
-    auto generation = meaning_generation(*db_);
-    if (!generation) {
-      meaning_.reset();
-    } else if (!meaning_ || *generation != meaning_generation_) {
-      meaning_ = load_meaning(*db_);
-      meaning_generation_ = *generation;
-    }
-    return meaning_;
-  }
-
  private:
   template <typename Key>
   std::vector<ImportRecord> imports_where(const std::string& where, const Key& key, int limit,
@@ -641,8 +627,6 @@ class SqliteRepository : public Repository {
   std::filesystem::path root_;
   std::unique_ptr<Database> db_;
   std::mutex mutex_;
-  std::shared_ptr<const MeaningVectors> meaning_;
-  std::int64_t meaning_generation_ = 0;
 };
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "orvane_tamsel/index/index_folder.h"
 #include "orvane_tamsel/index/schema.h"
 #include "orvane_tamsel/index/sqlite_db.h"
+#include "orvane_tamsel/index/sqlite_embedder.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/index_writer.h"
 #include "orvane_tamsel/indexer/indexer.h"
@@ -80,6 +81,7 @@ void LiveHost::index_at_start() {
   watch_.arm(report.folders);
   index_inode_ = inode_of(index::index_file(root_));
   repository_ = index::open_repository(root_);
+  embedder_ = index::open_learned_embedder(root_);
   memories_ = std::make_unique<index::MemoryStore>(root_);
 }
 
@@ -89,6 +91,7 @@ void LiveHost::reopen_if_replaced() {
   spdlog::info("serve: the index was rebuilt: opening it again");
   retriever_.reset();
   repository_ = index::open_repository(root_);
+  embedder_ = index::open_learned_embedder(root_);
   index_inode_ = inode;
 }
 
@@ -102,7 +105,6 @@ void LiveHost::refresh() {
     watch_.arm(report.folders);
     if (report.parsed > 0 || report.removed > 0) {
       spdlog::info("serve: refreshed: {}", indexer::summary_line(report));
-      retriever_.reset();
     }
   } catch (const std::exception& e) {
     // A refresh that fails (another writer, a vanished file) leaves the last
@@ -148,8 +150,8 @@ Json LiveHost::call_tool(const std::string& name, const Json& arguments) {
   }
   refresh();
   if (!retriever_)
-    retriever_ = std::make_unique<workers::HybridRetriever>(*repository_, std::nullopt,
-                                                            workers::default_embedder());
+    retriever_ = std::make_unique<workers::HybridRetriever>(*repository_, std::nullopt, embedder_,
+                                                            workers::word_sense_embedder());
   tool_handlers::ToolContext context{*repository_, retriever_.get(), memories_.get(), {}};
   context.explore = [this](const Json& a) {
     return tool_handlers::handle_explore(

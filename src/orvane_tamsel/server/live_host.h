@@ -11,6 +11,7 @@
 #include <mutex>
 #include <thread>
 
+#include "orvane_tamsel/index/embedder.h"
 #include "orvane_tamsel/index/memory_store.h"
 #include "orvane_tamsel/index/repository.h"
 #include "orvane_tamsel/server/change_watch.h"
@@ -47,6 +48,8 @@ class LiveHost : public ToolHost {
   std::exception_ptr start_error_;
   std::unique_ptr<index::Repository> repository_;
   std::uint64_t index_inode_ = 0;
+  // Kept across updates: the embedder reads only the vectors an update changed.
+  std::shared_ptr<index::Embedder> embedder_;
   std::unique_ptr<workers::HybridRetriever> retriever_;
   std::unique_ptr<index::MemoryStore> memories_;
   ChangeWatch watch_;

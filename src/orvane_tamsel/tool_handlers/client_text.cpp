@@ -62,11 +62,18 @@ std::optional<std::string> shortfall_note(const workers::RetrievalResult& result
 
 std::optional<std::string> retrieval_note(const workers::RetrievalResult& result) {
   auto note = shortfall_note(result);
-  if (!result.meaning_off) return note;
-  std::string off =
-      "the meaning signal is off (the index holds no meaning vectors): only code that shares the "
-      "question's words was found";
-  return note ? *note + "; " + off : off;
+  std::string meaning;
+  if (result.meaning_off) {
+    meaning =
+        "the meaning signal is off (the index holds no meaning vectors): only code that shares "
+        "the question's words was found";
+  } else if (result.meaning_stale) {
+    meaning =
+        "the meaning vectors were learned before many symbols changed: words new since then do "
+        "not count yet (they are learned again when a quarter has changed)";
+  }
+  if (meaning.empty()) return note;
+  return note ? *note + "; " + meaning : meaning;
 }
 
 }  // namespace orvane_tamsel::tool_handlers

@@ -8,7 +8,6 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "orvane_tamsel/index/meaning_vectors.h"
 #include "orvane_tamsel/index/meaning_words.h"
 #include "orvane_tamsel/index/subwords.h"
 #include "orvane_tamsel/utils/query_terms.h"
@@ -54,10 +53,12 @@ RetrievalSettings load_settings(const std::filesystem::path& repository_root) {
 
 HybridRetriever::HybridRetriever(index::Repository& repository,
                                  std::optional<RetrievalSettings> settings,
-                                 std::shared_ptr<Embedder> embedder)
+                                 std::shared_ptr<index::Embedder> embedder,
+                                 std::shared_ptr<index::Embedder> word_senses)
     : repository_(repository),
       settings_(settings ? *settings : load_settings(repository.root())),
-      embedder_(std::move(embedder)) {}
+      embedder_(std::move(embedder)),
+      word_senses_(std::move(word_senses)) {}
 
 namespace detail {
 
@@ -143,11 +144,17 @@ constexpr double W_MEANING_RERANK = 0.3;
 // (fold A).
 constexpr double W_ACTION = 0.1;
 
-// The question's place among the meaning vectors, and the symbols nearest it.
+// The question's vector from the embedder that holds the symbols', the symbols nearest it, and
+// the cosine of every fused candidate with it.
 struct Meaning {
-  std::shared_ptr<const index::MeaningVectors> vectors;  // null: the index holds none
-  std::vector<float> asked;                              // empty: no word of it is known
+  index::Embedder* embedder = nullptr;  // null: the meaning signal is off
+  std::vector<float> asked;             // empty: no word of it is known
   std::vector<index::ScoredSymbol> nearest;
+  std::map<index::SymbolId, double> similarity;
+  double of(index::SymbolId id) const {
+    auto it = similarity.find(id);
+    return it == similarity.end() ? 0.0 : it->second;
+  }
 };
 
 std::string match_expression(const std::vector<std::string>& terms) {
@@ -161,8 +168,7 @@ std::string match_expression(const std::vector<std::string>& terms) {
 
 std::map<index::SymbolId, double> fuse(
     const std::vector<index::ScoredSymbol>& bm25, const std::vector<index::ScoredSymbol>& widened,
-    const std::vector<std::pair<std::size_t, const index::Symbol*>>& named,
-    const Meaning& meaning) {
+    const std::vector<std::pair<std::size_t, const index::Symbol*>>& named, Meaning& meaning) {
   std::map<index::SymbolId, double> fused;
   const double top = bm25.empty() ? 0.0 : bm25.front().score;
   for (const auto& hit : bm25) fused[hit.id] = top > 0 ? hit.score / top : 0.0;
@@ -177,8 +183,12 @@ std::map<index::SymbolId, double> fuse(
   }
   if (meaning.asked.empty()) return fused;
   for (const auto& hit : meaning.nearest) fused.emplace(hit.id, 0.0);
-  for (auto& [id, score] : fused) {
-    score += MEANING_WEIGHT * std::max(0.0, meaning.vectors->similarity(meaning.asked, id));
+  std::vector<index::SymbolId> ids;
+  for (const auto& [id, score] : fused) ids.push_back(id);
+  auto cosines = meaning.embedder->similarities(meaning.asked, ids);
+  for (std::size_t i = 0; i < ids.size(); ++i) {
+    meaning.similarity[ids[i]] = cosines[i];
+    fused[ids[i]] += MEANING_WEIGHT * std::max(0.0, cosines[i]);
   }
   return fused;
 }
@@ -452,8 +462,8 @@ double features_of(const Candidate& c, const Question& q, const std::set<std::st
 }
 
 // Reorders the head of the candidates by the decision model.
-void rerank(index::Repository& repository, Embedder* embedder, const detail::Meaning& meaning,
-            const Question& q, std::vector<Candidate>& candidates) {
+void rerank(index::Repository& repository, index::Embedder* word_senses,
+            const detail::Meaning& meaning, const Question& q, std::vector<Candidate>& candidates) {
   using namespace detail;
   auto depth = std::min<std::size_t>(candidates.size(), RERANK_DEPTH);
   std::vector<index::SymbolId> head;
@@ -467,17 +477,16 @@ void rerank(index::Repository& repository, Embedder* embedder, const detail::Mea
   std::set<std::string> term_set(q.terms.begin(), q.terms.end());
   auto weights = stem_weights(repository, q.terms, term_set);
   std::vector<float> asked;
-  if (embedder) asked = embedder->embed(q.query);
+  if (word_senses) asked = word_senses->embed(q.query);
   for (std::size_t i = 0; i < depth; ++i) {
     auto& c = candidates[i];
     auto n = callers.count(c.id) ? callers[c.id] : 0;
     double features = features_of(c, q, term_set, weights, n);
     double model = W_FUSED * ((c.score - bottom) / spread) + FEATURE_SCALE * features;
-    if (!meaning.asked.empty()) {
-      model += W_MEANING_RERANK * meaning.vectors->similarity(meaning.asked, c.id);
-    }
+    model += W_MEANING_RERANK * meaning.of(c.id);
     if (!asked.empty()) {
-      model += W_MEANING * cosine(asked, embedder->embed(inside_module(c.symbol->fqn, *c.path)));
+      model += W_MEANING *
+               index::cosine(asked, word_senses->embed(inside_module(c.symbol->fqn, *c.path)));
     }
     c.score = model;
   }
@@ -543,14 +552,17 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
              include_tests,
              asks_action(terms, query)};
 
-  detail::Meaning meaning{repository_.meaning_vectors(), {}, {}};
-  result.meaning_off = meaning.vectors == nullptr;
-  if (meaning.vectors) {
-    std::vector<std::pair<std::string, float>> asked;
-    for (auto& w : index::meaning_words(query)) asked.emplace_back(std::move(w), 1.0F);
-    meaning.asked = meaning.vectors->text_vector(asked);
-    meaning.nearest =
-        meaning.vectors->nearest(meaning.asked, detail::MEANING_CANDIDATES, include_tests);
+  auto held = embedder_ ? embedder_->symbol_vectors() : index::SymbolVectors{};
+  result.meaning_off = !held.held;
+  result.meaning_stale = held.stale;
+  detail::Meaning meaning;
+  if (held.held) {
+    meaning.embedder = embedder_.get();
+    meaning.asked = embedder_->embed(query);
+    if (!meaning.asked.empty()) {
+      meaning.nearest =
+          embedder_->nearest(meaning.asked, detail::MEANING_CANDIDATES, include_tests);
+    }
   }
   auto [bm25, widened] = text_hits(repository_, q);
   auto exact = exact_names(repository_, q);
@@ -560,7 +572,7 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
   auto found = repository_.symbols_with_paths(ids);
   auto candidates = candidates_of(fused, found, include_tests);
   if (rerank_head && settings_.rerank_results && !candidates.empty()) {
-    rerank(repository_, embedder_.get(), meaning, q, candidates);
+    rerank(repository_, word_senses_.get(), meaning, q, candidates);
   }
 
   result.hits = best_hits(candidates, limit);

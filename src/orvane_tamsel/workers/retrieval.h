@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "orvane_tamsel/index/embedder.h"
 #include "orvane_tamsel/index/repository.h"
-#include "orvane_tamsel/workers/embedder.h"
 #include "orvane_tamsel/workers/retriever.h"
 
 namespace orvane_tamsel::workers {
@@ -28,18 +28,21 @@ extern const std::set<std::string> RETRIEVABLE_KINDS;
 
 class HybridRetriever : public Retriever {
  public:
-  // Without settings, those of the repository's root; without an embedder, the meaning of words
-  // plays no part.
+  // Without settings, those of the repository's root. `embedder` holds the symbols' vectors (the
+  // one learned from the repository): without it, or when it holds none, the meaning signal is
+  // off. `word_senses` compares the question with each name's words in the rerank (WordNet).
   explicit HybridRetriever(index::Repository& repository,
                            std::optional<RetrievalSettings> settings = std::nullopt,
-                           std::shared_ptr<Embedder> embedder = nullptr);
+                           std::shared_ptr<index::Embedder> embedder = nullptr,
+                           std::shared_ptr<index::Embedder> word_senses = nullptr);
   RetrievalResult retrieve(const std::string& query, int limit, bool include_tests,
                            bool rerank) override;
 
  private:
   index::Repository& repository_;
   RetrievalSettings settings_;
-  std::shared_ptr<Embedder> embedder_;
+  std::shared_ptr<index::Embedder> embedder_;
+  std::shared_ptr<index::Embedder> word_senses_;
 };
 
 }  // namespace orvane_tamsel::workers

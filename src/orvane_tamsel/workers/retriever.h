@@ -32,6 +32,8 @@ struct RetrievalResult {
   std::vector<std::string> unmatched;  // the question's terms no symbol matches, in their order
   // The index holds no meaning vectors: the question was matched by its own words only.
   bool meaning_off = false;
+  // The meaning vectors were learned before many of the symbols changed.
+  bool meaning_stale = false;
 };
 
 // Anything that ranks symbols for a question.

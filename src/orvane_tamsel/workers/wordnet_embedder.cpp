@@ -280,7 +280,7 @@ std::vector<float> WordNetEmbedder::embed(const std::string& text) {
   return v;
 }
 
-std::shared_ptr<Embedder> default_embedder() {
+std::shared_ptr<index::Embedder> word_sense_embedder() {
   static std::shared_ptr<WordNetEmbedder> shared = [] {
     auto e = std::make_shared<WordNetEmbedder>(WordNetEmbedder::default_dictionary());
     return e->available() ? e : nullptr;

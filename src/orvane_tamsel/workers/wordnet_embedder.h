@@ -10,11 +10,11 @@
 #include <string_view>
 #include <vector>
 
-#include "orvane_tamsel/workers/embedder.h"
+#include "orvane_tamsel/index/embedder.h"
 
 namespace orvane_tamsel::workers {
 
-class WordNetEmbedder : public Embedder {
+class WordNetEmbedder : public index::Embedder {
  public:
   // Reads the dictionary files under `dictionary` (index.* and data.* of the Debian package).
   explicit WordNetEmbedder(const std::filesystem::path& dictionary);
@@ -37,6 +37,6 @@ class WordNetEmbedder : public Embedder {
 };
 
 // The WordNet embedder when its dictionary is installed, else null.
-std::shared_ptr<Embedder> default_embedder();
+std::shared_ptr<index::Embedder> word_sense_embedder();
 
 }  // namespace orvane_tamsel::workers

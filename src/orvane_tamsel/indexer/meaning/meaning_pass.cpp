@@ -1,5 +1,7 @@
 #include "orvane_tamsel/indexer/meaning/meaning_pass.h"
 
+#include <set>
+
 #include "orvane_tamsel/index/meaning_words.h"
 #include "orvane_tamsel/index/sqlite_meaning.h"
 #include "orvane_tamsel/indexer/meaning/word_vectors.h"
@@ -10,6 +12,9 @@ namespace {
 
 // The word vectors are learned again when the code base has grown or shrunk by this factor.
 constexpr double RELEARN_FACTOR = 2.0;
+// ... or when this share of the symbols they were learned from got other vectors since: words
+// new since then are unknown to them.
+constexpr double CHANGED_SHARE = 0.25;
 
 std::string kinds_list() {
   std::string list;
@@ -44,22 +49,52 @@ index::MeaningVectors learn(index::Database& db) {
   return learn_word_vectors(contexts).value_or(index::MeaningVectors{});
 }
 
-// Writes the vector of each symbol the statement yields; one that no known word describes has
-// none.
-void write_symbols(index::Database& db, index::Statement& symbols,
-                   const index::MeaningVectors& words) {
-  auto put = db.prepare("INSERT OR REPLACE INTO meaning_symbols VALUES(?, ?, ?)");
-  auto drop = db.prepare("DELETE FROM meaning_symbols WHERE symbol_id = ?");
+// Writes the vector of each symbol the statement yields, and returns their ids; one that no
+// known word describes has none.
+std::set<index::SymbolId> write_symbols(index::MeaningSymbolWriter& writer,
+                                        index::Statement& symbols,
+                                        const index::MeaningVectors& words) {
+  std::set<index::SymbolId> written;
   while (symbols.step()) {
-    auto v = words.text_vector(index::vector_words(text_of(symbols)));
-    if (v.empty()) {
-      drop.bind(1, symbols.integer(0)).run();
-      continue;
-    }
-    put.bind(1, symbols.integer(0))
-        .bind(2, symbols.integer(1))
-        .bind_blob(3, index::row_bytes(v.data(), v.size()))
-        .run();
+    auto id = symbols.integer(0);
+    writer.put(id, symbols.integer(1) != 0,
+               words.text_vector(index::vector_words(text_of(symbols))));
+    written.insert(id);
+  }
+  return written;
+}
+
+// Whether the word vectors no longer describe the code base: it has grown or shrunk by
+// RELEARN_FACTOR, or a quarter of the symbols they were learned from changed since.
+bool relearn(index::Database& db) {
+  if (!index::meaning_generation(db)) return true;
+  auto learned_from = static_cast<double>(index::meaning_learned_from(db));
+  auto now = static_cast<double>(production_symbols(db));
+  auto changed = static_cast<double>(index::meaning_changed_since_learning(db));
+  return learned_from == 0 || now > RELEARN_FACTOR * learned_from ||
+         now * RELEARN_FACTOR < learned_from || changed > CHANGED_SHARE * learned_from;
+}
+
+// Gives the symbols of each changed file their vectors from the stored words, and drops the rows
+// of symbols that are gone or no longer production code of a retrievable kind.
+void update_files(index::Database& db, index::MeaningSymbolWriter& writer,
+                  const std::vector<std::string>& changed_paths) {
+  auto words = index::load_meaning_words(db);
+  writer.drop_gone();
+  auto of_file =
+      db.prepare(symbol_select() + " AND s.file_id = (SELECT id FROM files WHERE path = ?)");
+  auto held = db.prepare(
+      "SELECT m.symbol_id FROM meaning_symbols m JOIN symbols s ON s.id = m.symbol_id "
+      "WHERE s.file_id = (SELECT id FROM files WHERE path = ?)");
+  for (const auto& path : changed_paths) {
+    std::set<index::SymbolId> had;
+    held.bind(1, path);
+    while (held.step()) had.insert(held.integer(0));
+    held.reset();
+    of_file.bind(1, path);
+    for (auto id : write_symbols(writer, of_file, words)) had.erase(id);
+    of_file.reset();
+    for (auto id : had) writer.put(id, false, {});
   }
 }
 
@@ -69,32 +104,19 @@ void update_meaning(index::Database& db, const std::vector<std::string>& changed
   if (!can_learn()) return;
   db.exec("BEGIN IMMEDIATE");
   try {
-    auto learned_from = static_cast<double>(index::meaning_learned_from(db));
-    auto now = static_cast<double>(production_symbols(db));
-    bool relearn = !index::meaning_generation(db) || learned_from == 0 ||
-                   now > RELEARN_FACTOR * learned_from || now * RELEARN_FACTOR < learned_from;
-    if (relearn) {
-      auto words = learn(db);
-      index::store_meaning_words(db, words, static_cast<std::int64_t>(now));
-      auto all = db.prepare(symbol_select());
-      write_symbols(db, all, words);
-    } else {
+    const auto generation = index::meaning_generation(db).value_or(0) + 1;
+    index::MeaningSymbolWriter writer(db, generation);
+    if (relearn(db)) {
+      index::store_meaning_words(db, learn(db), production_symbols(db), generation);
+      // The rows as stored, as an update reads them, so either pass gives a symbol one row.
       auto words = index::load_meaning_words(db);
-      db.exec("DELETE FROM meaning_symbols WHERE symbol_id NOT IN (SELECT id FROM symbols)");
-      auto of_file =
-          db.prepare(symbol_select() + " AND s.file_id = (SELECT id FROM files WHERE path = ?)");
-      // A symbol that became test code keeps no vector.
-      auto clear = db.prepare(
-          "DELETE FROM meaning_symbols WHERE symbol_id IN (SELECT id FROM symbols "
-          "WHERE file_id = (SELECT id FROM files WHERE path = ?))");
-      for (const auto& path : changed_paths) {
-        clear.bind(1, path).run();
-        of_file.bind(1, path);
-        write_symbols(db, of_file, words);
-        of_file.reset();
-      }
+      auto all = db.prepare(symbol_select());
+      write_symbols(writer, all, words);
+      db.exec("DELETE FROM meaning_changes");
+    } else {
+      update_files(db, writer, changed_paths);
     }
-    index::bump_meaning_generation(db);
+    index::set_meaning_generation(db, generation);
     db.exec("COMMIT");
   } catch (...) {
     db.exec("ROLLBACK");

@@ -1,8 +1,8 @@
-#include "orvane_tamsel/workers/embedder.h"
+#include "orvane_tamsel/index/embedder.h"
 
 #include <cmath>
 
-namespace orvane_tamsel::workers::detail {
+namespace orvane_tamsel::index {
 
 double cosine(const std::vector<float>& a, const std::vector<float>& b) {
   double dot = 0, na = 0, nb = 0;
@@ -14,4 +14,4 @@ double cosine(const std::vector<float>& a, const std::vector<float>& b) {
   return na > 0 && nb > 0 ? dot / std::sqrt(na * nb) : 0.0;
 }
 
-}  // namespace orvane_tamsel::workers::detail
+}  // namespace orvane_tamsel::index
