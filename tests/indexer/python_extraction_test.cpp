@@ -206,6 +206,8 @@ TEST(PythonTypes, AnnotationsNameOneClass) {
   EXPECT_EQ(annotated_class("list[Request]"), "");
   EXPECT_EQ(annotated_class("None"), "");
   EXPECT_EQ(annotated_class("Iterator[Client]"), "");
+  EXPECT_EQ(annotated_class("queue.Queue[Item]"), "queue.Queue");
+  EXPECT_EQ(annotated_class("t.Mapping[str, Client]"), "");
   EXPECT_EQ(annotated_class("Generator[Client, None, None]", true), "Client");
 }
 

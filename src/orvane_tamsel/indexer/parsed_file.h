@@ -21,10 +21,12 @@ namespace orvane_tamsel::indexer {
 // followed by any number of
 //   "/name"   the attribute or field `name` of the type so far (its declared or inferred type)
 //   "/name()" the result of calling method `name` on the type so far
+//   "/name()#2" the second result of that call (a Python method returning a tuple)
 //   "/[]"     an element of the slice, array or map (its value) so far; "T:[]fqn" is a slice,
 //             array or map of fqn values (one "[]" per level)
 // e.g. "S:gin.CreateTestContext" or "T:flask.app.Flask/json/dumps()". "S:fqn#2" is the second
-// result of the function fqn, which keeps its results after the first as fields "#2", "#3", ... A
+// result of the function fqn, which keeps its results after the first as fields "#2", "#3", ...
+// (a Python function returning tuples keeps each element, "#1" too). A
 // start may be qualified by the modules whose files may hold it, as ParsedCall::scope_modules does
 // for a target: "S:gin.New@github.com.gin-gonic.gin" (several modules joined by ","). An entry
 // starting with
@@ -36,6 +38,9 @@ namespace orvane_tamsel::indexer {
 // Values joined by "&" (each a list of alternatives) are what a function may return: those the
 // writer can evaluate must agree, the others are passed over ("T:a.Box&S:a.f" is a Box when f's
 // result is unknown or a Box).
+// Types joined by "+" (binding loosest) are alternatives a value is one of (a module name
+// assigned a different class per platform): each must evaluate, and the value has the nearest
+// base they all share (evidence "common-base").
 // Empty: unknown. A start with no symbol of its fqn (and no scope) may name one through a module
 // that re-exports it (`S:pkg.Thing` for `from .impl import Thing` in pkg/__init__.py).
 // The writer finds "/name" as a symbol `type.name` with a type_of, or as one of the type's
@@ -94,7 +99,8 @@ struct ParsedCall {
                                            // the writer adds what the file's #includes reach
   // A call `<receiver>.member(...)` whose target local evidence cannot name: the receiver's type
   // as an expression, resolved by the writer to a type T, after which the site links to
-  // T.member, or to member on T's bases or embedded types (evidence "inherited"). `evidence`
+  // T.member, or to member on T's bases or embedded types (evidence "inherited"; "common-base"
+  // when T is what the alternatives of "+" share). `evidence`
   // then says how the receiver's type was known: declared-type, result-type, constructor,
   // attribute, fixture; left empty, the writer derives it from the expression: a start naming a
   // type or a variable, declared-type; a class called, constructor; a function called,

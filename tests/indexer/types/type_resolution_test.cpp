@@ -169,3 +169,37 @@ TEST(TypeResolution, AlternativesFilesReexportsAndProperties) {
 }
 
 }  // namespace
+
+// "A+B": a value that is one of several classes has the nearest base all of them share, and
+// each must be known; "/m()#2" is the second result of a call, kept among the method's fields.
+TEST(TypeResolution, AlternativesShareTheirNearestBaseAndCallsKeepTheirResults) {
+  FakeFacts facts;
+  facts.add("m.Base", "class");
+  facts.add("m.Base.register", "method");
+  facts.add("m.Impl", "class").bases = {"m.Base"};
+  facts.add("m.Impl.register", "method");
+  facts.add("m.Impl.close", "method");
+  facts.add("m.Poll", "class").bases = {"m.PollLike"};
+  facts.add("m.PollLike", "class").bases = {"m.Impl"};
+  facts.add("m.PollLike.register", "method");
+  facts.add("m.Select", "class").bases = {"m.Impl"};
+  facts.add("m.Select.register", "method");
+  facts.add("m.Select.only", "method");
+  facts.add("m.Other", "class");
+  facts.add("m.Default", "variable", "S:m.Poll+S:m.Select");
+  facts.add("m.Both", "variable", "S:m.Select+S:m.Select");
+  facts.add("m.Client", "class");
+  facts.add("m.Client.setup", "method").fields = {{"#1", "T:m.Client"}, {"#2", "S:m.Default"}};
+  TypeResolver r(facts);
+  EXPECT_EQ(linked(r, "S:m.Default", "register"), "m.Impl.register m common-base");
+  EXPECT_EQ(linked(r, "S:m.Poll+S:m.Select", "close"), "m.Impl.close m common-base");
+  EXPECT_EQ(linked(r, "S:m.Both", "register", "attribute"), "m.Select.register m attribute");
+  EXPECT_EQ(linked(r, "S:m.Default", "only"), "-");             // Poll has none
+  EXPECT_EQ(linked(r, "S:m.Poll+S:m.Other", "register"), "-");  // nothing shared
+  EXPECT_EQ(linked(r, "S:m.Poll+S:m.Missing", "register"), "-");
+  EXPECT_EQ(linked(r, "T:m.Client/setup()#2", "register"), "m.Impl.register m common-base");
+  EXPECT_EQ(linked(r, "T:m.Client/setup()#1", "setup", "result-type"),
+            "m.Client.setup m result-type");
+  EXPECT_EQ(linked(r, "T:m.Client/setup()#3", "setup"), "-");
+  EXPECT_EQ(linked(r, "T:m.Client/setup#1", "setup"), "-");  // only a call has results
+}

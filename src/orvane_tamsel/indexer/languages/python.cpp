@@ -14,19 +14,6 @@ namespace detail {
 
 namespace {
 
-constexpr std::size_t MAX_VARIABLE_SIGNATURE = 200;
-
-// A variable's signature: its first line, cut to a bound on a character boundary.
-std::string first_line(std::string_view text) {
-  std::string_view first = text.substr(0, text.find('\n'));
-  if (first.size() > MAX_VARIABLE_SIGNATURE) {
-    std::size_t cut = MAX_VARIABLE_SIGNATURE;
-    while (cut > 0 && (static_cast<unsigned char>(first[cut]) & 0xC0) == 0x80) --cut;
-    first = first.substr(0, cut);
-  }
-  return std::string(first);
-}
-
 // tags.scm and our query files as one query, so that the tree is walked once for all of them.
 Query compile(const utils::Language& language) {
   auto compiled = skeleton::compile_queries(language);
@@ -44,6 +31,7 @@ Query compile(const utils::Language& language) {
       {"definition", DOC_OWNER},
       {"import", IMPORT},
       {"local", LOCAL},
+      {"global", GLOBAL},
       {"instance", INSTANCE},
       {"class", INSTANCE_CLASS},
       {"typed.name", TYPED_NAME},
@@ -53,6 +41,8 @@ Query compile(const utils::Language& language) {
       {"attribute", ATTRIBUTE},
       {"returned", RETURNED},
       {"yielded", YIELDED},
+      {"unpacked.list", UNPACKED_LIST},
+      {"unpacked.value", UNPACKED_VALUE},
   };
   Query out{std::move(compiled.query), {}};
   for (std::uint32_t i = 0; i < ts_query_capture_count(q); ++i) {
@@ -74,6 +64,18 @@ Query compile(const utils::Language& language) {
 }
 
 }  // namespace
+
+constexpr std::size_t MAX_VARIABLE_SIGNATURE = 200;
+
+std::string first_line(std::string_view text) {
+  std::string_view first = text.substr(0, text.find('\n'));
+  if (first.size() > MAX_VARIABLE_SIGNATURE) {
+    std::size_t cut = MAX_VARIABLE_SIGNATURE;
+    while (cut > 0 && (static_cast<unsigned char>(first[cut]) & 0xC0) == 0x80) --cut;
+    first = first.substr(0, cut);
+  }
+  return std::string(first);
+}
 
 std::string join_dotted(std::string_view a, std::string_view b) {
   std::string out;
@@ -121,6 +123,8 @@ bool Extraction::take(const TSQueryMatch& m) {
     imports_.push_back(caps.node[IMPORT]);
   } else if (caps.has(LOCAL)) {
     locals_.push_back(caps.node[LOCAL]);
+  } else if (caps.has(GLOBAL)) {
+    globals_.push_back(caps.node[GLOBAL]);
   } else if (caps.has(INSTANCE)) {
     instances_.emplace_back(caps.node[INSTANCE], caps.at(INSTANCE_CLASS));
   } else if (caps.has(TYPED_TYPE) || caps.has(BOUND_VALUE)) {
@@ -135,6 +139,8 @@ bool Extraction::take(const TSQueryMatch& m) {
     returned_.push_back(caps.node[RETURNED]);
   } else if (caps.has(YIELDED)) {
     yielded_.push_back(caps.node[YIELDED]);
+  } else if (caps.has(UNPACKED_LIST)) {
+    collect_unpacked(caps.node[UNPACKED_LIST], caps.at(UNPACKED_VALUE));
   }
   return true;
 }
@@ -150,6 +156,7 @@ void Extraction::matches_read() {
 void Extraction::finish() {
   collect_imports();
   collect_locals();
+  collect_module_variables();
   finish_bases();
   collect_instances();
   collect_type_facts();
@@ -365,9 +372,14 @@ void Extraction::collect_imports() {
 }
 
 void Extraction::collect_locals() {
+  for (TSNode n : globals_) {
+    TSNode scope = enclosing_def(n);
+    if (!ts_node_is_null(scope)) global_names_[scope_key(scope)].emplace(text(n));
+  }
   for (TSNode n : locals_) {
     TSNode scope = enclosing_def(n);
     if (ts_node_is_null(scope) || is_class(scope)) continue;  // module and class names stay
+    if (declared_global(scope, text(n))) continue;
     ++scopes_[scope_key(scope)].locals[std::string(text(n))];
   }
 }
@@ -529,6 +541,14 @@ void Extraction::resolve(TSNode callee, ParsedCall& call) const {
       if (parts.size() == 2 && !binding_type(*b).empty()) {
         call.receiver = binding_type(*b).expr;
         call.member = parts[1];
+      }
+      // `pydoc.html.preformat()`: the method of a module's variable, typed by its value.
+      if (parts.size() > 2 && !b->is_class && !is_local_function(*b)) {
+        Typed of = value_type(ts_node_child_by_field_name(callee, "object", 6), 0);
+        if (!of.empty()) {
+          call.receiver = std::move(of.expr);
+          call.member = parts.back();
+        }
       }
       return;
     }

@@ -222,9 +222,7 @@ void Extraction::define_symbol(const Tag& tag) {
   s.fqn = join(prefix, def->name);
   s.parent_fqn = out_.symbols[parent].fqn;
   s.start_line = line(def->host);
-  auto end = ts_node_end_point(def->host);
-  s.end_line =
-      end.column == 0 && end.row > ts_node_start_point(def->host).row ? end.row : end.row + 1;
+  s.end_line = end_line(def->host);
   auto signature = signature_of(def->host);
   if (!signature.empty()) s.signature = std::move(signature);
   s.docstring = docstring_of(def->host, frames_[host]);

@@ -106,6 +106,11 @@ class Extraction {
   std::string_view text(TSNode n) const;
   std::string field_text(TSNode n, const char* field) const;
   static std::int64_t line(TSNode n) { return ts_node_start_point(n).row + 1; }
+  // The last line a node covers; one ending at a line's start ends on the line before.
+  static std::int64_t end_line(TSNode n) {
+    auto end = ts_node_end_point(n);
+    return end.column == 0 && end.row > ts_node_start_point(n).row ? end.row : end.row + 1;
+  }
   static bool is(TSNode n, const char* type);
   // Records a call site for resolve(), attributed to the innermost callable around it.
   void add_call(TSNode call, TSNode callee);

@@ -46,6 +46,17 @@ std::vector<std::string> split(std::string_view text, char sep) {
   return out;
 }
 
+// The next "+" that joins alternatives (a start follows it), not one of a name (`operator+`).
+std::size_t next_plus(std::string_view text, std::size_t from) {
+  for (auto at = text.find('+', from); at != std::string_view::npos; at = text.find('+', at + 1)) {
+    if (at + 2 < text.size() && text[at + 2] == ':' &&
+        (text[at + 1] == 'S' || text[at + 1] == 'T' || text[at + 1] == 'B')) {
+      return at;
+    }
+  }
+  return std::string_view::npos;
+}
+
 }  // namespace
 
 std::optional<ParsedTypeExpr> parse_type_expr(std::string_view text) {
@@ -73,10 +84,16 @@ std::optional<ParsedTypeExpr> parse_type_expr(std::string_view text) {
   if (slash == std::string_view::npos) return out;
   if (out.above) return std::nullopt;  // the bases take no steps
   for (auto& step : split(text.substr(slash + 1), '/')) {
+    std::string result;
+    if (auto hash = step.find('#'); hash != std::string::npos) {
+      result = step.substr(hash);
+      step.resize(hash);
+      if (!step.ends_with("()")) return std::nullopt;  // only a call has results
+    }
     bool call = step.ends_with("()");
     if (call) step.resize(step.size() - 2);
     if (step.empty()) return std::nullopt;
-    out.steps.push_back({std::move(step), call});
+    out.steps.push_back({std::move(step), call, std::move(result)});
   }
   return out;
 }
@@ -113,6 +130,7 @@ std::vector<const TypeSymbol*> TypeResolver::find_start(std::string& fqn,
 std::optional<TypeResolver::Type> TypeResolver::evaluate(const TypeExpr& text, int depth,
                                                          std::string* evidence) {
   if (depth > MAX_DEPTH) return std::nullopt;
+  if (next_plus(text, 0) != std::string::npos) return common_base(text, depth);
   // Values that may each be the one (a function's returns): those known must agree.
   std::optional<Type> agreed;
   std::string agreed_evidence;
@@ -178,6 +196,49 @@ std::optional<TypeResolver::Type> TypeResolver::evaluate(
     if (evidence && type && s.name != "[]") *evidence = s.call ? "result-type" : "attribute";
   }
   return type;
+}
+
+std::optional<TypeResolver::Type> TypeResolver::common_base(std::string_view text, int depth) {
+  std::vector<Type> types;
+  for (std::size_t at = 0; at <= text.size();) {
+    auto plus = std::min(next_plus(text, at), text.size());
+    auto t = evaluate(std::string(text.substr(at, plus - at)), depth + 1, nullptr);
+    if (!t || t->elements > 0 || t->above) return std::nullopt;  // each must be known
+    if (std::find(types.begin(), types.end(), *t) == types.end()) types.push_back(*t);
+    at = plus + 1;
+  }
+  if (types.size() == 1) return types.front();
+  std::vector<std::vector<Type>> lines;
+  for (const auto& t : types) lines.push_back(lineage(t));
+  for (const auto& candidate : lines.front()) {
+    bool shared = std::all_of(lines.begin() + 1, lines.end(), [&](const auto& line) {
+      return std::find(line.begin(), line.end(), candidate) != line.end();
+    });
+    if (!shared) continue;
+    Type out = candidate;
+    out.common = true;
+    return out;
+  }
+  return std::nullopt;
+}
+
+std::vector<TypeResolver::Type> TypeResolver::lineage(const Type& t) {
+  std::vector<Type> out{t};
+  std::set<Type> seen{t};
+  std::vector<int> depth{0};
+  for (std::size_t i = 0; i < out.size(); ++i) {
+    if (depth[i] >= MAX_BASE_DEPTH) continue;
+    for (const auto* c : find(out[i].fqn, {})) {
+      if (c->module != out[i].module || !is_type_kind(c->kind)) continue;
+      for (const auto& b : c->bases) {
+        auto bt = as_type(b, out[i].module);
+        if (!bt || !seen.insert(*bt).second) continue;
+        out.push_back(*bt);
+        depth.push_back(depth[i] + 1);
+      }
+    }
+  }
+  return out;
 }
 
 std::optional<TypeResolver::Type> TypeResolver::as_type(const std::string& fqn,
@@ -266,6 +327,7 @@ std::optional<TypeResolver::Type> TypeResolver::step(const Type& t, const Parsed
   auto found = member_of(t, s.name);
   if (!found) return std::nullopt;
   if (!found->symbol) {
+    if (!s.result.empty()) return std::nullopt;
     if (s.call) return called_field(*found->field_type, depth);
     return evaluate(*found->field_type, depth + 1, nullptr);
   }
@@ -282,6 +344,12 @@ std::optional<TypeResolver::Type> TypeResolver::step(const Type& t, const Parsed
           if (field == s.name) return evaluate(type, depth + 1, nullptr);
         }
       }
+    }
+    return std::nullopt;
+  }
+  if (!s.result.empty()) {  // one of several results, kept among the method's fields
+    for (const auto& [name, type] : m.fields) {
+      if (name == s.result) return evaluate(type, depth + 1, nullptr);
     }
     return std::nullopt;
   }
@@ -312,7 +380,8 @@ std::optional<Resolution> TypeResolver::resolve(const TypeExpr& receiver, const 
   auto found = member_of(*type, member);
   if (!found || !found->symbol) return std::nullopt;
   return Resolution{found->fqn, found->symbol->module,
-                    found->inherited    ? "inherited"
+                    type->common        ? "common-base"
+                    : found->inherited  ? "inherited"
                     : !evidence.empty() ? evidence
                                         : derived};
 }

@@ -23,7 +23,8 @@ struct ParsedTypeExpr {
   std::vector<std::string> scope_modules;
   struct Step {
     std::string name;
-    bool call = false;  // "/name()"
+    bool call = false;   // "/name()"
+    std::string result;  // "/name()#2": the call's second result
   };
   std::vector<Step> steps;
 };
@@ -57,13 +58,17 @@ class TypeResolver {
  private:
   struct Type {
     std::string fqn, module;
-    int elements = 0;    // a container of `elements` levels around the named type
-    bool above = false;  // members are looked up on its bases only (`super()`)
+    int elements = 0;     // a container of `elements` levels around the named type
+    bool above = false;   // members are looked up on its bases only (`super()`)
+    bool common = false;  // the common base of alternatives ("+"), not the value's own class
     bool operator<(const Type& o) const {
       return std::tie(fqn, module, elements, above) <
              std::tie(o.fqn, o.module, o.elements, o.above);
     }
-    bool operator==(const Type& o) const = default;
+    bool operator==(const Type& o) const {
+      return std::tie(fqn, module, elements, above) ==
+             std::tie(o.fqn, o.module, o.elements, o.above);
+    }
   };
   struct Found {
     const TypeSymbol* symbol = nullptr;  // null: a field of `owner` (with `field_type`)
@@ -81,6 +86,10 @@ class TypeResolver {
                                             const std::vector<std::string>& scopes);
   std::optional<Type> evaluate(const TypeExpr& text, int depth, std::string* evidence);
   std::optional<Type> alternatives(std::string_view text, int depth, std::string* evidence);
+  // "A+B": a value that is one of several types, typed by the nearest base they all share.
+  std::optional<Type> common_base(std::string_view text, int depth);
+  // A type and its bases, nearest first.
+  std::vector<Type> lineage(const Type& t);
   std::optional<Type> evaluate(const ParsedTypeExpr& expr,
                                const std::vector<const TypeSymbol*>& candidates, int depth,
                                std::string* evidence);

@@ -96,7 +96,48 @@ std::string parse(std::string_view s, bool yielded, int depth) {
                                "AsyncIterable", "AsyncGenerator"})) {
     return parse(args[0], false, depth + 1);
   }
-  return "";  // a container or other generic: not the class of the value itself
+  // A container or protocol of typing, or a builtin one: not the class of the value itself.
+  if (one_of(last, {"List",
+                    "Dict",
+                    "Set",
+                    "FrozenSet",
+                    "Tuple",
+                    "Callable",
+                    "Iterable",
+                    "Iterator",
+                    "Generator",
+                    "Sequence",
+                    "MutableSequence",
+                    "Mapping",
+                    "MutableMapping",
+                    "AbstractSet",
+                    "MutableSet",
+                    "Collection",
+                    "Container",
+                    "Awaitable",
+                    "Coroutine",
+                    "AsyncIterable",
+                    "AsyncIterator",
+                    "AsyncGenerator",
+                    "Deque",
+                    "DefaultDict",
+                    "OrderedDict",
+                    "Counter",
+                    "ChainMap",
+                    "Literal",
+                    "TypeGuard",
+                    "Concatenate",
+                    "Unpack",
+                    "list",
+                    "dict",
+                    "set",
+                    "frozenset",
+                    "tuple",
+                    "deque",
+                    "defaultdict"})) {
+    return "";
+  }
+  return std::string(head);  // a generic class, parameterized (`queue.Queue[Item]`): the class
 }
 
 }  // namespace

@@ -9,7 +9,9 @@ namespace orvane_tamsel::indexer::python {
 // The class an annotation names, dotted as written, or "" when it names none or several:
 // `Optional[X]`, `X | None`, `"X"`, `Annotated[X, ...]`, `ClassVar[X]`, `Final[X]` and
 // `type[X]` give X; with `yielded` (what a generator yields), so do `Iterator[X]`,
-// `Generator[X, ...]` and their async and Iterable kin. `Self` comes back as written.
+// `Generator[X, ...]` and their async and Iterable kin. A generic class parameterized
+// (`Queue[X]`) is that class, unless it is one of typing's or the builtin containers and
+// protocols. `Self` comes back as written.
 std::string annotated_class(std::string_view annotation, bool yielded = false);
 
 }  // namespace orvane_tamsel::indexer::python

@@ -27,6 +27,8 @@
 namespace orvane_tamsel::indexer::python::detail {
 
 std::string join_dotted(std::string_view a, std::string_view b);
+// A variable's signature: its first line, cut to a bound on a character boundary.
+std::string first_line(std::string_view text);
 
 // What a capture stands for; the extractor dispatches on these instead of capture names.
 enum Role : std::uint8_t {
@@ -42,6 +44,7 @@ enum Role : std::uint8_t {
   DOC_OWNER,
   IMPORT,
   LOCAL,
+  GLOBAL,
   INSTANCE,
   INSTANCE_CLASS,
   TYPED_NAME,
@@ -51,6 +54,8 @@ enum Role : std::uint8_t {
   ATTRIBUTE,
   RETURNED,
   YIELDED,
+  UNPACKED_LIST,
+  UNPACKED_VALUE,
   OTHER,
   ROLE_COUNT = OTHER
 };
@@ -176,6 +181,13 @@ class Extraction : public tagged::Extraction {
   std::optional<Binding> lookup_here(TSNode scope, const std::string& name) const;
 
   void collect_locals();
+  // A name `global` declares in a function is the module's: not a local there.
+  bool declared_global(TSNode fn, std::string_view name) const;
+  // The scope a bound name belongs to: its function's, or the module's when declared global.
+  TSNode binding_scope(TSNode name) const;
+  // Module names bound below the top level (in `if`/`try` blocks, or through `global` in a
+  // function) are module variables too.
+  void collect_module_variables();
 
   // Resolves a name as Python would look it up from `at`: enclosing functions, then the module.
   std::optional<Binding> lookup(TSNode at, std::string_view name) const;
@@ -205,11 +217,21 @@ class Extraction : public tagged::Extraction {
     return !ts_node_is_null(n) && std::strcmp(ts_node_type(n), type) == 0;
   }
 
+  // `a, b = value`: each plain name is bound to its element of the value.
+  void collect_unpacked(TSNode targets, TSNode value);
+  // The type of the element `index` (from 1) of a value unpacked into names.
+  Typed element_type(TSNode value, std::uint32_t index, int depth) const;
+  // A function all of whose returns are tuples of one length: the types of their elements.
+  std::vector<std::pair<std::string, std::string>> tuple_results(TSNode fn) const;
+
   // Sorts what the type queries matched by the scope it speaks of.
   void collect_type_facts();
 
   // The fixture a function defines, by its name or the decorator's `name=`; "" when none.
   std::string fixture_name(TSNode def) const;
+  // A generator whose callers get what it yields: a fixture, or a function decorated with
+  // contextmanager (`with f() as x`).
+  bool yields_value(TSNode fn) const;
   // A method read as an attribute: decorated with property or cached_property.
   bool is_property(TSNode def) const;
 
@@ -248,6 +270,13 @@ class Extraction : public tagged::Extraction {
   // The type of a name at `at`, looked up as Python would: locals of enclosing functions, then
   // the module's names.
   Typed name_type(TSNode at, std::string_view name, int depth) const;
+  Typed local_type(TSNode def, const Scope& scope, TSNode at, std::string_view name, int bindings,
+                   int depth) const;
+  Typed scope_type(TSNode def, const Scope& scope, std::string_view name, int bindings,
+                   int depth) const;
+  Typed module_name_type(std::string_view name, int depth) const;
+  // A module name assigned differing known types in several places: the alternatives ("+").
+  Typed alternatives(const TypeFacts& facts, std::string_view name, int depth) const;
   Typed nearest_binding_type(TSNode def, TSNode at, std::string_view name, int depth) const;
 
   // A name bound to a class is that class; an imported name is whatever the name is there.
@@ -259,6 +288,10 @@ class Extraction : public tagged::Extraction {
 
   // What local evidence says of the type of an expression's value.
   Typed value_type(TSNode e, int depth) const;
+  Typed either_type(TSNode e, int depth) const;
+  Typed new_instance_type(TSNode call, int depth) const;
+  Typed named_type(const Binding& b, const std::vector<std::string_view>& parts, bool call) const;
+  Typed called_name_type(TSNode head, int depth) const;
 
   // A function's result: its return annotation, else the one type all its returns agree on; a
   // generator has none, but a fixture that yields gives what it yields.
@@ -282,7 +315,8 @@ class Extraction : public tagged::Extraction {
     Role role;
   };
   std::vector<Named> tags_;  // definitions, in document order
-  std::vector<TSNode> imports_, locals_;
+  std::vector<TSNode> imports_, locals_, globals_;
+  std::unordered_map<std::uint32_t, std::unordered_set<std::string>> global_names_;  // by def
   std::unordered_set<std::uint32_t> decorator_calls_;  // by the callee's start byte
   std::set<std::string> variables_;                    // module constants' fqns, bound once
   std::vector<std::pair<TSNode, TSNode>> instances_;   // local name, what it was built from
@@ -296,6 +330,8 @@ class Extraction : public tagged::Extraction {
   };
   std::vector<Fact> name_facts_, attribute_facts_;
   std::vector<TSNode> returned_, yielded_;
+  // Names bound by unpacking (by start byte): the value unpacked and the element's index.
+  std::unordered_map<std::uint32_t, std::pair<TSNode, std::uint32_t>> unpacked_;
   std::unordered_map<std::uint32_t, TSNode> decorators_;  // definition -> decorated_definition
   std::unordered_map<std::uint32_t, std::vector<TSNode>> returns_, yields_;  // by function
   std::unordered_map<std::uint32_t, TypeFacts> attributes_;  // by class: self.x bindings

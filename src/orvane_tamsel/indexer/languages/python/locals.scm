@@ -8,3 +8,7 @@
 (for_statement left: (identifier) @local)
 (pattern_list (identifier) @local)
 (as_pattern_target (identifier) @local)
+; `global x` in a function: x is the module's name there.
+(global_statement (identifier) @global)
+(tuple_pattern (identifier) @local)
+(as_pattern_target (tuple (identifier) @local))

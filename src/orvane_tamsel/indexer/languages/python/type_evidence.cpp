@@ -17,13 +17,15 @@ constexpr int MAX_TYPE_DEPTH = 12;  // links followed from one expression to the
 
 // How many returns of differing types a function's result lists for the writer to agree on.
 constexpr std::size_t MAX_RETURNS = 4;
+// How many classes a module name may be chosen among for the writer to find their common base.
+constexpr std::size_t MAX_ALTERNATIVES = 8;
 
 // A step taken by every alternative (and every possible value) of a type expression.
 std::string then(std::string_view expr, std::string_view step) {
   std::string out;
   std::size_t start = 0;
   while (true) {
-    auto bar = expr.find_first_of("|&", start);
+    auto bar = expr.find_first_of("|&+", start);
     out.append(expr.substr(start, bar == std::string_view::npos ? bar : bar - start)).append(step);
     if (bar == std::string_view::npos) return out;
     out.push_back(expr[bar]);
@@ -36,7 +38,7 @@ std::string then(std::string_view expr, std::string_view step) {
 // Sorts what the type queries matched by the scope it speaks of.
 void Extraction::collect_type_facts() {
   for (const auto& f : name_facts_) {
-    auto& facts = scopes_[scope_key(enclosing_def(f.target))].facts;
+    auto& facts = scopes_[scope_key(binding_scope(f.target))].facts;
     auto& into = f.typed ? facts.annotations : facts.values;
     into[std::string(text(f.target))].push_back(f.what);
   }
@@ -202,8 +204,7 @@ Typed Extraction::fixture_type(TSNode fn, std::string_view name) const {
 // The type of a name at `at`, looked up as Python would: locals of enclosing functions, then
 // the module's names.
 Typed Extraction::name_type(TSNode at, std::string_view name, int depth) const {
-  TSNode def = enclosing_def(at);
-  for (; !ts_node_is_null(def); def = enclosing_def(def)) {
+  for (TSNode def = enclosing_def(at); !ts_node_is_null(def); def = enclosing_def(def)) {
     if (is_class(def)) continue;  // class bodies are not enclosing scopes
     auto s = scopes_.find(scope_key(def));
     if (s == scopes_.end()) continue;
@@ -212,32 +213,52 @@ Typed Extraction::name_type(TSNode at, std::string_view name, int depth) const {
     }
     auto count = s->second.locals.find(name);
     if (count == s->second.locals.end()) continue;
-    TSNode cls = enclosing_def(def);
-    if ((name == "self" || name == "cls") && !ts_node_is_null(cls) && is_class(cls) &&
-        is_parameter(def, name)) {
-      return {"T:" + fqn_of(cls), std::string(name)};  // evidence: self or cls
-    }
-    auto key = std::make_pair(scope_key(def), std::string(name));
-    auto c = local_types_.find(key);
-    if (c == local_types_.end()) {
-      local_types_[key] = {};  // a cycle through this name finds nothing
-      Typed t = bound_type(s->second.facts, name, count->second, depth);
-      if (t.empty() && count->second == 1 && is_parameter(def, name) &&
-          s->second.facts.annotations.count(name) == 0) {
-        t = fixture_type(def, name);
-        // An unannotated parameter is taken to hold what its default holds (`policy=compat32`).
-        if (TSNode d = parameter_default(def, name); t.empty() && !ts_node_is_null(d)) {
-          t = value_type(d, depth + 1);
-        }
-      }
-      c = local_types_.insert_or_assign(key, std::move(t)).first;
-    }
-    // Bound to values of differing types: the binding nearest before the use.
-    if (c->second.empty() && count->second > 1 && s->second.facts.annotations.count(name) == 0) {
-      return nearest_binding_type(def, at, name, depth);
-    }
-    return c->second;
+    return local_type(def, s->second, at, name, count->second, depth);
   }
+  return module_name_type(name, depth);
+}
+
+// A function's local `name` (bound `bindings` times there), as used at `at`.
+Typed Extraction::local_type(TSNode def, const Scope& scope, TSNode at, std::string_view name,
+                             int bindings, int depth) const {
+  TSNode cls = enclosing_def(def);
+  if ((name == "self" || name == "cls") && !ts_node_is_null(cls) && is_class(cls) &&
+      is_parameter(def, name)) {
+    return {"T:" + fqn_of(cls), std::string(name)};  // evidence: self or cls
+  }
+  auto key = std::make_pair(scope_key(def), std::string(name));
+  auto c = local_types_.find(key);
+  if (c == local_types_.end()) {
+    local_types_[key] = {};  // a cycle through this name finds nothing
+    c = local_types_.insert_or_assign(key, scope_type(def, scope, name, bindings, depth)).first;
+  }
+  // Bound to values of differing types: the binding nearest before the use.
+  if (c->second.empty() && bindings > 1 && scope.facts.annotations.count(name) == 0) {
+    return nearest_binding_type(def, at, name, depth);
+  }
+  return c->second;
+}
+
+// What all of a function's bindings of `name` say; for a parameter bound nowhere else, the
+// fixture it is named after or its default.
+Typed Extraction::scope_type(TSNode def, const Scope& scope, std::string_view name, int bindings,
+                             int depth) const {
+  Typed t = bound_type(scope.facts, name, bindings, depth);
+  if (!t.empty() || bindings != 1 || !is_parameter(def, name) ||
+      scope.facts.annotations.count(name) != 0) {
+    return t;
+  }
+  t = fixture_type(def, name);
+  // An unannotated parameter is taken to hold what its default holds (`policy=compat32`).
+  if (TSNode d = parameter_default(def, name); t.empty() && !ts_node_is_null(d)) {
+    t = value_type(d, depth + 1);
+  }
+  return t;
+}
+
+// A module's name: what defines or imports it, else what its assignments agree on, else the
+// alternatives they choose among (a class picked per platform).
+Typed Extraction::module_name_type(std::string_view name, int depth) const {
   auto m = scopes_.find(UINT32_MAX);
   if (m == scopes_.end()) return {};
   if (auto b = m->second.names.find(name); b != m->second.names.end()) {
@@ -246,7 +267,31 @@ Typed Extraction::name_type(TSNode at, std::string_view name, int depth) const {
   auto key = std::make_pair(UINT32_MAX, std::string(name));
   if (auto c = local_types_.find(key); c != local_types_.end()) return c->second;
   local_types_[key] = {};
-  return local_types_[key] = bound_type(m->second.facts, name, -1, depth);
+  Typed t = bound_type(m->second.facts, name, -1, depth);
+  if (t.empty()) t = alternatives(m->second.facts, name, depth);
+  return local_types_[key] = std::move(t);
+}
+
+// A module name assigned values of differing types, each known (`if epoll: S = EpollSelector`
+// `else: S = SelectSelector`), is one of them: "+" joins them, and the writer types the name by
+// what they share.
+Typed Extraction::alternatives(const TypeFacts& facts, std::string_view name, int depth) const {
+  auto v = facts.values.find(name);
+  if (v == facts.values.end() || facts.annotations.count(name) != 0) return {};
+  std::vector<Typed> types;
+  for (TSNode n : v->second) {
+    if (is_type(n, "none")) continue;
+    auto t = value_type(n, depth + 1);
+    if (t.empty() || t.expr.find_first_of("&+") != std::string::npos) return {};
+    if (std::none_of(types.begin(), types.end(),
+                     [&](const Typed& k) { return k.expr == t.expr; })) {
+      types.push_back(std::move(t));
+    }
+  }
+  if (types.size() < 2 || types.size() > MAX_ALTERNATIVES) return {};
+  Typed out = types.front();
+  for (std::size_t i = 1; i < types.size(); ++i) out.expr.append("+").append(types[i].expr);
+  return out;
 }
 
 // The value of the binding of `name` in `def` that comes last before `at` (the use not inside
@@ -287,6 +332,10 @@ Typed Extraction::nearest_binding_type(TSNode def, TSNode at, std::string_view n
 // What local evidence says of the type of an expression's value.
 Typed Extraction::value_type(TSNode e, int depth) const {
   if (depth > MAX_TYPE_DEPTH || ts_node_is_null(e)) return {};
+  if (auto u = unpacked_.find(ts_node_start_byte(e));
+      u != unpacked_.end() && is_type(e, "identifier")) {
+    return element_type(u->second.first, u->second.second, depth);
+  }
   if (is_type(e, "parenthesized_expression") || is_type(e, "await")) {
     return ts_node_named_child_count(e) == 1 ? value_type(ts_node_named_child(e, 0), depth + 1)
                                              : Typed{};
@@ -295,77 +344,30 @@ Typed Extraction::value_type(TSNode e, int depth) const {
   if (is_type(e, "assignment")) {  // `a = b = value`: what `a` is given is the value
     return value_type(ts_node_child_by_field_name(e, "right", 5), depth + 1);
   }
-  // `a or b`, `a if c else b`: either value, so the known ones must agree (see "&").
+  if (is_type(e, "subscript")) {  // `f()[1]`: an element of a tuple the call returns
+    TSNode index = ts_node_child_by_field_name(e, "subscript", 9);
+    auto digits = is_type(index, "integer") ? text(index) : std::string_view();
+    if (digits.empty() || digits.size() > 1 || digits[0] < '0' || digits[0] > '9') return {};
+    return element_type(ts_node_child_by_field_name(e, "value", 5),
+                        static_cast<std::uint32_t>(digits[0] - '0') + 1, depth);
+  }
   if ((is_type(e, "boolean_operator") || is_type(e, "conditional_expression")) &&
       ts_node_named_child_count(e) >= 2) {
-    bool cond = is_type(e, "conditional_expression");
-    TSNode sides[2] = {
-        cond ? ts_node_named_child(e, 0) : ts_node_child_by_field_name(e, "left", 4),
-        cond ? ts_node_named_child(e, 2) : ts_node_child_by_field_name(e, "right", 5)};
-    Typed out;
-    for (TSNode side : sides) {
-      if (is_type(side, "none")) continue;
-      Typed t = value_type(side, depth + 1);
-      if (t.empty() || t.expr == out.expr) continue;
-      if (out.empty()) {
-        out = std::move(t);
-      } else {
-        out.expr.append("&").append(t.expr);
-      }
-    }
-    return out;
+    return either_type(e, depth);
   }
   bool call = is_type(e, "call");
+  if (!call && !is_type(e, "attribute")) return {};
   TSNode head = call ? ts_node_child_by_field_name(e, "function", 8) : e;
   // `object.__new__(Cls)`, `super().__new__(cls)`: an instance of the class passed.
   if (call && is_type(head, "attribute") &&
       text(ts_node_child_by_field_name(head, "attribute", 9)) == "__new__") {
-    TSNode args = ts_node_child_by_field_name(e, "arguments", 9);
-    if (ts_node_is_null(args) || ts_node_named_child_count(args) == 0) return {};
-    TSNode cls = ts_node_named_child(args, 0);
-    if (!is_type(cls, "identifier")) return {};
-    Typed c = value_type(cls, depth + 1);
-    if (c.expr.find_first_of("/|&") != std::string::npos) return {};
-    return c.empty() ? Typed{} : Typed{c.expr, "constructor"};
+    return new_instance_type(e, depth);
   }
-  if (!call && !is_type(e, "attribute")) return {};
   auto parts = dotted(head);
   if (!parts.empty()) {
-    if (auto b = lookup(head, parts[0])) {
-      if (!call && parts.size() == 1) return binding_type(*b);
-      if (call && parts.size() == 1 && is_local_function(*b)) return {"S:" + b->fqn, "result-type"};
-      std::string fqn = b->fqn, steps;
-      for (std::size_t k = 1; k < parts.size(); ++k) {
-        fqn = join_dotted(fqn, parts[k]);
-        steps.append("/").append(parts[k]);
-      }
-      bool cls = (parts.size() == 1 && b->is_class) ||
-                 std::isupper(static_cast<unsigned char>(parts.back()[0])) != 0;
-      Typed t{"S:" + fqn, !call ? "attribute" : cls ? "constructor" : "result-type"};
-      // An imported name is a module (its names are symbols) or a value (they are attributes).
-      if (parts.size() > 1 && b->evidence == "import") {
-        t.expr += "|S:" + b->fqn + steps + (call ? "()" : "");
-      }
-      return t;
-    }
+    if (auto b = lookup(head, parts[0])) return named_type(*b, parts, call);
   }
-  if (call && is_type(head, "identifier") && text(head) == "cls") {  // `cls(...)`: an instance
-    Typed c = name_type(head, "cls", depth);
-    if (c.expr.starts_with("T:") && c.expr.find('/') == std::string::npos) {
-      return {c.expr, "constructor"};
-    }
-  }
-  // A local bound to an attribute, called (`P = self.cls` then `P(...)`): the attribute called,
-  // which the writer types only for a field holding a class.
-  if (call && is_type(head, "identifier")) {
-    Typed c = name_type(head, text(head), depth);
-    if (c.empty() || c.expr.find_first_of("|&") != std::string::npos ||
-        c.expr.find('/') == std::string::npos || c.expr.ends_with("()") ||
-        c.expr.ends_with("/[]")) {
-      return {};
-    }
-    return {c.expr + "()", "constructor"};
-  }
+  if (call && is_type(head, "identifier")) return called_name_type(head, depth);
   if (!is_type(head, "attribute")) return {};
   TSNode object = ts_node_child_by_field_name(head, "object", 6);
   if (is_type(object, "call") &&
@@ -381,13 +383,87 @@ Typed Extraction::value_type(TSNode e, int depth) const {
   return {then(of.expr, step), call ? "result-type" : "attribute"};
 }
 
+// `a or b`, `a if c else b`: either value, so the known ones must agree (see "&").
+Typed Extraction::either_type(TSNode e, int depth) const {
+  bool cond = is_type(e, "conditional_expression");
+  TSNode sides[2] = {cond ? ts_node_named_child(e, 0) : ts_node_child_by_field_name(e, "left", 4),
+                     cond ? ts_node_named_child(e, 2) : ts_node_child_by_field_name(e, "right", 5)};
+  Typed out;
+  for (TSNode side : sides) {
+    if (is_type(side, "none")) continue;
+    Typed t = value_type(side, depth + 1);
+    if (t.empty() || t.expr == out.expr) continue;
+    if (!out.empty() &&
+        (t.expr.find('+') != std::string::npos || out.expr.find('+') != std::string::npos)) {
+      return {};  // "+" binds loosest: see possible()
+    }
+    if (out.empty()) {
+      out = std::move(t);
+    } else {
+      out.expr.append("&").append(t.expr);
+    }
+  }
+  return out;
+}
+
+// `object.__new__(Cls)`: an instance of the class passed first.
+Typed Extraction::new_instance_type(TSNode call, int depth) const {
+  TSNode args = ts_node_child_by_field_name(call, "arguments", 9);
+  if (ts_node_is_null(args) || ts_node_named_child_count(args) == 0) return {};
+  TSNode cls = ts_node_named_child(args, 0);
+  if (!is_type(cls, "identifier")) return {};
+  Typed c = value_type(cls, depth + 1);
+  if (c.expr.find_first_of("/|&") != std::string::npos) return {};
+  return c.empty() ? Typed{} : Typed{c.expr, "constructor"};
+}
+
+// A dotted name whose first name `b` binds, read or called.
+Typed Extraction::named_type(const Binding& b, const std::vector<std::string_view>& parts,
+                             bool call) const {
+  if (!call && parts.size() == 1) return binding_type(b);
+  if (call && parts.size() == 1 && is_local_function(b)) return {"S:" + b.fqn, "result-type"};
+  std::string fqn = b.fqn, steps;
+  for (std::size_t k = 1; k < parts.size(); ++k) {
+    fqn = join_dotted(fqn, parts[k]);
+    steps.append("/").append(parts[k]);
+  }
+  bool cls = (parts.size() == 1 && b.is_class) ||
+             std::isupper(static_cast<unsigned char>(parts.back()[0])) != 0;
+  Typed t{"S:" + fqn, !call ? "attribute" : cls ? "constructor" : "result-type"};
+  // An imported name is a module (its names are symbols) or a value (they are attributes).
+  if (parts.size() > 1 && b.evidence == "import") {
+    t.expr += "|S:" + b.fqn + steps + (call ? "()" : "");
+  }
+  return t;
+}
+
+// A name no definition or import binds, called: `cls(...)`, a name chosen among classes, or a
+// local bound to an attribute (`P = self.cls` then `P(...)`), the attribute called, which the
+// writer types only for a field holding a class.
+Typed Extraction::called_name_type(TSNode head, int depth) const {
+  Typed c = name_type(head, text(head), depth);
+  if (text(head) == "cls") {  // an instance of the class
+    if (c.expr.starts_with("T:") && c.expr.find('/') == std::string::npos) {
+      return {c.expr, "constructor"};
+    }
+  }
+  if (c.expr.find('+') != std::string::npos && c.expr.find('/') == std::string::npos) {
+    return {c.expr, "constructor"};  // an instance of the class chosen
+  }
+  if (c.empty() || c.expr.find_first_of("|&") != std::string::npos ||
+      c.expr.find('/') == std::string::npos || c.expr.ends_with("()") || c.expr.ends_with("/[]")) {
+    return {};
+  }
+  return {c.expr + "()", "constructor"};
+}
+
 // A function's result: its return annotation, else the one type all its returns agree on; a
-// generator has none, but a fixture that yields gives what it yields.
+// generator has none, but a fixture or a context manager that yields gives what it yields (what
+// a test receives, what `with f() as x` binds).
 std::string Extraction::result_type(TSNode fn) const {
   auto key = ts_node_start_byte(fn);
   auto y = yields_.find(key);
-  bool fixture = !fixture_name(fn).empty();
-  if (y != yields_.end() && !fixture) return "";
+  if (y != yields_.end() && !yields_value(fn)) return "";
   TSNode annotation = ts_node_child_by_field_name(fn, "return_type", 11);
   if (!ts_node_is_null(annotation)) return annotated_type(annotation, fn, y != yields_.end());
   std::vector<TSNode> values;
@@ -420,6 +496,10 @@ Typed Extraction::possible(const std::vector<TSNode>& values, int depth) const {
     }
   }
   if (types.empty() || types.size() > MAX_RETURNS) return {};
+  // "+" binds loosest: a value among alternatives cannot be one of several possible values.
+  for (const auto& t : types) {
+    if (types.size() > 1 && t.expr.find('+') != std::string::npos) return {};
+  }
   Typed out = types.front();
   for (std::size_t i = 1; i < types.size(); ++i) out.expr.append("&").append(types[i].expr);
   return out;
@@ -431,6 +511,9 @@ void Extraction::collect_types() {
   for (const auto& [node, index] : typed_symbols_) {
     auto& s = out_.symbols[index];
     s.type_of = s.kind == "variable" ? name_type(node, s.name, 0).expr : result_type(node);
+    if (s.kind != "variable") {
+      for (auto& f : tuple_results(node)) s.fields.push_back(std::move(f));
+    }
   }
   for (const auto& [node, index] : class_nodes_) {
     std::set<std::string, std::less<>> names;
@@ -455,6 +538,22 @@ void Extraction::collect_types() {
     auto c = classes.find(scope_key(enclosing_def(node)));
     if (c != classes.end()) out_.symbols[c->second].fields.emplace_back(s.name, s.type_of);
   }
+}
+
+bool Extraction::yields_value(TSNode fn) const {
+  if (!fixture_name(fn).empty()) return true;
+  auto outer = decorators_.find(ts_node_start_byte(fn));
+  if (outer == decorators_.end()) return false;
+  for (std::uint32_t i = 0; i < ts_node_named_child_count(outer->second); ++i) {
+    TSNode d = ts_node_named_child(outer->second, i);
+    if (!is_type(d, "decorator") || ts_node_named_child_count(d) == 0) continue;
+    auto t = text(ts_node_named_child(d, 0));
+    if (t == "contextmanager" || t.ends_with(".contextmanager") || t == "asynccontextmanager" ||
+        t.ends_with(".asynccontextmanager")) {
+      return true;
+    }
+  }
+  return false;
 }
 
 bool Extraction::is_property(TSNode def) const {

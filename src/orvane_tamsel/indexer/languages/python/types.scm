@@ -9,3 +9,6 @@
 (assignment left: (attribute) @attribute right: (_) @bound.value)
 (return_statement (_) @returned)
 (yield) @yielded
+; `a, b = value`: each name is bound to one element of the value.
+(assignment left: [(pattern_list) (tuple_pattern)] @unpacked.list right: (_) @unpacked.value)
+(as_pattern (_) @unpacked.value alias: (as_pattern_target (tuple) @unpacked.list))
