@@ -58,6 +58,13 @@ class Statement {
   Statement& bind(int index, const char* value) { return bind(index, std::string_view(value)); }
   Statement& bind(int index, const std::optional<std::string>& value);
   Statement& bind(int index, const std::optional<std::int64_t>& value);
+  // Binds every value in order from position 1.
+  template <typename... Values>
+  Statement& bind_all(const Values&... values) {
+    int index = 0;
+    (bind(++index, values), ...);
+    return *this;
+  }
   Statement& bind_null(int index);
   Statement& bind_blob(int index, std::string_view bytes);
 

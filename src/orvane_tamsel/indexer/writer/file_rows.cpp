@@ -161,30 +161,18 @@ void BatchWriter::write_file_row(FileWrite& w, const FileState& state,
       w.reusable[s.fqn].push_back(s.id);
       w.old_by_id.emplace(s.id, std::move(s));
     }
-    update_file.bind(1, file.language)
-        .bind(2, state.size)
-        .bind(3, state.mtime_ns)
-        .bind(4, state.hash)
-        .bind(5, file.is_test)
-        .bind(6, component)
-        .bind(7, file.line_count)
-        .bind(8, *file_id)
+    update_file
+        .bind_all(file.language, state.size, state.mtime_ns, state.hash, file.is_test, component,
+                  file.line_count, *file_id)
         .run();
     if (find_file_module != file.module) rename_module.bind(1, file.module).bind(2, *file_id).run();
   } else {
     components_changed = true;
     auto stem = index::path_stem(file.path);
-    insert_file.bind(1, file.path)
-        .bind(2, stem)
-        .bind(3, std::string(index::last_component(stem)))
-        .bind(4, file.language)
-        .bind(5, state.size)
-        .bind(6, state.mtime_ns)
-        .bind(7, state.hash)
-        .bind(8, file.is_test)
-        .bind(9, file.module)
-        .bind(10, component)
-        .bind(11, file.line_count)
+    insert_file
+        .bind_all(file.path, stem, std::string(index::last_component(stem)), file.language,
+                  state.size, state.mtime_ns, state.hash, file.is_test, file.module, component,
+                  file.line_count)
         .run();
     file_id = db.last_insert_id();
     insert_path_gram.bind(1, *file_id).bind(2, file.path).run();

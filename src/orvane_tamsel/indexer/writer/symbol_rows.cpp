@@ -90,18 +90,9 @@ void BatchWriter::update_symbol_row(const StoredSymbol& old, const ParsedSymbol&
       old.signature != s.signature || old.docstring != s.docstring || old.is_test != is_test ||
       old.parent_id != parent || old.parent_fqn != s.parent_fqn || old.bases != bases ||
       old.type_of != s.type_of || old.fields != fields) {
-    update_symbol.bind(1, s.kind)
-        .bind(2, s.start_line)
-        .bind(3, s.end_line)
-        .bind(4, s.signature)
-        .bind(5, s.docstring)
-        .bind(6, is_test)
-        .bind(7, parent)
-        .bind(8, s.parent_fqn)
-        .bind(9, bases)
-        .bind(10, s.type_of)
-        .bind(11, fields)
-        .bind(12, old.id)
+    update_symbol
+        .bind_all(s.kind, s.start_line, s.end_line, s.signature, s.docstring, is_test, parent,
+                  s.parent_fqn, bases, s.type_of, fields, old.id)
         .run();
   }
 }
@@ -109,22 +100,10 @@ void BatchWriter::update_symbol_row(const StoredSymbol& old, const ParsedSymbol&
 std::int64_t BatchWriter::insert_symbol_row(std::int64_t file_id, const ParsedSymbol& s,
                                             bool is_test, std::optional<std::int64_t> parent,
                                             const std::string& bases) {
-  insert_symbol.bind(1, std::optional<std::int64_t>{})
-      .bind(2, file_id)
-      .bind(3, s.fqn)
-      .bind(4, s.name)
-      .bind(5, utils::lower(s.name))
-      .bind(6, s.kind)
-      .bind(7, s.start_line)
-      .bind(8, s.end_line)
-      .bind(9, s.signature)
-      .bind(10, s.docstring)
-      .bind(11, is_test)
-      .bind(12, parent)
-      .bind(13, s.parent_fqn)
-      .bind(14, bases)
-      .bind(15, s.type_of)
-      .bind(16, types::encode_fields(s.fields))
+  insert_symbol
+      .bind_all(std::optional<std::int64_t>{}, file_id, s.fqn, s.name, utils::lower(s.name), s.kind,
+                s.start_line, s.end_line, s.signature, s.docstring, is_test, parent, s.parent_fqn,
+                bases, s.type_of, types::encode_fields(s.fields))
       .run();
   auto id = db.last_insert_id();
   affect(s.fqn);

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <tuple>
 
+#include "orvane_tamsel/indexer/open_sites.h"
+
 namespace orvane_tamsel::indexer::go {
 
 namespace {
@@ -134,14 +136,7 @@ void Promotion::affect_package(LinkingContext& ctx, const std::string& package,
 
 void Promotion::after_linking(LinkingContext& ctx) {
   auto& db = ctx.database();
-  std::vector<std::pair<std::int64_t, std::string>> open;
-  {
-    auto st = db.prepare(
-        "SELECT c.id, c.target_fqn FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id "
-        "CROSS JOIN files f ON f.id = c.file_id WHERE c.callee_id IS NULL "
-        "AND c.target_fqn <> '' AND f.language = 'go'");
-    while (st.step()) open.emplace_back(st.integer(0), st.text(1));
-  }
+  auto open = open_relink_sites(db, "f.language = 'go'");
   if (open.empty()) return;
   // Most open sites name no embedding struct: a full index reads those structs' names once.
   std::unordered_map<std::string, bool> embeds;

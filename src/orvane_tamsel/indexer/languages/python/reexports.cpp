@@ -1,9 +1,10 @@
 #include "orvane_tamsel/indexer/languages/python/reexports.h"
 
-#include "orvane_tamsel/indexer/reexport_query.h"
-
 #include <set>
 #include <utility>
+
+#include "orvane_tamsel/indexer/open_sites.h"
+#include "orvane_tamsel/indexer/reexport_query.h"
 
 namespace orvane_tamsel::indexer::python {
 
@@ -108,14 +109,8 @@ void Reexports::after_linking(LinkingContext& ctx) {
         "WHERE i.file_id = f.id)");
     while (st.step()) importing_modules_.insert(st.text(0));
   }
-  std::vector<std::pair<std::int64_t, std::string>> open;
-  {
-    auto st = db.prepare(
-        "SELECT c.id, c.target_fqn FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id "
-        "WHERE c.callee_id IS NULL AND c.target_fqn <> '' "
-        "AND NOT EXISTS (SELECT 1 FROM call_scopes k WHERE k.site_id = c.id)");
-    while (st.step()) open.emplace_back(st.integer(0), st.text(1));
-  }
+  auto open =
+      open_relink_sites(db, "NOT EXISTS (SELECT 1 FROM call_scopes k WHERE k.site_id = c.id)");
   auto fallbacks = db.prepare("SELECT fqn FROM call_fallbacks WHERE site_id = ? ORDER BY rank");
   auto link = db.prepare("UPDATE call_sites SET callee_id = ? WHERE id = ?");
   for (const auto& [site, target] : open) {
