@@ -234,6 +234,8 @@ class Extraction : public tagged::Extraction {
   bool yields_value(TSNode fn) const;
   // A method read as an attribute: decorated with property or cached_property.
   bool is_property(TSNode def) const;
+  // Whether a decorator of `def` names what `named` accepts (the decorator's expression text).
+  bool decorated_by(TSNode def, bool (*named)(std::string_view)) const;
 
   // A class an annotation names, resolved as the names at `at` are: "T:fqn", or "".
   std::string annotated_type(TSNode annotation, TSNode at, bool yielded = false) const;

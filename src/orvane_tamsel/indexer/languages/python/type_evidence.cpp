@@ -542,28 +542,25 @@ void Extraction::collect_types() {
 
 bool Extraction::yields_value(TSNode fn) const {
   if (!fixture_name(fn).empty()) return true;
-  auto outer = decorators_.find(ts_node_start_byte(fn));
-  if (outer == decorators_.end()) return false;
-  for (std::uint32_t i = 0; i < ts_node_named_child_count(outer->second); ++i) {
-    TSNode d = ts_node_named_child(outer->second, i);
-    if (!is_type(d, "decorator") || ts_node_named_child_count(d) == 0) continue;
-    auto t = text(ts_node_named_child(d, 0));
-    if (t == "contextmanager" || t.ends_with(".contextmanager") || t == "asynccontextmanager" ||
-        t.ends_with(".asynccontextmanager")) {
-      return true;
-    }
-  }
-  return false;
+  return decorated_by(fn, [](std::string_view t) {
+    return t == "contextmanager" || t.ends_with(".contextmanager") || t == "asynccontextmanager" ||
+           t.ends_with(".asynccontextmanager");
+  });
 }
 
 bool Extraction::is_property(TSNode def) const {
+  return decorated_by(def, [](std::string_view t) {
+    return t == "property" || t == "cached_property" || t.ends_with(".cached_property");
+  });
+}
+
+bool Extraction::decorated_by(TSNode def, bool (*named)(std::string_view)) const {
   auto outer = decorators_.find(ts_node_start_byte(def));
   if (outer == decorators_.end()) return false;
   for (std::uint32_t i = 0; i < ts_node_named_child_count(outer->second); ++i) {
     TSNode d = ts_node_named_child(outer->second, i);
     if (!is_type(d, "decorator") || ts_node_named_child_count(d) == 0) continue;
-    auto t = text(ts_node_named_child(d, 0));
-    if (t == "property" || t == "cached_property" || t.ends_with(".cached_property")) return true;
+    if (named(text(ts_node_named_child(d, 0)))) return true;
   }
   return false;
 }
