@@ -3,6 +3,7 @@
 #include <spdlog/spdlog.h>
 
 #include <array>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -244,6 +245,15 @@ void restore_log(Database& db) {
 
 std::filesystem::path index_file(const std::filesystem::path& repository_root) {
   return repository_root / ".tamsel" / "index.db";
+}
+
+std::filesystem::path existing_index_file(const std::filesystem::path& repository_root) {
+  auto file = index_file(repository_root);
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(file, ec)) {
+    throw std::runtime_error("no index at " + file.string() + ": run tamsel index first");
+  }
+  return file;
 }
 
 int schema_version_of(Database& db) {

@@ -17,6 +17,8 @@ inline constexpr int EXTRACTOR_VERSION = 8;
 
 // DIR/.tamsel/index.db
 std::filesystem::path index_file(const std::filesystem::path& repository_root);
+// The index file of a repository that has one; throws, saying to index first, when it has none.
+std::filesystem::path existing_index_file(const std::filesystem::path& repository_root);
 
 // Sets WAL mode and creates the tables; an index of another schema or extractor version is
 // emptied and recreated (said on stderr). Returns true when it rebuilt an existing index.

@@ -108,11 +108,7 @@ class LearnedEmbedder : public Embedder {
 }  // namespace
 
 std::shared_ptr<Embedder> open_learned_embedder(const std::filesystem::path& repository_root) {
-  auto file = index_file(repository_root);
-  std::error_code ec;
-  if (!std::filesystem::is_regular_file(file, ec)) {
-    throw std::runtime_error("no index at " + file.string() + ": run tamsel index first");
-  }
+  auto file = existing_index_file(repository_root);
   return std::make_shared<LearnedEmbedder>(file);
 }
 

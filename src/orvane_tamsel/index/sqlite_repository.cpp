@@ -632,11 +632,7 @@ class SqliteRepository : public Repository {
 }  // namespace
 
 std::unique_ptr<Repository> open_repository(const std::filesystem::path& repository_root) {
-  auto file = index_file(repository_root);
-  std::error_code ec;
-  if (!std::filesystem::is_regular_file(file, ec)) {
-    throw std::runtime_error("no index at " + file.string() + ": run tamsel index first");
-  }
+  auto file = existing_index_file(repository_root);
   std::unique_ptr<Database> db;
   int version = 0;
   try {
