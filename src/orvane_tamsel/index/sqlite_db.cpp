@@ -29,6 +29,8 @@ namespace {
 constexpr int BUSY_TIMEOUT_MS = 60'000;
 // A wait longer than this is reported, so that a waiting run does not look hung.
 constexpr int BUSY_REPORT_MS = 200;
+// Distinct SQL texts kept per connection: the repository's queries and a few shapes of each.
+constexpr std::size_t CACHED_STATEMENTS = 128;
 
 // Sleeps between attempts to take another connection's lock; 0 gives up. `attempt` restarts at
 // 0 for each lock waited for, so the time waited is the sum of the earlier sleeps.
@@ -62,20 +64,69 @@ Statement::Statement(sqlite3* db, std::string_view sql) : db_(db) {
   }
 }
 
+Statement::Statement(sqlite3* db, std::string_view sql, StatementCache& cache)
+    : db_(db), stmt_(cache.take(sql)), cache_(&cache), sql_(sql) {
+  if (stmt_) return;
+  if (sqlite3_prepare_v3(db, sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT,
+                         &stmt_, nullptr) != SQLITE_OK) {
+    fail(db, "cannot prepare \"" + std::string(sql.substr(0, 80)) + "\"");
+  }
+}
+
 Statement::~Statement() {
-  sqlite3_finalize(stmt_);
+  release();
+}
+
+void Statement::release() {
+  if (cache_ && stmt_) {
+    cache_->give_back(std::move(sql_), stmt_);
+  } else {
+    sqlite3_finalize(stmt_);
+  }
+  stmt_ = nullptr;
 }
 
 Statement::Statement(Statement&& other) noexcept
-    : db_(std::exchange(other.db_, nullptr)), stmt_(std::exchange(other.stmt_, nullptr)) {}
+    : db_(std::exchange(other.db_, nullptr)),
+      stmt_(std::exchange(other.stmt_, nullptr)),
+      cache_(std::exchange(other.cache_, nullptr)),
+      sql_(std::move(other.sql_)) {}
 
 Statement& Statement::operator=(Statement&& other) noexcept {
   if (this != &other) {
-    sqlite3_finalize(stmt_);
+    release();
     db_ = std::exchange(other.db_, nullptr);
     stmt_ = std::exchange(other.stmt_, nullptr);
+    cache_ = std::exchange(other.cache_, nullptr);
+    sql_ = std::move(other.sql_);
   }
   return *this;
+}
+
+StatementCache::~StatementCache() {
+  clear();
+}
+
+void StatementCache::clear() {
+  for (auto& [sql, stmt] : idle_) sqlite3_finalize(stmt);
+  idle_.clear();
+}
+
+sqlite3_stmt* StatementCache::take(std::string_view sql) {
+  auto it = idle_.find(std::string(sql));
+  if (it == idle_.end()) return nullptr;
+  auto* stmt = it->second;
+  idle_.erase(it);
+  return stmt;
+}
+
+void StatementCache::give_back(std::string sql, sqlite3_stmt* stmt) {
+  // A statement left mid-result would hold its read transaction open.
+  sqlite3_reset(stmt);
+  sqlite3_clear_bindings(stmt);
+  if (idle_.size() >= CACHED_STATEMENTS || !idle_.emplace(std::move(sql), stmt).second) {
+    sqlite3_finalize(stmt);
+  }
 }
 
 Statement& Statement::bind(int index, std::int64_t value) {
@@ -189,6 +240,7 @@ Database::Database(const std::filesystem::path& file, Mode mode) : file_(file) {
 }
 
 Database::~Database() {
+  cache_.clear();
   sqlite3_close_v2(db_);
 }
 

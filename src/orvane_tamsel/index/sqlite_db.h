@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 #include "orvane_tamsel/index/repository.h"
 
@@ -15,6 +16,8 @@ struct sqlite3;
 struct sqlite3_stmt;
 
 namespace orvane_tamsel::index {
+
+class StatementCache;
 
 class SqliteError : public std::runtime_error {
  public:
@@ -40,6 +43,8 @@ class Statement {
  public:
   Statement() = default;
   Statement(sqlite3* db, std::string_view sql);
+  // A statement taken from the cache (or prepared into it), given back to it when destroyed.
+  Statement(sqlite3* db, std::string_view sql, StatementCache& cache);
   ~Statement();
   Statement(Statement&& other) noexcept;
   Statement& operator=(Statement&& other) noexcept;
@@ -84,8 +89,33 @@ class Statement {
   bool is_null(int column) const;
 
  private:
+  void release();
+
   sqlite3* db_ = nullptr;
   sqlite3_stmt* stmt_ = nullptr;
+  StatementCache* cache_ = nullptr;  // null: finalized when destroyed
+  std::string sql_;                  // the cache's key
+};
+
+// The statements a connection prepared, by SQL text, so that a query asked again skips the
+// parser and planner. A statement in use is out of the cache: the same SQL asked while it runs
+// gets a statement of its own.
+class StatementCache {
+ public:
+  StatementCache() = default;
+  ~StatementCache();
+  StatementCache(const StatementCache&) = delete;
+  StatementCache& operator=(const StatementCache&) = delete;
+
+  // The cached statement of the SQL, or null.
+  sqlite3_stmt* take(std::string_view sql);
+  // Keeps the statement, reset and unbound, or finalizes it when the cache holds the SQL already
+  // or is full.
+  void give_back(std::string sql, sqlite3_stmt* stmt);
+  void clear();
+
+ private:
+  std::unordered_map<std::string, sqlite3_stmt*> idle_;
 };
 
 class Database {
@@ -97,7 +127,8 @@ class Database {
   Database& operator=(const Database&) = delete;
 
   void exec(std::string_view sql);
-  Statement prepare(std::string_view sql) { return Statement(db_, sql); }
+  // Prepared once per connection and SQL text, then reused.
+  Statement prepare(std::string_view sql) { return Statement(db_, sql, cache_); }
   std::int64_t last_insert_id() const;
   sqlite3* handle() { return db_; }
   const std::filesystem::path& file() const { return file_; }
@@ -105,6 +136,7 @@ class Database {
  private:
   sqlite3* db_ = nullptr;
   std::filesystem::path file_;
+  StatementCache cache_;  // finalized before the connection closes
 };
 
 }  // namespace orvane_tamsel::index
