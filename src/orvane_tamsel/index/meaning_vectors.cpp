@@ -8,16 +8,19 @@ namespace orvane_tamsel::index {
 
 namespace {
 
-// Eight running sums, which the compiler keeps in vector registers: a question scores every
-// symbol.
-float dot(const float* a, const float* b, std::size_t n) {
+// A unit vector's dot product with a packed row, each value unpacked as read_row unpacks it, in
+// eight running sums that the compiler keeps in vector registers: a question scores every symbol,
+// reading a quarter of the bytes the unpacked floats would take.
+float dot(const float* a, float scale, const std::int8_t* b, std::size_t n) {
   float lanes[8] = {};
   std::size_t i = 0;
   for (; i + 8 <= n; i += 8) {
-    for (std::size_t k = 0; k < 8; ++k) lanes[k] += a[i + k] * b[i + k];
+    for (std::size_t k = 0; k < 8; ++k) {
+      lanes[k] += a[i + k] * (scale * static_cast<float>(b[i + k]));
+    }
   }
   float sum = 0;
-  for (; i < n; ++i) sum += a[i] * b[i];
+  for (; i < n; ++i) sum += a[i] * (scale * static_cast<float>(b[i]));
   for (float x : lanes) sum += x;
   return sum;
 }
@@ -31,15 +34,24 @@ void MeaningVectors::add_word(const std::string& word, float weight, const float
 }
 
 void MeaningVectors::add_symbol(SymbolId id, bool is_test, const float* row) {
+  add_symbol(id, is_test, row_bytes(row, dims));
+}
+
+void MeaningVectors::add_symbol(SymbolId id, bool is_test, std::string_view packed) {
+  float scale = 0;
+  std::memcpy(&scale, packed.data(), sizeof scale);
+  const auto* bytes = reinterpret_cast<const std::int8_t*>(packed.data() + sizeof scale);
   auto [it, added] = symbol_rows.emplace(id, static_cast<std::uint32_t>(symbol_ids.size()));
   if (!added) {
     symbol_is_test[it->second] = is_test ? 1 : 0;
-    std::copy(row, row + dims, &symbols[static_cast<std::size_t>(it->second) * dims]);
+    symbol_scales[it->second] = scale;
+    std::copy(bytes, bytes + dims, &symbols[static_cast<std::size_t>(it->second) * dims]);
     return;
   }
   symbol_ids.push_back(id);
   symbol_is_test.push_back(is_test ? 1 : 0);
-  symbols.insert(symbols.end(), row, row + dims);
+  symbol_scales.push_back(scale);
+  symbols.insert(symbols.end(), bytes, bytes + dims);
 }
 
 void MeaningVectors::remove_symbol(SymbolId id) {
@@ -50,11 +62,13 @@ void MeaningVectors::remove_symbol(SymbolId id) {
   if (row != last) {
     symbol_ids[row] = symbol_ids[last];
     symbol_is_test[row] = symbol_is_test[last];
+    symbol_scales[row] = symbol_scales[last];
     std::copy_n(&symbols[last * dims], dims, &symbols[row * dims]);
     symbol_rows[symbol_ids[row]] = static_cast<std::uint32_t>(row);
   }
   symbol_ids.pop_back();
   symbol_is_test.pop_back();
+  symbol_scales.pop_back();
   symbols.resize(last * dims);
 }
 
@@ -85,7 +99,7 @@ std::vector<ScoredSymbol> MeaningVectors::nearest(const std::vector<float>& unit
   scored.reserve(symbol_ids.size());
   for (std::size_t r = 0; r < symbol_ids.size(); ++r) {
     if (!include_tests && symbol_is_test[r] != 0) continue;
-    scored.push_back({symbol_ids[r], dot(unit.data(), &symbols[r * dims], dims)});
+    scored.push_back({symbol_ids[r], dot(unit.data(), symbol_scales[r], &symbols[r * dims], dims)});
   }
   auto by_score = [](const ScoredSymbol& a, const ScoredSymbol& b) {
     return a.score != b.score ? a.score > b.score : a.id < b.id;
@@ -100,7 +114,8 @@ std::vector<ScoredSymbol> MeaningVectors::nearest(const std::vector<float>& unit
 double MeaningVectors::similarity(const std::vector<float>& unit, SymbolId id) const {
   auto it = symbol_rows.find(id);
   if (it == symbol_rows.end() || unit.size() != dims) return 0.0;
-  return dot(unit.data(), &symbols[static_cast<std::size_t>(it->second) * dims], dims);
+  const std::size_t row = it->second;
+  return dot(unit.data(), symbol_scales[row], &symbols[row * dims], dims);
 }
 
 std::string row_bytes(const float* row, std::size_t dims) {
@@ -114,6 +129,10 @@ std::string row_bytes(const float* row, std::size_t dims) {
         static_cast<char>(static_cast<std::int8_t>(std::lround(row[i] / scale)));
   }
   return bytes;
+}
+
+bool is_packed_row(std::string_view bytes, std::size_t dims) {
+  return bytes.size() == sizeof(float) + dims;
 }
 
 bool read_row(std::string_view bytes, std::size_t dims, std::vector<float>& into) {

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -21,12 +22,17 @@ struct MeaningVectors {
   std::vector<float> words;         // one row of `dims` per word, unit length
   std::vector<SymbolId> symbol_ids;
   std::vector<std::uint8_t> symbol_is_test;
-  std::vector<float> symbols;  // one row of `dims` per symbol, unit length
+  // One row of `dims` signed bytes per symbol and its scale: the row is scale x bytes, unit
+  // length within rounding. A question reads every row; a quarter of the floats' size.
+  std::vector<float> symbol_scales;
+  std::vector<std::int8_t> symbols;
   std::unordered_map<SymbolId, std::uint32_t> symbol_rows;
 
   void add_word(const std::string& word, float weight, const float* row);
-  // Adds the symbol's row, or replaces it when the symbol has one.
+  // Adds the symbol's row, or replaces it when the symbol has one; a row of floats is packed as
+  // row_bytes packs it, a row of row_bytes is kept as it is.
   void add_symbol(SymbolId id, bool is_test, const float* row);
+  void add_symbol(SymbolId id, bool is_test, std::string_view packed);
   // Forgets the symbol's row (the last row takes its place); nothing when it has none.
   void remove_symbol(SymbolId id);
   // The unit sum of the known words' rows, each times its own weight and the given one; empty
@@ -45,5 +51,7 @@ std::string row_bytes(const float* row, std::size_t dims);
 // The row of those bytes, of unit length within rounding (or `dims` floats, as earlier indexes
 // stored them); false when the bytes are neither.
 bool read_row(std::string_view bytes, std::size_t dims, std::vector<float>& into);
+// Whether the bytes are a row as row_bytes packs it.
+bool is_packed_row(std::string_view bytes, std::size_t dims);
 
 }  // namespace orvane_tamsel::index

@@ -57,6 +57,21 @@ void add_words(Statement& st, MeaningVectors& into) {
   }
 }
 
+// The symbol row of columns (symbol_id, is_test, vector) added to `into`, kept packed as the
+// index stores it; false when the vector is not a row of `into`'s dims.
+bool add_symbol_row(const Statement& st, MeaningVectors& into) {
+  auto bytes = st.blob(2);
+  bool is_test = st.integer(1) != 0;
+  if (is_packed_row(bytes, into.dims)) {
+    into.add_symbol(st.integer(0), is_test, bytes);
+    return true;
+  }
+  std::vector<float> row;  // as earlier indexes stored it
+  if (!read_row(bytes, into.dims, row)) return false;
+  into.add_symbol(st.integer(0), is_test, row.data());
+  return true;
+}
+
 }  // namespace
 
 std::optional<std::int64_t> meaning_generation(Database& db) {
@@ -129,16 +144,12 @@ void read_meaning_symbols(Database& db, MeaningVectors& into) {
     auto n = static_cast<std::size_t>(count.integer(0));
     into.symbol_ids.reserve(n);
     into.symbol_is_test.reserve(n);
+    into.symbol_scales.reserve(n);
     into.symbols.reserve(n * into.dims);
     into.symbol_rows.reserve(n);
   }
   auto st = db.prepare("SELECT symbol_id, is_test, vector FROM meaning_symbols");
-  std::vector<float> row;
-  while (st.step()) {
-    if (read_row(st.blob(2), into.dims, row)) {
-      into.add_symbol(st.integer(0), st.integer(1) != 0, row.data());
-    }
-  }
+  while (st.step()) add_symbol_row(st, into);
 }
 
 void apply_meaning_changes(Database& db, std::int64_t generation, MeaningVectors& into) {
@@ -146,13 +157,8 @@ void apply_meaning_changes(Database& db, std::int64_t generation, MeaningVectors
       "SELECT c.symbol_id, s.is_test, s.vector FROM meaning_changes c "
       "LEFT JOIN meaning_symbols s ON s.symbol_id = c.symbol_id WHERE c.generation > ?");
   st.bind(1, generation);
-  std::vector<float> row;
   while (st.step()) {
-    if (!st.is_null(2) && read_row(st.blob(2), into.dims, row)) {
-      into.add_symbol(st.integer(0), st.integer(1) != 0, row.data());
-    } else {
-      into.remove_symbol(st.integer(0));
-    }
+    if (st.is_null(2) || !add_symbol_row(st, into)) into.remove_symbol(st.integer(0));
   }
 }
 
