@@ -25,6 +25,7 @@ struct MeaningVectors {
   // One row of `dims` signed bytes per symbol and its scale: the row is scale x bytes, unit
   // length within rounding. A question reads every row; a quarter of the floats' size.
   std::vector<float> symbol_scales;
+  std::vector<float> symbol_sizes;  // scale x the sum of the bytes' sizes, to bound a rough score
   std::vector<std::int8_t> symbols;
   std::unordered_map<SymbolId, std::uint32_t> symbol_rows;
 

@@ -145,6 +145,7 @@ void read_meaning_symbols(Database& db, MeaningVectors& into) {
     into.symbol_ids.reserve(n);
     into.symbol_is_test.reserve(n);
     into.symbol_scales.reserve(n);
+    into.symbol_sizes.reserve(n);
     into.symbols.reserve(n * into.dims);
     into.symbol_rows.reserve(n);
   }
