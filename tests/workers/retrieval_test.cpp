@@ -147,6 +147,8 @@ TEST(TermMatch, InflectionsAndRunTogetherNamesMeet) {
   EXPECT_EQ(inside_module("logging.Formatter.format", "logging/__init__.py"), "Formatter.format");
   EXPECT_EQ(inside_module("http.client.HTTPResponse.read", "http/client.py"), "HTTPResponse.read");
   EXPECT_EQ(inside_module("shop.carts", "shop/cart.py"), "shop.carts");
+  // A Go package is its folder.
+  EXPECT_EQ(inside_module("http.Client.Do", "net/http/client.go"), "Client.Do");
 }
 
 TEST(TermExpansion, TheCodeBasesOwnWordReachesNamesTheQuestionDoesNotSpell) {
