@@ -4,6 +4,7 @@
 #include <mutex>
 #include <set>
 #include <stdexcept>
+#include <unordered_map>
 
 #include "orvane_tamsel/index/paths.h"
 #include "orvane_tamsel/index/schema.h"
@@ -20,6 +21,8 @@ namespace {
 constexpr int MAX_TESTS = 50;
 // Fuzzy candidates read per wanted suggestion, before ranking by edit distance.
 constexpr int CANDIDATES_PER_SUGGESTION = 8;
+// Words whose counts and samples a reader keeps at most, per kind.
+constexpr std::size_t MAX_KEPT = 20000;
 
 // The test files of a file (?1; its base name ?2, its module ?4) and their evidence, best first,
 // at most ?3; see get_tests_for.
@@ -407,11 +410,15 @@ class SqliteRepository : public Repository {
     std::lock_guard lock(mutex_);
     std::vector<std::string> names;
     if (match.empty() || limit <= 0) return names;
+    keep_current();
+    auto& kept = kept_.names_matching[std::to_string(limit) + ":" + match];
+    if (kept) return *kept;
     auto st = db_->prepare(
         "SELECT s.name FROM symbol_text t JOIN symbols s ON s.id = t.rowid "
         "WHERE symbol_text MATCH ?1 AND s.is_test = 0 ORDER BY t.rank LIMIT ?2");
     st.bind(1, match).bind(2, limit);
     while (st.step()) names.push_back(st.text(0));
+    kept = names;
     return names;
   }
 
@@ -419,15 +426,22 @@ class SqliteRepository : public Repository {
       const std::vector<std::string>& words) override {
     std::lock_guard lock(mutex_);
     std::pair<std::map<std::string, std::int64_t>, std::int64_t> counts;
+    keep_current();
     // All symbols, modules too: close enough for a ratio, and counted from the smallest index.
-    auto total = db_->prepare("SELECT count(*) FROM symbols");
-    if (total.step()) counts.second = total.integer(0);
-    auto st = db_->prepare("SELECT count(*) FROM symbol_text WHERE symbol_text MATCH ?1");
+    if (!kept_.symbols) {
+      auto total = db_->prepare("SELECT count(*) FROM symbols");
+      kept_.symbols = total.step() ? total.integer(0) : 0;
+    }
+    counts.second = *kept_.symbols;
     for (const auto& w : words) {
       if (w.find('"') != std::string::npos) continue;
-      st.reset();
-      st.bind(1, "name : \"" + w + "\"");
-      if (st.step()) counts.first[w] = st.integer(0);
+      auto& kept = kept_.name_counts[w];
+      if (!kept) {
+        auto st = db_->prepare("SELECT count(*) FROM symbol_text WHERE symbol_text MATCH ?1");
+        st.bind(1, "name : \"" + w + "\"");
+        kept = st.step() ? st.integer(0) : 0;
+      }
+      counts.first[w] = *kept;
     }
     return counts;
   }
@@ -624,9 +638,29 @@ class SqliteRepository : public Repository {
     return st;
   }
 
+  // Forgets what was kept when another connection changed the index since; bounded, so a
+  // long-running server does not grow without end.
+  void keep_current() {
+    auto st = db_->prepare("PRAGMA data_version");
+    auto version = st.step() ? st.integer(0) : -1;
+    if (version != kept_.version || kept_.name_counts.size() > MAX_KEPT ||
+        kept_.names_matching.size() > MAX_KEPT) {
+      kept_ = {};
+      kept_.version = version;
+    }
+  }
+
   std::filesystem::path root_;
   std::unique_ptr<Database> db_;
   std::mutex mutex_;
+  // What a question asks of the index word by word, kept for the next questions: the same
+  // words come back, and each is a full-text scan.
+  struct Kept {
+    std::int64_t version = -1;
+    std::optional<std::int64_t> symbols;
+    std::unordered_map<std::string, std::optional<std::int64_t>> name_counts;
+    std::unordered_map<std::string, std::optional<std::vector<std::string>>> names_matching;
+  } kept_;
 };
 
 }  // namespace
