@@ -264,3 +264,24 @@ TEST(SqliteRepository, ImportsAndLinkedFiles) {
   ASSERT_EQ(callees.size(), 2u);
   EXPECT_EQ(index.stats().unresolved_calls, 1);
 }
+
+TEST(SqliteRepository, WordCountsAndSamplesFollowAnUpdate) {
+  Shop shop;
+  auto& index = *shop.index;
+  const std::string sample = "docstring : \"discounts\"";
+  auto [before, symbols_before] = index.name_word_counts({"discount", "total"});
+  EXPECT_EQ(before["discount"], 2);
+  EXPECT_THAT(index.names_matching_text(sample, 10), ElementsAre("applyDiscount"));
+  index.name_word_counts({"discount"});  // asked again: kept
+
+  auto f = file("src/shop/members.py", "shop.members");
+  f.symbols.push_back(
+      sym("shop.members.discountRate", "function", 2, 5, false, "The discounts a member gets."));
+  write(shop.writer, {f});
+  auto [after, symbols_after] = index.name_word_counts({"discount", "total"});
+  EXPECT_EQ(after["discount"], 3);
+  EXPECT_EQ(after["total"], before["total"]);
+  EXPECT_EQ(symbols_after, symbols_before + 2);  // the module and its function
+  EXPECT_THAT(index.names_matching_text(sample, 10),
+              ::testing::UnorderedElementsAre("applyDiscount", "discountRate"));
+}
