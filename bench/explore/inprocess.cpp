@@ -51,9 +51,14 @@ int main(int argc, char** argv) {
     if (tab != std::string::npos) queries.emplace_back(line.substr(0, tab), line.substr(tab + 1));
   }
   int runs = std::stoi(argv[3]);
-  for (const auto& [route, query] : queries)  // warm the caches and the retriever's tables
+  // Every query once to warm the caches and the retriever's tables; these first calls are
+  // reported apart, since an answer may keep what a query asked of the index for the next.
+  std::map<std::string, std::vector<double>> times, cpu, first;
+  for (const auto& [route, query] : queries) {
+    auto cpu_start = thread_cpu_ms();
     tool_handlers::handle_explore(*repository, query, "module", "standard", 2000, &retriever);
-  std::map<std::string, std::vector<double>> times, cpu;
+    first[route].push_back(thread_cpu_ms() - cpu_start);
+  }
   for (int r = 0; r < runs; ++r) {
     for (const auto& [route, query] : queries) {
       auto start = std::chrono::steady_clock::now();
@@ -68,12 +73,13 @@ int main(int argc, char** argv) {
       times[route].push_back(took.count());
     }
   }
-  std::printf("%-11s %6s %9s %9s %9s %9s\n", "route", "calls", "p50 ms", "p95 ms", "cpu p50",
-              "cpu p95");
+  std::printf("%-11s %6s %9s %9s %9s %9s %9s\n", "route", "calls", "p50 ms", "p95 ms", "cpu p50",
+              "cpu p95", "1st cpu");
   for (auto& [route, t] : times) {
     auto& c = cpu[route];
-    std::printf("%-11s %6zu %9.2f %9.2f %9.2f %9.2f\n", route.c_str(), t.size(), percentile(t, 0.5),
-                percentile(t, 0.95), percentile(c, 0.5), percentile(c, 0.95));
+    std::printf("%-11s %6zu %9.2f %9.2f %9.2f %9.2f %9.2f\n", route.c_str(), t.size(),
+                percentile(t, 0.5), percentile(t, 0.95), percentile(c, 0.5), percentile(c, 0.95),
+                percentile(first[route], 0.5));
   }
   return 0;
 }
