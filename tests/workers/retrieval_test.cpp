@@ -94,10 +94,23 @@ TEST(HybridRetriever, RanksTheShopFixture) {
              "    return 0\n"
              "if WINDOWS:\n    def lock(f):\n        \"\"\"Lock the ledger file.\"\"\"\n"
              "else:\n    def lock(f):\n        \"\"\"Lock the ledger file.\"\"\"\n");
+  // A Go package: a function defined once per platform in files of its own, and an unexported
+  // helper saying the same, listed first by the index.
+  repo.write("src/vault/a_seal.go",
+             "package vault\n\n// seal shuts the vault door.\nfunc seal() {}\n");
+  for (const auto* os : {"unix", "windows"}) {
+    repo.write(std::string("src/vault/seal_") + os + ".go",
+               "package vault\n\n// Seal shuts the vault door.\nfunc Seal() {}\n");
+  }
   indexer::update_index(repo.root());
   auto index = index::open_repository(repo.root());
   HybridRetriever retriever(*index, std::nullopt, index::open_learned_embedder(repo.root()),
                             word_sense_embedder());
+
+  auto vault = fqns(*index, retriever.retrieve("how is the vault door shut", 5, false, true));
+  ASSERT_FALSE(vault.empty());
+  EXPECT_EQ(vault.front(), "vault.Seal");
+  EXPECT_EQ(std::count(vault.begin(), vault.end(), "vault.Seal"), 1);
 
   auto r = retriever.retrieve("how are discounts applied", 5, false, true);
   ASSERT_FALSE(r.hits.empty());
@@ -147,6 +160,8 @@ TEST(TermMatch, InflectionsAndRunTogetherNamesMeet) {
   EXPECT_EQ(inside_module("logging.Formatter.format", "logging/__init__.py"), "Formatter.format");
   EXPECT_EQ(inside_module("http.client.HTTPResponse.read", "http/client.py"), "HTTPResponse.read");
   EXPECT_EQ(inside_module("shop.carts", "shop/cart.py"), "shop.carts");
+  // A Go package is its folder.
+  EXPECT_EQ(inside_module("http.Client.Do", "net/http/client.go"), "Client.Do");
 }
 
 TEST(TermExpansion, TheCodeBasesOwnWordReachesNamesTheQuestionDoesNotSpell) {

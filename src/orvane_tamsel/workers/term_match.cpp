@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <optional>
 
 #include "orvane_tamsel/index/subwords.h"
 #include "orvane_tamsel/index/word_stem.h"
@@ -64,6 +65,30 @@ bool meets(const std::string& term, const std::vector<std::string>& stems) {
   return false;
 }
 
+namespace {
+
+// What follows the longest tail of a dotted module path that begins the fqn (a src/ layout drops
+// "src"), if one does.
+std::optional<std::string> after_tail(const std::string& fqn, const std::string& module_path) {
+  for (std::size_t from = 0; from < module_path.size();) {
+    auto module = module_path.substr(from);
+    if (fqn.size() > module.size() && fqn.compare(0, module.size(), module) == 0 &&
+        fqn[module.size()] == '.') {
+      return fqn.substr(module.size() + 1);
+    }
+    auto dot = module_path.find('.', from);
+    if (dot == std::string::npos) break;
+    from = dot + 1;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+bool is_go_path(std::string_view path) {
+  return ends_with(path, ".go");
+}
+
 std::string inside_module(const std::string& fqn, const std::string& path) {
   std::string stem(path);
   auto slash = stem.rfind('/');
@@ -71,16 +96,11 @@ std::string inside_module(const std::string& fqn, const std::string& path) {
   if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) stem.resize(dot);
   if (ends_with(stem, "/__init__")) stem.resize(stem.size() - 9);
   std::replace(stem.begin(), stem.end(), '/', '.');
-  // The longest tail of the module's dotted path that begins the fqn (a src/ layout drops "src").
-  for (std::size_t from = 0; from < stem.size();) {
-    auto module = stem.substr(from);
-    if (fqn.size() > module.size() && fqn.compare(0, module.size(), module) == 0 &&
-        fqn[module.size()] == '.') {
-      return fqn.substr(module.size() + 1);
-    }
-    auto dot = stem.find('.', from);
-    if (dot == std::string::npos) break;
-    from = dot + 1;
+  if (auto inner = after_tail(fqn, stem)) return *inner;
+  // Go's package is its folder: http.Client.Do in net/http/client.go.
+  auto folder = stem.rfind('.');
+  if (is_go_path(path) && folder != std::string::npos) {
+    if (auto inner = after_tail(fqn, stem.substr(0, folder))) return *inner;
   }
   return fqn;
 }
