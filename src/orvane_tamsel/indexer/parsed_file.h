@@ -71,7 +71,7 @@ struct ParsedSymbol {
   // called, gives an instance of it.
   std::vector<std::pair<std::string, TypeExpr>> fields;
   // The words of the lines the symbol holds itself (see body_words.h), blank-separated: what it
-  // calls and reads, its comments and strings. Searched at the docstring's weight.
+  // calls and reads, its comments and strings. Searched at a low weight.
   std::string body;
 };
 
