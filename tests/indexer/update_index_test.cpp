@@ -43,8 +43,7 @@ std::multiset<std::string> dump(const fs::path& root) {
   index::Database db(root / ".tamsel" / "index.db", index::Database::Mode::read);
   for (const char* sql :
        {"SELECT 'text ' || coalesce(s.fqn, 'orphan') || ' ' || t.name || ' ' || t.fqn || ' ' || "
-        "coalesce(t.signature, '') || ' ' || coalesce(t.docstring, '') || ' ' || t.path || ' ' || "
-        "t.body "
+        "coalesce(t.signature, '') || ' ' || coalesce(t.docstring, '') || ' ' || t.path "
         "FROM symbol_text t LEFT JOIN symbols s ON s.id = t.rowid",
         "SELECT 'gram ' || coalesce(s.fqn, 'orphan') || ' ' || g.name "
         "FROM name_grams g LEFT JOIN symbols s ON s.id = g.rowid"}) {

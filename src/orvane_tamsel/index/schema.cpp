@@ -136,12 +136,11 @@ CREATE INDEX declarations_def_file ON declarations(def_file_id);
 
 CREATE TABLE skipped(path TEXT PRIMARY KEY, reason TEXT NOT NULL) WITHOUT ROWID;
 
--- Code symbols (no modules) for ranked text search; rowid = symbols.id. body: the words of the
--- symbol's own lines, at half the docstring's weight: what it does in words its name may not use.
+-- Code symbols (no modules) for ranked text search; rowid = symbols.id.
 CREATE VIRTUAL TABLE symbol_text USING fts5(
-  name, fqn, signature, docstring, path, body,
+  name, fqn, signature, docstring, path,
   tokenize = 'porter unicode61 remove_diacritics 2');
-INSERT INTO symbol_text(symbol_text, rank) VALUES('rank', 'bm25(10.0, 4.0, 2.0, 1.0, 2.0, 0.5)');
+INSERT INTO symbol_text(symbol_text, rank) VALUES('rank', 'bm25(10.0, 4.0, 2.0, 1.0, 2.0)');
 
 -- Trigrams for did-you-mean: paths (rowid = files.id) and code symbol names (rowid = symbols.id).
 CREATE VIRTUAL TABLE path_grams USING fts5(path, tokenize = 'trigram');

@@ -2,7 +2,6 @@
 
 #include <stdexcept>
 
-#include "orvane_tamsel/indexer/body_words.h"
 #include "orvane_tamsel/indexer/languages/c.h"
 #include "orvane_tamsel/indexer/languages/cpp.h"
 #include "orvane_tamsel/indexer/languages/go.h"
@@ -60,9 +59,7 @@ void prepare_extraction(const utils::Language& language) {
 
 ParsedFile extract(const utils::Language& language, std::string_view path, std::string_view module,
                    std::string_view content) {
-  auto parsed = extractor_for(language).extract(language, path, module, content);
-  add_body_words(parsed.symbols, content);
-  return parsed;
+  return extractor_for(language).extract(language, path, module, content);
 }
 
 }  // namespace orvane_tamsel::indexer

@@ -70,9 +70,6 @@ struct ParsedSymbol {
   // as an attribute (a Python property) of that type; a field holding a class ("S:" of a class),
   // called, gives an instance of it.
   std::vector<std::pair<std::string, TypeExpr>> fields;
-  // The words of the lines the symbol holds itself (see body_words.h), blank-separated: what it
-  // calls and reads, its comments and strings. Searched at a low weight.
-  std::string body;
 };
 
 struct ParsedImport {

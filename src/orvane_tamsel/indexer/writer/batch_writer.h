@@ -83,8 +83,6 @@ struct BatchWriter : Connection, Statements, LinkingContext {
   std::optional<std::string> find_file_component;  // of the file file_id_of() last found
   bool find_file_is_test = false;
   std::string find_file_module;
-  // The body words of the symbols whose text rows an update writes at its end.
-  std::unordered_map<std::int64_t, std::string> new_bodies;
 
   // LinkingContext
   index::Database& database() override { return db; }
@@ -129,10 +127,8 @@ struct BatchWriter : Connection, Statements, LinkingContext {
                                  std::optional<std::int64_t> parent, const std::string& bases);
   void insert_text_rows(std::int64_t id, const std::string& name, const std::string& fqn,
                         const std::optional<std::string>& signature,
-                        const std::optional<std::string>& docstring, const std::string& path,
-                        const std::string& body);
+                        const std::optional<std::string>& docstring, const std::string& path);
   void insert_new_text();
-  std::string stored_body(std::int64_t symbol_id);
   void delete_text_rows(std::int64_t symbol_id);
 
   // site_rows.cpp: call sites and imports

@@ -220,7 +220,6 @@ void BatchWriter::store_calls() {
 void BatchWriter::rollback() {
   if (!in_batch) return;
   tree_languages.clear();
-  new_bodies.clear();
   in_batch = false;
   db.exec("ROLLBACK");
   end_journal();

@@ -25,10 +25,10 @@ struct Statements {
 
   index::Statement find_file, insert_file, update_file, rename_module, touch, old_symbols,
       delete_file, insert_symbol, update_symbol, rename_symbol, delete_symbol, insert_text,
-      text_body, insert_name_gram, delete_text, delete_name_gram, insert_path_gram,
-      delete_path_gram, mark_new_text, insert_site, insert_fallback, insert_scope, insert_import,
-      mark_changed, mark_affected, mark_rebound, old_bindings, public_names, file_language,
-      file_sites, relinked_resolved;
+      insert_name_gram, delete_text, delete_name_gram, insert_path_gram, delete_path_gram,
+      mark_new_text, insert_site, insert_fallback, insert_scope, insert_import, mark_changed,
+      mark_affected, mark_rebound, old_bindings, public_names, file_language, file_sites,
+      relinked_resolved;
   std::vector<index::Statement> clear_contents;
   index::Statement delete_file_symbols, clear_imports, old_imports, import_line, delete_import,
       mark_reimport, old_sites, site_line, edge_line, mark_relink;

@@ -36,8 +36,7 @@ void BatchWriter::write_symbols(FileWrite& w) {
     bool same_text = false;
     if (old) {
       same_text = old->kind != "module" && s.kind != "module" && old->name == s.name &&
-                  old->signature == s.signature && old->docstring == s.docstring &&
-                  stored_body(*id) == s.body;
+                  old->signature == s.signature && old->docstring == s.docstring;
       if (!same_text) delete_text_rows(*id);
       w.old_by_id.erase(*id);
     }
@@ -47,10 +46,9 @@ void BatchWriter::write_symbols(FileWrite& w) {
     }
     if (same_text) continue;
     if (bulk) {
-      insert_text_rows(*id, s.name, s.fqn, s.signature, s.docstring, w.file.path, s.body);
+      insert_text_rows(*id, s.name, s.fqn, s.signature, s.docstring, w.file.path);
     } else {
       mark_new_text.bind(1, *id).run();
-      new_bodies[*id] = s.body;
     }
   }
   for (const auto& [fqn, left] : w.reusable) {
@@ -115,14 +113,13 @@ std::int64_t BatchWriter::insert_symbol_row(std::int64_t file_id, const ParsedSy
 void BatchWriter::insert_text_rows(std::int64_t id, const std::string& name, const std::string& fqn,
                                    const std::optional<std::string>& signature,
                                    const std::optional<std::string>& docstring,
-                                   const std::string& path, const std::string& body) {
+                                   const std::string& path) {
   insert_text.bind(1, id)
       .bind(2, index::name_text(name))
       .bind(3, fqn)
       .bind(4, signature)
       .bind(5, docstring)
       .bind(6, path)
-      .bind(7, body)
       .run();
   insert_name_gram.bind(1, id).bind(2, name).run();
 }
@@ -135,19 +132,9 @@ void BatchWriter::insert_new_text() {
       "CROSS JOIN symbols s ON s.id = n.id CROSS JOIN files f ON f.id = s.file_id "
       "WHERE s.kind <> 'module'");
   while (st.step()) {
-    // A declaration merged back has no body of its own here.
-    auto body = new_bodies.find(st.integer(0));
     insert_text_rows(st.integer(0), st.text(1), st.text(2), st.optional_text(3),
-                     st.optional_text(4), st.text(5),
-                     body == new_bodies.end() ? std::string() : body->second);
+                     st.optional_text(4), st.text(5));
   }
-  new_bodies.clear();
-}
-
-std::string BatchWriter::stored_body(std::int64_t symbol_id) {
-  text_body.reset();
-  text_body.bind(1, symbol_id);
-  return text_body.step() ? text_body.text(0) : std::string();
 }
 
 void BatchWriter::delete_text_rows(std::int64_t symbol_id) {
