@@ -124,14 +124,14 @@ TEST_F(ExploreEndToEnd, TestsRoute) {
 }
 
 TEST_F(ExploreEndToEnd, QuestionRoute) {
-  // "computed" names nothing, so the retriever's note says so, between the facts and the flags.
-  Json a = explore("how is the cart total computed");
+  // "formatted" names nothing, so the retriever's note says so, between the facts and the flags.
+  Json a = explore("how is a receipt formatted");
   EXPECT_EQ(keys(a), (Keys{"query", "route", "symbols", "related", "components", "notes",
                            "truncated", "tokens_used", "next_steps"}));
-  EXPECT_EQ(a["symbols"][0]["fqn"], "shop.cart.Cart.total");
+  EXPECT_EQ(a["symbols"][0]["fqn"], "shop.receipt.print_receipt");
   EXPECT_EQ(keys(a["related"][0]), (Keys{"fqn", "name", "kind", "file", "line", "called_by"}));
-  EXPECT_EQ(descriptions(a), (Keys{"The definition and docstring of shop.cart.Cart.total",
-                                   "Every caller of shop.cart.Cart.total"}));
+  EXPECT_EQ(descriptions(a), (Keys{"The definition and docstring of shop.receipt.print_receipt",
+                                   "Every caller of shop.receipt.print_receipt"}));
 }
 
 TEST_F(ExploreEndToEnd, BudgetOfOneCutsEveryRowAndAsksAgain) {

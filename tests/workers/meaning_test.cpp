@@ -4,6 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
+
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/meaning_vectors.h"
 #include "orvane_tamsel/index/meaning_words.h"
@@ -13,6 +16,7 @@
 #include "orvane_tamsel/index/sqlite_meaning.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
+#include "orvane_tamsel/indexer/meaning/call_lines.h"
 #include "orvane_tamsel/indexer/meaning/word_vectors.h"
 #include "orvane_tamsel/tool_handlers/client_text.h"
 #include "orvane_tamsel/workers/retrieval.h"
@@ -97,6 +101,41 @@ TEST(MeaningVectors, WordsUsedTogetherEndNearAndQuestionsFindTheirSymbols) {
   auto tiny = indexer::meaning::learn_word_vectors({{"a1", "b1"}, {"a1", "b1"}});
   ASSERT_TRUE(tiny);
   EXPECT_TRUE(tiny->word_rows.empty());
+}
+
+TEST(MeaningVectors, LearningReadsWhatTheCallingLinesSay) {
+  indexer_test::TempRepo repo;
+  write_shop(repo);
+  repo.write("views.py", R"(from urls import reverse
+
+def redirect_home(request):
+    # the address of the landing page
+    location = reverse("home")
+    return location
+
+def first():
+    reverse("banner")
+
+def second():
+    reverse("cookie")
+)");
+  indexer::update_index(repo.root());
+  index::Database db(index::index_file(repo.root()), index::Database::Mode::read);
+  auto id = db.prepare("SELECT id FROM symbols WHERE fqn = 'urls.reverse'");
+  ASSERT_TRUE(id.step());
+  auto words = indexer::meaning::call_line_words(db, repo.root(), 2);
+  auto& said = words[id.integer(0)];
+  // The first two calls by line: the comment above the first joins it, the third is not read.
+  auto says = [&said](const char* word) {
+    return std::count(said.begin(), said.end(), index::meaning_words(word).at(0));
+  };
+  for (const char* word : {"location", "address", "landing", "home", "banner"}) {
+    EXPECT_EQ(says(word), 1) << word;
+  }
+  EXPECT_EQ(says("cookie"), 0);
+  // A calling file gone from the disk gives no lines, not an error.
+  std::filesystem::remove(repo.root() / "views.py");
+  EXPECT_TRUE(indexer::meaning::call_line_words(db, repo.root())[id.integer(0)].empty());
 }
 
 TEST(MeaningVectors, StoredWithTheIndexAndKeptByAnUpdate) {

@@ -245,7 +245,7 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
   if (work.work.empty() && work.removed.empty() && writer.skipped() == walked.skipped) {
     // An index written before the meaning vectors existed gets them on its first check.
     if (!index::meaning_generation(writer.database())) {
-      meaning::update_meaning(writer.database(), {});
+      meaning::update_meaning(writer.database(), repository_root, {});
     }
     finish_report(report, writer.stats(), started);
     return report;
@@ -253,7 +253,7 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
   std::vector<std::string> written;
   write_changes(writer, repository_root, work, states, preparer, walked.skipped, report, written,
                 on_progress);
-  meaning::update_meaning(writer.database(), written);
+  meaning::update_meaning(writer.database(), repository_root, written);
   finish_report(report, writer.stats(), started);
   return report;
 }

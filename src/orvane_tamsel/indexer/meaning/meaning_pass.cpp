@@ -4,6 +4,7 @@
 
 #include "orvane_tamsel/index/meaning_words.h"
 #include "orvane_tamsel/index/sqlite_meaning.h"
+#include "orvane_tamsel/indexer/meaning/call_lines.h"
 #include "orvane_tamsel/indexer/meaning/word_vectors.h"
 
 namespace orvane_tamsel::indexer::meaning {
@@ -38,10 +39,18 @@ std::int64_t production_symbols(index::Database& db) {
   return st.step() ? st.integer(0) : 0;
 }
 
-index::MeaningVectors learn(index::Database& db) {
+// A symbol's context is what it says of itself and what the lines calling it say.
+index::MeaningVectors learn(index::Database& db, const std::filesystem::path& root) {
+  auto calls = call_line_words(db, root);
   std::vector<std::vector<std::string>> contexts;
   auto st = db.prepare(symbol_select());
-  while (st.step()) contexts.push_back(index::context_words(text_of(st)));
+  while (st.step()) {
+    auto words = index::context_words(text_of(st));
+    if (auto it = calls.find(st.integer(0)); it != calls.end()) {
+      words.insert(words.end(), it->second.begin(), it->second.end());
+    }
+    contexts.push_back(std::move(words));
+  }
   return learn_word_vectors(contexts).value_or(index::MeaningVectors{});
 }
 
@@ -96,14 +105,15 @@ void update_files(index::Database& db, index::MeaningSymbolWriter& writer,
 
 }  // namespace
 
-void update_meaning(index::Database& db, const std::vector<std::string>& changed_paths) {
+void update_meaning(index::Database& db, const std::filesystem::path& root,
+                    const std::vector<std::string>& changed_paths) {
   if (!can_learn()) return;
   db.exec("BEGIN IMMEDIATE");
   try {
     const auto generation = index::meaning_generation(db).value_or(0) + 1;
     index::MeaningSymbolWriter writer(db, generation);
     if (relearn(db)) {
-      index::store_meaning_words(db, learn(db), production_symbols(db), generation);
+      index::store_meaning_words(db, learn(db, root), production_symbols(db), generation);
       // The rows as stored, as an update reads them, so either pass gives a symbol one row.
       auto words = index::load_meaning_words(db);
       auto all = db.prepare(symbol_select());

@@ -1,6 +1,7 @@
 #pragma once
 // Brings the index's meaning vectors up to date after a batch of files was written.
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,8 @@ namespace orvane_tamsel::indexer::meaning {
 // dropping those of symbols gone. Either way a symbol's row is what its own text and the stored
 // words give, so an update holds what re-embedding every symbol with those words would. A build
 // that cannot learn leaves the index without vectors: the signal is off.
-void update_meaning(index::Database& db, const std::vector<std::string>& changed_paths);
+// Learning reads the calling lines of symbols from the files under `root`.
+void update_meaning(index::Database& db, const std::filesystem::path& root,
+                    const std::vector<std::string>& changed_paths);
 
 }  // namespace orvane_tamsel::indexer::meaning
