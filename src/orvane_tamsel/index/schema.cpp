@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "orvane_tamsel/index/rollback.h"
 #include "orvane_tamsel/index/sqlite_meaning.h"
 
 namespace orvane_tamsel::index {
@@ -295,7 +296,7 @@ bool prepare_for_writing(Database& db) {
     db.exec("COMMIT");
     return rebuilt;
   } catch (...) {
-    db.exec("ROLLBACK");
+    rollback_if_open(db);
     throw;
   }
 }

@@ -3,6 +3,7 @@
 #include <set>
 
 #include "orvane_tamsel/index/meaning_words.h"
+#include "orvane_tamsel/index/rollback.h"
 #include "orvane_tamsel/index/sqlite_meaning.h"
 #include "orvane_tamsel/indexer/meaning/call_lines.h"
 #include "orvane_tamsel/indexer/meaning/word_vectors.h"
@@ -125,7 +126,7 @@ void update_meaning(index::Database& db, const std::filesystem::path& root,
     index::set_meaning_generation(db, generation);
     db.exec("COMMIT");
   } catch (...) {
-    db.exec("ROLLBACK");
+    index::rollback_if_open(db);
     throw;
   }
 }

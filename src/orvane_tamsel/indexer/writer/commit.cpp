@@ -1,5 +1,6 @@
 // A batch: beginning it, linking what it changed at commit, and keeping the summary's counts.
 
+#include "orvane_tamsel/index/rollback.h"
 #include "orvane_tamsel/index/schema.h"
 #include "orvane_tamsel/index/sqlite_meaning.h"
 #include "orvane_tamsel/indexer/writer/batch_writer.h"
@@ -221,7 +222,7 @@ void BatchWriter::rollback() {
   if (!in_batch) return;
   tree_languages.clear();
   in_batch = false;
-  db.exec("ROLLBACK");
+  index::rollback_if_open(db);
   end_journal();
 }
 
