@@ -154,8 +154,9 @@ int main(int argc, char** argv) {
     report("tuning half, fold A (questions 1, 5, 9, ...)", folds[0]);
     report("tuning half, fold B (questions 3, 7, 11, ...)", folds[1]);
   }
-  // The totals would give the held-out figures away too.
-  if (show_held) {
+  // The totals would give the held-out figures away too; a file held out as a whole is run for
+  // its totals.
+  if (show_held || all_held) {
     report("held-out half", halves[1]);
     report("all", all);
   }
