@@ -68,7 +68,10 @@ Language cpp_language() {
 }
 
 Language go_language() {
-  return tagged("go", {".go"}, tree_sitter_go, "tree-sitter-go", {"*_test.go"}, {});
+  auto go = tagged("go", {".go"}, tree_sitter_go, "tree-sitter-go", {"*_test.go"}, {});
+  go.folder_is_package = true;
+  go.exports_by_case = true;
+  return go;
 }
 
 Language javascript_language() {

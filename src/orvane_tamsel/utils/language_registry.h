@@ -21,6 +21,11 @@ struct Language {
   std::vector<std::string> test_file_globs;  // fnmatch patterns on the file name
   std::vector<std::string> test_dirs;        // a file under such a folder is test code
   std::vector<std::string> package_markers;  // a folder holding one of these is a package
+  // A folder is one package: its files share one namespace, so a name is read inside the folder
+  // rather than the file, and one name defined in several of its files is one definition.
+  bool folder_is_package = false;
+  // A name is visible outside its package when it begins with an upper-case letter.
+  bool exports_by_case = false;
 };
 
 const std::vector<Language>& languages();

@@ -10,6 +10,7 @@
 
 #include "orvane_tamsel/index/meaning_words.h"
 #include "orvane_tamsel/index/subwords.h"
+#include "orvane_tamsel/utils/language_registry.h"
 #include "orvane_tamsel/utils/query_terms.h"
 #include "orvane_tamsel/workers/term_expansion.h"
 #include "orvane_tamsel/workers/term_match.h"
@@ -425,9 +426,10 @@ bool asks_action(const std::vector<std::string>& terms, const std::string& query
   return first != "what" && first != "which";
 }
 
-// Go's visibility: every part of the name inside its package begins with an upper-case letter.
+// Visibility by case: every part of the name inside its package begins with an upper-case letter.
 bool exported(const std::string& inner, const std::string& path) {
-  if (!detail::is_go_path(path)) return false;
+  const auto* language = utils::language_for_path(path);
+  if (language == nullptr || !language->exports_by_case) return false;
   bool start = true;
   for (char c : inner) {
     if (start && !(c >= 'A' && c <= 'Z')) return false;
@@ -511,15 +513,17 @@ void rerank(index::Repository& repository, index::Embedder* word_senses,
                    [](const Candidate& a, const Candidate& b) { return a.score > b.score; });
 }
 
-// Where a definition lives for telling answers apart: its file, or for Go its package's folder,
-// where a name is defined once per platform in files of its own (cipher_asm.go, cipher_s390x.go).
+// Where a definition lives for telling answers apart: its file, or its folder where a folder is a
+// package, whose name may be defined once per platform in files of its own (cipher_asm.go,
+// cipher_s390x.go).
 std::string_view home_of(std::string_view path) {
-  if (!detail::is_go_path(path)) return path;
+  const auto* language = utils::language_for_path(path);
+  if (language == nullptr || !language->folder_is_package) return path;
   auto slash = path.rfind('/');
   return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
 }
 
-// The first `limit` candidates; a name defined more than once in one file or Go package (one
+// The first `limit` candidates; a name defined more than once in one file or package (one
 // definition per platform, say) is one answer.
 std::vector<Hit> best_hits(const std::vector<Candidate>& candidates, int limit) {
   std::vector<Hit> hits;

@@ -6,14 +6,11 @@
 
 #include "orvane_tamsel/index/subwords.h"
 #include "orvane_tamsel/index/word_stem.h"
+#include "orvane_tamsel/utils/language_registry.h"
 
 namespace orvane_tamsel::workers::detail {
 
 namespace {
-
-bool ends_with(std::string_view s, std::string_view end) {
-  return s.size() >= end.size() && s.substr(s.size() - end.size()) == end;
-}
 
 constexpr std::size_t MIN_PREFIX = 4;
 
@@ -85,21 +82,24 @@ std::optional<std::string> after_tail(const std::string& fqn, const std::string&
 
 }  // namespace
 
-bool is_go_path(std::string_view path) {
-  return ends_with(path, ".go");
-}
-
 std::string inside_module(const std::string& fqn, const std::string& path) {
+  const auto* language = utils::language_for_path(path);
   std::string stem(path);
   auto slash = stem.rfind('/');
   auto dot = stem.rfind('.');
-  if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) stem.resize(dot);
-  if (ends_with(stem, "/__init__")) stem.resize(stem.size() - 9);
+  static const std::vector<std::string> none;
+  const auto& markers = language ? language->package_markers : none;
+  if (slash != std::string::npos &&
+      std::find(markers.begin(), markers.end(), stem.substr(slash + 1)) != markers.end()) {
+    stem.resize(slash);  // a package's marker file (__init__.py) stands for its folder
+  } else if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) {
+    stem.resize(dot);
+  }
   std::replace(stem.begin(), stem.end(), '/', '.');
   if (auto inner = after_tail(fqn, stem)) return *inner;
-  // Go's package is its folder: http.Client.Do in net/http/client.go.
+  // A package that is its folder: http.Client.Do in net/http/client.go.
   auto folder = stem.rfind('.');
-  if (is_go_path(path) && folder != std::string::npos) {
+  if (folder != std::string::npos && language && language->folder_is_package) {
     if (auto inner = after_tail(fqn, stem.substr(0, folder))) return *inner;
   }
   return fqn;

@@ -23,12 +23,9 @@ bool meets(const std::string& term, const std::vector<std::string>& stems);
 // several words (urlsplit, copytree, b64decode).
 bool inside_name(const std::string& term, std::string_view lower_name);
 
-// Whether a file is Go source, whose package is its folder and whose visibility is its case.
-bool is_go_path(std::string_view path);
-
 // The part of a symbol's fqn inside its file: "Cart.total" for shop.cart.Cart.total in
-// src/shop/cart.py, or inside its package's folder for Go ("Client.Do" for http.Client.Do in
-// net/http/client.go); the whole fqn when neither path begins it.
+// src/shop/cart.py, or inside its folder for a language whose folder is a package ("Client.Do"
+// for http.Client.Do in net/http/client.go); the whole fqn when neither path begins it.
 std::string inside_module(const std::string& fqn, const std::string& path);
 
 }  // namespace orvane_tamsel::workers::detail
