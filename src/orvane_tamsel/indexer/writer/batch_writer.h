@@ -67,6 +67,7 @@ struct Connection {
 struct BatchWriter : Connection, Statements, LinkingContext {
   explicit BatchWriter(const std::filesystem::path& root);
 
+  bool prepared = false;  // the batch tables, statements and plug-ins, set up by the first batch
   bool in_batch = false;
   bool bulk = false;                // the batch fills an empty index
   bool journaled = false;           // the batch runs with a rollback journal instead of the log
@@ -90,6 +91,10 @@ struct BatchWriter : Connection, Statements, LinkingContext {
   void affect(const std::string& fqn) override;
   void rebind(const std::string& fqn) override;
   const std::vector<LinkingPlugin*>& plugins_for(const std::string& language) const;
+
+  // Sets up what a batch writes with, outside any transaction (a rollback would take the batch
+  // tables with it).
+  void prepare();
 
   // commit.cpp: the batch and its commit
   void ensure_batch() {

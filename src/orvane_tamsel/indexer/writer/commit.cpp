@@ -105,6 +105,7 @@ constexpr const char* SYMBOLS_KEY = "symbols";
 
 void BatchWriter::begin() {
   if (in_batch) return;
+  prepare();
   if (index_empty()) journaled = index::journal_first_build(db);
   db.exec("BEGIN IMMEDIATE");
   in_batch = true;

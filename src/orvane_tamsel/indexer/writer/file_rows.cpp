@@ -8,11 +8,19 @@
 
 namespace orvane_tamsel::indexer::writer {
 
-BatchWriter::BatchWriter(const std::filesystem::path& root)
-    : Connection(root), Statements(db), plugins(make_linking_plugins(db)) {
+BatchWriter::BatchWriter(const std::filesystem::path& root) : Connection(root) {
+  db.exec("PRAGMA temp_store = MEMORY");
+  db.exec("PRAGMA cache_size = -65536");
+}
+
+void BatchWriter::prepare() {
+  if (prepared) return;
+  Statements::prepare(db);
+  plugins = make_linking_plugins(db);
   for (const auto& p : plugins) {
     for (const auto& language : p->languages()) plugins_of[language].push_back(p.get());
   }
+  prepared = true;
 }
 
 const std::vector<LinkingPlugin*>& BatchWriter::plugins_for(const std::string& language) const {

@@ -46,9 +46,7 @@ const char* const STOP_COUNTING_SYMBOLS =
     "DROP TRIGGER IF EXISTS symbol_added; DROP TRIGGER IF EXISTS symbol_removed; "
     "DROP TRIGGER IF EXISTS symbol_retyped;";
 
-Statements::Statements(index::Database& db) {
-  db.exec("PRAGMA temp_store = MEMORY");
-  db.exec("PRAGMA cache_size = -65536");
+void Statements::prepare(index::Database& db) {
   db.exec(BATCH_TABLES);
   db.exec(count_symbols_sql());
   db.exec(index::DROP_GONE_VECTORS);

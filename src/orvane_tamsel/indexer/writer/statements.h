@@ -19,9 +19,10 @@ inline constexpr const char* CLEAR_BATCH_TABLES =
 const std::string& count_symbols_sql();
 extern const char* const STOP_COUNTING_SYMBOLS;
 
+// Empty until prepared: a check that finds nothing to write never needs them.
 struct Statements {
   // Creates the batch tables on `db` and prepares the statements.
-  explicit Statements(index::Database& db);
+  void prepare(index::Database& db);
 
   index::Statement find_file, insert_file, update_file, rename_module, touch, old_symbols,
       delete_file, insert_symbol, update_symbol, rename_symbol, delete_symbol, insert_text,
