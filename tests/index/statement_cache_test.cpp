@@ -1,7 +1,10 @@
 // Reused prepared statements: the same SQL asked twice at once, bindings left behind, and a
-// statement given back mid-result must each behave as a freshly prepared one.
+// statement given back mid-result must each behave as a freshly prepared one; and a statement
+// that outlives its Database must neither touch freed memory nor lose its connection.
 
 #include <gtest/gtest.h>
+
+#include <memory>
 
 #include "indexer/temp_repo.h"
 #include "orvane_tamsel/index/sqlite_db.h"
@@ -51,5 +54,24 @@ TEST(StatementCache, AReusedStatementAnswersAsAFreshOne) {
   ASSERT_TRUE(count.step());
   EXPECT_EQ(count.integer(0), 4);
 }
+
+TEST(StatementCache, AStatementOutlivesItsDatabase) {
+  indexer_test::TempRepo repo;
+  auto file = repo.root() / "lifetime.db";
+  auto db = std::make_unique<index::Database>(file, index::Database::Mode::write);
+  db->exec("CREATE TABLE t(x INTEGER); INSERT INTO t VALUES (7), (8);");
+  auto running = db->prepare("SELECT x FROM t ORDER BY x");
+  ASSERT_TRUE(running.step());
+  index::Statement waiting;
+  waiting = db->prepare("SELECT count(*) FROM t");
+  db.reset();
+  // Both still answer, and each gives itself back to the connection as it goes.
+  ASSERT_TRUE(running.step());
+  EXPECT_EQ(running.integer(0), 8);
+  EXPECT_FALSE(running.step());
+  ASSERT_TRUE(waiting.step());
+  EXPECT_EQ(waiting.integer(0), 2);
+  running = index::Statement();  // given back while `waiting` still holds the connection
+}  // `waiting` goes last and closes it
 
 }  // namespace

@@ -57,19 +57,12 @@ bool SqliteError::busy() const {
   return (code_ & 0xff) == SQLITE_BUSY || (code_ & 0xff) == SQLITE_LOCKED;
 }
 
-Statement::Statement(sqlite3* db, std::string_view sql) : db_(db) {
-  if (sqlite3_prepare_v2(db, sql.data(), static_cast<int>(sql.size()), &stmt_, nullptr) !=
-      SQLITE_OK) {
-    fail(db, "cannot prepare \"" + std::string(sql.substr(0, 80)) + "\"");
-  }
-}
-
-Statement::Statement(sqlite3* db, std::string_view sql, StatementCache& cache)
-    : db_(db), stmt_(cache.take(sql)), cache_(&cache), sql_(sql) {
+Statement::Statement(std::shared_ptr<Connection> connection, std::string_view sql)
+    : connection_(std::move(connection)), stmt_(connection_->take(sql)), sql_(sql) {
   if (stmt_) return;
-  if (sqlite3_prepare_v3(db, sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT,
+  if (sqlite3_prepare_v3(db(), sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT,
                          &stmt_, nullptr) != SQLITE_OK) {
-    fail(db, "cannot prepare \"" + std::string(sql.substr(0, 80)) + "\"");
+    fail(db(), "cannot prepare \"" + std::string(sql.substr(0, 80)) + "\"");
   }
 }
 
@@ -77,42 +70,48 @@ Statement::~Statement() {
   release();
 }
 
+sqlite3* Statement::db() const {
+  return connection_ ? connection_->handle() : nullptr;
+}
+
 void Statement::release() {
-  if (cache_ && stmt_) {
-    cache_->give_back(std::move(sql_), stmt_);
-  } else {
-    sqlite3_finalize(stmt_);
-  }
+  if (stmt_) connection_->give_back(std::move(sql_), stmt_);
   stmt_ = nullptr;
+  connection_.reset();
 }
 
 Statement::Statement(Statement&& other) noexcept
-    : db_(std::exchange(other.db_, nullptr)),
+    : connection_(std::move(other.connection_)),
       stmt_(std::exchange(other.stmt_, nullptr)),
-      cache_(std::exchange(other.cache_, nullptr)),
       sql_(std::move(other.sql_)) {}
 
 Statement& Statement::operator=(Statement&& other) noexcept {
   if (this != &other) {
     release();
-    db_ = std::exchange(other.db_, nullptr);
+    connection_ = std::move(other.connection_);
     stmt_ = std::exchange(other.stmt_, nullptr);
-    cache_ = std::exchange(other.cache_, nullptr);
     sql_ = std::move(other.sql_);
   }
   return *this;
 }
 
-StatementCache::~StatementCache() {
-  clear();
+Connection::Connection(const std::filesystem::path& file, int flags) : file_(file) {
+  if (sqlite3_open_v2(file.c_str(), &db_, flags, nullptr) != SQLITE_OK) {
+    std::string message = db_ ? sqlite3_errmsg(db_) : "out of memory";
+    int code = db_ ? sqlite3_extended_errcode(db_) : SQLITE_NOMEM;
+    sqlite3_close(db_);
+    raise(file.string() + ": " + message, code);
+  }
+  sqlite3_busy_handler(db_, wait_for_lock, &file_);
+  sqlite3_extended_result_codes(db_, 1);
 }
 
-void StatementCache::clear() {
+Connection::~Connection() {
   for (auto& [sql, stmt] : idle_) sqlite3_finalize(stmt);
-  idle_.clear();
+  sqlite3_close_v2(db_);
 }
 
-sqlite3_stmt* StatementCache::take(std::string_view sql) {
+sqlite3_stmt* Connection::take(std::string_view sql) {
   auto it = idle_.find(std::string(sql));
   if (it == idle_.end()) return nullptr;
   auto* stmt = it->second;
@@ -120,7 +119,7 @@ sqlite3_stmt* StatementCache::take(std::string_view sql) {
   return stmt;
 }
 
-void StatementCache::give_back(std::string sql, sqlite3_stmt* stmt) {
+void Connection::give_back(std::string sql, sqlite3_stmt* stmt) {
   // A statement left mid-result would hold its read transaction open.
   sqlite3_reset(stmt);
   sqlite3_clear_bindings(stmt);
@@ -130,19 +129,19 @@ void StatementCache::give_back(std::string sql, sqlite3_stmt* stmt) {
 }
 
 Statement& Statement::bind(int index, std::int64_t value) {
-  if (sqlite3_bind_int64(stmt_, index, value) != SQLITE_OK) fail(db_, "bind");
+  if (sqlite3_bind_int64(stmt_, index, value) != SQLITE_OK) fail(db(), "bind");
   return *this;
 }
 
 Statement& Statement::bind(int index, double value) {
-  if (sqlite3_bind_double(stmt_, index, value) != SQLITE_OK) fail(db_, "bind");
+  if (sqlite3_bind_double(stmt_, index, value) != SQLITE_OK) fail(db(), "bind");
   return *this;
 }
 
 Statement& Statement::bind(int index, std::string_view value) {
   if (sqlite3_bind_text(stmt_, index, value.data(), static_cast<int>(value.size()),
                         SQLITE_TRANSIENT) != SQLITE_OK) {
-    fail(db_, "bind");
+    fail(db(), "bind");
   }
   return *this;
 }
@@ -156,7 +155,7 @@ Statement& Statement::bind(int index, const std::optional<std::int64_t>& value) 
 }
 
 Statement& Statement::bind_null(int index) {
-  if (sqlite3_bind_null(stmt_, index) != SQLITE_OK) fail(db_, "bind");
+  if (sqlite3_bind_null(stmt_, index) != SQLITE_OK) fail(db(), "bind");
   return *this;
 }
 
@@ -164,7 +163,7 @@ bool Statement::step() {
   int rc = sqlite3_step(stmt_);
   if (rc == SQLITE_ROW) return true;
   if (rc == SQLITE_DONE) return false;
-  std::string message = sqlite3_errmsg(db_);
+  std::string message = sqlite3_errmsg(db());
   sqlite3_reset(stmt_);
   raise(message, rc);
 }
@@ -191,7 +190,7 @@ double Statement::real(int column) const {
 Statement& Statement::bind_blob(int index, std::string_view bytes) {
   if (sqlite3_bind_blob(stmt_, index, bytes.data(), static_cast<int>(bytes.size()),
                         SQLITE_TRANSIENT) != SQLITE_OK) {
-    fail(db_, "bind");
+    fail(db(), "bind");
   }
   return *this;
 }
@@ -224,38 +223,25 @@ bool Statement::is_null(int column) const {
   return sqlite3_column_type(stmt_, column) == SQLITE_NULL;
 }
 
-Database::Database(const std::filesystem::path& file, Mode mode) : file_(file) {
+Database::Database(const std::filesystem::path& file, Mode mode) {
   int flags = mode == Mode::write ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE
                                   : SQLITE_OPEN_READWRITE;  // WAL readers may need to write -shm
-  flags |= SQLITE_OPEN_NOMUTEX;
-  if (sqlite3_open_v2(file.c_str(), &db_, flags, nullptr) != SQLITE_OK) {
-    std::string message = db_ ? sqlite3_errmsg(db_) : "out of memory";
-    int code = db_ ? sqlite3_extended_errcode(db_) : SQLITE_NOMEM;
-    sqlite3_close(db_);
-    db_ = nullptr;
-    raise(file.string() + ": " + message, code);
-  }
-  sqlite3_busy_handler(db_, wait_for_lock, &file_);
-  sqlite3_extended_result_codes(db_, 1);
-}
-
-Database::~Database() {
-  cache_.clear();
-  sqlite3_close_v2(db_);
+  connection_ = std::make_shared<Connection>(file, flags | SQLITE_OPEN_NOMUTEX);
 }
 
 void Database::exec(std::string_view sql) {
+  auto* db = handle();
   char* error = nullptr;
   std::string text(sql);
-  if (sqlite3_exec(db_, text.c_str(), nullptr, nullptr, &error) != SQLITE_OK) {
-    std::string message = error ? error : sqlite3_errmsg(db_);
+  if (sqlite3_exec(db, text.c_str(), nullptr, nullptr, &error) != SQLITE_OK) {
+    std::string message = error ? error : sqlite3_errmsg(db);
     sqlite3_free(error);
-    raise(message, sqlite3_extended_errcode(db_));
+    raise(message, sqlite3_extended_errcode(db));
   }
 }
 
 std::int64_t Database::last_insert_id() const {
-  return sqlite3_last_insert_rowid(db_);
+  return sqlite3_last_insert_rowid(connection_->handle());
 }
 
 }  // namespace orvane_tamsel::index

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -17,7 +18,7 @@ struct sqlite3_stmt;
 
 namespace orvane_tamsel::index {
 
-class StatementCache;
+class Connection;
 
 class SqliteError : public std::runtime_error {
  public:
@@ -39,12 +40,12 @@ class SqliteDamaged : public SqliteError, public IndexDamaged {
   const char* what() const noexcept override { return SqliteError::what(); }
 };
 
+// A prepared statement of a connection, taken from its cache (or prepared into it) and given back
+// when destroyed. It holds its connection open, so it may outlive the Database it came from.
 class Statement {
  public:
   Statement() = default;
-  Statement(sqlite3* db, std::string_view sql);
-  // A statement taken from the cache (or prepared into it), given back to it when destroyed.
-  Statement(sqlite3* db, std::string_view sql, StatementCache& cache);
+  Statement(std::shared_ptr<Connection> connection, std::string_view sql);
   ~Statement();
   Statement(Statement&& other) noexcept;
   Statement& operator=(Statement&& other) noexcept;
@@ -90,31 +91,35 @@ class Statement {
 
  private:
   void release();
+  sqlite3* db() const;
 
-  sqlite3* db_ = nullptr;
+  std::shared_ptr<Connection> connection_;
   sqlite3_stmt* stmt_ = nullptr;
-  StatementCache* cache_ = nullptr;  // null: finalized when destroyed
-  std::string sql_;                  // the cache's key
+  std::string sql_;  // the cache's key
 };
 
-// The statements a connection prepared, by SQL text, so that a query asked again skips the
-// parser and planner. A statement in use is out of the cache: the same SQL asked while it runs
-// gets a statement of its own.
-class StatementCache {
+// An open connection and the statements it prepared, by SQL text, so that a query asked again
+// skips the parser and planner. A statement in use is out of the cache: the same SQL asked while
+// it runs gets a statement of its own. The Database and each of its statements share it: the last
+// of them to go finalizes the idle statements and closes the connection.
+class Connection {
  public:
-  StatementCache() = default;
-  ~StatementCache();
-  StatementCache(const StatementCache&) = delete;
-  StatementCache& operator=(const StatementCache&) = delete;
+  Connection(const std::filesystem::path& file, int flags);
+  ~Connection();
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
 
+  sqlite3* handle() const { return db_; }
+  const std::filesystem::path& file() const { return file_; }
   // The cached statement of the SQL, or null.
   sqlite3_stmt* take(std::string_view sql);
   // Keeps the statement, reset and unbound, or finalizes it when the cache holds the SQL already
   // or is full.
   void give_back(std::string sql, sqlite3_stmt* stmt);
-  void clear();
 
  private:
+  std::filesystem::path file_;  // the busy handler's argument
+  sqlite3* db_ = nullptr;
   std::unordered_map<std::string, sqlite3_stmt*> idle_;
 };
 
@@ -122,21 +127,18 @@ class Database {
  public:
   enum class Mode { read, write };
   Database(const std::filesystem::path& file, Mode mode);
-  ~Database();
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
 
   void exec(std::string_view sql);
   // Prepared once per connection and SQL text, then reused.
-  Statement prepare(std::string_view sql) { return Statement(db_, sql, cache_); }
+  Statement prepare(std::string_view sql) { return Statement(connection_, sql); }
   std::int64_t last_insert_id() const;
-  sqlite3* handle() { return db_; }
-  const std::filesystem::path& file() const { return file_; }
+  sqlite3* handle() { return connection_->handle(); }
+  const std::filesystem::path& file() const { return connection_->file(); }
 
  private:
-  sqlite3* db_ = nullptr;
-  std::filesystem::path file_;
-  StatementCache cache_;  // finalized before the connection closes
+  std::shared_ptr<Connection> connection_;
 };
 
 }  // namespace orvane_tamsel::index
