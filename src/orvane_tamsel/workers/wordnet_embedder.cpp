@@ -9,7 +9,6 @@
 #include <array>
 #include <cctype>
 #include <cmath>
-#include <fstream>
 #include <set>
 #include <sstream>
 
@@ -96,6 +95,33 @@ std::vector<std::string_view> fields(std::string_view line) {
   return out;
 }
 
+// The forms a sorted exception file gives for `word` ("mice": "mouse"), in file order: a word may
+// have lines of its own for each.
+std::vector<std::string_view> exception_forms(std::string_view text, std::string_view word) {
+  std::vector<std::string_view> out;
+  auto line = find_line(text, word);
+  if (line.empty()) return out;
+  auto start = static_cast<std::size_t>(line.data() - text.data());
+  auto key_of = [&](std::size_t from) {
+    auto end = text.find_first_of(" \n", from);
+    return text.substr(from, (end == std::string_view::npos ? text.size() : end) - from);
+  };
+  while (start > 0) {  // back to the word's first line
+    auto before = start < 2 ? std::string_view::npos : text.rfind('\n', start - 2);
+    auto previous = before == std::string_view::npos ? 0 : before + 1;
+    if (key_of(previous) != word) break;
+    start = previous;
+  }
+  while (start < text.size() && key_of(start) == word) {
+    auto end = text.find('\n', start);
+    if (end == std::string_view::npos) end = text.size();
+    auto f = fields(text.substr(start, end - start));
+    out.insert(out.end(), f.begin() + 1, f.end());
+    start = end + 1;
+  }
+  return out;
+}
+
 std::uint64_t number(std::string_view s, int base = 10) {
   std::uint64_t v = 0;
   for (char c : s) {
@@ -157,7 +183,7 @@ std::size_t pos_index(char c) {
 
 struct WordNetEmbedder::Files {
   std::array<std::unique_ptr<Mapped>, 4> index, data;
-  std::array<std::map<std::string, std::vector<std::string>, std::less<>>, 4> exceptions;
+  std::array<std::unique_ptr<Mapped>, 4> exceptions;  // irregular forms: "mice mouse"
   bool ok = true;
 };
 
@@ -168,14 +194,8 @@ WordNetEmbedder::WordNetEmbedder(const std::filesystem::path& dictionary)
         std::make_unique<Mapped>(dictionary / (std::string("index.") + POS_NAMES[p]));
     files_->data[p] = std::make_unique<Mapped>(dictionary / (std::string("data.") + POS_NAMES[p]));
     files_->ok = files_->ok && files_->index[p]->ok() && files_->data[p]->ok();
-    std::ifstream exc(dictionary / (std::string(POS_NAMES[p]) + ".exc"));
-    std::string line;
-    while (std::getline(exc, line)) {
-      auto f = fields(line);
-      for (std::size_t i = 1; i < f.size(); ++i) {
-        files_->exceptions[p][std::string(f[0])].emplace_back(f[i]);
-      }
-    }
+    files_->exceptions[p] =
+        std::make_unique<Mapped>(dictionary / (std::string(POS_NAMES[p]) + ".exc"));
   }
 }
 
@@ -199,8 +219,8 @@ const std::vector<std::pair<std::uint32_t, float>>& WordNetEmbedder::concepts(
   out[dimension(std::hash<std::string>{}(word))] = 1.0F;
   for (std::size_t p = 0; p < 4 && files_->ok; ++p) {
     std::vector<std::string> forms{word};
-    if (auto e = files_->exceptions[p].find(word); e != files_->exceptions[p].end()) {
-      forms.insert(forms.end(), e->second.begin(), e->second.end());
+    for (auto form : exception_forms(files_->exceptions[p]->text(), word)) {
+      forms.emplace_back(form);
     }
     for (const auto& [end, with] : SUFFIXES[p]) {
       if (word.size() > end.size() + 2 &&
