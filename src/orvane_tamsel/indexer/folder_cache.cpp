@@ -2,9 +2,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <optional>
 
 namespace orvane_tamsel::indexer {
@@ -53,8 +53,13 @@ FolderCache::FolderCache(std::int64_t margin_ns) : margin_ns_(margin_ns) {}
 
 void FolderCache::load(const std::filesystem::path& file) {
   loaded_.clear();
-  std::ifstream in(file, std::ios::binary);
-  std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::ifstream in(file, std::ios::binary | std::ios::ate);
+  if (!in) return;
+  // One read of the whole file, not a character at a time.
+  std::string data(static_cast<std::size_t>(std::max<std::streamoff>(in.tellg(), 0)), '\0');
+  in.seekg(0);
+  in.read(data.data(), static_cast<std::streamsize>(data.size()));
+  data.resize(static_cast<std::size_t>(in.gcount()));
   if (data.size() < sizeof MAGIC || std::memcmp(data.data(), MAGIC, sizeof MAGIC) != 0) return;
   Reader r(data);
   std::unordered_map<std::string, Folder> folders;
