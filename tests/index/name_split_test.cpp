@@ -41,6 +41,12 @@ TEST(NameSplit, FewestKnownPartsOrTheRunWhole) {
   EXPECT_THAT(english.split("getaddrinfo"), ElementsAre("get", "addr", "info"));
   EXPECT_THAT(english.split("makedirs"), ElementsAre("make", "dirs"));  // not maked + irs
   EXPECT_THAT(english.split("urlize"), IsEmpty());
+  // A first build reads the dictionary in memory, an update searches the files: same splits.
+  index::NameSplitter updating({"addr", "dir", "dirs", "env", "get", "info"}, mapped);
+  for (const char* name : {"getaddrinfo", "MAXLINESIZE", "linebreaksbr", "unlink", "Userinfo",
+                           "timestamp", "iterdecode", "startswith", "copytree_fast"}) {
+    EXPECT_EQ(english.words_of(name), updating.words_of(name)) << name;
+  }
 }
 
 }  // namespace

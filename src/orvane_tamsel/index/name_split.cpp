@@ -21,7 +21,7 @@ constexpr std::size_t SHORT_PART = 3;
 constexpr std::size_t MAX_PART = 20;
 // Parts that are no English word are split again, this many times at most.
 constexpr int MAX_DEPTH = 2;
-// Bounds the splits kept by a long-running server.
+// Bounds the splits kept.
 constexpr std::size_t MAX_MADE = 100000;
 
 bool letters(std::string_view s) {
@@ -108,12 +108,8 @@ void NameSplitter::split_into(std::string_view run, int depth,
 std::vector<std::string> NameSplitter::split(std::string_view run) const {
   std::vector<std::string> out;
   if (run.size() < MIN_RUN || run.size() > MAX_RUN || !letters(run)) return out;
-  {
-    std::lock_guard lock(mutex_);
-    if (auto it = made_.find(run); it != made_.end()) return it->second;
-  }
+  if (auto it = made_.find(run); it != made_.end()) return it->second;
   if (!english_.knows(run) && !split_once(run).empty()) split_into(run, 1, out);
-  std::lock_guard lock(mutex_);
   if (made_.size() >= MAX_MADE) made_.clear();
   made_.emplace(run, out);
   return out;

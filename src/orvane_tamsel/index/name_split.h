@@ -2,7 +2,6 @@
 // Names written as one run of letters (listdir, getaddrinfo, MAXSIZE) split into the words they
 // join, so that a question's words can meet them.
 
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -13,6 +12,7 @@
 
 namespace orvane_tamsel::index {
 
+// Not safe to share between threads: it keeps the splits it made.
 class NameSplitter {
  public:
   // `repository_words`: what the repository writes as separate parts of its names (see
@@ -34,8 +34,7 @@ class NameSplitter {
   };
   std::unordered_set<std::string, Hash, std::equal_to<>> repository_;
   const EnglishWords& english_;
-  // Splits already made: a server meets the same names question after question.
-  mutable std::mutex mutex_;
+  // Splits already made: names repeat across a code base (get, String, __init__).
   mutable std::unordered_map<std::string, std::vector<std::string>, Hash, std::equal_to<>> made_;
   std::vector<std::string> split_once(std::string_view run) const;
   void split_into(std::string_view run, int depth, std::vector<std::string>& out) const;

@@ -13,8 +13,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "orvane_tamsel/index/name_split.h"
-
 namespace orvane_tamsel::index {
 
 using Json = nlohmann::ordered_json;
@@ -198,9 +196,6 @@ class Repository {
   // many symbols there are: how specific a name word is.
   virtual std::pair<std::map<std::string, std::int64_t>, std::int64_t> name_word_counts(
       const std::vector<std::string>& words) = 0;
-  // Splits names written as one run of letters as the text table's name words were split; null
-  // when the index keeps no name parts.
-  virtual std::shared_ptr<const NameSplitter> name_splitter() { return nullptr; }
   // Candidate paths / names that look like the text (trigram or prefix), bounded.
   virtual std::vector<std::string> similar_paths(const std::string& text, int limit) = 0;
   virtual std::vector<Symbol> similar_symbols(const std::string& name, int limit) = 0;

@@ -261,6 +261,15 @@ std::filesystem::path existing_index_file(const std::filesystem::path& repositor
   return file;
 }
 
+std::vector<std::string> stored_name_words(Database& db) {
+  std::vector<std::string> words;
+  auto has = db.prepare("SELECT 1 FROM sqlite_master WHERE name = 'name_words'");
+  if (!has.step()) return words;
+  auto st = db.prepare("SELECT word FROM name_words ORDER BY word");
+  while (st.step()) words.push_back(st.text(0));
+  return words;
+}
+
 int schema_version_of(Database& db) {
   return has_tables(db) ? pragma_int(db, "user_version") : 0;
 }

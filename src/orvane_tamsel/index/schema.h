@@ -2,6 +2,8 @@
 // The one SQLite schema of the code index, and its version.
 
 #include <filesystem>
+#include <string>
+#include <vector>
 
 #include "orvane_tamsel/index/sqlite_db.h"
 
@@ -38,5 +40,8 @@ void restore_log(Database& db);
 
 // The schema version the index was written with (0 when it holds no tables).
 int schema_version_of(Database& db);
+
+// The name parts a first build kept (name_words), sorted; none in an index without the table.
+std::vector<std::string> stored_name_words(Database& db);
 
 }  // namespace orvane_tamsel::index

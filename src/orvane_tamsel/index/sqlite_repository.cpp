@@ -446,21 +446,6 @@ class SqliteRepository : public Repository {
     return counts;
   }
 
-  std::shared_ptr<const NameSplitter> name_splitter() override {
-    std::lock_guard lock(mutex_);
-    keep_current();
-    if (!kept_.splitter) {
-      std::vector<std::string> words;
-      auto has = db_->prepare("SELECT 1 FROM sqlite_master WHERE name = 'name_words'");
-      if (has.step()) {
-        auto st = db_->prepare("SELECT word FROM name_words ORDER BY word");
-        while (st.step()) words.push_back(st.text(0));
-      }
-      kept_.splitter = std::make_shared<const NameSplitter>(words, english_words());
-    }
-    return kept_.splitter;
-  }
-
   // Most alike first (edit distance to the path or its file name), then the shorter path.
   std::vector<std::string> similar_paths(const std::string& text, int limit) override {
     std::lock_guard lock(mutex_);
@@ -675,7 +660,6 @@ class SqliteRepository : public Repository {
     std::optional<std::int64_t> symbols;
     std::unordered_map<std::string, std::optional<std::int64_t>> name_counts;
     std::unordered_map<std::string, std::optional<std::vector<std::string>>> names_matching;
-    std::shared_ptr<const NameSplitter> splitter;
   } kept_;
 };
 

@@ -23,16 +23,13 @@ std::string stem(std::string_view word) {
   return index::stem(word);
 }
 
-std::vector<std::string> fqn_stems(std::string_view fqn, const index::NameSplitter* splitter) {
+std::vector<std::string> fqn_stems(std::string_view fqn) {
   std::vector<std::string> out;
   std::size_t start = 0;
   while (start <= fqn.size()) {
     auto dot = fqn.find('.', start);
     if (dot == std::string_view::npos) dot = fqn.size();
-    auto part = fqn.substr(start, dot - start);
-    for (const auto& w : splitter ? splitter->words_of(part) : index::subwords(part)) {
-      out.push_back(stem(w));
-    }
+    for (const auto& w : index::subwords(fqn.substr(start, dot - start))) out.push_back(stem(w));
     start = dot + 1;
   }
   return out;

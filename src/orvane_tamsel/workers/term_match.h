@@ -6,17 +6,13 @@
 #include <string_view>
 #include <vector>
 
-#include "orvane_tamsel/index/name_split.h"
-
 namespace orvane_tamsel::workers::detail {
 
 // A crude English stem of a lower-cased word: plural, -ed, -ing, -er and a final e dropped.
 std::string stem(std::string_view word);
 
-// The stems of the words a symbol is known by: the sub-words of every part of its fqn, and the
-// words its runs of letters join when a splitter is given (listdir: list, dir).
-std::vector<std::string> fqn_stems(std::string_view fqn,
-                                   const index::NameSplitter* splitter = nullptr);
+// The stems of the words a symbol is known by: the sub-words of every part of its fqn.
+std::vector<std::string> fqn_stems(std::string_view fqn);
 // The stems of the words of a text.
 std::vector<std::string> text_stems(std::string_view text);
 

@@ -1,6 +1,7 @@
 // Writing a file's symbols: rows kept, updated or added, and their text rows.
 
 #include "orvane_tamsel/index/name_split.h"
+#include "orvane_tamsel/index/schema.h"
 #include "orvane_tamsel/indexer/types/sql_type_facts.h"
 #include "orvane_tamsel/indexer/writer/batch_writer.h"
 #include "orvane_tamsel/utils/unicode.h"
@@ -125,10 +126,8 @@ void BatchWriter::insert_text_rows(std::int64_t id, const std::string& name, con
 // depend on which other files changed since.
 const index::NameSplitter& BatchWriter::name_splitter() {
   if (!splitter) {
-    std::vector<std::string> words;
-    auto st = db.prepare("SELECT word FROM name_words ORDER BY word");
-    while (st.step()) words.push_back(st.text(0));
-    splitter = std::make_unique<index::NameSplitter>(words, index::english_words());
+    splitter =
+        std::make_unique<index::NameSplitter>(index::stored_name_words(db), index::english_words());
   }
   return *splitter;
 }
