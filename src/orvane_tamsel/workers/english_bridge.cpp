@@ -5,7 +5,6 @@
 #include <set>
 
 #include "orvane_tamsel/index/english_table.h"
-#include "orvane_tamsel/index/meaning_words.h"
 #include "orvane_tamsel/index/schema.h"
 #include "orvane_tamsel/index/subwords.h"
 #include "orvane_tamsel/utils/query_terms.h"
@@ -90,48 +89,6 @@ std::vector<std::string> EnglishBridge::words_for(const std::vector<std::string>
       if (std::find(out.begin(), out.end(), w) == out.end()) out.push_back(w);
     }
   }
-  return out;
-}
-
-std::vector<index::ScoredSymbol> EnglishBridge::nearest_symbols(const std::vector<float>& asked,
-                                                                int limit) {
-  std::lock_guard lock(mutex_);
-  auto version_of = db_.prepare("PRAGMA data_version");
-  std::int64_t version = version_of.step() ? version_of.integer(0) : 0;
-  if (version != symbols_version_) {
-    symbols_version_ = version;
-    symbol_ids_.clear();
-    symbol_rows_.clear();
-    std::string kinds;
-    for (const auto& k : index::retrievable_kinds())
-      kinds += (kinds.empty() ? "'" : ",'") + k + "'";
-    auto st = db_.prepare("SELECT id, fqn, docstring FROM symbols WHERE is_test = 0 AND kind IN (" +
-                          kinds + ")");
-    while (st.step()) {
-      auto text = st.text(1);
-      auto doc = st.optional_text(2).value_or("");
-      text.push_back(' ');
-      text.append(doc, 0, std::min(doc.find(". "), doc.find("\n\n")));
-      auto v = vectors_->embed(text);
-      if (v.empty()) continue;
-      symbol_ids_.push_back(st.integer(0));
-      symbol_rows_.insert(symbol_rows_.end(), v.begin(), v.end());
-    }
-  }
-  std::vector<index::ScoredSymbol> out;
-  if (asked.size() != DIMS) return out;
-  std::vector<std::pair<float, std::size_t>> scored;
-  for (std::size_t i = 0; i < symbol_ids_.size(); ++i) {
-    const float* row = symbol_rows_.data() + i * DIMS;
-    float dot = 0;
-    for (std::size_t d = 0; d < DIMS; ++d) dot += row[d] * asked[d];
-    scored.emplace_back(dot, i);
-  }
-  auto n = std::min<std::size_t>(scored.size(), static_cast<std::size_t>(std::max(limit, 0)));
-  std::partial_sort(scored.begin(), scored.begin() + static_cast<std::ptrdiff_t>(n), scored.end(),
-                    std::greater<>());
-  for (std::size_t i = 0; i < n; ++i)
-    out.push_back({symbol_ids_[scored[i].second], scored[i].first});
   return out;
 }
 

@@ -30,9 +30,6 @@ class EnglishBridge {
   // Name words to search beside `terms`, nearest first per term; none is a form of a term.
   std::vector<std::string> words_for(const std::vector<std::string>& terms);
   index::EnglishVectors& vectors() { return *vectors_; }
-  // The production symbols whose English vector (name words and the docstring's first sentence)
-  // lies nearest `asked`, best first.
-  std::vector<index::ScoredSymbol> nearest_symbols(const std::vector<float>& asked, int limit);
 
  private:
   void catch_up();
@@ -45,9 +42,6 @@ class EnglishBridge {
   std::vector<std::string> words_;  // name words the English table holds, named often enough
   std::vector<float> rows_;         // their unit vectors, one after another
   std::map<std::string, std::int64_t> named_by_stem_;
-  std::int64_t symbols_version_ = -1;
-  std::vector<index::SymbolId> symbol_ids_;
-  std::vector<float> symbol_rows_;
 };
 
 // The bridge over DIR/.tamsel/index.db when the English table is installed, else null.

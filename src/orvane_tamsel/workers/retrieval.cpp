@@ -626,20 +626,6 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
   auto [bm25, widened] = text_hits(repository_, q, english_.get());
   auto exact = exact_names(repository_, q);
   auto fused = detail::fuse(bm25, widened, named_symbols(repository_, q, exact), meaning);
-  if (english_ && detail::knob("TB_NEAR", 0) > 0) {
-    auto asked = english_->vectors().embed(query);
-    if (!asked.empty()) {
-      const double w = detail::knob("TB_NEAR_W", 0.5);
-      for (const auto& hit :
-           english_->nearest_symbols(asked, static_cast<int>(detail::knob("TB_NEAR", 0)))) {
-        if (detail::knob("TB_JOIN", 0) > 0) {
-          fused.emplace(hit.id, w * std::max(0.0, hit.score));
-        } else {
-          fused[hit.id] += w * std::max(0.0, hit.score);
-        }
-      }
-    }
-  }
   std::vector<index::SymbolId> ids;
   for (const auto& [id, score] : fused) ids.push_back(id);
   auto found = repository_.symbols_with_paths(ids);
