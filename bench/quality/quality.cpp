@@ -66,9 +66,9 @@ int main(int argc, char** argv) {
     return 2;
   }
   auto repo = index::open_repository(argv[1]);
-  workers::HybridRetriever retriever(
-      *repo, workers::RetrievalSettings{}, index::open_learned_embedder(argv[1]),
-      workers::word_sense_embedder(), workers::english_bridge(argv[1]));
+  workers::HybridRetriever retriever(*repo, workers::RetrievalSettings{},
+                                     index::open_learned_embedder(argv[1]),
+                                     workers::word_sense_embedder());
   auto questions = read_questions(argv[2]);
   // A misspelt expected symbol would count as a miss for every method alike.
   for (const auto& q : questions) {

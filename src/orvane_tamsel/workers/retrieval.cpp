@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -56,20 +54,13 @@ RetrievalSettings load_settings(const std::filesystem::path& repository_root) {
 HybridRetriever::HybridRetriever(index::Repository& repository,
                                  std::optional<RetrievalSettings> settings,
                                  std::shared_ptr<index::Embedder> embedder,
-                                 std::shared_ptr<index::Embedder> word_senses,
-                                 std::shared_ptr<EnglishBridge> english)
+                                 std::shared_ptr<index::Embedder> word_senses)
     : repository_(repository),
       settings_(settings ? *settings : load_settings(repository.root())),
       embedder_(std::move(embedder)),
-      word_senses_(std::move(word_senses)),
-      english_(std::move(english)) {}
+      word_senses_(std::move(word_senses)) {}
 
 namespace detail {
-
-double knob(const char* name, double fallback) {
-  const char* v = std::getenv(name);
-  return v && *v ? std::atof(v) : fallback;
-}
 
 // BM25 over the question's own words is the backbone: its scores divided by the first hit's keep
 // how far ahead its first answer is, which the reciprocal rank fusion used before threw away
@@ -298,24 +289,11 @@ std::set<std::string> compounds_of(const std::vector<std::string>& terms) {
 // Signal 1: BM25 over the symbol text table, over the question's own words and over them widened
 // with the code base's own words for them (the name signals keep to what was asked).
 std::pair<std::vector<index::ScoredSymbol>, std::vector<index::ScoredSymbol>> text_hits(
-    index::Repository& repository, const Question& q, EnglishBridge* english) {
+    index::Repository& repository, const Question& q) {
   using detail::match_expression;
   auto bm25 = repository.search_text(match_expression(q.terms), CANDIDATES, q.include_tests);
   auto searched = q.terms;
   for (auto& w : detail::expansions(repository, q.terms)) searched.push_back(std::move(w));
-  if (english && detail::knob("TB_MODE", 1) == 1) {
-    auto bridged = english->words_for(q.terms);
-    if (std::getenv("TB_DEBUG")) {
-      std::string all;
-      for (const auto& w : bridged) all += " " + w;
-      if (!all.empty()) fprintf(stderr, "%s ->%s\n", q.query.c_str(), all.c_str());
-    }
-    for (auto& w : bridged) {
-      if (std::find(searched.begin(), searched.end(), w) == searched.end()) {
-        searched.push_back(std::move(w));
-      }
-    }
-  }
   std::vector<index::ScoredSymbol> widened;
   if (searched.size() > q.terms.size()) {
     widened = repository.search_text(match_expression(searched), CANDIDATES, q.include_tests);
@@ -501,7 +479,7 @@ double features_of(const Candidate& c, const Question& q, const std::set<std::st
 }
 
 // Reorders the head of the candidates by the decision model.
-void rerank(index::Repository& repository, index::Embedder* word_senses, EnglishBridge* english,
+void rerank(index::Repository& repository, index::Embedder* word_senses,
             const detail::Meaning& meaning, const Question& q, std::vector<Candidate>& candidates) {
   using namespace detail;
   auto depth = std::min<std::size_t>(candidates.size(), RERANK_DEPTH);
@@ -517,9 +495,6 @@ void rerank(index::Repository& repository, index::Embedder* word_senses, English
   auto weights = stem_weights(repository, q.terms, term_set);
   std::vector<float> asked;
   if (word_senses) asked = word_senses->embed(q.query);
-  const double w_english = detail::knob("TB_RERANK", 0);
-  std::vector<float> english_asked;
-  if (english && w_english > 0) english_asked = english->vectors().embed(q.query);
   for (std::size_t i = 0; i < depth; ++i) {
     auto& c = candidates[i];
     auto n = callers.count(c.id) ? callers[c.id] : 0;
@@ -529,15 +504,6 @@ void rerank(index::Repository& repository, index::Embedder* word_senses, English
     if (!asked.empty()) {
       model += W_MEANING *
                index::cosine(asked, word_senses->embed(inside_module(c.symbol->fqn, *c.path)));
-    }
-    if (!english_asked.empty()) {
-      auto text = inside_module(c.symbol->fqn, *c.path);
-      if (detail::knob("TB_DOC", 1) > 0 && c.symbol->docstring) {
-        const auto& doc = *c.symbol->docstring;
-        text.push_back(' ');
-        text.append(doc, 0, std::min(doc.find(". "), doc.find("\n\n")));
-      }
-      model += w_english * index::cosine(english_asked, english->vectors().embed(text));
     }
     c.score = model;
   }
@@ -623,34 +589,15 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
           embedder_->nearest(meaning.asked, detail::MEANING_CANDIDATES, include_tests);
     }
   }
-  auto [bm25, widened] = text_hits(repository_, q, english_.get());
+  auto [bm25, widened] = text_hits(repository_, q);
   auto exact = exact_names(repository_, q);
   auto fused = detail::fuse(bm25, widened, named_symbols(repository_, q, exact), meaning);
   std::vector<index::SymbolId> ids;
   for (const auto& [id, score] : fused) ids.push_back(id);
   auto found = repository_.symbols_with_paths(ids);
   auto candidates = candidates_of(fused, found, include_tests);
-  if (english_ && detail::knob("TB_FUSE", 0) > 0) {
-    const double w = detail::knob("TB_FUSE", 0);
-    auto asked = english_->vectors().embed(query);
-    if (!asked.empty()) {
-      for (auto& c : candidates) {
-        auto text = detail::inside_module(c.symbol->fqn, *c.path);
-        if (c.symbol->docstring) {
-          const auto& doc = *c.symbol->docstring;
-          text.push_back(' ');
-          text.append(doc, 0, std::min(doc.find(". "), doc.find("\n\n")));
-        }
-        c.score += w * std::max(0.0, index::cosine(asked, english_->vectors().embed(text)));
-      }
-      std::stable_sort(candidates.begin(), candidates.end(),
-                       [](const Candidate& a, const Candidate& b) {
-                         return a.score != b.score ? a.score > b.score : a.id < b.id;
-                       });
-    }
-  }
   if (rerank_head && settings_.rerank_results && !candidates.empty()) {
-    rerank(repository_, word_senses_.get(), english_.get(), meaning, q, candidates);
+    rerank(repository_, word_senses_.get(), meaning, q, candidates);
   }
 
   result.hits = best_hits(candidates, limit);

@@ -11,7 +11,6 @@
 
 #include "orvane_tamsel/index/embedder.h"
 #include "orvane_tamsel/index/repository.h"
-#include "orvane_tamsel/workers/english_bridge.h"
 #include "orvane_tamsel/workers/retriever.h"
 
 namespace orvane_tamsel::workers {
@@ -35,8 +34,7 @@ class HybridRetriever : public Retriever {
   explicit HybridRetriever(index::Repository& repository,
                            std::optional<RetrievalSettings> settings = std::nullopt,
                            std::shared_ptr<index::Embedder> embedder = nullptr,
-                           std::shared_ptr<index::Embedder> word_senses = nullptr,
-                           std::shared_ptr<EnglishBridge> english = nullptr);
+                           std::shared_ptr<index::Embedder> word_senses = nullptr);
   RetrievalResult retrieve(const std::string& query, int limit, bool include_tests,
                            bool rerank) override;
 
@@ -45,7 +43,6 @@ class HybridRetriever : public Retriever {
   RetrievalSettings settings_;
   std::shared_ptr<index::Embedder> embedder_;
   std::shared_ptr<index::Embedder> word_senses_;
-  std::shared_ptr<EnglishBridge> english_;
 };
 
 }  // namespace orvane_tamsel::workers
