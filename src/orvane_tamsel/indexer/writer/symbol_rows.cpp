@@ -151,8 +151,8 @@ void BatchWriter::insert_all_text() {
                      st.optional_text(4), st.text(5));
   }
   name_texts.clear();
-  dictionary.reset();
   splitter.reset();
+  dictionary.reset();
 }
 
 // Names repeat across a code base (get, __init__, String): a first build splits each once.
