@@ -285,3 +285,26 @@ TEST(SqliteRepository, WordCountsAndSamplesFollowAnUpdate) {
   EXPECT_THAT(index.names_matching_text(sample, 10),
               ::testing::UnorderedElementsAre("applyDiscount", "discountRate"));
 }
+
+TEST(SqliteRepository, OneRunNamesAreFoundByTheirWordsAfterAnUpdateToo) {
+  auto stock = file("src/shop/stock.py", "shop.stock");
+  for (const char* fqn : {"shop.stock.get_qty", "shop.stock.set_qty", "shop.stock.get_item",
+                          "shop.stock.set_item", "shop.stock.getqty"}) {
+    stock.symbols.push_back(sym(fqn, "function", 2, 3));
+  }
+  Shop shop({stock});
+  auto& index = *shop.index;
+  auto names = [&](const std::string& match) {
+    std::set<std::string> out;
+    for (auto& n : index.names_matching_text(match, 10)) out.insert(n);
+    return out;
+  };
+  EXPECT_EQ(names("name:qty"), (std::set<std::string>{"get_qty", "set_qty", "getqty"}));
+  EXPECT_EQ(names("name:getqty"), std::set<std::string>{"getqty"});  // the whole name too
+
+  // An update splits its names with the parts the first build kept.
+  auto more = file("src/shop/more.py", "shop.more");
+  more.symbols.push_back(sym("shop.more.itemqty", "function", 2, 3));
+  write(shop.writer, {more});
+  EXPECT_EQ(names("name:qty"), (std::set<std::string>{"get_qty", "set_qty", "getqty", "itemqty"}));
+}

@@ -143,6 +143,10 @@ CREATE VIRTUAL TABLE symbol_text USING fts5(
   tokenize = 'porter unicode61 remove_diacritics 2');
 INSERT INTO symbol_text(symbol_text, rank) VALUES('rank', 'bm25(10.0, 4.0, 2.0, 1.0, 2.0)');
 
+-- The words the repository writes as separate parts of its names, set by a full build: names
+-- written as one run of letters are split into them (and English words) in symbol_text.name.
+CREATE TABLE name_words(word TEXT PRIMARY KEY) WITHOUT ROWID;
+
 -- Trigrams for did-you-mean: paths (rowid = files.id) and code symbol names (rowid = symbols.id).
 CREATE VIRTUAL TABLE path_grams USING fts5(path, tokenize = 'trigram');
 CREATE VIRTUAL TABLE name_grams USING fts5(name, tokenize = 'trigram');
@@ -255,6 +259,15 @@ std::filesystem::path existing_index_file(const std::filesystem::path& repositor
     throw std::runtime_error("no index at " + file.string() + ": run tamsel index first");
   }
   return file;
+}
+
+std::vector<std::string> stored_name_words(Database& db) {
+  std::vector<std::string> words;
+  auto has = db.prepare("SELECT 1 FROM sqlite_master WHERE name = 'name_words'");
+  if (!has.step()) return words;
+  auto st = db.prepare("SELECT word FROM name_words ORDER BY word");
+  while (st.step()) words.push_back(st.text(0));
+  return words;
 }
 
 int schema_version_of(Database& db) {

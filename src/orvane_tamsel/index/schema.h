@@ -2,13 +2,15 @@
 // The one SQLite schema of the code index, and its version.
 
 #include <filesystem>
+#include <string>
+#include <vector>
 
 #include "orvane_tamsel/index/sqlite_db.h"
 
 namespace orvane_tamsel::index {
 
 // Bump on every change to the tables below: an index of another version is rebuilt.
-inline constexpr int SCHEMA_VERSION = 5;
+inline constexpr int SCHEMA_VERSION = 6;
 
 // Bump whenever extraction stores something else for the same source (new kinds, fqn rules,
 // call evidence): an index of another extractor version is rebuilt, so unchanged files do not
@@ -38,5 +40,8 @@ void restore_log(Database& db);
 
 // The schema version the index was written with (0 when it holds no tables).
 int schema_version_of(Database& db);
+
+// The name parts a first build kept (name_words), sorted; none in an index without the table.
+std::vector<std::string> stored_name_words(Database& db);
 
 }  // namespace orvane_tamsel::index

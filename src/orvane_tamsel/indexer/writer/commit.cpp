@@ -150,7 +150,11 @@ void BatchWriter::link() {
   }
   db.exec(bulk ? RELINK_ALL : RELINK_CHANGED);
   for (auto& p : plugins) p->after_relink(*this);
-  if (!bulk) insert_new_text();
+  if (bulk) {
+    insert_all_text();
+  } else {
+    insert_new_text();
+  }
   db.exec(LINK_IMPORTS);
   for (auto& p : plugins) p->after_imports(*this);
   // Linking changes only the sites in relink: their resolved count before and after is the delta.

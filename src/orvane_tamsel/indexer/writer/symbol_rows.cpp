@@ -1,6 +1,7 @@
 // Writing a file's symbols: rows kept, updated or added, and their text rows.
 
-#include "orvane_tamsel/index/subwords.h"
+#include "orvane_tamsel/index/name_split.h"
+#include "orvane_tamsel/index/schema.h"
 #include "orvane_tamsel/indexer/types/sql_type_facts.h"
 #include "orvane_tamsel/indexer/writer/batch_writer.h"
 #include "orvane_tamsel/utils/unicode.h"
@@ -44,12 +45,8 @@ void BatchWriter::write_symbols(FileWrite& w) {
       if (!w.module_id) w.module_id = id;
       continue;
     }
-    if (same_text) continue;
-    if (bulk) {
-      insert_text_rows(*id, s.name, s.fqn, s.signature, s.docstring, w.file.path);
-    } else {
-      mark_new_text.bind(1, *id).run();
-    }
+    // A first build writes every text row once all names are known (insert_all_text).
+    if (!same_text && !bulk) mark_new_text.bind(1, *id).run();
   }
   for (const auto& [fqn, left] : w.reusable) {
     if (!left.empty()) affect(fqn);
@@ -115,13 +112,55 @@ void BatchWriter::insert_text_rows(std::int64_t id, const std::string& name, con
                                    const std::optional<std::string>& docstring,
                                    const std::string& path) {
   insert_text.bind(1, id)
-      .bind(2, index::name_text(name))
+      .bind(2, name_text_of(name))
       .bind(3, fqn)
       .bind(4, signature)
       .bind(5, docstring)
       .bind(6, path)
       .run();
   insert_name_gram.bind(1, id).bind(2, name).run();
+}
+
+// The splitter of one-run names: a first build learns the repository's name parts from all its
+// names and keeps them; an update splits with the kept ones, so that a file's text rows do not
+// depend on which other files changed since.
+const index::NameSplitter& BatchWriter::name_splitter() {
+  if (!splitter) {
+    splitter =
+        std::make_unique<index::NameSplitter>(index::stored_name_words(db), index::english_words());
+  }
+  return *splitter;
+}
+
+void BatchWriter::insert_all_text() {
+  std::vector<std::string> names;
+  auto distinct = db.prepare("SELECT DISTINCT name FROM symbols");
+  while (distinct.step()) names.push_back(distinct.text(0));
+  auto words = index::repository_words(names);
+  db.exec("DELETE FROM name_words");
+  auto keep = db.prepare("INSERT INTO name_words VALUES(?)");
+  for (const auto& word : words) keep.bind(1, word).run();
+  dictionary =
+      std::make_unique<index::EnglishWords>(index::EnglishWords::default_dictionary(), true);
+  splitter = std::make_unique<index::NameSplitter>(words, *dictionary);
+  auto st = db.prepare(
+      "SELECT s.id, s.name, s.fqn, s.signature, s.docstring, f.path FROM symbols s "
+      "CROSS JOIN files f ON f.id = s.file_id WHERE s.kind <> 'module' ORDER BY s.id");
+  while (st.step()) {
+    insert_text_rows(st.integer(0), st.text(1), st.text(2), st.optional_text(3),
+                     st.optional_text(4), st.text(5));
+  }
+  name_texts.clear();
+  splitter.reset();
+  dictionary.reset();
+}
+
+// Names repeat across a code base (get, __init__, String): a first build splits each once.
+std::string BatchWriter::name_text_of(const std::string& name) {
+  if (auto it = name_texts.find(name); it != name_texts.end()) return it->second;
+  auto text = index::name_text(name, &name_splitter());
+  if (bulk) name_texts.emplace(name, text);
+  return text;
 }
 
 // An update writes the text rows of its new symbols once the merge has taken back the
