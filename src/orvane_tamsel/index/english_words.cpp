@@ -1,11 +1,8 @@
 #include "orvane_tamsel/index/english_words.h"
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <vector>
+
+#include "orvane_tamsel/utils/wordnet_files.h"
 
 namespace orvane_tamsel::index {
 
@@ -26,66 +23,13 @@ bool ends_with(std::string_view s, std::string_view end) {
   return s.size() > end.size() && s.substr(s.size() - end.size()) == end;
 }
 
-// The first field of the line holding `at`.
-std::string_view key_at(std::string_view text, std::size_t at, std::size_t& start,
-                        std::size_t& end) {
-  start = text.rfind('\n', at);
-  start = start == std::string_view::npos ? 0 : start + 1;
-  end = text.find('\n', at);
-  if (end == std::string_view::npos) end = text.size();
-  auto line = text.substr(start, end - start);
-  return line.substr(0, line.find(' '));
-}
-
 }  // namespace
 
-// A read-only view of a whole file; pages are read only when a lookup touches them.
-class EnglishWords::Mapped {
+// A mapped dictionary index file.
+class EnglishWords::Mapped : public utils::MappedFile {
  public:
-  explicit Mapped(const std::filesystem::path& file) {
-    int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return;
-    struct stat st {};
-    if (::fstat(fd, &st) == 0 && st.st_size > 0) {
-      void* p =
-          ::mmap(nullptr, static_cast<std::size_t>(st.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
-      if (p != MAP_FAILED) {
-        data_ = static_cast<const char*>(p);
-        size_ = static_cast<std::size_t>(st.st_size);
-      }
-    }
-    ::close(fd);
-  }
-  ~Mapped() {
-    if (data_ != nullptr) ::munmap(const_cast<char*>(data_), size_);
-  }
-  Mapped(const Mapped&) = delete;
-  Mapped& operator=(const Mapped&) = delete;
-  std::string_view text() const { return {data_, size_}; }
-
-  // Whether a line of this sorted index file starts with `word` and a space. The licence at the
-  // top is indented and sorts first.
-  bool holds(std::string_view word) const {
-    auto t = text();
-    std::size_t lo = 0, hi = t.size();
-    while (lo < hi) {
-      std::size_t start = 0, end = 0;
-      auto key = key_at(t, lo + (hi - lo) / 2, start, end);
-      if (start < lo) start = lo;
-      if (t.substr(start, 1) == " " || key < word) {
-        lo = end + 1;
-      } else if (key > word) {
-        hi = start;
-      } else {
-        return true;
-      }
-    }
-    return false;
-  }
-
- private:
-  const char* data_ = nullptr;
-  std::size_t size_ = 0;
+  using MappedFile::MappedFile;
+  bool holds(std::string_view word) const { return !utils::find_line(text(), word).empty(); }
 };
 
 EnglishWords::EnglishWords(const std::filesystem::path& dictionary, bool in_memory)

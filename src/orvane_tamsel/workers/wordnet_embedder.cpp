@@ -1,10 +1,5 @@
 #include "orvane_tamsel/workers/wordnet_embedder.h"
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -14,6 +9,7 @@
 
 #include "orvane_tamsel/index/subwords.h"
 #include "orvane_tamsel/utils/query_terms.h"
+#include "orvane_tamsel/utils/wordnet_files.h"
 
 namespace orvane_tamsel::workers {
 
@@ -28,59 +24,8 @@ constexpr std::size_t MIN_WORD = 3;
 // Bounds the per-word cache of a long-running server.
 constexpr std::size_t MAX_CACHED = 50000;
 
-// A read-only view of a whole file; pages are read only when a lookup touches them.
-class Mapped {
- public:
-  explicit Mapped(const std::filesystem::path& file) {
-    int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return;
-    struct stat st {};
-    if (::fstat(fd, &st) == 0 && st.st_size > 0) {
-      void* p =
-          ::mmap(nullptr, static_cast<std::size_t>(st.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
-      if (p != MAP_FAILED) {
-        data_ = static_cast<const char*>(p);
-        size_ = static_cast<std::size_t>(st.st_size);
-      }
-    }
-    ::close(fd);
-  }
-  ~Mapped() {
-    if (data_ != nullptr) ::munmap(const_cast<char*>(data_), size_);
-  }
-  Mapped(const Mapped&) = delete;
-  Mapped& operator=(const Mapped&) = delete;
-  bool ok() const { return data_ != nullptr; }
-  std::string_view text() const { return {data_, size_}; }
-
- private:
-  const char* data_ = nullptr;
-  std::size_t size_ = 0;
-};
-
-// The line of a sorted index file whose first field is `word`; empty when there is none.
-std::string_view find_line(std::string_view text, std::string_view word) {
-  std::size_t lo = 0, hi = text.size();
-  while (lo < hi) {
-    std::size_t mid = lo + (hi - lo) / 2;
-    std::size_t start = text.rfind('\n', mid);
-    start = start == std::string_view::npos || start < lo ? lo : start + 1;
-    if (start > mid) start = lo;
-    std::size_t end = text.find('\n', start);
-    if (end == std::string_view::npos) end = text.size();
-    auto line = text.substr(start, end - start);
-    auto key = line.substr(0, line.find(' '));
-    // The licence at the top starts with spaces and sorts first.
-    if (line.empty() || line[0] == ' ' || key < word) {
-      lo = end + 1;
-    } else if (key > word) {
-      hi = start;
-    } else {
-      return line;
-    }
-  }
-  return {};
-}
+using utils::find_line;
+using Mapped = utils::MappedFile;
 
 std::vector<std::string_view> fields(std::string_view line) {
   std::vector<std::string_view> out;
