@@ -137,10 +137,8 @@ struct BatchWriter : Connection, Statements, LinkingContext {
   void insert_new_text();
   void insert_all_text();
   const index::NameSplitter& name_splitter();
-  std::string name_text_of(const std::string& name);
   std::unique_ptr<index::EnglishWords> dictionary;  // in memory for a first build's text rows
   std::unique_ptr<index::NameSplitter> splitter;    // read from name_words when first needed
-  std::unordered_map<std::string, std::string> name_texts;  // a first build's, by name
   void delete_text_rows(std::int64_t symbol_id);
 
   // site_rows.cpp: call sites and imports

@@ -112,7 +112,7 @@ void BatchWriter::insert_text_rows(std::int64_t id, const std::string& name, con
                                    const std::optional<std::string>& docstring,
                                    const std::string& path) {
   insert_text.bind(1, id)
-      .bind(2, name_text_of(name))
+      .bind(2, index::name_text(name, &name_splitter()))
       .bind(3, fqn)
       .bind(4, signature)
       .bind(5, docstring)
@@ -150,17 +150,8 @@ void BatchWriter::insert_all_text() {
     insert_text_rows(st.integer(0), st.text(1), st.text(2), st.optional_text(3),
                      st.optional_text(4), st.text(5));
   }
-  name_texts.clear();
   splitter.reset();
   dictionary.reset();
-}
-
-// Names repeat across a code base (get, __init__, String): a first build splits each once.
-std::string BatchWriter::name_text_of(const std::string& name) {
-  if (auto it = name_texts.find(name); it != name_texts.end()) return it->second;
-  auto text = index::name_text(name, &name_splitter());
-  if (bulk) name_texts.emplace(name, text);
-  return text;
 }
 
 // An update writes the text rows of its new symbols once the merge has taken back the
