@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "indexer/indexed_fixture.h"
+#include "orvane_tamsel/indexer/languages/go/build_variants.h"
 
 namespace {
 
@@ -51,6 +52,35 @@ TEST(GoReceiverScopes, NamesMeanWhatTheCompilerSees) {
                       "ORDER BY c.line, s.fqn"),
             (std::vector<std::string>{"7 app.B.Run", "9 app.A.Run", "12 app.B.Run", "14 app.B.Run",
                                       "15 wire.Buf.Flush", "16 app.max"}));
+}
+
+// A function defined once per build constraint links to the definition whose `//go:build` line
+// holds on this machine (the common rule alone picks the longest); lines read as the toolchain
+// reads them, a malformed one excluding nothing.
+TEST(GoReceiverScopes, BuildConstraintsPickTheVariantThatBuilds) {
+  using orvane_tamsel::indexer::go::build_constraint;
+  using orvane_tamsel::indexer::go::constraint_excludes;
+  EXPECT_TRUE(constraint_excludes("ignore"));
+  EXPECT_TRUE(constraint_excludes("race || (windows && !plan9)"));
+  EXPECT_FALSE(constraint_excludes("!race"));
+  EXPECT_FALSE(constraint_excludes("go1.12 && gc && !(js || wasm)"));
+  EXPECT_FALSE(constraint_excludes("race && (("));
+  EXPECT_EQ(build_constraint("// Copyright\n\n//go:build !race\n\npackage p\n"), "!race");
+  EXPECT_EQ(build_constraint("package p\n\n//go:build ignore\n"), "");
+
+  indexer_test::IndexedFixture repo("");
+  repo.write("go.mod", "module example.com/m\n");
+  const std::string longer = "{\n\tprintln(1)\n\tprintln(2)\n\tprintln(3)\n}\n";
+  repo.write("app/race.go", "//go:build race\n\npackage app\n\nfunc start() " + longer);
+  repo.write("app/norace.go", "//go:build !race\n\npackage app\n\nfunc start() {}\n");
+  repo.write("app/gen.go", "//go:build ignore\n\npackage app\n\nfunc helper() " + longer);
+  repo.write("app/helper.go", "package app\n\nfunc helper() {}\n");
+  repo.write("app/use.go", "package app\n\nfunc use() {\n\tstart()\n\thelper()\n}\n");
+  repo.update();
+  EXPECT_EQ(repo.rows("SELECT f.path FROM edges e JOIN symbols r ON r.id = e.caller_id "
+                      "JOIN symbols s ON s.id = e.callee_id JOIN files f ON f.id = s.file_id "
+                      "WHERE r.fqn = 'app.use' ORDER BY f.path"),
+            (std::vector<std::string>{"app/helper.go", "app/norace.go"}));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <cctype>
 
+#include "orvane_tamsel/indexer/languages/go/build_variants.h"
 #include "orvane_tamsel/indexer/languages/go/rules.h"
 
 namespace orvane_tamsel::indexer::go {
@@ -55,7 +56,12 @@ std::string module_name(std::string_view path, const PackageDirs& /*packages*/,
 ParsedFile extract(const utils::Language& language, std::string_view path, std::string_view module,
                    std::string_view content) {
   Rules rules(language, path, module, content);
-  return rules.run();
+  auto out = rules.run();
+  // The linker reads a file's build constraint from its module symbol (see BuildVariants).
+  if (auto c = build_constraint(content); !c.empty() && !out.symbols.empty()) {
+    out.symbols.front().fields.emplace_back(BUILD_FIELD, std::move(c));
+  }
+  return out;
 }
 
 }  // namespace orvane_tamsel::indexer::go

@@ -2,8 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cstdint>
+#include <optional>
+#include <string>
 #include <tuple>
+#include <unordered_set>
 
 namespace orvane_tamsel::indexer::go {
 
@@ -48,7 +52,106 @@ bool os_matches(std::string_view os) {
          (os == "darwin" && HOST_OS == "ios") || (os == "solaris" && HOST_OS == "illumos");
 }
 
+bool tag_holds(std::string_view tag) {
+  if (known(KNOWN_OS, tag)) return os_matches(tag);
+  if (known(KNOWN_ARCH, tag)) return tag == HOST_ARCH;
+  if (tag == "unix") return HOST_OS != "windows";
+  if (tag.starts_with("go1.")) return true;
+  // This toolchain's defaults: the gc compiler, cgo, and (since Go 1.18 on these) register ABI.
+  if (tag == "gc" || tag == "cgo") return true;
+  if (tag == "goexperiment.regabiargs" || tag == "goexperiment.regabiwrappers") {
+    return HOST_ARCH == "amd64" || HOST_ARCH == "arm64";
+  }
+  return false;
+}
+
+// A `//go:build` expression: `||` over `&&` over `!`, parentheses and tags.
+class Constraint {
+ public:
+  explicit Constraint(std::string_view text) : text_(text) {}
+  // The expression's value, or nothing when it does not parse.
+  std::optional<bool> value() {
+    auto v = either(0);
+    skip_space();
+    if (!v || at_ != text_.size()) return std::nullopt;
+    return v;
+  }
+
+ private:
+  static constexpr int MAX_NESTING = 32;
+
+  void skip_space() {
+    while (at_ < text_.size() && (text_[at_] == ' ' || text_[at_] == '\t')) ++at_;
+  }
+  bool take(std::string_view op) {
+    skip_space();
+    if (text_.substr(at_, op.size()) != op) return false;
+    at_ += op.size();
+    return true;
+  }
+  std::optional<bool> either(int depth) {
+    auto v = both(depth);
+    while (v && take("||")) {
+      auto r = both(depth);
+      if (!r) return std::nullopt;
+      v = *v || *r;
+    }
+    return v;
+  }
+  std::optional<bool> both(int depth) {
+    auto v = unary(depth);
+    while (v && take("&&")) {
+      auto r = unary(depth);
+      if (!r) return std::nullopt;
+      v = *v && *r;
+    }
+    return v;
+  }
+  std::optional<bool> unary(int depth) {
+    if (depth > MAX_NESTING) return std::nullopt;
+    if (take("!")) {
+      auto v = unary(depth + 1);
+      return v ? std::optional<bool>(!*v) : std::nullopt;
+    }
+    if (take("(")) {
+      auto v = either(depth + 1);
+      return v && take(")") ? v : std::nullopt;
+    }
+    skip_space();
+    auto start = at_;
+    while (at_ < text_.size() && (std::isalnum(static_cast<unsigned char>(text_[at_])) != 0 ||
+                                  text_[at_] == '_' || text_[at_] == '.')) {
+      ++at_;
+    }
+    if (at_ == start) return std::nullopt;
+    return tag_holds(text_.substr(start, at_ - start));
+  }
+
+  std::string_view text_;
+  std::size_t at_ = 0;
+};
+
 }  // namespace
+
+std::string build_constraint(std::string_view content) {
+  // Constraints stand among the line comments and blank lines above the package clause.
+  for (std::size_t at = 0; at < content.size();) {
+    auto end = std::min(content.find('\n', at), content.size());
+    auto line = content.substr(at, end - at);
+    while (!line.empty() && std::isspace(static_cast<unsigned char>(line.back())) != 0) {
+      line.remove_suffix(1);
+    }
+    if (line.starts_with("//go:build ")) return std::string(line.substr(11));
+    if (!line.empty() && !line.starts_with("//")) return "";
+    at = end + 1;
+  }
+  return "";
+}
+
+bool constraint_excludes(std::string_view expr) {
+  auto v = Constraint(expr).value();
+  return v && !*v;
+}
 
 bool builds_elsewhere(std::string_view path) {
   auto name = path.substr(path.rfind('/') + 1);  // npos + 1 is 0
@@ -71,31 +174,67 @@ bool builds_elsewhere(std::string_view path) {
   return false;
 }
 
+namespace {
+
+// Whether a file, by its name or its `//go:build` expression (kept among its module symbol's
+// fields), builds elsewhere.
+bool file_builds_elsewhere(const std::string& path, const std::string& fields) {
+  if (builds_elsewhere(path)) return true;
+  for (std::size_t at = 0; at < fields.size();) {
+    auto end = std::min(fields.find('\n', at), fields.size());
+    auto row = std::string_view(fields).substr(at, end - at);
+    if (row.starts_with(BUILD_FIELD) && row.size() > BUILD_FIELD.size() &&
+        row[BUILD_FIELD.size()] == '\t') {
+      return constraint_excludes(row.substr(BUILD_FIELD.size() + 1));
+    }
+    at = end + 1;
+  }
+  return false;
+}
+
+}  // namespace
+
 void BuildVariants::after_linking(LinkingContext& ctx) {
   auto& db = ctx.database();
   // Linked sites of the batch whose callee's file builds elsewhere while another symbol of its
-  // fqn exists in the same package.
+  // fqn exists in the same package. The files named for a platform or with a constraint line
+  // are few: their ids are gathered first.
+  std::unordered_set<std::int64_t> elsewhere;
+  {
+    auto st = db.prepare(R"sql(
+SELECT f.id, f.path, m.fields FROM files f CROSS JOIN symbols m ON m.file_id = f.id
+  WHERE f.language = 'go' AND m.kind = 'module' AND (f.base GLOB '*_*' OR m.fields <> ''))sql");
+    while (st.step()) {
+      if (file_builds_elsewhere(st.text(1), st.text(2))) elsewhere.insert(st.integer(0));
+    }
+  }
+  if (elsewhere.empty()) return;
+  db.exec("CREATE TEMP TABLE IF NOT EXISTS go_elsewhere(id INTEGER PRIMARY KEY)");
+  db.exec("DELETE FROM go_elsewhere");
+  {
+    auto put = db.prepare("INSERT INTO go_elsewhere VALUES(?)");
+    for (auto id : elsewhere) put.bind(1, id).run();
+  }
   std::vector<std::tuple<std::int64_t, std::string, std::string>> moved;
   {
     auto st = db.prepare(R"sql(
-SELECT c.id, s.fqn, f.module, f.path FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id
+SELECT c.id, s.fqn, f.module FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id
   CROSS JOIN symbols s ON s.id = c.callee_id CROSS JOIN files f ON f.id = s.file_id
-  WHERE f.language = 'go' AND f.base GLOB '*_*'
+  WHERE f.id IN go_elsewhere
     AND EXISTS (SELECT 1 FROM symbols o WHERE o.fqn = s.fqn AND o.id <> s.id))sql");
-    while (st.step()) {
-      if (builds_elsewhere(st.text(3))) moved.emplace_back(st.integer(0), st.text(1), st.text(2));
-    }
+    while (st.step()) moved.emplace_back(st.integer(0), st.text(1), st.text(2));
   }
+  db.exec("DELETE FROM go_elsewhere");
   if (moved.empty()) return;
   auto variants = db.prepare(
-      "SELECT s.id, f.path FROM symbols s CROSS JOIN files f ON f.id = s.file_id "
+      "SELECT s.id, f.id FROM symbols s CROSS JOIN files f ON f.id = s.file_id "
       "WHERE s.fqn = ? AND f.module = ? AND s.kind <> 'module' "
       "ORDER BY s.start_line - s.end_line, s.id");
   auto link = db.prepare("UPDATE call_sites SET callee_id = ? WHERE id = ?");
   for (const auto& [site, fqn, module] : moved) {
     variants.bind(1, fqn).bind(2, module);
     while (variants.step()) {
-      if (builds_elsewhere(variants.text(1))) continue;
+      if (elsewhere.count(variants.integer(1)) != 0) continue;
       link.bind(1, variants.integer(0)).bind(2, site).run();
       break;
     }

@@ -15,8 +15,20 @@ namespace orvane_tamsel::indexer::go {
 // than this machine's.
 bool builds_elsewhere(std::string_view path);
 
+// The expression of a Go file's `//go:build` line (above its package clause), or "".
+std::string build_constraint(std::string_view content);
+
+// Whether a `//go:build` expression excludes this machine's default build: its OS and
+// architecture (and `unix`), `gc`, `cgo` and every `go1.N` hold; other tags (`ignore`, `race`,
+// `purego`, ...) do not. A malformed expression excludes nothing.
+bool constraint_excludes(std::string_view expr);
+
+// The module symbol's field that keeps a file's `//go:build` expression for the linker.
+inline constexpr std::string_view BUILD_FIELD = "//go:build";
+
 // After the common rule picked one of several definitions of an fqn in one package (the longest),
-// a site whose pick builds elsewhere by its file name moves to one that builds here.
+// a site whose pick builds elsewhere, by its file name or its `//go:build` line, moves to one
+// that builds here.
 class BuildVariants final : public LinkingPlugin {
  public:
   std::vector<std::string> languages() const override { return {"go"}; }
