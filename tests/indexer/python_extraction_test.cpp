@@ -209,6 +209,14 @@ TEST(PythonTypes, AnnotationsNameOneClass) {
   EXPECT_EQ(annotated_class("queue.Queue[Item]"), "queue.Queue");
   EXPECT_EQ(annotated_class("t.Mapping[str, Client]"), "");
   EXPECT_EQ(annotated_class("Generator[Client, None, None]", true), "Client");
+  using indexer::python::annotated_element;
+  EXPECT_EQ(annotated_element("list[Request]"), "Request");
+  EXPECT_EQ(annotated_element("t.Optional[t.Sequence[\"Request\"]]"), "Request");
+  EXPECT_EQ(annotated_element("Dict[Request, int]"), "Request");
+  EXPECT_EQ(annotated_element("tuple[Request, ...]"), "Request");
+  EXPECT_EQ(annotated_element("tuple[Request, Response]"), "");
+  EXPECT_EQ(annotated_element("list[Request] | set[Response]"), "");
+  EXPECT_EQ(annotated_element("Request"), "");
 }
 
 TEST(PythonTypes, SymbolsCarryTheTypeOfTheirValue) {

@@ -146,4 +146,138 @@ TEST(PythonTypesEndToEnd, ModuleNamesChosenAtImportTime) {
                                                  "sel.Unknown", "sel.chosen", "use.Mine"}));
 }
 
+// Names bound by `for` or a comprehension (an element of an annotated container, a generator's
+// yields, a literal, a builtin passing elements on), a method read into a name or an attribute and
+// called later, what `with` binds (what `__enter__` returns, an inherited `return self` giving the
+// subclass, the instance itself when no `__enter__` is known) and a base's `return self` on a
+// subclass.
+TEST(PythonTypesEndToEnd, LoopsAliasesAndEnteredValues) {
+  indexer_test::IndexedFixture repo("");
+  repo.write("pkg/__init__.py", "");
+  repo.write("pkg/parts.py", R"(from typing import Self
+
+
+class Part:
+    def fit(self):
+        pass
+
+    def chain(self):
+        return self
+
+    def me(self) -> Self:
+        return self
+
+
+class Special(Part):
+    def special(self):
+        pass
+
+
+class Box:
+    def parts(self) -> list[Part]:
+        return []
+
+    def each(self):
+        for p in self.parts():
+            yield p
+
+    def pair(self):
+        return [Part(), Part()]
+
+    def __enter__(self):
+        return Part()
+
+
+class Plain:
+    def close(self):
+        pass
+
+    def __enter__(self):
+        return self
+
+
+class Loose(Plain):
+    def loosen(self):
+        pass
+
+
+class Unentered:
+    def done(self):
+        pass
+)");
+  repo.write("use.py", R"(from pkg.parts import Box, Part, Loose, Unentered, Special
+
+
+def loops(box: Box, given: list[Part], many: "Optional[Sequence[Part]]"):
+    for a in box.parts():
+        a.fit()
+    for b in box.each():
+        b.fit()
+    for c in given:
+        c.fit()
+    for d in (Part(), Part()):
+        d.fit()
+    for e in sorted(box.pair()):
+        e.fit()
+    for f in many:
+        f.fit()
+    for g in [Part(), Box()]:
+        g.fit()
+    return [h.fit() for h in given if h]
+
+
+def aliases(box: Box, flag):
+    fit = Part().fit
+    fit()
+    parts = box.parts
+    parts()
+
+
+class Holder:
+    def __init__(self):
+        self.run = Part().fit
+
+    def go(self):
+        self.run()
+
+
+def entered():
+    with Box() as x:
+        x.fit()
+    with Loose() as y:
+        y.loosen()
+    with Unentered() as z:
+        z.done()
+    Special().chain().special()
+    Special().me().special()
+)");
+  repo.update();
+  auto rows = repo.rows(
+      "SELECT r.name || ':' || c.line || ' ' || e.fqn FROM edges g "
+      "JOIN call_sites c ON c.id = g.site_id JOIN symbols r ON r.id = g.caller_id "
+      "JOIN symbols e ON e.id = g.callee_id WHERE r.fqn LIKE 'use.%' AND e.kind = 'method'");
+  std::set<std::string> seen(rows.begin(), rows.end());
+  EXPECT_EQ(seen, (std::set<std::string>{
+                      "loops:5 pkg.parts.Box.parts",
+                      "loops:6 pkg.parts.Part.fit",
+                      "loops:7 pkg.parts.Box.each",
+                      "loops:8 pkg.parts.Part.fit",
+                      "loops:10 pkg.parts.Part.fit",
+                      "loops:12 pkg.parts.Part.fit",
+                      "loops:13 pkg.parts.Box.pair",
+                      "loops:14 pkg.parts.Part.fit",
+                      "loops:16 pkg.parts.Part.fit",  // `g` may be a Box too: no edge at 18
+                      "loops:19 pkg.parts.Part.fit",
+                      "aliases:24 pkg.parts.Part.fit",
+                      "aliases:26 pkg.parts.Box.parts",
+                      "go:34 pkg.parts.Part.fit",  // the attribute's method, the method's own
+                      "entered:39 pkg.parts.Part.fit",
+                      "entered:41 pkg.parts.Loose.loosen",
+                      "entered:43 pkg.parts.Unentered.done",
+                      "entered:44 pkg.parts.Part.chain",
+                      "entered:44 pkg.parts.Special.special",
+                      "entered:45 pkg.parts.Part.me",
+                      "entered:45 pkg.parts.Special.special"}));
+}
+
 }  // namespace

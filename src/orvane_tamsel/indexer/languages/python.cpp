@@ -43,6 +43,10 @@ Query compile(const utils::Language& language) {
       {"yielded", YIELDED},
       {"unpacked.list", UNPACKED_LIST},
       {"unpacked.value", UNPACKED_VALUE},
+      {"iterated.name", ITERATED_NAME},
+      {"iterated.value", ITERATED_VALUE},
+      {"comprehended.name", COMPREHENDED_NAME},
+      {"comprehended.value", COMPREHENDED_VALUE},
   };
   Query out{std::move(compiled.query), {}};
   for (std::uint32_t i = 0; i < ts_query_capture_count(q); ++i) {
@@ -141,6 +145,16 @@ bool Extraction::take(const TSQueryMatch& m) {
     yielded_.push_back(caps.node[YIELDED]);
   } else if (caps.has(UNPACKED_LIST)) {
     collect_unpacked(caps.node[UNPACKED_LIST], caps.at(UNPACKED_VALUE));
+  } else if (caps.has(ITERATED_NAME)) {
+    // Index 0 of unpacked_: the name stands for an element of what is iterated.
+    TSNode name = caps.node[ITERATED_NAME];
+    unpacked_[ts_node_start_byte(name)] = {caps.at(ITERATED_VALUE), 0};
+    name_facts_.push_back({name, name, false});
+  } else if (caps.has(COMPREHENDED_NAME)) {
+    TSNode name = caps.node[COMPREHENDED_NAME];
+    TSNode around = ts_node_parent(ts_node_parent(name));  // the comprehension
+    comprehended_[std::string(text(name))].push_back(
+        {ts_node_start_byte(around), ts_node_end_byte(around), caps.at(COMPREHENDED_VALUE)});
   }
   return true;
 }
@@ -560,12 +574,28 @@ void Extraction::resolve(TSNode callee, ParsedCall& call) const {
     }
     return;
   }
+  if (parts.size() == 1) {
+    method_alias(callee, parts[0], call);
+    return;
+  }
   if (std::strcmp(type, "attribute") != 0) return;
   Typed of = value_type(ts_node_child_by_field_name(callee, "object", 6), 0);
   if (of.empty()) return;
   call.receiver = std::move(of.expr);
   call.member = text(ts_node_child_by_field_name(callee, "attribute", 9));
   call.evidence = std::move(of.evidence);
+}
+
+// `f = self.m` (or `obj.m` with obj typed), then `f(...)`: the method read is what is called, as
+// the member of the value it was read from.
+void Extraction::method_alias(TSNode callee, std::string_view name, ParsedCall& call) const {
+  Typed t = name_type(callee, name, 0);
+  auto slash = t.expr.rfind('/');
+  if (slash == std::string::npos || t.expr.find_first_of("|&+") != std::string::npos) return;
+  auto member = std::string_view(t.expr).substr(slash + 1);
+  if (member.find_first_of("()#[") != std::string_view::npos) return;  // a result, not a method
+  call.member = member;
+  call.receiver = t.expr.substr(0, slash);
 }
 
 // A name bound nowhere in the file may come from a module it star-imports (the last first, as

@@ -325,6 +325,8 @@ std::optional<TypeResolver::Type> TypeResolver::step(const Type& t, const Parsed
     return Type{t.fqn, t.module, t.elements - 1};
   }
   auto found = member_of(t, s.name);
+  // A context manager whose `__enter__` the index does not hold enters as itself, as most do.
+  if (!found && s.call && s.name == "__enter__" && s.result.empty()) return t;
   if (!found) return std::nullopt;
   if (!found->symbol) {
     if (!s.result.empty()) return std::nullopt;
@@ -346,6 +348,11 @@ std::optional<TypeResolver::Type> TypeResolver::step(const Type& t, const Parsed
       }
     }
     return std::nullopt;
+  }
+  // A method returning its receiver (`return self`) gives the receiver's own type, which may
+  // be a subclass of the method's.
+  for (const auto& f : m.fields) {
+    if (f.first == "#self" && s.result.empty()) return Type{t.fqn, t.module, 0, false, t.common};
   }
   if (!s.result.empty()) {  // one of several results, kept among the method's fields
     for (const auto& [name, type] : m.fields) {
@@ -371,6 +378,28 @@ std::optional<TypeResolver::Type> TypeResolver::called_field(const TypeExpr& fie
   return evaluate(*expr, candidates, depth + 1, nullptr);
 }
 
+// A field holding a method read off another value (`self.read = self._file.read`): calling the
+// field calls that method. A property (listed as a field of its class too) is a value, not one.
+std::optional<TypeResolver::Found> TypeResolver::bound_method(const TypeExpr& field) {
+  auto slash = field.rfind('/');
+  if (slash == std::string::npos || field.find_first_of("|&+") != std::string::npos) {
+    return std::nullopt;
+  }
+  auto name = field.substr(slash + 1);
+  if (name.find_first_of("()#[") != std::string::npos) return std::nullopt;
+  auto owner = evaluate(field.substr(0, slash), 1, nullptr);
+  if (!owner) return std::nullopt;
+  auto found = member_of(*owner, name);
+  if (!found || !found->symbol || !is_callable_kind(found->symbol->kind)) return std::nullopt;
+  auto cls = found->fqn.substr(0, found->fqn.size() - name.size() - 1);
+  for (const auto* c : find(cls, {})) {
+    for (const auto& f : c->fields) {
+      if (c->module == found->symbol->module && f.first == name) return std::nullopt;
+    }
+  }
+  return found;
+}
+
 std::optional<Resolution> TypeResolver::resolve(const TypeExpr& receiver, const std::string& member,
                                                 const std::string& evidence) {
   consulted_.clear();
@@ -378,6 +407,7 @@ std::optional<Resolution> TypeResolver::resolve(const TypeExpr& receiver, const 
   auto type = evaluate(receiver, 0, &derived);
   if (!type) return std::nullopt;
   auto found = member_of(*type, member);
+  if (found && !found->symbol) found = bound_method(*found->field_type);
   if (!found || !found->symbol) return std::nullopt;
   return Resolution{found->fqn, found->symbol->module,
                     type->common        ? "common-base"

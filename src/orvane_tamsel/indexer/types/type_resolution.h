@@ -94,6 +94,7 @@ class TypeResolver {
                                const std::vector<const TypeSymbol*>& candidates, int depth,
                                std::string* evidence);
   std::optional<Type> called_field(const TypeExpr& field, int depth);
+  std::optional<Found> bound_method(const TypeExpr& field);
   std::optional<Type> type_of_symbol(const TypeSymbol& s, const std::string& fqn, int depth);
   std::optional<Type> as_type(const std::string& fqn, const std::string& module);
   std::optional<Found> member_of(const Type& t, const std::string& name);

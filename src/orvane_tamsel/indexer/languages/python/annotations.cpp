@@ -140,7 +140,59 @@ std::string parse(std::string_view s, bool yielded, int depth) {
   return std::string(head);  // a generic class, parameterized (`queue.Queue[Item]`): the class
 }
 
+// Containers whose first argument is what iterating them gives.
+bool iterates_first(std::string_view last) {
+  return one_of(last, {"List",          "Set",           "FrozenSet",      "Iterable",
+                       "Iterator",      "Generator",     "Sequence",       "MutableSequence",
+                       "AbstractSet",   "MutableSet",    "Collection",     "Deque",
+                       "AsyncIterable", "AsyncIterator", "AsyncGenerator", "KeysView",
+                       "Dict",          "Mapping",       "MutableMapping", "DefaultDict",
+                       "OrderedDict",   "Counter",       "ChainMap",       "list",
+                       "set",           "frozenset",     "deque",          "dict",
+                       "defaultdict"});
+}
+
+std::string element(std::string_view s, int depth) {
+  s = trim(s);
+  if (depth > MAX_NESTING || s.empty()) return "";
+  if (s.size() >= 2 && (s.front() == '"' || s.front() == '\'') && s.back() == s.front()) {
+    return element(s.substr(1, s.size() - 2), depth + 1);
+  }
+  auto terms = split_top(s, '|');
+  auto open = s.find('[');
+  if (terms.size() == 1 && (open == std::string_view::npos || s.back() != ']')) return "";
+  std::vector<std::string_view> args;
+  std::string_view last;
+  if (terms.size() == 1) {
+    auto head = trim(s.substr(0, open));
+    last = head.substr(head.rfind('.') == std::string_view::npos ? 0 : head.rfind('.') + 1);
+    args = split_top(s.substr(open + 1, s.size() - open - 2), ',');
+  }
+  if (terms.size() > 1 || one_of(last, {"Optional", "Union"})) {  // the containers must agree
+    std::string found;
+    for (auto t : terms.size() > 1 ? terms : args) {
+      if (trim(t) == "None") continue;
+      auto c = element(t, depth + 1);
+      if (c.empty() || (!found.empty() && c != found)) return "";
+      found = c;
+    }
+    return found;
+  }
+  if (iterates_first(last)) return parse(args[0], false, depth + 1);
+  if (one_of(last, {"tuple", "Tuple"})) {  // `tuple[X, ...]`, or elements that agree
+    if (args.size() == 2 && trim(args[1]) == "...") return parse(args[0], false, depth + 1);
+    return either(args, false, depth);
+  }
+  if (one_of(last, {"Annotated", "Final", "ClassVar"})) return element(args[0], depth + 1);
+  return "";
+}
+
 }  // namespace
+
+std::string annotated_element(std::string_view annotation) {
+  auto c = element(annotation, 0);
+  return c == "None" ? "" : c;
+}
 
 std::string annotated_class(std::string_view annotation, bool yielded) {
   auto c = parse(annotation, yielded, 0);

@@ -14,4 +14,9 @@ namespace orvane_tamsel::indexer::python {
 // protocols. `Self` comes back as written.
 std::string annotated_class(std::string_view annotation, bool yielded = false);
 
+// The class of what a `for` over a value so annotated binds: X for `list[X]`, `Sequence[X]`,
+// `set[X]`, `tuple[X, ...]`, `Iterator[X]`, `Generator[X, ...]` and their kin, the key class for
+// `dict[X, V]` and `Mapping[X, V]`; "" when the annotation is no container of one known class.
+std::string annotated_element(std::string_view annotation);
+
 }  // namespace orvane_tamsel::indexer::python

@@ -26,6 +26,10 @@
 
 namespace orvane_tamsel::indexer::python::detail {
 
+// `hash` ("#2", "#[]") after each alternative of a type expression: the second result, or the
+// element iterated, of a start (a function) or of a last call; "" when one is neither.
+std::string element_of(std::string_view expr, std::string_view hash);
+
 std::string join_dotted(std::string_view a, std::string_view b);
 // A variable's signature: its first line, cut to a bound on a character boundary.
 std::string first_line(std::string_view text);
@@ -56,6 +60,10 @@ enum Role : std::uint8_t {
   YIELDED,
   UNPACKED_LIST,
   UNPACKED_VALUE,
+  ITERATED_NAME,
+  ITERATED_VALUE,
+  COMPREHENDED_NAME,
+  COMPREHENDED_VALUE,
   OTHER,
   ROLE_COUNT = OTHER
 };
@@ -221,6 +229,14 @@ class Extraction : public tagged::Extraction {
   void collect_unpacked(TSNode targets, TSNode value);
   // The type of the element `index` (from 1) of a value unpacked into names.
   Typed element_type(TSNode value, std::uint32_t index, int depth) const;
+  // What `for` over `value` binds: an element of a literal, of a container a name is annotated
+  // with, or of what a call gives ("#[]": the function's element type, see element_result).
+  Typed iterated_type(TSNode value, int depth) const;
+  // The class of the elements of a name annotated as a container, looked up as name_type does.
+  Typed annotated_element_of(TSNode at, std::string_view name) const;
+  // What iterating a function's result gives: from its return annotation, what a generator
+  // yields, or what its returns' elements agree on; "" when unknown.
+  std::string element_result(TSNode fn) const;
   // A function all of whose returns are tuples of one length: the types of their elements.
   std::vector<std::pair<std::string, std::string>> tuple_results(TSNode fn) const;
 
@@ -239,6 +255,7 @@ class Extraction : public tagged::Extraction {
 
   // A class an annotation names, resolved as the names at `at` are: "T:fqn", or "".
   std::string annotated_type(TSNode annotation, TSNode at, bool yielded = false) const;
+  std::string named_class(const std::string& name, TSNode at) const;
 
   // The one type all of `nodes` agree on (None assignments aside), or nothing.
   Typed agree(const std::vector<TSNode>& nodes, bool annotations, int depth) const;
@@ -291,6 +308,9 @@ class Extraction : public tagged::Extraction {
   // What local evidence says of the type of an expression's value.
   Typed value_type(TSNode e, int depth) const;
   Typed either_type(TSNode e, int depth) const;
+  Typed entered_type(TSNode pattern, int depth) const;
+  // A method whose every return is `self` (or annotated `-> Self`).
+  bool returns_self(TSNode fn) const;
   Typed new_instance_type(TSNode call, int depth) const;
   Typed named_type(const Binding& b, const std::vector<std::string_view>& parts, bool call) const;
   Typed called_name_type(TSNode head, int depth) const;
@@ -305,6 +325,8 @@ class Extraction : public tagged::Extraction {
   // Names the callee where local evidence does. Where the method may live on a base in another
   // file, or only the receiver's type is known, the receiver's type goes along for the writer.
   void resolve(TSNode callee, ParsedCall& call) const;
+  // A local name bound to a method read off a typed value, called.
+  void method_alias(TSNode callee, std::string_view name, ParsedCall& call) const;
   // A name bound nowhere in the file, named through the modules it star-imports.
   bool star_import(TSNode at, std::string_view name, ParsedCall& call) const;
 
@@ -332,8 +354,15 @@ class Extraction : public tagged::Extraction {
   };
   std::vector<Fact> name_facts_, attribute_facts_;
   std::vector<TSNode> returned_, yielded_;
-  // Names bound by unpacking (by start byte): the value unpacked and the element's index.
+  // Names bound by unpacking (by start byte): the value unpacked and the element's index, 0 for
+  // a `for` loop's name (an element of what it iterates).
   std::unordered_map<std::uint32_t, std::pair<TSNode, std::uint32_t>> unpacked_;
+  // Names a comprehension binds: where (its bytes) and what it iterates, innermost last.
+  struct Comprehended {
+    std::uint32_t start, end;
+    TSNode value;
+  };
+  std::unordered_map<std::string, std::vector<Comprehended>> comprehended_;
   std::unordered_map<std::uint32_t, TSNode> decorators_;  // definition -> decorated_definition
   std::unordered_map<std::uint32_t, std::vector<TSNode>> returns_, yields_;  // by function
   std::unordered_map<std::uint32_t, TypeFacts> attributes_;  // by class: self.x bindings

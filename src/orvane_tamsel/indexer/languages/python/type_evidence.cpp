@@ -91,7 +91,11 @@ std::string Extraction::fixture_name(TSNode def) const {
 
 // A class an annotation names, resolved as the names at `at` are: "T:fqn", or "".
 std::string Extraction::annotated_type(TSNode annotation, TSNode at, bool yielded) const {
-  auto name = annotated_class(text(annotation), yielded);
+  return named_class(annotated_class(text(annotation), yielded), at);
+}
+
+// A class named in an annotation, dotted as written, resolved as the names at `at` are.
+std::string Extraction::named_class(const std::string& name, TSNode at) const {
   if (name.empty()) return "";
   if (name == "Self" || name.ends_with(".Self")) {
     for (TSNode d = enclosing_def(at); !ts_node_is_null(d); d = enclosing_def(d)) {
@@ -334,13 +338,27 @@ Typed Extraction::value_type(TSNode e, int depth) const {
   if (depth > MAX_TYPE_DEPTH || ts_node_is_null(e)) return {};
   if (auto u = unpacked_.find(ts_node_start_byte(e));
       u != unpacked_.end() && is_type(e, "identifier")) {
-    return element_type(u->second.first, u->second.second, depth);
+    return u->second.second == 0 ? iterated_type(u->second.first, depth)
+                                 : element_type(u->second.first, u->second.second, depth);
   }
   if (is_type(e, "parenthesized_expression") || is_type(e, "await")) {
     return ts_node_named_child_count(e) == 1 ? value_type(ts_node_named_child(e, 0), depth + 1)
                                              : Typed{};
   }
-  if (is_type(e, "identifier")) return name_type(e, text(e), depth);
+  if (is_type(e, "identifier")) {
+    if (auto c = comprehended_.find(std::string(text(e))); c != comprehended_.end()) {
+      // The innermost comprehension around the use that binds the name (not where it iterates).
+      auto at = ts_node_start_byte(e);
+      for (auto it = c->second.rbegin(); it != c->second.rend(); ++it) {
+        if (it->start <= at && at < it->end &&
+            (at < ts_node_start_byte(it->value) || at >= ts_node_end_byte(it->value))) {
+          return iterated_type(it->value, depth + 1);
+        }
+      }
+    }
+    return name_type(e, text(e), depth);
+  }
+  if (is_type(e, "as_pattern")) return entered_type(e, depth);
   if (is_type(e, "assignment")) {  // `a = b = value`: what `a` is given is the value
     return value_type(ts_node_child_by_field_name(e, "right", 5), depth + 1);
   }
@@ -381,6 +399,18 @@ Typed Extraction::value_type(TSNode e, int depth) const {
   std::string step = "/" + std::string(text(ts_node_child_by_field_name(head, "attribute", 9)));
   if (call) step += "()";
   return {then(of.expr, step), call ? "result-type" : "attribute"};
+}
+
+// `with Cls(...) as x`: x is what Cls.__enter__ returns (the writer takes the instance itself
+// when the index holds no __enter__). A context manager function's callers already get what it
+// yields; `except E as e` binds an instance of E.
+Typed Extraction::entered_type(TSNode pattern, int depth) const {
+  if (ts_node_named_child_count(pattern) < 2) return {};
+  Typed v = value_type(ts_node_named_child(pattern, 0), depth + 1);
+  if (v.empty() || v.evidence != "constructor" || !is_type(ts_node_parent(pattern), "with_item")) {
+    return v;
+  }
+  return {then(v.expr, "/__enter__()"), "result-type"};
 }
 
 // `a or b`, `a if c else b`: either value, so the known ones must agree (see "&").
@@ -512,7 +542,9 @@ void Extraction::collect_types() {
     auto& s = out_.symbols[index];
     s.type_of = s.kind == "variable" ? name_type(node, s.name, 0).expr : result_type(node);
     if (s.kind != "variable") {
+      if (returns_self(node)) s.fields.emplace_back("#self", "T:" + fqn_of(enclosing_def(node)));
       for (auto& f : tuple_results(node)) s.fields.push_back(std::move(f));
+      if (auto e = element_result(node); !e.empty()) s.fields.emplace_back("#[]", std::move(e));
     }
   }
   for (const auto& [node, index] : class_nodes_) {
@@ -538,6 +570,22 @@ void Extraction::collect_types() {
     auto c = classes.find(scope_key(enclosing_def(node)));
     if (c != classes.end()) out_.symbols[c->second].fields.emplace_back(s.name, s.type_of);
   }
+}
+
+// A method whose every return is `self` (or annotated `-> Self`) gives its receiver back.
+bool Extraction::returns_self(TSNode fn) const {
+  TSNode cls = enclosing_def(fn);
+  if (ts_node_is_null(cls) || !is_class(cls) || !is_parameter(fn, "self")) return false;
+  TSNode annotation = ts_node_child_by_field_name(fn, "return_type", 11);
+  if (!ts_node_is_null(annotation)) {
+    auto a = annotated_class(text(annotation));
+    return a == "Self" || a.ends_with(".Self");
+  }
+  auto key = ts_node_start_byte(fn);
+  auto r = returns_.find(key);
+  if (yields_.count(key) != 0 || r == returns_.end()) return false;
+  return std::all_of(r->second.begin(), r->second.end(),
+                     [&](TSNode n) { return is_type(n, "identifier") && text(n) == "self"; });
 }
 
 bool Extraction::yields_value(TSNode fn) const {

@@ -4,7 +4,8 @@
 (typed_default_parameter name: (identifier) @typed.name type: (type) @typed.type)
 (assignment left: (identifier) @typed.name type: (type) @typed.type)
 (assignment left: (identifier) @bound.name right: (_) @bound.value)
-(as_pattern (_) @bound.value alias: (as_pattern_target (identifier) @bound.name))
+; The whole `value as name`: in a `with`, the name is what entering the value gives.
+(as_pattern alias: (as_pattern_target (identifier) @bound.name)) @bound.value
 (assignment left: (attribute) @attribute type: (type) @typed.type)
 (assignment left: (attribute) @attribute right: (_) @bound.value)
 (return_statement (_) @returned)
@@ -12,3 +13,7 @@
 ; `a, b = value`: each name is bound to one element of the value.
 (assignment left: [(pattern_list) (tuple_pattern)] @unpacked.list right: (_) @unpacked.value)
 (as_pattern (_) @unpacked.value alias: (as_pattern_target (tuple) @unpacked.list))
+; `for x in value`: x is bound to an element of the value.
+(for_statement left: (identifier) @iterated.name right: (_) @iterated.value)
+; `[... for x in value]`: x, inside the comprehension, is an element of the value.
+(for_in_clause left: (identifier) @comprehended.name right: (_) @comprehended.value)

@@ -16,21 +16,21 @@ bool is_tuple(TSNode n) {
          std::strcmp(ts_node_type(n), "tuple") == 0;
 }
 
-// "#k" after each alternative: a result of a start (before its "@" scopes) or of a last call.
-std::string element_of(std::string_view expr, std::uint32_t index) {
-  std::string out, hash("#");
-  hash += std::to_string(index);
+}  // namespace
+
+std::string element_of(std::string_view expr, std::string_view hash) {
+  std::string out;
   std::size_t start = 0;
   while (start <= expr.size()) {
     auto bar = std::min(expr.find_first_of("|&+", start), expr.size());
     auto one = expr.substr(start, bar - start);
-    if (one.find('/') == std::string_view::npos) {
+    if (one.find('/') == std::string_view::npos && one.starts_with("S:")) {
       auto at = std::min(one.find('@'), one.size());
       out.append(one.substr(0, at)).append(hash).append(one.substr(at));
     } else if (one.ends_with("()")) {
       out.append(one).append(hash);
     } else {
-      return "";  // an attribute, not a call: no result to take an element of
+      return "";  // a type or an attribute, not a call: no result to take an element of
     }
     if (bar == expr.size()) break;
     out.push_back(expr[bar]);
@@ -38,8 +38,6 @@ std::string element_of(std::string_view expr, std::uint32_t index) {
   }
   return out;
 }
-
-}  // namespace
 
 void Extraction::collect_unpacked(TSNode targets, TSNode value) {
   std::uint32_t count = ts_node_named_child_count(targets);
@@ -63,7 +61,9 @@ Typed Extraction::element_type(TSNode value, std::uint32_t index, int depth) con
   if (!is_type(value, "call")) return {};
   Typed t = value_type(value, depth + 1);
   if (t.empty()) return {};
-  auto expr = element_of(t.expr, index);
+  std::string hash("#");
+  hash += std::to_string(index);
+  auto expr = element_of(t.expr, hash);
   if (expr.empty()) return {};
   return {std::move(expr), "result-type"};
 }
