@@ -391,6 +391,26 @@ def pair(maps, rel, line):
     return (rel, m.enclosing(line) if m else "<unmapped>")
 
 
+def through_alias(session, d, place, root):
+    """A call through a name bound to the method (`f = obj.m`, `self.f = self._x.m`): the server's
+    definition is that binding; one more go-to-definition, at the method's name on the binding's
+    right side, says whether it is d."""
+    target, line = place
+    if target is None:
+        return False
+    try:
+        text = (root / target).read_text(errors="replace").split("\n")[line]
+    except (IndexError, OSError):
+        return False
+    binding = re.match(r"\s*[\w.]+\s*=(?!=)", text)
+    if not binding:
+        return False
+    for m in re.finditer(r"\.(" + re.escape(d.name) + r")\b", text[binding.end():]):
+        if reaches(session.definition(target, line, binding.end() + m.start(1)), d):
+            return True
+    return False
+
+
 def confirm(session, d, sites, root):
     """'yes' when go-to-definition at one of the sites reaches d, 'no' when it reaches elsewhere
     in the corpus."""
@@ -402,7 +422,7 @@ def confirm(session, d, sites, root):
             continue
         for m in re.finditer(r"\b" + re.escape(d.name) + r"\b", text):
             places = session.definition(rel, line, m.start())
-            if reaches(places, d):
+            if reaches(places, d) or any(through_alias(session, d, p, root) for p in places):
                 return "yes"
             # A definition outside the corpus (a stub of pyright's own) neither confirms nor refutes.
             if any(target is not None for target, _ in places):
