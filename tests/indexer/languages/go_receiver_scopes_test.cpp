@@ -81,6 +81,14 @@ TEST(GoReceiverScopes, BuildConstraintsPickTheVariantThatBuilds) {
                       "JOIN symbols s ON s.id = e.callee_id JOIN files f ON f.id = s.file_id "
                       "WHERE r.fqn = 'app.use' ORDER BY f.path"),
             (std::vector<std::string>{"app/helper.go", "app/norace.go"}));
+  // The constraints swapped: the unchanged caller links to the other file.
+  repo.write("app/race.go", "//go:build !race\n\npackage app\n\nfunc start() " + longer);
+  repo.write("app/norace.go", "//go:build race\n\npackage app\n\nfunc start() {}\n");
+  repo.update();
+  EXPECT_EQ(repo.rows("SELECT f.path FROM edges e JOIN symbols r ON r.id = e.caller_id "
+                      "JOIN symbols s ON s.id = e.callee_id JOIN files f ON f.id = s.file_id "
+                      "WHERE r.fqn = 'app.use' ORDER BY f.path"),
+            (std::vector<std::string>{"app/helper.go", "app/race.go"}));
 }
 
 }  // namespace

@@ -194,6 +194,23 @@ bool file_builds_elsewhere(const std::string& path, const std::string& fields) {
 
 }  // namespace
 
+void BuildVariants::before_put_file(LinkingContext& ctx, const ParsedFile& file,
+                                    std::int64_t file_id) {
+  if (ctx.full_build() || file.symbols.empty()) return;
+  auto st = ctx.database().prepare(
+      "SELECT fields FROM symbols WHERE file_id = ? AND kind = 'module' LIMIT 1");
+  st.bind(1, file_id);
+  std::string before = st.step() ? st.text(0) : std::string();
+  std::string now;
+  for (const auto& [name, expr] : file.symbols.front().fields) {
+    if (name == BUILD_FIELD) now = std::string(BUILD_FIELD) + "\t" + expr;
+  }
+  if (file_builds_elsewhere(file.path, before) == file_builds_elsewhere(file.path, now)) return;
+  for (const auto& s : file.symbols) {
+    if (s.kind != "module") ctx.affect(s.fqn);
+  }
+}
+
 void BuildVariants::after_linking(LinkingContext& ctx) {
   auto& db = ctx.database();
   // Linked sites of the batch whose callee's file builds elsewhere while another symbol of its

@@ -32,6 +32,8 @@ inline constexpr std::string_view BUILD_FIELD = "//go:build";
 class BuildVariants final : public LinkingPlugin {
  public:
   std::vector<std::string> languages() const override { return {"go"}; }
+  // A file whose `//go:build` line changed: the sites naming its definitions link again.
+  void before_put_file(LinkingContext& ctx, const ParsedFile& file, std::int64_t file_id) override;
   void after_linking(LinkingContext& ctx) override;
 };
 
