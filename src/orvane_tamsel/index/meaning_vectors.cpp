@@ -239,21 +239,38 @@ std::string pack_symbol_rows(const MeaningVectors& rows) {
 }
 
 bool add_packed_rows(std::string_view blob, std::int64_t file, MeaningVectors& into) {
-  const std::size_t stride = sizeof(SymbolId) + 1 + sizeof(float) + into.dims;
-  if (into.dims == 0 || blob.size() % stride != 0) return false;
+  const std::size_t dims = into.dims;
+  const std::size_t stride = sizeof(SymbolId) + 1 + sizeof(float) + dims;
+  if (dims == 0 || blob.size() % stride != 0) return false;
   const std::size_t n = blob.size() / stride;
   const char* ids = blob.data();
   const char* tests = ids + n * sizeof(SymbolId);
   const char* scales = tests + n;
-  const char* bytes = scales + n * sizeof(float);
-  // add_symbol takes a row as row_bytes packs it: its scale, then its bytes.
-  std::string row(sizeof(float) + into.dims, '\0');
+  const auto* bytes = reinterpret_cast<const std::int8_t*>(scales + n * sizeof(float));
+  // No copy of a row through add_symbol: a reader adds every stored row at its first search.
   for (std::size_t i = 0; i < n; ++i) {
     SymbolId id = 0;
+    float scale = 0;
     std::memcpy(&id, ids + i * sizeof id, sizeof id);
-    std::memcpy(row.data(), scales + i * sizeof(float), sizeof(float));
-    std::memcpy(row.data() + sizeof(float), bytes + i * into.dims, into.dims);
-    into.add_symbol(id, tests[i] != 0, row, file);
+    std::memcpy(&scale, scales + i * sizeof scale, sizeof scale);
+    const std::int8_t* row = bytes + i * dims;
+    auto [it, added] =
+        into.symbol_rows.emplace(id, static_cast<std::uint32_t>(into.symbol_ids.size()));
+    if (!added) {  // a symbol stored with another file too: this row replaces that one
+      std::string packed(sizeof scale + dims, '\0');
+      std::memcpy(packed.data(), &scale, sizeof scale);
+      std::memcpy(packed.data() + sizeof scale, row, dims);
+      into.add_symbol(id, tests[i] != 0, packed, file);
+      continue;
+    }
+    int total = 0;
+    for (std::size_t k = 0; k < dims; ++k) total += std::abs(static_cast<int>(row[k]));
+    into.symbol_ids.push_back(id);
+    into.symbol_is_test.push_back(tests[i] != 0 ? 1 : 0);
+    into.symbol_scales.push_back(scale);
+    into.symbol_sizes.push_back(scale * static_cast<float>(total));
+    into.symbol_files.push_back(file);
+    into.symbols.insert(into.symbols.end(), row, row + dims);
   }
   return true;
 }

@@ -130,6 +130,20 @@ void read_meaning_words(Database& db, const std::vector<std::string>& words, Mea
 }
 
 void read_meaning_symbols(Database& db, MeaningVectors& into) {
+  // Room for every row at once (the lengths need no blob read): growing the map as it fills
+  // rehashes it a dozen times.
+  auto size = db.prepare("SELECT sum(length(vectors)) FROM meaning_files");
+  if (size.step() && into.dims > 0) {
+    auto n = static_cast<std::size_t>(size.integer(0)) /
+             (sizeof(SymbolId) + 1 + sizeof(float) + into.dims);
+    into.symbol_ids.reserve(n);
+    into.symbol_is_test.reserve(n);
+    into.symbol_scales.reserve(n);
+    into.symbol_sizes.reserve(n);
+    into.symbol_files.reserve(n);
+    into.symbols.reserve(n * into.dims);
+    into.symbol_rows.reserve(n);
+  }
   auto st = db.prepare("SELECT file_id, vectors FROM meaning_files");
   while (st.step()) add_packed_rows(st.blob(1), st.integer(0), into);
 }
