@@ -230,6 +230,7 @@ bool read_row(std::string_view bytes, std::size_t dims, std::vector<float>& into
 std::string pack_symbol_rows(const MeaningVectors& rows) {
   const std::size_t n = rows.symbol_ids.size();
   std::string blob;
+  if (n == 0) return blob;
   blob.reserve(n * (sizeof(SymbolId) + 1 + sizeof(float) + rows.dims));
   blob.append(reinterpret_cast<const char*>(rows.symbol_ids.data()), n * sizeof(SymbolId));
   blob.append(reinterpret_cast<const char*>(rows.symbol_is_test.data()), n);
@@ -243,6 +244,7 @@ bool add_packed_rows(std::string_view blob, std::int64_t file, MeaningVectors& i
   const std::size_t stride = sizeof(SymbolId) + 1 + sizeof(float) + dims;
   if (dims == 0 || blob.size() % stride != 0) return false;
   const std::size_t n = blob.size() / stride;
+  if (n == 0) return true;
   const char* ids = blob.data();
   const char* tests = ids + n * sizeof(SymbolId);
   const char* scales = tests + n;

@@ -207,8 +207,8 @@ void MeaningFileWriter::put(std::int64_t file_id, const MeaningVectors& rows) {
     auto it = old.symbol_rows.find(rows.symbol_ids[r]);
     if (it == old.symbol_rows.end() || old.symbol_is_test[it->second] != rows.symbol_is_test[r] ||
         std::memcmp(&old.symbol_scales[it->second], &rows.symbol_scales[r], sizeof(float)) != 0 ||
-        !std::equal(&rows.symbols[r * rows.dims], &rows.symbols[(r + 1) * rows.dims],
-                    &old.symbols[it->second * old.dims])) {
+        std::memcmp(rows.symbols.data() + r * rows.dims,
+                    old.symbols.data() + std::size_t{it->second} * old.dims, rows.dims) != 0) {
       changed.push_back(rows.symbol_ids[r]);
     }
     if (it != old.symbol_rows.end()) old.remove_symbol(rows.symbol_ids[r]);
