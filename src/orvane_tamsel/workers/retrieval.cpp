@@ -150,17 +150,11 @@ constexpr double W_MEANING_RERANK = 0.3;
 // (fold A).
 constexpr double W_ACTION = 0.1;
 
-// The question's vector from the embedder that holds the symbols', the symbols nearest it, and
-// the cosine of every fused candidate with it.
+// The question's vector from the embedder that holds the symbols', and the symbols nearest it.
 struct Meaning {
   index::Embedder* embedder = nullptr;  // null: the meaning signal is off
   std::vector<float> asked;             // empty: no word of it is known
   std::vector<index::ScoredSymbol> nearest;
-  std::map<index::SymbolId, double> similarity;
-  double of(index::SymbolId id) const {
-    auto it = similarity.find(id);
-    return it == similarity.end() ? 0.0 : it->second;
-  }
 };
 
 std::string match_expression(const std::vector<std::string>& terms) {
@@ -172,31 +166,32 @@ std::string match_expression(const std::vector<std::string>& terms) {
   return match;
 }
 
-std::map<index::SymbolId, double> fuse(
+// The candidates of every signal with the parts of their fused scores.
+std::map<index::SymbolId, RerankInputs> fuse(
     const std::vector<index::ScoredSymbol>& bm25, const std::vector<index::ScoredSymbol>& widened,
-    const std::vector<std::pair<std::size_t, const index::Symbol*>>& named, Meaning& meaning) {
-  std::map<index::SymbolId, double> fused;
+    const std::vector<std::pair<std::size_t, const index::Symbol*>>& named,
+    const Meaning& meaning) {
+  std::map<index::SymbolId, RerankInputs> parts;
   const double top = bm25.empty() ? 0.0 : bm25.front().score;
-  for (const auto& hit : bm25) fused[hit.id] = top > 0 ? hit.score / top : 0.0;
+  for (const auto& hit : bm25) parts[hit.id].text = top > 0 ? hit.score / top : 0.0;
   const double wide_top = widened.empty() ? 0.0 : widened.front().score;
-  for (const auto& hit : widened) {
-    double& f = fused[hit.id];
-    if (wide_top > 0) f = std::max(f, WIDENED_WEIGHT * hit.score / wide_top);
-  }
+  for (const auto& hit : widened) parts[hit.id].widened = wide_top > 0 ? hit.score / wide_top : 0.0;
   const double most = named.empty() ? 0.0 : static_cast<double>(named.front().first);
   for (const auto& [shared, symbol] : named) {
-    fused[*symbol->id] += NAME_BOOST * (0.5 + 0.5 * (static_cast<double>(shared) + 1) / (most + 1));
+    parts[*symbol->id].named += 0.5 + 0.5 * (static_cast<double>(shared) + 1) / (most + 1);
   }
-  if (meaning.asked.empty()) return fused;
-  for (const auto& hit : meaning.nearest) fused.emplace(hit.id, 0.0);
+  if (meaning.asked.empty()) return parts;
+  for (const auto& hit : meaning.nearest) parts.emplace(hit.id, RerankInputs{});
   std::vector<index::SymbolId> ids;
-  for (const auto& [id, score] : fused) ids.push_back(id);
+  for (const auto& [id, p] : parts) ids.push_back(id);
   auto cosines = meaning.embedder->similarities(meaning.asked, ids);
-  for (std::size_t i = 0; i < ids.size(); ++i) {
-    meaning.similarity[ids[i]] = cosines[i];
-    fused[ids[i]] += MEANING_WEIGHT * std::max(0.0, cosines[i]);
-  }
-  return fused;
+  for (std::size_t i = 0; i < ids.size(); ++i) parts[ids[i]].meaning = cosines[i];
+  return parts;
+}
+
+double fused_score(const RerankInputs& p) {
+  return std::max(p.text, WIDENED_WEIGHT * p.widened) + NAME_BOOST * p.named +
+         MEANING_WEIGHT * std::max(0.0, p.meaning);
 }
 
 }  // namespace detail
@@ -362,21 +357,22 @@ struct Candidate {
   double score;
   const index::Symbol* symbol;
   const std::string* path;
+  RerankInputs inputs;
 };
 
 using Found = std::map<index::SymbolId, std::pair<index::Symbol, std::string>>;
 
 // The fused symbols the retriever may list, best first (ties by id).
-std::vector<Candidate> candidates_of(const std::map<index::SymbolId, double>& fused,
+std::vector<Candidate> candidates_of(const std::map<index::SymbolId, RerankInputs>& fused,
                                      const Found& found, bool include_tests) {
   std::vector<Candidate> candidates;
-  for (const auto& [id, score] : fused) {
+  for (const auto& [id, parts] : fused) {
     auto it = found.find(id);
     if (it == found.end()) continue;
     const auto& symbol = it->second.first;
     if (RETRIEVABLE_KINDS.count(symbol.kind) == 0) continue;
     if (!include_tests && symbol.is_test) continue;
-    candidates.push_back({id, score, &symbol, &it->second.second});
+    candidates.push_back({id, detail::fused_score(parts), &symbol, &it->second.second, parts});
   }
   std::stable_sort(candidates.begin(), candidates.end(),
                    [](const Candidate& a, const Candidate& b) {
@@ -438,8 +434,8 @@ bool exported(const std::string& inner, const std::string& path) {
   return true;
 }
 
-// The decision model's features of one candidate, weighted and summed.
-double features_of(const Candidate& c, const Question& q, const std::set<std::string>& term_set,
+// The decision model's features of one candidate, into its inputs.
+void read_features(Candidate& c, const Question& q, const std::set<std::string>& term_set,
                    StemWeights& weights, std::int64_t callers) {
   using namespace detail;
   const auto& s = *c.symbol;
@@ -473,41 +469,61 @@ double features_of(const Candidate& c, const Question& q, const std::set<std::st
   bool in_path = std::any_of(terms.begin(), terms.end(), [&](const std::string& t) {
     return t.size() > 2 && path.find(t) != std::string::npos;
   });
-  return W_NAME_WORD * in_name + W_EXACT_NAME * whole + W_PATH * in_path +
-         W_DOCSTRING * (s.docstring && !s.docstring->empty()) +
-         W_CALLERS * std::min(4.0, std::log2(1.0 + static_cast<double>(callers))) +
-         W_KIND * function + W_TEST * s.is_test - W_ACTION * (q.asks_action && is_thing(s.kind)) +
-         W_EXPORTED * exported(inner, *c.path);
+  auto& in = c.inputs;
+  in.in_name = in_name;
+  in.whole = whole;
+  in.in_path = in_path;
+  in.docstring = s.docstring && !s.docstring->empty();
+  in.callers = std::min(4.0, std::log2(1.0 + static_cast<double>(callers)));
+  in.function = function;
+  in.test = s.is_test;
+  in.thing = q.asks_action && is_thing(s.kind);
+  in.exported = exported(inner, *c.path);
+}
+
+// The decision model: the fused score spread over the head (0..1) and the weighted features.
+double model_score(const RerankInputs& in, double spread_fused) {
+  using namespace detail;
+  double features = W_NAME_WORD * in.in_name + W_EXACT_NAME * in.whole + W_PATH * in.in_path +
+                    W_DOCSTRING * in.docstring + W_CALLERS * in.callers + W_KIND * in.function +
+                    W_TEST * in.test - W_ACTION * in.thing + W_EXPORTED * in.exported;
+  return W_FUSED * spread_fused + FEATURE_SCALE * features + W_MEANING_RERANK * in.meaning +
+         W_MEANING * in.senses;
+}
+
+// Reads the decision model's features of the first `count` candidates.
+void read_head(index::Repository& repository, index::Embedder* word_senses, const Question& q,
+               std::vector<Candidate>& candidates, std::size_t count) {
+  std::vector<index::SymbolId> head;
+  for (std::size_t i = 0; i < count; ++i) head.push_back(candidates[i].id);
+  auto callers = repository.caller_counts(head);
+  std::set<std::string> term_set(q.terms.begin(), q.terms.end());
+  auto weights = stem_weights(repository, q.terms, term_set);
+  std::vector<float> asked;
+  if (word_senses) asked = word_senses->embed(q.query);
+  for (std::size_t i = 0; i < count; ++i) {
+    auto& c = candidates[i];
+    read_features(c, q, term_set, weights, callers.count(c.id) ? callers[c.id] : 0);
+    if (!asked.empty()) {
+      c.inputs.senses =
+          index::cosine(asked, word_senses->embed(detail::inside_module(c.symbol->fqn, *c.path)));
+    }
+  }
 }
 
 // Reorders the head of the candidates by the decision model.
-void rerank(index::Repository& repository, index::Embedder* word_senses,
-            const detail::Meaning& meaning, const Question& q, std::vector<Candidate>& candidates) {
-  using namespace detail;
-  auto depth = std::min<std::size_t>(candidates.size(), RERANK_DEPTH);
-  std::vector<index::SymbolId> head;
-  for (std::size_t i = 0; i < depth; ++i) head.push_back(candidates[i].id);
-  auto callers = repository.caller_counts(head);
+void rerank(index::Repository& repository, index::Embedder* word_senses, const Question& q,
+            std::vector<Candidate>& candidates) {
+  auto depth = std::min<std::size_t>(candidates.size(), detail::RERANK_DEPTH);
+  read_head(repository, word_senses, q, candidates, depth);
   // Fused scores of neighbouring places differ by a few percent; spread the head over 0..1
   // so that the fused order stays the strongest feature.
   double top = candidates.front().score;
   double bottom = candidates[depth - 1].score;
   double spread = top > bottom ? top - bottom : 1.0;
-  std::set<std::string> term_set(q.terms.begin(), q.terms.end());
-  auto weights = stem_weights(repository, q.terms, term_set);
-  std::vector<float> asked;
-  if (word_senses) asked = word_senses->embed(q.query);
   for (std::size_t i = 0; i < depth; ++i) {
     auto& c = candidates[i];
-    auto n = callers.count(c.id) ? callers[c.id] : 0;
-    double features = features_of(c, q, term_set, weights, n);
-    double model = W_FUSED * ((c.score - bottom) / spread) + FEATURE_SCALE * features;
-    model += W_MEANING_RERANK * meaning.of(c.id);
-    if (!asked.empty()) {
-      model += W_MEANING *
-               index::cosine(asked, word_senses->embed(inside_module(c.symbol->fqn, *c.path)));
-    }
-    c.score = model;
+    c.score = model_score(c.inputs, (c.score - bottom) / spread);
   }
   std::stable_sort(candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(depth),
                    [](const Candidate& a, const Candidate& b) { return a.score > b.score; });
@@ -563,6 +579,34 @@ std::vector<std::string> unmatched_terms(index::Repository& repository, const Qu
   return missing;
 }
 
+// The question's fused candidates, best first; they point into `found`.
+std::vector<Candidate> gather(index::Repository& repository, index::Embedder* embedder,
+                              const index::SymbolVectors& held, const Question& q, Found& found) {
+  detail::Meaning meaning;
+  if (held.held) {
+    meaning.embedder = embedder;
+    meaning.asked = embedder->embed(q.query);
+    if (!meaning.asked.empty()) {
+      meaning.nearest =
+          embedder->nearest(meaning.asked, detail::MEANING_CANDIDATES, q.include_tests);
+    }
+  }
+  auto [bm25, widened] = text_hits(repository, q);
+  auto exact = exact_names(repository, q);
+  auto fused = detail::fuse(bm25, widened, named_symbols(repository, q, exact), meaning);
+  std::vector<index::SymbolId> ids;
+  for (const auto& [id, parts] : fused) ids.push_back(id);
+  found = repository.symbols_with_paths(ids);
+  return candidates_of(fused, found, q.include_tests);
+}
+
+Question question_of(const std::string& query, std::vector<std::string> terms, bool include_tests) {
+  auto words = query_words(query, terms);
+  auto compounds = compounds_of(terms);
+  bool action = asks_action(terms, query);
+  return {query, std::move(terms), std::move(words), std::move(compounds), include_tests, action};
+}
+
 }  // namespace
 
 RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, bool include_tests,
@@ -574,34 +618,14 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
     return result;
   }
   if (limit <= 0) return result;
-  Question q{query,
-             terms,
-             query_words(query, terms),
-             compounds_of(terms),
-             include_tests,
-             asks_action(terms, query)};
-
+  auto q = question_of(query, std::move(terms), include_tests);
   auto held = embedder_ ? embedder_->symbol_vectors() : index::SymbolVectors{};
   result.meaning_off = !held.held;
   result.meaning_stale = held.stale;
-  detail::Meaning meaning;
-  if (held.held) {
-    meaning.embedder = embedder_.get();
-    meaning.asked = embedder_->embed(query);
-    if (!meaning.asked.empty()) {
-      meaning.nearest =
-          embedder_->nearest(meaning.asked, detail::MEANING_CANDIDATES, include_tests);
-    }
-  }
-  auto [bm25, widened] = text_hits(repository_, q);
-  auto exact = exact_names(repository_, q);
-  auto fused = detail::fuse(bm25, widened, named_symbols(repository_, q, exact), meaning);
-  std::vector<index::SymbolId> ids;
-  for (const auto& [id, score] : fused) ids.push_back(id);
-  auto found = repository_.symbols_with_paths(ids);
-  auto candidates = candidates_of(fused, found, include_tests);
+  Found found;
+  auto candidates = gather(repository_, embedder_.get(), held, q, found);
   if (rerank_head && settings_.rerank_results && !candidates.empty()) {
-    rerank(repository_, word_senses_.get(), meaning, q, candidates);
+    rerank(repository_, word_senses_.get(), q, candidates);
   }
 
   result.hits = best_hits(candidates, limit);
@@ -612,6 +636,20 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
   result.unmatched = unmatched_terms(repository_, q, candidates);
   if (!result.unmatched.empty()) result.shortfall = Shortfall::words_unmatched;
   return result;
+}
+
+std::vector<RankedCandidate> HybridRetriever::candidates(const std::string& query,
+                                                         bool include_tests) {
+  auto terms = utils::query_terms(query);
+  if (terms.empty()) return {};
+  auto q = question_of(query, std::move(terms), include_tests);
+  auto held = embedder_ ? embedder_->symbol_vectors() : index::SymbolVectors{};
+  Found found;
+  auto candidates = gather(repository_, embedder_.get(), held, q, found);
+  read_head(repository_, word_senses_.get(), q, candidates, candidates.size());
+  std::vector<RankedCandidate> out;
+  for (const auto& c : candidates) out.push_back({c.id, c.symbol->fqn, *c.path, c.score, c.inputs});
+  return out;
 }
 
 }  // namespace orvane_tamsel::workers
