@@ -28,6 +28,9 @@ TEST(QueryTerms, KeywordsCodeWordsAndTestQueries) {
               ElementsAre("cart", "apply_discount", "apply", "discount", "discounts"));
   EXPECT_THAT(query_terms("where is parseHTTPHeader2 used"),
               ElementsAre("parsehttpheader2", "parse", "http", "header", "2"));
+  // Negation and "one" say nothing about which code is meant.
+  EXPECT_THAT(query_terms("check whether one path is not a symlink"),
+              ElementsAre("check", "path", "symlink"));
   for (const char* w : {"apply_discount", "cli_tools", "Offloader", "Cart", "getX", "md5sum"}) {
     EXPECT_TRUE(reads_as_code(w)) << w;
   }
