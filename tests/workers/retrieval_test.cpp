@@ -119,6 +119,20 @@ TEST(HybridRetriever, RanksTheShopFixture) {
   ASSERT_FALSE(r.hits.empty());
   EXPECT_EQ(fqns(*index, r).front(), "shop.pricing.apply_discount");
   EXPECT_EQ(r.hits.front().symbol.path, "src/shop/pricing.py");
+  // What the rerank reads: the candidates in the order retrieve lists them unreordered, each with
+  // its inputs (apply_discount is called by Cart.total).
+  auto unordered = fqns(*index, retriever.retrieve("how are discounts applied", 5, false, false));
+  auto candidates = retriever.candidates("how are discounts applied", false);
+  ASSERT_GE(candidates.size(), unordered.size());
+  for (std::size_t i = 0; i < unordered.size(); ++i) EXPECT_EQ(candidates[i].fqn, unordered[i]);
+  auto apply = std::find_if(candidates.begin(), candidates.end(),
+                            [](const auto& c) { return c.fqn == "shop.pricing.apply_discount"; });
+  ASSERT_NE(apply, candidates.end());
+  EXPECT_GT(apply->inputs.text, 0);
+  EXPECT_GT(apply->inputs.in_name, 0);
+  EXPECT_GT(apply->inputs.callers, 0);
+  EXPECT_EQ(apply->inputs.function, 1);
+  EXPECT_EQ(apply->inputs.thing, 0);
 
   // An exact name wins even when it is a plain word; test code stays out unless asked for.
   auto names = fqns(*index, retriever.retrieve("Cart total", 10, false, true));

@@ -64,91 +64,66 @@ HybridRetriever::HybridRetriever(index::Repository& repository,
 namespace detail {
 
 // BM25 over the question's own words is the backbone: its scores divided by the first hit's keep
-// how far ahead its first answer is, which the reciprocal rank fusion used before threw away
-// (there, any symbol on both lists passed BM25's first hit, and the fused list lost questions
-// that BM25 alone answered first). The other signals are bounded additions to that score:
+// how far ahead its first answer is. The other signals are bounded additions to that score:
 // - a symbol on the exact-name list gets between NAME_BOOST / 2 and NAME_BOOST, by how many
-//   question words its fqn holds, so that it passes BM25's first hit only when BM25 ranks it
-//   within that margin of the top;
+//   question words its fqn holds;
 // - a symbol found only by the search widened with the code base's own words scores its
-//   widened BM25 share times WIDENED_WEIGHT: an expanded match ranks below an own-word match.
-// Chosen on the tuning half of bench/quality over the grids 0.3 to 1 and 0 to 1 by picking on one
-// fold (every other tuning question) and checking on the other, in both directions: the name
-// boost 1 was best on fold A (+2 top-1 in the standard library) and level on fold B; the
-// widened weight changed no top-1 and 0.8 one top-5 on fold A.
-constexpr double NAME_BOOST = 1.0;
-constexpr double WIDENED_WEIGHT = 0.8;
+//   widened BM25 share times WIDENED_WEIGHT: an expanded match ranks below an own-word match;
+// - the meaning vectors learned from the repository: every candidate gains MEANING_WEIGHT x its
+//   cosine with the question, and the MEANING_CANDIDATES symbols nearest the question join the
+//   candidates with that alone, so a symbol that says what was asked in other words can pass one
+//   that only shares a word.
+//
+// These three weights, the rerank's depth and its weights below were fitted together by
+// bench/quality/fit_rerank.py: coordinate ascent on MRR@10 over all 426 questions of
+// bench/quality's tuning and spent sets (three corpora), from the earlier hand-set values. Fitted
+// on the tuning files alone, they gave the spent files top-1 25 and top-5 51 of 150 against 22
+// and 45 for the hand-set weights; fitted without one corpus, that corpus 187 and 268 of 426
+// against 179 and 267 (the hand-set weights had seen every corpus). Across those fits the
+// weights held roughly: a small name boost (0.25 in three of four), the meaning 0.5 to 1, a
+// penalty for things in how-questions, the exported-name bonus 0.6; the widened weight (0 to
+// 0.8) and the whole-name feature (-0.1 to 0.4) did not, and matter little.
+constexpr double NAME_BOOST = 0.25;
+constexpr double WIDENED_WEIGHT = 0.1;
+constexpr double MEANING_WEIGHT = 0.8;
+constexpr int MEANING_CANDIDATES = 20;
 // Run-together names are tried from the first terms only, neighbouring pairs in both orders.
 constexpr std::size_t MAX_COMPOUND_TERMS = 8;
 // Shorter run-together words are found inside names by chance.
 constexpr std::size_t MIN_COMPOUND = 6;
 // How many candidates each signal contributes before fusion, and how many fused hits the
-// decision model reorders. 60 rather than 30 once the name feature matched loosely: it lets a
-// well-named symbol from further down reach the top (tuning half: top-1 up by one question on
-// Django, level on the standard library).
+// decision model reorders (10 to 200 tried by the fit; 60 held in every fold).
 constexpr int CANDIDATES = 100;
 constexpr int RERANK_DEPTH = 60;
 
-// Decision-model weights, set by hand from what an answer should list first: a symbol named by
-// the question beats one that mentions it, production code beats tests, and documented,
-// often-called functions beat helpers. The fused score is spread over 0..1 across the
-// reordered head and keeps the largest weight, so that one feature moves a hit a few places, not
-// from the bottom of the head to the top. The first hand-set values were twice these; the first
-// run of bench/quality showed the features overturning the fused order, so every feature weight
-// was halved once. Later checks on the tuning halves only (odd-numbered questions of both
-// corpora), over small grids: the name weight 0.15 to 0.5, the exact name 0.05 to 0.2, callers
-// 0.02 to 0.05, kind 0 to 0.06, a penalty of 0 to 0.1 for private `_names` and 0 to 0.1 for the
-// share of terms in the docstring's first sentence all moved at most one question either way, so
-// the weights stayed and the last two features were left out (the docstring's first sentence was
-// tried again at 0.15 later: one question up, one down). No weight was set by looking at one
-// question.
-constexpr double W_FUSED = 1.0;        // fused score, scaled to 0..1
-constexpr double W_NAME_WORD = 0.15;   // share of the question's terms met by words of the fqn
-                                       // inside its file (the path feature covers the module),
-                                       // each term weighted by its idf among names
-constexpr double W_EXACT_NAME = 0.10;  // a term is the whole name, or has its stem
-constexpr double W_PATH = 0.05;        // a term appears in the path
-constexpr double W_DOCSTRING = 0.03;
-constexpr double W_CALLERS = 0.02;  // per log2(1 + callers), capped at 4 doublings
-// A top-level function rather than a method: a question asks how something is done, which a
-// class answers no better than its methods.
-constexpr double W_KIND = 0.03;
-constexpr double W_TEST = -0.20;
+// Decision-model weights, against the fused score spread over 0..1 across the reordered head
+// (weight 1), fitted as above.
+constexpr double W_NAME_WORD = 0.2;   // share of the question's terms met by words of the fqn
+                                      // inside its file (the path feature covers the module),
+                                      // each term weighted by its idf among names
+constexpr double W_EXACT_NAME = 0.0;  // a term is the whole name, or has its stem: fitted to 0,
+                                      // read still so that a refit can weigh it
+constexpr double W_PATH = 0.2;        // a term appears in the path
+constexpr double W_DOCSTRING = 0.2;
+constexpr double W_CALLERS = 0.1;  // per log2(1 + callers), capped at 4 doublings
+// A top-level function rather than a method or closure.
+constexpr double W_KIND = 0.12;
+// Test code, listed only for questions about tests; the questions never list it, so this one
+// stays as set by hand: production code first.
+constexpr double W_TEST = -0.8;
 // A Go name its package exports: a question from outside the package asks for its API, not the
-// unexported helpers and bundled copies that repeat its words. 0.03, 0.06, 0.1 and 0.15 tried on
-// Go's tuning half: 0.06 one question up at top-1 on one fold, level on the other; 0.1 and more
-// cost two top-5 answers.
-constexpr double W_EXPORTED = 0.06;
-// The features above were set against a fused score of reciprocal ranks, whose head is flat; BM25
-// scores fall faster, so the same features need a larger scale to weigh what they weighed there.
-// One scale for all of them, so the hand-set proportions stay: on the tuning half, 1 to 8 tried,
-// picked on one fold and checked on the other in both directions; 4 begins the plateau (fold A
-// 22 and fold B 22 top-1 of 41 each, both corpora; 1.5 gave 21 and 19).
-constexpr double FEATURE_SCALE = 4.0;
-// How near the question's meaning the words of the symbol's fqn are (the embedder's cosine, 0..1):
-// meets what the question says in other words ("calculate" for compute, "decompressed" for
-// decompression). 0.05 to 0.4 tried the same way: 0.1 gave one more standard-library question
-// (fold B), none lost; 0.4 lost three.
-constexpr double W_MEANING = 0.1;
-// The meaning vectors learned from the repository: the question's vector against each symbol's
-// (cosine). Every fused candidate gains MEANING_WEIGHT x cosine, and the symbols nearest the
-// question join the candidates with that alone, so a symbol that says what was asked in other
-// words can pass one that only shares a word.
-// Chosen on the tuning halves of bench/quality over 0.25, 0.5 and 1 (fusion), 0, 0.3 and 0.6
-// (rerank) and 20, 50 or 100 candidates: every setting moved one to three questions of 82 either
-// way; 0.5 and 0.3 gave the most top-5 answers on both corpora (standard library 39 -> 41,
-// Django 28 -> 29) for one Django top-1 lost.
-constexpr double MEANING_WEIGHT = 0.5;
-constexpr int MEANING_CANDIDATES = 20;
-// The same cosine as a rerank feature: the fused score is spread over the head, which flattens
-// what the meaning added there.
-constexpr double W_MEANING_RERANK = 0.3;
+// unexported helpers and bundled copies that repeat its words.
+constexpr double W_EXPORTED = 0.6;
+// The learned meaning's cosine once more: spreading the fused score over the head flattens what
+// it added there.
+constexpr double W_MEANING_RERANK = 0.6;
+// WordNet's cosine of the question with the words of the symbol's fqn: meets what the question
+// says in other words ("calculate" for compute).
+constexpr double W_SENSES = 0.1;
 // A class (or other thing) listed for a question that asks how something is done: the function
 // that does it answers better, even when the question names the class ("check the fields of a
-// form": Form.full_clean, not Form, which the whole-name feature favours). Tuning halves, top-1:
-// 0, 0.03 and 0.06 level; 0.1 gave Django two more (fold B) and the standard library one fewer
-// (fold A).
-constexpr double W_ACTION = 0.1;
+// form": Form.full_clean, not Form).
+constexpr double W_ACTION = 0.6;
 
 // The question's vector from the embedder that holds the symbols', and the symbols nearest it.
 struct Meaning {
@@ -484,11 +459,10 @@ void read_features(Candidate& c, const Question& q, const std::set<std::string>&
 // The decision model: the fused score spread over the head (0..1) and the weighted features.
 double model_score(const RerankInputs& in, double spread_fused) {
   using namespace detail;
-  double features = W_NAME_WORD * in.in_name + W_EXACT_NAME * in.whole + W_PATH * in.in_path +
-                    W_DOCSTRING * in.docstring + W_CALLERS * in.callers + W_KIND * in.function +
-                    W_TEST * in.test - W_ACTION * in.thing + W_EXPORTED * in.exported;
-  return W_FUSED * spread_fused + FEATURE_SCALE * features + W_MEANING_RERANK * in.meaning +
-         W_MEANING * in.senses;
+  return spread_fused + W_NAME_WORD * in.in_name + W_EXACT_NAME * in.whole + W_PATH * in.in_path +
+         W_DOCSTRING * in.docstring + W_CALLERS * in.callers + W_KIND * in.function +
+         W_TEST * in.test - W_ACTION * in.thing + W_EXPORTED * in.exported +
+         W_MEANING_RERANK * in.meaning + W_SENSES * in.senses;
 }
 
 // Reads the decision model's features of the first `count` candidates.
