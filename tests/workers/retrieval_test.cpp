@@ -137,6 +137,10 @@ TEST(HybridRetriever, RanksTheShopFixture) {
   // An exact name wins even when it is a plain word; test code stays out unless asked for.
   auto names = fqns(*index, retriever.retrieve("Cart total", 10, false, true));
   EXPECT_EQ(names.front(), "shop.cart.Cart.total");
+  // A question that names only a class asks about the class, not one of its methods.
+  for (const auto* q : {"Cart", "how does Cart work"}) {
+    EXPECT_EQ(fqns(*index, retriever.retrieve(q, 5, false, true)).front(), "shop.cart.Cart") << q;
+  }
   for (const auto& n : names) EXPECT_EQ(n.rfind("tests", 0), std::string::npos) << n;
   auto with_tests = fqns(*index, retriever.retrieve("test cart total", 20, true, false));
   EXPECT_TRUE(std::any_of(with_tests.begin(), with_tests.end(), [](const std::string& n) {

@@ -385,8 +385,11 @@ bool is_thing(const std::string& kind) {
 
 // A question asks for an action unless it asks which thing: a how-question or an imperative
 // ("validate a form", "how does a form get validated") wants the function that does it, which a
-// class answers no better than its method.
-bool asks_action(const std::vector<std::string>& terms, const std::string& query) {
+// class answers no better than its method. A question whose words are all names in code ("Cart",
+// "how does Cart work") names no action: it asks about what it names.
+bool asks_action(const std::vector<std::string>& terms, const std::vector<std::string>& words,
+                 const std::string& query) {
+  if (std::all_of(words.begin(), words.end(), utils::reads_as_code)) return false;
   static const std::set<std::string> thing_words = {"class",     "classes",    "type",      "types",
                                                     "struct",    "structs",    "interface", "enum",
                                                     "exception", "exceptions", "interfaces"};
@@ -577,7 +580,7 @@ std::vector<Candidate> gather(index::Repository& repository, index::Embedder* em
 Question question_of(const std::string& query, std::vector<std::string> terms, bool include_tests) {
   auto words = query_words(query, terms);
   auto compounds = compounds_of(terms);
-  bool action = asks_action(terms, query);
+  bool action = asks_action(terms, words, query);
   return {query, std::move(terms), std::move(words), std::move(compounds), include_tests, action};
 }
 
