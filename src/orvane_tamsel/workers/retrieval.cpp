@@ -396,8 +396,11 @@ bool asks_action(const std::vector<std::string>& terms, const std::vector<std::s
   for (const auto& t : terms) {
     if (thing_words.count(t) != 0) return false;
   }
-  auto first = lower_ascii(query.substr(0, query.find(' ')));
-  return first != "what" && first != "which";
+  std::istringstream opening(lower_ascii(query));
+  std::string first, second;
+  opening >> first >> second;
+  // "What happens when ..." asks what the code does.
+  return first != "which" && (first != "what" || second == "happens");
 }
 
 // Visibility by case: every part of the name inside its package begins with an upper-case letter.
