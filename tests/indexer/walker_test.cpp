@@ -138,6 +138,25 @@ TEST(Walker, CachedListingsSeeEveryChange) {
   check("folder replaced", true);
   fs::remove_all(repo.root() / "src/shop_old");
   check("folder removed", true);
+  // Folders whose listings hold no file are stamped without being opened, and what lies below
+  // them is reached from the nearest folder that was: a change anywhere there is still seen.
+  repo.write("locale/fr/LC_MESSAGES/django.po", "msgid \"\"\n");
+  repo.write("deep/a/b/c/leaf.py", "X = 1\n");
+  check("folders of no code added", true);
+  check("folders of no code unchanged", false);
+  repo.write("deep/a/b/c/leaf.py", "X = 1  # edited below two unopened folders\n");
+  check("file edited below unopened folders", false);
+  repo.write("locale/fr/LC_MESSAGES/late.py", "X = 1\n");
+  check("file added to a folder of no code", true);
+  repo.write("locale/fr/LC_MESSAGES/late.py", "X = 1  # and edited\n");
+  check("file edited there", false);
+  fs::remove(repo.root() / "locale/fr/LC_MESSAGES/late.py");
+  check("file removed there", true);
+  repo.write("locale/de/LC_MESSAGES/other.py", "X = 1\n");
+  repo.write("deep/a/b/d.py", "X = 1\n");
+  check("folder and file added below unopened folders", true);
+  fs::remove_all(repo.root() / "deep/a/b/c");
+  check("folder removed below unopened folders", true);
   std::ofstream(cache_file, std::ios::trunc) << "tmslfc01 damaged";
   check("damaged cache", true);
 }

@@ -48,11 +48,12 @@ void MeaningVectors::add_word(const std::string& word, float weight, const float
   words.insert(words.end(), row, row + dims);
 }
 
-void MeaningVectors::add_symbol(SymbolId id, bool is_test, const float* row) {
-  add_symbol(id, is_test, row_bytes(row, dims));
+void MeaningVectors::add_symbol(SymbolId id, bool is_test, const float* row, std::int64_t file) {
+  add_symbol(id, is_test, row_bytes(row, dims), file);
 }
 
-void MeaningVectors::add_symbol(SymbolId id, bool is_test, std::string_view packed) {
+void MeaningVectors::add_symbol(SymbolId id, bool is_test, std::string_view packed,
+                                std::int64_t file) {
   float scale = 0;
   std::memcpy(&scale, packed.data(), sizeof scale);
   const auto* bytes = reinterpret_cast<const std::int8_t*>(packed.data() + sizeof scale);
@@ -64,6 +65,7 @@ void MeaningVectors::add_symbol(SymbolId id, bool is_test, std::string_view pack
     symbol_is_test[it->second] = is_test ? 1 : 0;
     symbol_scales[it->second] = scale;
     symbol_sizes[it->second] = size;
+    symbol_files[it->second] = file;
     std::copy(bytes, bytes + dims, &symbols[static_cast<std::size_t>(it->second) * dims]);
     return;
   }
@@ -71,6 +73,7 @@ void MeaningVectors::add_symbol(SymbolId id, bool is_test, std::string_view pack
   symbol_is_test.push_back(is_test ? 1 : 0);
   symbol_scales.push_back(scale);
   symbol_sizes.push_back(size);
+  symbol_files.push_back(file);
   symbols.insert(symbols.end(), bytes, bytes + dims);
 }
 
@@ -84,6 +87,7 @@ void MeaningVectors::remove_symbol(SymbolId id) {
     symbol_is_test[row] = symbol_is_test[last];
     symbol_scales[row] = symbol_scales[last];
     symbol_sizes[row] = symbol_sizes[last];
+    symbol_files[row] = symbol_files[last];
     std::copy_n(&symbols[last * dims], dims, &symbols[row * dims]);
     symbol_rows[symbol_ids[row]] = static_cast<std::uint32_t>(row);
   }
@@ -91,7 +95,16 @@ void MeaningVectors::remove_symbol(SymbolId id) {
   symbol_is_test.pop_back();
   symbol_scales.pop_back();
   symbol_sizes.pop_back();
+  symbol_files.pop_back();
   symbols.resize(last * dims);
+}
+
+void MeaningVectors::remove_files(const std::set<std::int64_t>& files) {
+  std::vector<SymbolId> gone;
+  for (std::size_t r = 0; r < symbol_ids.size(); ++r) {
+    if (files.count(symbol_files[r]) != 0) gone.push_back(symbol_ids[r]);
+  }
+  for (auto id : gone) remove_symbol(id);
 }
 
 std::vector<float> MeaningVectors::text_vector(
@@ -211,6 +224,56 @@ bool read_row(std::string_view bytes, std::size_t dims, std::vector<float>& into
   // product as a cosine, and a reader unpacks every symbol's row.
   const auto* packed = reinterpret_cast<const std::int8_t*>(bytes.data() + sizeof(float));
   for (std::size_t i = 0; i < dims; ++i) into[i] = scale * static_cast<float>(packed[i]);
+  return true;
+}
+
+std::string pack_symbol_rows(const MeaningVectors& rows) {
+  const std::size_t n = rows.symbol_ids.size();
+  std::string blob;
+  if (n == 0) return blob;
+  blob.reserve(n * (sizeof(SymbolId) + 1 + sizeof(float) + rows.dims));
+  blob.append(reinterpret_cast<const char*>(rows.symbol_ids.data()), n * sizeof(SymbolId));
+  blob.append(reinterpret_cast<const char*>(rows.symbol_is_test.data()), n);
+  blob.append(reinterpret_cast<const char*>(rows.symbol_scales.data()), n * sizeof(float));
+  blob.append(reinterpret_cast<const char*>(rows.symbols.data()), n * rows.dims);
+  return blob;
+}
+
+bool add_packed_rows(std::string_view blob, std::int64_t file, MeaningVectors& into) {
+  const std::size_t dims = into.dims;
+  const std::size_t stride = sizeof(SymbolId) + 1 + sizeof(float) + dims;
+  if (dims == 0 || blob.size() % stride != 0) return false;
+  const std::size_t n = blob.size() / stride;
+  if (n == 0) return true;
+  const char* ids = blob.data();
+  const char* tests = ids + n * sizeof(SymbolId);
+  const char* scales = tests + n;
+  const auto* bytes = reinterpret_cast<const std::int8_t*>(scales + n * sizeof(float));
+  // No copy of a row through add_symbol: a reader adds every stored row at its first search.
+  for (std::size_t i = 0; i < n; ++i) {
+    SymbolId id = 0;
+    float scale = 0;
+    std::memcpy(&id, ids + i * sizeof id, sizeof id);
+    std::memcpy(&scale, scales + i * sizeof scale, sizeof scale);
+    const std::int8_t* row = bytes + i * dims;
+    auto [it, added] =
+        into.symbol_rows.emplace(id, static_cast<std::uint32_t>(into.symbol_ids.size()));
+    if (!added) {  // a symbol stored with another file too: this row replaces that one
+      std::string packed(sizeof scale + dims, '\0');
+      std::memcpy(packed.data(), &scale, sizeof scale);
+      std::memcpy(packed.data() + sizeof scale, row, dims);
+      into.add_symbol(id, tests[i] != 0, packed, file);
+      continue;
+    }
+    int total = 0;
+    for (std::size_t k = 0; k < dims; ++k) total += std::abs(static_cast<int>(row[k]));
+    into.symbol_ids.push_back(id);
+    into.symbol_is_test.push_back(tests[i] != 0 ? 1 : 0);
+    into.symbol_scales.push_back(scale);
+    into.symbol_sizes.push_back(scale * static_cast<float>(total));
+    into.symbol_files.push_back(file);
+    into.symbols.insert(into.symbols.end(), row, row + dims);
+  }
   return true;
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -27,15 +28,18 @@ struct MeaningVectors {
   std::vector<float> symbol_scales;
   std::vector<float> symbol_sizes;  // scale x the sum of the bytes' sizes, to bound a rough score
   std::vector<std::int8_t> symbols;
+  std::vector<std::int64_t> symbol_files;  // per row: the file it was stored with (0: none)
   std::unordered_map<SymbolId, std::uint32_t> symbol_rows;
 
   void add_word(const std::string& word, float weight, const float* row);
   // Adds the symbol's row, or replaces it when the symbol has one; a row of floats is packed as
   // row_bytes packs it, a row of row_bytes is kept as it is.
-  void add_symbol(SymbolId id, bool is_test, const float* row);
-  void add_symbol(SymbolId id, bool is_test, std::string_view packed);
+  void add_symbol(SymbolId id, bool is_test, const float* row, std::int64_t file = 0);
+  void add_symbol(SymbolId id, bool is_test, std::string_view packed, std::int64_t file = 0);
   // Forgets the symbol's row (the last row takes its place); nothing when it has none.
   void remove_symbol(SymbolId id);
+  // Forgets every row stored with one of the files.
+  void remove_files(const std::set<std::int64_t>& files);
   // The unit sum of the known words' rows, each times its own weight and the given one; empty
   // when no word is known.
   std::vector<float> text_vector(const std::vector<std::pair<std::string, float>>& words) const;
@@ -54,5 +58,13 @@ std::string row_bytes(const float* row, std::size_t dims);
 bool read_row(std::string_view bytes, std::size_t dims, std::vector<float>& into);
 // Whether the bytes are a row as row_bytes packs it.
 bool is_packed_row(std::string_view bytes, std::size_t dims);
+
+// Every symbol row of `rows` in one blob, as the index stores a file's rows: the ids, test flags
+// and scales, then the rows' bytes. A reader adds a file's rows from one value instead of a
+// database row per symbol.
+std::string pack_symbol_rows(const MeaningVectors& rows);
+// Adds the rows of a pack_symbol_rows blob to `into` (whose dims are set), as stored with `file`;
+// false, adding none, when the blob is not rows of that width.
+bool add_packed_rows(std::string_view blob, std::int64_t file, MeaningVectors& into);
 
 }  // namespace orvane_tamsel::index

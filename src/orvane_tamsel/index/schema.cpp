@@ -296,9 +296,8 @@ bool prepare_for_writing(Database& db) {
             "version {}: rebuilding it",
             db.file().string(), extractor, EXTRACTOR_VERSION);
       } else {
-        // The meaning tables came later than this schema version: an index without them gets
-        // them, and its next meaning pass fills them.
-        db.exec(MEANING_TABLES);
+        // An index of this version was created with every table: nothing to parse or create
+        // on the check that every command makes.
         db.exec("COMMIT");
         return false;
       }

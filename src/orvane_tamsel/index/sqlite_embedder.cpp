@@ -1,6 +1,6 @@
 // The learned embedder: the word rows of a question's words, read as they are asked, and every
-// symbol's row in one matrix, read at the first search and then kept up to date by the rows each
-// meaning pass changed.
+// symbol's row in one matrix, read at the first search (a value per file) and then kept up to
+// date by the files each meaning pass wrote.
 
 #include "orvane_tamsel/index/sqlite_embedder.h"
 

@@ -1,6 +1,10 @@
 #include "orvane_tamsel/index/sqlite_meaning.h"
 
+#include <algorithm>
+#include <cstring>
+#include <set>
 #include <string>
+#include <utility>
 
 #include "orvane_tamsel/index/meaning_words.h"
 
@@ -11,17 +15,21 @@ CREATE TABLE IF NOT EXISTS meaning_words(
   word TEXT PRIMARY KEY,
   weight REAL NOT NULL,
   vector BLOB NOT NULL) WITHOUT ROWID;
--- One row per production symbol of a retrievable kind; symbol_id = symbols.id.
-CREATE TABLE IF NOT EXISTS meaning_symbols(
-  symbol_id INTEGER PRIMARY KEY,
-  is_test INTEGER NOT NULL,
-  vector BLOB NOT NULL);
--- The symbols whose row a pass wrote or dropped since the words were learned, with that pass's
--- generation: a reader holding an older generation reads only these.
-CREATE TABLE IF NOT EXISTS meaning_changes(
-  symbol_id INTEGER PRIMARY KEY,
-  generation INTEGER NOT NULL);
-CREATE INDEX IF NOT EXISTS meaning_changes_generation ON meaning_changes(generation);
+-- The rows of a file's production symbols of a retrievable kind (symbols.file_id = file_id), in
+-- one blob of pack_symbol_rows, and the generation of the pass that last wrote them: a reader
+-- loads a file's rows from one value, and one holding an older generation reads only the files
+-- written since. A file whose symbols lost every row keeps an empty blob until the words are
+-- learned again, so that such a reader drops what it held.
+CREATE TABLE IF NOT EXISTS meaning_files(
+  file_id INTEGER PRIMARY KEY,
+  generation INTEGER NOT NULL,
+  vectors BLOB NOT NULL);
+CREATE INDEX IF NOT EXISTS meaning_files_generation ON meaning_files(generation);
+-- The symbols whose row a pass wrote or dropped since the words were learned.
+CREATE TABLE IF NOT EXISTS meaning_changes(symbol_id INTEGER PRIMARY KEY);
+-- Files that lost symbols outside a write of their own (removed, or a declaration merged away):
+-- the next pass writes their rows again.
+CREATE TABLE IF NOT EXISTS meaning_pending(file_id INTEGER PRIMARY KEY);
 )sql";
 
 namespace {
@@ -57,21 +65,6 @@ void add_words(Statement& st, MeaningVectors& into) {
   }
 }
 
-// The symbol row of columns (symbol_id, is_test, vector) added to `into`, kept packed as the
-// index stores it; false when the vector is not a row of `into`'s dims.
-bool add_symbol_row(const Statement& st, MeaningVectors& into) {
-  auto bytes = st.blob(2);
-  bool is_test = st.integer(1) != 0;
-  if (is_packed_row(bytes, into.dims)) {
-    into.add_symbol(st.integer(0), is_test, bytes);
-    return true;
-  }
-  std::vector<float> row;  // as earlier indexes stored it
-  if (!read_row(bytes, into.dims, row)) return false;
-  into.add_symbol(st.integer(0), is_test, row.data());
-  return true;
-}
-
 }  // namespace
 
 std::optional<std::int64_t> meaning_generation(Database& db) {
@@ -105,13 +98,11 @@ void store_production_symbols(Database& db, std::int64_t count) {
   put_meta(db, PRODUCTION_KEY, count);
 }
 
-const char* const DROP_GONE_VECTORS = R"sql(
+const char* const NOTE_GONE_SYMBOLS = R"sql(
 CREATE TEMP TRIGGER IF NOT EXISTS symbol_vector_gone AFTER DELETE ON symbols
-  WHEN EXISTS (SELECT 1 FROM meaning_symbols WHERE symbol_id = old.id)
+  WHEN EXISTS (SELECT 1 FROM meaning_files WHERE file_id = old.file_id)
   BEGIN
-    DELETE FROM meaning_symbols WHERE symbol_id = old.id;
-    INSERT OR REPLACE INTO meaning_changes VALUES(old.id, 1 + coalesce(
-      (SELECT CAST(value AS INTEGER) FROM meta WHERE key = 'meaning_generation'), 0));
+    INSERT OR IGNORE INTO meaning_pending VALUES(old.file_id);
   END;
 )sql";
 
@@ -139,33 +130,52 @@ void read_meaning_words(Database& db, const std::vector<std::string>& words, Mea
 }
 
 void read_meaning_symbols(Database& db, MeaningVectors& into) {
-  auto count = db.prepare("SELECT count(*) FROM meaning_symbols");
-  if (count.step()) {
-    auto n = static_cast<std::size_t>(count.integer(0));
+  // Room for every row at once (the lengths need no blob read): growing the map as it fills
+  // rehashes it a dozen times.
+  auto size = db.prepare("SELECT sum(length(vectors)) FROM meaning_files");
+  if (size.step() && into.dims > 0) {
+    auto n = static_cast<std::size_t>(size.integer(0)) /
+             (sizeof(SymbolId) + 1 + sizeof(float) + into.dims);
     into.symbol_ids.reserve(n);
     into.symbol_is_test.reserve(n);
     into.symbol_scales.reserve(n);
     into.symbol_sizes.reserve(n);
+    into.symbol_files.reserve(n);
     into.symbols.reserve(n * into.dims);
     into.symbol_rows.reserve(n);
   }
-  auto st = db.prepare("SELECT symbol_id, is_test, vector FROM meaning_symbols");
-  while (st.step()) add_symbol_row(st, into);
+  auto st = db.prepare("SELECT file_id, vectors FROM meaning_files");
+  while (st.step()) add_packed_rows(st.blob(1), st.integer(0), into);
 }
 
 void apply_meaning_changes(Database& db, std::int64_t generation, MeaningVectors& into) {
-  auto st = db.prepare(
-      "SELECT c.symbol_id, s.is_test, s.vector FROM meaning_changes c "
-      "LEFT JOIN meaning_symbols s ON s.symbol_id = c.symbol_id WHERE c.generation > ?");
+  auto st = db.prepare("SELECT file_id, vectors FROM meaning_files WHERE generation > ?");
   st.bind(1, generation);
+  std::vector<std::pair<std::int64_t, std::string>> written;
+  std::set<std::int64_t> files;
   while (st.step()) {
-    if (st.is_null(2) || !add_symbol_row(st, into)) into.remove_symbol(st.integer(0));
+    written.emplace_back(st.integer(0), std::string(st.blob(1)));
+    files.insert(written.back().first);
   }
+  // Every old row goes first: a symbol may have moved to another of the files.
+  into.remove_files(files);
+  for (const auto& [file, blob] : written) add_packed_rows(blob, file, into);
+}
+
+std::vector<std::int64_t> take_pending_meaning_files(Database& db) {
+  std::vector<std::int64_t> files;
+  for (auto st = db.prepare("SELECT file_id FROM meaning_pending"); st.step();) {
+    files.push_back(st.integer(0));
+  }
+  if (!files.empty()) db.exec("DELETE FROM meaning_pending");
+  return files;
 }
 
 void store_meaning_words(Database& db, const MeaningVectors& words, std::int64_t learned_from,
                          std::int64_t generation) {
-  db.exec("DELETE FROM meaning_words; DELETE FROM meaning_symbols; DELETE FROM meaning_changes;");
+  db.exec(
+      "DELETE FROM meaning_words; DELETE FROM meaning_files; DELETE FROM meaning_changes; "
+      "DELETE FROM meaning_pending;");
   auto st = db.prepare("INSERT INTO meaning_words VALUES(?, ?, ?)");
   for (const auto& [word, row] : words.word_rows) {
     st.bind(1, word)
@@ -179,26 +189,34 @@ void store_meaning_words(Database& db, const MeaningVectors& words, std::int64_t
   put_meta(db, WORDS_GENERATION_KEY, generation);
 }
 
-MeaningSymbolWriter::MeaningSymbolWriter(Database& db, std::int64_t generation)
-    : old_(db.prepare("SELECT is_test, vector FROM meaning_symbols WHERE symbol_id = ?")),
-      put_(db.prepare("INSERT OR REPLACE INTO meaning_symbols VALUES(?, ?, ?)")),
-      drop_(db.prepare("DELETE FROM meaning_symbols WHERE symbol_id = ?")),
-      changed_(db.prepare("INSERT OR REPLACE INTO meaning_changes VALUES(?, ?)")),
+MeaningFileWriter::MeaningFileWriter(Database& db, std::int64_t generation)
+    : old_(db.prepare("SELECT vectors FROM meaning_files WHERE file_id = ?")),
+      put_(db.prepare("INSERT OR REPLACE INTO meaning_files VALUES(?, ?, ?)")),
+      changed_(db.prepare("INSERT OR IGNORE INTO meaning_changes VALUES(?)")),
       generation_(generation) {}
 
-void MeaningSymbolWriter::put(SymbolId id, bool is_test, const std::vector<float>& row) {
-  old_.bind(1, id);
-  bool had = old_.step();
-  std::string bytes = row.empty() ? std::string() : row_bytes(row.data(), row.size());
-  bool same = had ? (old_.integer(0) != 0) == is_test && old_.blob(1) == bytes : row.empty();
+void MeaningFileWriter::put(std::int64_t file_id, const MeaningVectors& rows) {
+  MeaningVectors old;
+  old.dims = rows.dims;
+  old_.bind(1, file_id);
+  const bool had = old_.step();
+  if (had) add_packed_rows(old_.blob(0), file_id, old);
   old_.reset();
-  if (same) return;
-  if (row.empty()) {
-    drop_.bind(1, id).run();
-  } else {
-    put_.bind(1, id).bind(2, is_test).bind_blob(3, bytes).run();
+  std::vector<SymbolId> changed;
+  for (std::size_t r = 0; r < rows.symbol_ids.size(); ++r) {
+    auto it = old.symbol_rows.find(rows.symbol_ids[r]);
+    if (it == old.symbol_rows.end() || old.symbol_is_test[it->second] != rows.symbol_is_test[r] ||
+        std::memcmp(&old.symbol_scales[it->second], &rows.symbol_scales[r], sizeof(float)) != 0 ||
+        std::memcmp(rows.symbols.data() + r * rows.dims,
+                    old.symbols.data() + std::size_t{it->second} * old.dims, rows.dims) != 0) {
+      changed.push_back(rows.symbol_ids[r]);
+    }
+    if (it != old.symbol_rows.end()) old.remove_symbol(rows.symbol_ids[r]);
   }
-  changed_.bind(1, id).bind(2, generation_).run();
+  changed.insert(changed.end(), old.symbol_ids.begin(), old.symbol_ids.end());  // gone
+  if (changed.empty()) return;
+  put_.bind(1, file_id).bind(2, generation_).bind_blob(3, pack_symbol_rows(rows)).run();
+  for (auto id : changed) changed_.bind(1, id).run();
 }
 
 void set_meaning_generation(Database& db, std::int64_t generation) {

@@ -1,6 +1,6 @@
 #pragma once
-// The meaning vectors in the index: three tables (words, symbols, which symbols changed when) and
-// their keys in meta.
+// The meaning vectors in the index: the word rows, the symbol rows of each file, which symbols
+// changed since the words were learned, which files wait for their rows, and their keys in meta.
 
 #include <cstdint>
 #include <optional>
@@ -32,32 +32,37 @@ std::string production_symbol_sql(std::string_view row);
 // kept), so that a small update need not count them.
 std::optional<std::int64_t> stored_production_symbols(Database& db);
 void store_production_symbols(Database& db, std::int64_t count);
-// A trigger that drops a deleted symbol's row and lists it as a change of the coming pass, so
-// that the meaning pass need not look for rows left over.
-extern const char* const DROP_GONE_VECTORS;
+// A trigger that lists the file of a deleted symbol as waiting for its rows, so that the coming
+// pass writes them again even when the file was not (a removed file, a declaration merged away)
+// and need not look for rows left over.
+extern const char* const NOTE_GONE_SYMBOLS;
 
 // Every word row, for a pass that keeps them.
 MeaningVectors load_meaning_words(Database& db);
 // The rows of these words, added to `into` (its dims set from the index); unknown words add none.
 void read_meaning_words(Database& db, const std::vector<std::string>& words, MeaningVectors& into);
-// Every symbol row, added to `into`, whose dims are set.
+// Every symbol row, added to `into` (whose dims are set) with its file.
 void read_meaning_symbols(Database& db, MeaningVectors& into);
-// The symbol rows a pass after `generation` wrote or dropped, applied to `into`.
+// The rows of the files a pass after `generation` wrote replace those `into` holds of them.
 void apply_meaning_changes(Database& db, std::int64_t generation, MeaningVectors& into);
+// The files NOTE_GONE_SYMBOLS listed, and forgets them.
+std::vector<std::int64_t> take_pending_meaning_files(Database& db);
 
 // Replaces the word rows and forgets every symbol row and change, as the pass of `generation`
 // that learned them from `learned_from` symbols.
 void store_meaning_words(Database& db, const MeaningVectors& words, std::int64_t learned_from,
                          std::int64_t generation);
-// Writes or drops one symbol's row (an empty row drops it) in the pass of `generation`; a row
-// that stays as it was is not a change.
-class MeaningSymbolWriter {
+// Writes each file's symbol rows in the pass of `generation`.
+class MeaningFileWriter {
  public:
-  MeaningSymbolWriter(Database& db, std::int64_t generation);
-  void put(SymbolId id, bool is_test, const std::vector<float>& row);
+  MeaningFileWriter(Database& db, std::int64_t generation);
+  // Stores every row of `rows` as the file's (none: the file has no row now). Each symbol whose
+  // row is new, other than the stored one or gone is listed as changed; a file whose rows stay
+  // as they were is not written.
+  void put(std::int64_t file_id, const MeaningVectors& rows);
 
  private:
-  Statement old_, put_, drop_, changed_;
+  Statement old_, put_, changed_;
   std::int64_t generation_;
 };
 // Marks the pass of `generation` done: readers catch up with it.

@@ -131,6 +131,11 @@ const std::vector<FolderEntry>* FolderCache::find(const std::string& rel,
   return &kept.entries;
 }
 
+const std::vector<FolderEntry>* FolderCache::peek(const std::string& rel) const {
+  auto it = loaded_.find(rel);
+  return it == loaded_.end() ? nullptr : &it->second.entries;
+}
+
 void FolderCache::keep(const std::string& rel, const FolderStamp& stamp,
                        std::vector<FolderEntry> entries) {
   if (stamp.ctime_ns >= trusted_before_ns_ || stamp.mtime_ns >= trusted_before_ns_) return;

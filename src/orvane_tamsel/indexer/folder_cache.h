@@ -36,6 +36,9 @@ class FolderCache {
   // Called by the walk: `began_ns` is the wall clock when it started.
   void start_walk(std::int64_t began_ns);
   const std::vector<FolderEntry>* find(const std::string& rel, const FolderStamp& stamp);
+  // The listing the last walk kept for the folder, whatever its stamp now (nullptr: none): what
+  // the walk needs in order to stamp it can depend on what it holds.
+  const std::vector<FolderEntry>* peek(const std::string& rel) const;
   void keep(const std::string& rel, const FolderStamp& stamp, std::vector<FolderEntry> entries);
   // True when the last walk listed a folder anew or no longer reached one: worth saving.
   bool changed() const { return changed_ || !loaded_.empty(); }

@@ -27,6 +27,14 @@ std::int64_t ns(const struct timespec& t) {
   return static_cast<std::int64_t>(t.tv_sec) * 1000000000 + t.tv_nsec;
 }
 
+FolderStamp stamp_of(const struct stat& st) {
+  return {static_cast<std::int64_t>(st.st_dev), static_cast<std::int64_t>(st.st_ino),
+          ns(st.st_ctim), ns(st.st_mtim)};
+}
+
+// A folder reached by a longer path from its nearest opened ancestor is opened itself.
+constexpr std::size_t MAX_REACH = 1024;
+
 bool is_ignore_file(std::string_view name) {
   return name == ".gitignore" || name == ".tamselignore";
 }
@@ -47,7 +55,7 @@ class Walk {
       cache_->start_walk(ns(now));
     }
     rules_.add_file(root_ / ".git" / "info" / "exclude", "");
-    dir(root_.string(), "", AT_FDCWD, root_.c_str());
+    dir(root_.string(), "", AT_FDCWD, root_.string());
     std::sort(out_.files.begin(), out_.files.end(),
               [](const auto& a, const auto& b) { return a.path < b.path; });
     return std::move(out_);
@@ -89,12 +97,40 @@ class Walk {
     return entries;
   }
 
-  // `at` and `at_name` reach the folder from its parent's handle: each stat below then looks up one
-  // name instead of walking the whole path again, which dominates an update of a large tree.
-  void dir(const std::string& abs, const std::string& rel, int at, const char* at_name) {
+  // `at` and `at_name` reach the folder from the handle of its nearest opened ancestor: each stat
+  // below then looks up a name or two instead of walking the whole path again, which dominates
+  // an update of a large tree.
+  void dir(const std::string& abs, const std::string& rel, int at, const std::string& at_name) {
     auto mark = rules_.size();
     out_.folders.push_back(rel);
-    int fd = ::openat(at, at_name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (!unchanged_without_files(abs, rel, at, at_name)) opened(abs, rel, at, at_name);
+    rules_.truncate(mark);
+  }
+
+  // A folder whose kept listing holds no file (a locale's message folder, a folder of folders) is
+  // only stamped, not opened: when its stamp is as kept, so is its listing, and nothing in it
+  // needs its handle (its subfolders are reached from this one's `at`). One stat where an open,
+  // a stat and a close take three. False when the folder must be opened and listed as usual.
+  bool unchanged_without_files(const std::string& abs, const std::string& rel, int at,
+                               const std::string& at_name) {
+    if (cache_ == nullptr || at_name.size() > MAX_REACH) return false;
+    const auto* kept = cache_->peek(rel);
+    if (kept == nullptr || std::any_of(kept->begin(), kept->end(),
+                                       [](const auto& e) { return e.type == FolderEntry::file; })) {
+      return false;
+    }
+    struct stat st {};
+    if (::fstatat(at, at_name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(st.st_mode)) {
+      return false;
+    }
+    const auto* entries = cache_->find(rel, stamp_of(st));
+    if (entries == nullptr) return false;
+    for (const auto& e : *entries) entry(abs, e, rel, at, at_name + "/");
+    return true;
+  }
+
+  void opened(const std::string& abs, const std::string& rel, int at, const std::string& at_name) {
+    int fd = ::openat(at, at_name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     // Out of descriptors (very deep trees), or the root is a link: reached by its path instead.
     if (fd < 0) fd = ::open(abs.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
     struct Closer {
@@ -109,9 +145,7 @@ class Walk {
     // Stamped before listing: a change made while listing leaves a stamp the next walk rejects.
     bool stamped =
         cache_ != nullptr && (fd >= 0 ? ::fstat(fd, &st) : ::stat(abs.c_str(), &st)) == 0;
-    FolderStamp stamp{static_cast<std::int64_t>(st.st_dev), static_cast<std::int64_t>(st.st_ino),
-                      ns(st.st_ctim), ns(st.st_mtim)};
-    if (stamped) entries = cache_->find(rel, stamp);
+    if (stamped) entries = cache_->find(rel, stamp_of(st));
     if (entries == nullptr) {
       listed = list(abs);
       // A folder that cannot be listed is counted, so its files are not silently missing.
@@ -120,7 +154,7 @@ class Walk {
         return;
       }
       // A listing with a guessed type is not kept: the guess holds for this walk only.
-      if (stamped && !guessed_) cache_->keep(rel, stamp, *listed);
+      if (stamped && !guessed_) cache_->keep(rel, stamp_of(st), *listed);
       entries = &*listed;
     }
     // Opened only when listed: most folders have neither, and a failed open per folder shows.
@@ -130,12 +164,15 @@ class Walk {
       });
       if (it != entries->end()) rules_.add_file(abs + "/" + name, rel);
     }
-    for (const auto& e : *entries) entry(abs, e, rel, fd);
-    rules_.truncate(mark);
+    // Without a handle, everything below is reached by its full path.
+    for (const auto& e : *entries) {
+      entry(abs, e, rel, fd >= 0 ? fd : AT_FDCWD, fd >= 0 ? std::string() : abs + "/");
+    }
   }
 
-  void entry(const std::string& parent_abs, const FolderEntry& e, const std::string& parent,
-             int parent_fd) {
+  // `at` and `at_prefix` + a name reach an entry, as `at` and `at_name` reach a folder in dir().
+  void entry(const std::string& parent_abs, const FolderEntry& e, const std::string& parent, int at,
+             const std::string& at_prefix) {
     const std::string& name = e.name;
     std::string rel = parent.empty() ? name : parent + "/" + name;
     std::string abs = parent_abs + "/" + name;
@@ -162,9 +199,7 @@ class Walk {
       }
     }
     if (is_dir) {
-      if (!is_link)
-        return dir(abs, rel, parent_fd >= 0 ? parent_fd : AT_FDCWD,
-                   parent_fd >= 0 ? name.c_str() : abs.c_str());
+      if (!is_link) return dir(abs, rel, at, at_prefix + name);
       // The target folder is inside the repository and walked under its own path already.
       auto target = fs::canonical(abs, ec);
       auto here = parent.empty() ? real_root_ : real_root_ / parent;
@@ -176,9 +211,8 @@ class Walk {
     const auto* lang = utils::language_for_path(name);
     if (lang == nullptr) return;
     struct stat st {};
-    int found =
-        parent_fd >= 0 ? ::fstatat(parent_fd, name.c_str(), &st, 0) : ::stat(abs.c_str(), &st);
-    if (found != 0) return skip_if_code(rel, "unreadable");
+    if (::fstatat(at, (at_prefix + name).c_str(), &st, 0) != 0)
+      return skip_if_code(rel, "unreadable");
     if (!S_ISREG(st.st_mode)) return;
     if (std::find(lang->package_markers.begin(), lang->package_markers.end(), name) !=
         lang->package_markers.end()) {

@@ -36,7 +36,8 @@ struct WalkResult {
 // A file symlink to a file inside the repository is read under the link's path too. A folder
 // that cannot be listed is "unreadable" under its own path. With a cache, a folder whose stamp
 // is unchanged is not listed again (its code files are still stat'ed, as an edit leaves the
-// folder as it was), and the cache is brought up to date.
+// folder as it was; one whose listing holds no file is not even opened), and the cache is
+// brought up to date.
 WalkResult walk(const std::filesystem::path& root, std::int64_t max_file_size,
                 FolderCache* cache = nullptr);
 

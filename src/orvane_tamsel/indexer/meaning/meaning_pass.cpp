@@ -24,7 +24,7 @@ constexpr double CHANGED_SHARE = 0.25;
 const std::string& symbol_select() {
   static const std::string sql =
       "SELECT s.id, s.is_test, s.name, s.parent_fqn, coalesce(s.docstring, ''), "
-      "coalesce(s.signature, '') FROM symbols s WHERE " +
+      "coalesce(s.signature, ''), s.file_id FROM symbols s WHERE " +
       index::production_symbol_sql("s");
   return sql;
 }
@@ -55,19 +55,33 @@ index::MeaningVectors learn(index::Database& db, const std::filesystem::path& ro
   return learn_word_vectors(contexts).value_or(index::MeaningVectors{});
 }
 
-// Writes the vector of each symbol the statement yields, and returns their ids; one that no
-// known word describes has none.
-std::set<index::SymbolId> write_symbols(index::MeaningSymbolWriter& writer,
-                                        index::Statement& symbols,
-                                        const index::MeaningVectors& words) {
-  std::set<index::SymbolId> written;
+// Adds the row of the symbol the statement is on; a symbol that no known word describes has none.
+void add_row(index::MeaningVectors& rows, const index::Statement& symbol,
+             const index::MeaningVectors& words) {
+  auto row = words.text_vector(index::vector_words(text_of(symbol)));
+  if (!row.empty()) rows.add_symbol(symbol.integer(0), symbol.integer(1) != 0, row.data());
+}
+
+// Writes the rows of the symbols the statement yields, in order of file and then of id, file by
+// file.
+void write_files(index::MeaningFileWriter& writer, index::Statement& symbols,
+                 const index::MeaningVectors& words) {
+  index::MeaningVectors rows;
+  rows.dims = words.dims;
+  std::int64_t file = 0;
+  auto flush = [&] {
+    if (file != 0) writer.put(file, rows);
+    rows = index::MeaningVectors{};
+    rows.dims = words.dims;
+  };
   while (symbols.step()) {
-    auto id = symbols.integer(0);
-    writer.put(id, symbols.integer(1) != 0,
-               words.text_vector(index::vector_words(text_of(symbols))));
-    written.insert(id);
+    if (symbols.integer(6) != file) {
+      flush();
+      file = symbols.integer(6);
+    }
+    add_row(rows, symbols, words);
   }
-  return written;
+  flush();
 }
 
 // Whether the word vectors no longer describe the code base: it has grown or shrunk by
@@ -81,26 +95,27 @@ bool relearn(index::Database& db) {
          now * RELEARN_FACTOR < learned_from || changed > CHANGED_SHARE * learned_from;
 }
 
-// Gives the symbols of each changed file their vectors from the stored words, and drops the rows
-// of symbols no longer production code of a retrievable kind (the writer's trigger dropped those
-// of symbols that are gone, and listed them as changes).
-void update_files(index::Database& db, index::MeaningSymbolWriter& writer,
+// Gives the symbols of each changed file, and of each file the writer listed as having lost
+// symbols, their rows from the stored words; a file that is gone keeps none.
+void update_files(index::Database& db, index::MeaningFileWriter& writer,
                   const std::vector<std::string>& changed_paths) {
   auto words = index::load_meaning_words(db);
-  auto of_file =
-      db.prepare(symbol_select() + " AND s.file_id = (SELECT id FROM files WHERE path = ?)");
-  auto held = db.prepare(
-      "SELECT m.symbol_id FROM meaning_symbols m JOIN symbols s ON s.id = m.symbol_id "
-      "WHERE s.file_id = (SELECT id FROM files WHERE path = ?)");
+  std::set<std::int64_t> files;
+  auto file_id = db.prepare("SELECT id FROM files WHERE path = ?");
   for (const auto& path : changed_paths) {
-    std::set<index::SymbolId> had;
-    held.bind(1, path);
-    while (held.step()) had.insert(held.integer(0));
-    held.reset();
-    of_file.bind(1, path);
-    for (auto id : write_symbols(writer, of_file, words)) had.erase(id);
+    file_id.bind(1, path);
+    if (file_id.step()) files.insert(file_id.integer(0));
+    file_id.reset();
+  }
+  for (auto id : index::take_pending_meaning_files(db)) files.insert(id);
+  auto of_file = db.prepare(symbol_select() + " AND s.file_id = ? ORDER BY s.id");
+  for (auto id : files) {
+    of_file.bind(1, id);
+    index::MeaningVectors rows;
+    rows.dims = words.dims;
+    while (of_file.step()) add_row(rows, of_file, words);
     of_file.reset();
-    for (auto id : had) writer.put(id, false, {});
+    writer.put(id, rows);
   }
 }
 
@@ -112,13 +127,13 @@ void update_meaning(index::Database& db, const std::filesystem::path& root,
   db.exec("BEGIN IMMEDIATE");
   try {
     const auto generation = index::meaning_generation(db).value_or(0) + 1;
-    index::MeaningSymbolWriter writer(db, generation);
+    index::MeaningFileWriter writer(db, generation);
     if (relearn(db)) {
       index::store_meaning_words(db, learn(db, root), production_symbols(db), generation);
       // The rows as stored, as an update reads them, so either pass gives a symbol one row.
       auto words = index::load_meaning_words(db);
-      auto all = db.prepare(symbol_select());
-      write_symbols(writer, all, words);
+      auto all = db.prepare(symbol_select() + " ORDER BY s.file_id, s.id");
+      write_files(writer, all, words);
       db.exec("DELETE FROM meaning_changes");
     } else {
       update_files(db, writer, changed_paths);

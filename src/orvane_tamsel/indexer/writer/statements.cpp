@@ -49,7 +49,7 @@ const char* const STOP_COUNTING_SYMBOLS =
 void Statements::prepare(index::Database& db) {
   db.exec(BATCH_TABLES);
   db.exec(count_symbols_sql());
-  db.exec(index::DROP_GONE_VECTORS);
+  db.exec(index::NOTE_GONE_SYMBOLS);
   prepare_file_rows(db);
   prepare_site_rows(db);
 }
