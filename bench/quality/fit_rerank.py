@@ -38,7 +38,7 @@ SETS = [
 
 # The inputs in the order tamsel_quality --dump writes them.
 INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", "docstring",
-          "callers", "function", "test", "thing", "exported", "senses"]
+          "callers", "function", "test", "thing", "exported", "senses", "spelled"]
 IX = {name: i for i, name in enumerate(INPUTS)}
 
 # The weights as retrieval.cpp set them by hand: fusion (widened, named, meaning) and the rerank
@@ -47,7 +47,7 @@ HAND = {
     "fuse_widened": 0.8, "fuse_named": 1.0, "fuse_meaning": 0.5,
     "in_name": 0.6, "whole": 0.4, "in_path": 0.2, "docstring": 0.12, "callers": 0.08,
     "function": 0.12, "test": -0.8, "thing": -0.4, "exported": 0.24, "meaning": 0.3,
-    "senses": 0.1, "depth": 60,
+    "senses": 0.1, "spelled": 1.0, "depth": 60,
 }
 RERANKED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "thing",
             "exported", "meaning", "senses"]
@@ -121,7 +121,7 @@ def places(w, x, valid, hit):
     bottom = sorted_fused[np.arange(n), np.maximum(last, 0)]
     spread = np.where(top > bottom, top - bottom, 1.0)
     model = (fused - bottom[:, None]) / spread[:, None]
-    for name in RERANKED + ["test"]:
+    for name in RERANKED + ["test", "spelled"]:
         model = model + w[name] * x[..., IX[name]]
     # The head by the model, then the rest in fused order; ties keep the fused order.
     score = np.where(head, 1e6 + model, -pos.astype(float))
@@ -224,7 +224,7 @@ SIMPLE_NAMES = ["in_name", "whole", "meaning", "thing"]
 
 def simple_start():
     w = {k: 0.0 for k in RERANKED}
-    w.update({k: HAND[k] for k in ["fuse_widened", "fuse_named", "fuse_meaning", "test", "depth"]})
+    w.update({k: HAND[k] for k in ["fuse_widened", "fuse_named", "fuse_meaning", "test", "spelled", "depth"]})
     w.update({k: HAND[k] for k in SIMPLE_NAMES})
     return w
 

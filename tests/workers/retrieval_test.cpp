@@ -142,6 +142,13 @@ TEST(HybridRetriever, RanksTheShopFixture) {
     EXPECT_EQ(fqns(*index, retriever.retrieve(q, 5, false, true)).front(), "shop.cart.Cart") << q;
   }
   for (const auto& n : names) EXPECT_EQ(n.rfind("tests", 0), std::string::npos) << n;
+  // A name spelled as code leads, even a test's among the code it tests.
+  for (const auto* name : {"test_add_and_total", "test_discount_through_helper"}) {
+    auto q = "how does " + std::string(name) + " work";
+    auto spelled = fqns(*index, retriever.retrieve(q, 5, true, true));
+    ASSERT_FALSE(spelled.empty()) << q;
+    EXPECT_TRUE(spelled.front().ends_with(std::string(".") + name)) << q << ": " << spelled.front();
+  }
   auto with_tests = fqns(*index, retriever.retrieve("test cart total", 20, true, false));
   EXPECT_TRUE(std::any_of(with_tests.begin(), with_tests.end(), [](const std::string& n) {
     return n.find("test_") != std::string::npos;

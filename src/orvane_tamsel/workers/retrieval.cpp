@@ -119,6 +119,10 @@ constexpr double W_MEANING_RERANK = 0.8;
 // WordNet's cosine of the question with the words of the symbol's fqn: meets what the question
 // says in other words ("calculate" for compute).
 constexpr double W_SENSES = 0.1;
+// A word spelled like code that is the symbol's name ("test_total_applies_discount",
+// "Cart.total"): the asker named it, so it leads. Set by hand, not fitted: the question sets
+// hardly ever spell a name, and the fit weighed the broader whole-name feature to 0.
+constexpr double W_SPELLED = 1.0;
 // A class (or other thing) listed for a question that asks how something is done: the function
 // that does it answers better, even when the question names the class ("check the fields of a
 // form": Form.full_clean, not Form).
@@ -459,6 +463,11 @@ void read_features(Candidate& c, const Question& q, const std::set<std::string>&
   in.test = s.is_test;
   in.thing = q.asks_action && is_thing(s.kind);
   in.exported = exported(inner, *c.path);
+  in.spelled = std::any_of(q.words.begin(), q.words.end(), [&](const std::string& w) {
+    return utils::reads_as_code(w) &&
+           (w == s.name || (s.fqn.size() > w.size() && s.fqn.ends_with(w) &&
+                            s.fqn[s.fqn.size() - w.size() - 1] == '.'));
+  });
 }
 
 // The decision model: the fused score spread over the head (0..1) and the weighted features.
@@ -467,7 +476,7 @@ double model_score(const RerankInputs& in, double spread_fused) {
   return spread_fused + W_NAME_WORD * in.in_name + W_EXACT_NAME * in.whole + W_PATH * in.in_path +
          W_DOCSTRING * in.docstring + W_CALLERS * in.callers + W_KIND * in.function +
          W_TEST * in.test - W_ACTION * in.thing + W_EXPORTED * in.exported +
-         W_MEANING_RERANK * in.meaning + W_SENSES * in.senses;
+         W_MEANING_RERANK * in.meaning + W_SENSES * in.senses + W_SPELLED * in.spelled;
 }
 
 // Reads the decision model's features of the first `count` candidates.

@@ -43,6 +43,7 @@ struct RerankInputs {
   double thing = 0;      // a class or other thing, for a question that asks how to do something
   double exported = 0;   // a Go name its package exports
   double senses = 0;     // WordNet cosine of the question with the fqn's words
+  double spelled = 0;    // a word spelled like code is its name (or the end of its fqn)
 };
 
 // A fused candidate with what the rerank reads of it.
