@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 #include <string>
@@ -56,13 +57,45 @@ int place(index::Repository& repo, const std::vector<index::SymbolId>& ids,
   return 0;
 }
 
+// BM25 alone over the question's terms, the first DEPTH.
+std::vector<index::SymbolId> bm25_alone(index::Repository& repo, const std::string& question) {
+  std::string match;
+  for (const auto& t : utils::query_terms(question)) {
+    match += (match.empty() ? "\"" : " OR \"") + t + "\"";
+  }
+  std::vector<index::SymbolId> ids;
+  for (const auto& s : repo.search_text(match, DEPTH, false)) ids.push_back(s.id);
+  return ids;
+}
+
+// One JSON line per question: its text, expected fqns, BM25's place, and every fused candidate
+// with what the rerank reads of it, for fitting the rerank's weights offline (fit_rerank.py).
+void dump_candidates(workers::HybridRetriever& retriever, const Question& q, int bm25_place,
+                     std::ostream& out) {
+  nlohmann::json line{{"question", q.text}, {"expected", q.expected}, {"bm25", bm25_place}};
+  auto& rows = line["candidates"] = nlohmann::json::array();
+  for (const auto& c : retriever.candidates(q.text, false)) {
+    const auto& in = c.inputs;
+    rows.push_back({{"fqn", c.fqn},
+                    {"path", c.path},
+                    {"fused", c.fused},
+                    {"f",
+                     {in.text, in.widened, in.named, in.meaning, in.in_name, in.whole, in.in_path,
+                      in.docstring, in.callers, in.function, in.test, in.thing, in.exported,
+                      in.senses, in.spelled}}});
+  }
+  out << line.dump() << "\n";
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   // --held: every question of the file is held out (a round's questions kept for its last run).
   const bool all_held = argc == 4 && std::string(argv[3]) == "--held";
-  if (argc != 3 && !all_held) {
-    std::cerr << "usage: tamsel_quality INDEXED_REPOSITORY QUESTIONS.tsv [--held]\n";
+  // --dump FILE: the candidates and their features, one JSON line per question, no figures.
+  const bool dump = argc == 5 && std::string(argv[3]) == "--dump";
+  if (argc != 3 && !all_held && !dump) {
+    std::cerr << "usage: tamsel_quality INDEXED_REPOSITORY QUESTIONS.tsv [--held | --dump FILE]\n";
     return 2;
   }
   auto repo = index::open_repository(argv[1]);
@@ -70,6 +103,13 @@ int main(int argc, char** argv) {
                                      index::open_learned_embedder(argv[1]),
                                      workers::word_sense_embedder());
   auto questions = read_questions(argv[2]);
+  if (dump) {
+    std::ofstream out(argv[4]);
+    for (const auto& q : questions) {
+      dump_candidates(retriever, q, place(*repo, bm25_alone(*repo, q.text), q.expected), out);
+    }
+    return out ? 0 : 1;
+  }
   // A misspelt expected symbol would count as a miss for every method alike.
   for (const auto& q : questions) {
     for (const auto& fqn : q.expected) {
@@ -98,12 +138,7 @@ int main(int argc, char** argv) {
     for (const auto& h : retriever.retrieve(q.text, DEPTH, false, false).hits) {
       fused.push_back(h.symbol.id);
     }
-    std::string match;
-    for (const auto& t : utils::query_terms(q.text)) {
-      match += (match.empty() ? "\"" : " OR \"") + t + "\"";
-    }
-    std::vector<index::SymbolId> bm25;
-    for (const auto& s : repo->search_text(match, DEPTH, false)) bm25.push_back(s.id);
+    auto bm25 = bm25_alone(*repo, q.text);
     int h = place(*repo, hybrid, q.expected), b = place(*repo, bm25, q.expected);
     int f = place(*repo, fused, q.expected);
     const std::size_t half = all_held ? 1 : i % 2;

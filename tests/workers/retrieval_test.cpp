@@ -28,6 +28,9 @@ TEST(QueryTerms, KeywordsCodeWordsAndTestQueries) {
               ElementsAre("cart", "apply_discount", "apply", "discount", "discounts"));
   EXPECT_THAT(query_terms("where is parseHTTPHeader2 used"),
               ElementsAre("parsehttpheader2", "parse", "http", "header", "2"));
+  // Negation and "one" say nothing about which code is meant.
+  EXPECT_THAT(query_terms("check whether one path is not a symlink"),
+              ElementsAre("check", "path", "symlink"));
   for (const char* w : {"apply_discount", "cli_tools", "Offloader", "Cart", "getX", "md5sum"}) {
     EXPECT_TRUE(reads_as_code(w)) << w;
   }
@@ -116,11 +119,36 @@ TEST(HybridRetriever, RanksTheShopFixture) {
   ASSERT_FALSE(r.hits.empty());
   EXPECT_EQ(fqns(*index, r).front(), "shop.pricing.apply_discount");
   EXPECT_EQ(r.hits.front().symbol.path, "src/shop/pricing.py");
+  // What the rerank reads: the candidates in the order retrieve lists them unreordered, each with
+  // its inputs (apply_discount is called by Cart.total).
+  auto unordered = fqns(*index, retriever.retrieve("how are discounts applied", 5, false, false));
+  auto candidates = retriever.candidates("how are discounts applied", false);
+  ASSERT_GE(candidates.size(), unordered.size());
+  for (std::size_t i = 0; i < unordered.size(); ++i) EXPECT_EQ(candidates[i].fqn, unordered[i]);
+  auto apply = std::find_if(candidates.begin(), candidates.end(),
+                            [](const auto& c) { return c.fqn == "shop.pricing.apply_discount"; });
+  ASSERT_NE(apply, candidates.end());
+  EXPECT_GT(apply->inputs.text, 0);
+  EXPECT_GT(apply->inputs.in_name, 0);
+  EXPECT_GT(apply->inputs.callers, 0);
+  EXPECT_EQ(apply->inputs.function, 1);
+  EXPECT_EQ(apply->inputs.thing, 0);
 
   // An exact name wins even when it is a plain word; test code stays out unless asked for.
   auto names = fqns(*index, retriever.retrieve("Cart total", 10, false, true));
   EXPECT_EQ(names.front(), "shop.cart.Cart.total");
+  // A question that names only a class asks about the class, not one of its methods.
+  for (const auto* q : {"Cart", "how does Cart work"}) {
+    EXPECT_EQ(fqns(*index, retriever.retrieve(q, 5, false, true)).front(), "shop.cart.Cart") << q;
+  }
   for (const auto& n : names) EXPECT_EQ(n.rfind("tests", 0), std::string::npos) << n;
+  // A name spelled as code leads, even a test's among the code it tests.
+  for (const auto* name : {"test_add_and_total", "test_discount_through_helper"}) {
+    auto q = "how does " + std::string(name) + " work";
+    auto spelled = fqns(*index, retriever.retrieve(q, 5, true, true));
+    ASSERT_FALSE(spelled.empty()) << q;
+    EXPECT_TRUE(spelled.front().ends_with(std::string(".") + name)) << q << ": " << spelled.front();
+  }
   auto with_tests = fqns(*index, retriever.retrieve("test cart total", 20, true, false));
   EXPECT_TRUE(std::any_of(with_tests.begin(), with_tests.end(), [](const std::string& n) {
     return n.find("test_") != std::string::npos;

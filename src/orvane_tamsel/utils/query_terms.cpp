@@ -24,7 +24,7 @@ const std::unordered_set<std::string> STOP_WORDS = {
     "would",  "you",     "your",   "find",        "show",      "tell",    "explain", "happens",
     "work",   "works",   "code",   "implemented", "implement", "defined", "define",  "handled",
     "handle", "handles", "called", "call",        "calls",     "does",    "way",     "ways",
-    "place",  "places"};
+    "place",  "places",  "not",    "one",         "whether"};
 
 // Capitalised words that start sentences in plain English; everything else capitalised and
 // identifier-shaped is read as a name in code.

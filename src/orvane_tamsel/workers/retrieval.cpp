@@ -64,103 +64,75 @@ HybridRetriever::HybridRetriever(index::Repository& repository,
 namespace detail {
 
 // BM25 over the question's own words is the backbone: its scores divided by the first hit's keep
-// how far ahead its first answer is, which the reciprocal rank fusion used before threw away
-// (there, any symbol on both lists passed BM25's first hit, and the fused list lost questions
-// that BM25 alone answered first). The other signals are bounded additions to that score:
+// how far ahead its first answer is. The other signals are bounded additions to that score:
 // - a symbol on the exact-name list gets between NAME_BOOST / 2 and NAME_BOOST, by how many
-//   question words its fqn holds, so that it passes BM25's first hit only when BM25 ranks it
-//   within that margin of the top;
+//   question words its fqn holds;
 // - a symbol found only by the search widened with the code base's own words scores its
-//   widened BM25 share times WIDENED_WEIGHT: an expanded match ranks below an own-word match.
-// Chosen on the tuning half of bench/quality over the grids 0.3 to 1 and 0 to 1 by picking on one
-// fold (every other tuning question) and checking on the other, in both directions: the name
-// boost 1 was best on fold A (+2 top-1 in the standard library) and level on fold B; the
-// widened weight changed no top-1 and 0.8 one top-5 on fold A.
+//   widened BM25 share times WIDENED_WEIGHT: an expanded match ranks below an own-word match;
+// - the meaning vectors learned from the repository: every candidate gains MEANING_WEIGHT x its
+//   cosine with the question, and the MEANING_CANDIDATES symbols nearest the question join the
+//   candidates with that alone, so a symbol that says what was asked in other words can pass one
+//   that only shares a word.
+//
+// The widened and meaning weights, the rerank's depth and its weights below were fitted together
+// by bench/quality/fit_rerank.py: coordinate ascent on MRR@10 over all 426 questions of
+// bench/quality's tuning and spent sets (three corpora), from the earlier hand-set values. Fitted
+// on the tuning files alone, they gave the spent files top-1 25 and top-5 48 of 150 against 22 and
+// 45 for the hand-set weights; fitted without one corpus, that corpus 182 and 267 of 426 against
+// 179 and 267 (the hand-set weights had seen every corpus): about as good, a little better on
+// questions written later. The name boost stays at 1 by hand: few questions of the sets spell a
+// name, and with the fitted 0.25 a question naming a test or a class no longer listed it first.
 constexpr double NAME_BOOST = 1.0;
-constexpr double WIDENED_WEIGHT = 0.8;
+constexpr double WIDENED_WEIGHT = 0.25;
+constexpr double MEANING_WEIGHT = 1.0;
+constexpr int MEANING_CANDIDATES = 20;
 // Run-together names are tried from the first terms only, neighbouring pairs in both orders.
 constexpr std::size_t MAX_COMPOUND_TERMS = 8;
 // Shorter run-together words are found inside names by chance.
 constexpr std::size_t MIN_COMPOUND = 6;
 // How many candidates each signal contributes before fusion, and how many fused hits the
-// decision model reorders. 60 rather than 30 once the name feature matched loosely: it lets a
-// well-named symbol from further down reach the top (tuning half: top-1 up by one question on
-// Django, level on the standard library).
+// decision model reorders (10 to 200 tried by the fit; 60 held in every fold).
 constexpr int CANDIDATES = 100;
 constexpr int RERANK_DEPTH = 60;
 
-// Decision-model weights, set by hand from what an answer should list first: a symbol named by
-// the question beats one that mentions it, production code beats tests, and documented,
-// often-called functions beat helpers. The fused score is spread over 0..1 across the
-// reordered head and keeps the largest weight, so that one feature moves a hit a few places, not
-// from the bottom of the head to the top. The first hand-set values were twice these; the first
-// run of bench/quality showed the features overturning the fused order, so every feature weight
-// was halved once. Later checks on the tuning halves only (odd-numbered questions of both
-// corpora), over small grids: the name weight 0.15 to 0.5, the exact name 0.05 to 0.2, callers
-// 0.02 to 0.05, kind 0 to 0.06, a penalty of 0 to 0.1 for private `_names` and 0 to 0.1 for the
-// share of terms in the docstring's first sentence all moved at most one question either way, so
-// the weights stayed and the last two features were left out (the docstring's first sentence was
-// tried again at 0.15 later: one question up, one down). No weight was set by looking at one
-// question.
-constexpr double W_FUSED = 1.0;        // fused score, scaled to 0..1
-constexpr double W_NAME_WORD = 0.15;   // share of the question's terms met by words of the fqn
-                                       // inside its file (the path feature covers the module),
-                                       // each term weighted by its idf among names
-constexpr double W_EXACT_NAME = 0.10;  // a term is the whole name, or has its stem
-constexpr double W_PATH = 0.05;        // a term appears in the path
-constexpr double W_DOCSTRING = 0.03;
-constexpr double W_CALLERS = 0.02;  // per log2(1 + callers), capped at 4 doublings
-// A top-level function rather than a method: a question asks how something is done, which a
-// class answers no better than its methods.
-constexpr double W_KIND = 0.03;
-constexpr double W_TEST = -0.20;
+// Decision-model weights, against the fused score spread over 0..1 across the reordered head
+// (weight 1), fitted as above.
+constexpr double W_NAME_WORD = 0.4;   // share of the question's terms met by words of the fqn
+                                      // inside its file (the path feature covers the module),
+                                      // each term weighted by its idf among names
+constexpr double W_EXACT_NAME = 0.0;  // a term is the whole name, or has its stem: fitted to 0,
+                                      // read still so that a refit can weigh it
+constexpr double W_PATH = 0.2;        // a term appears in the path
+constexpr double W_DOCSTRING = 0.3;
+constexpr double W_CALLERS = 0.1;  // per log2(1 + callers), capped at 4 doublings
+// A top-level function rather than a method or closure.
+constexpr double W_KIND = 0.05;
+// Test code: a candidate only for a question about tests, which asks for it, so no penalty (it
+// was -0.8 by hand; the question sets never list tests, so the fit cannot weigh it).
+constexpr double W_TEST = 0.0;
 // A Go name its package exports: a question from outside the package asks for its API, not the
-// unexported helpers and bundled copies that repeat its words. 0.03, 0.06, 0.1 and 0.15 tried on
-// Go's tuning half: 0.06 one question up at top-1 on one fold, level on the other; 0.1 and more
-// cost two top-5 answers.
-constexpr double W_EXPORTED = 0.06;
-// The features above were set against a fused score of reciprocal ranks, whose head is flat; BM25
-// scores fall faster, so the same features need a larger scale to weigh what they weighed there.
-// One scale for all of them, so the hand-set proportions stay: on the tuning half, 1 to 8 tried,
-// picked on one fold and checked on the other in both directions; 4 begins the plateau (fold A
-// 22 and fold B 22 top-1 of 41 each, both corpora; 1.5 gave 21 and 19).
-constexpr double FEATURE_SCALE = 4.0;
-// How near the question's meaning the words of the symbol's fqn are (the embedder's cosine, 0..1):
-// meets what the question says in other words ("calculate" for compute, "decompressed" for
-// decompression). 0.05 to 0.4 tried the same way: 0.1 gave one more standard-library question
-// (fold B), none lost; 0.4 lost three.
-constexpr double W_MEANING = 0.1;
-// The meaning vectors learned from the repository: the question's vector against each symbol's
-// (cosine). Every fused candidate gains MEANING_WEIGHT x cosine, and the symbols nearest the
-// question join the candidates with that alone, so a symbol that says what was asked in other
-// words can pass one that only shares a word.
-// Chosen on the tuning halves of bench/quality over 0.25, 0.5 and 1 (fusion), 0, 0.3 and 0.6
-// (rerank) and 20, 50 or 100 candidates: every setting moved one to three questions of 82 either
-// way; 0.5 and 0.3 gave the most top-5 answers on both corpora (standard library 39 -> 41,
-// Django 28 -> 29) for one Django top-1 lost.
-constexpr double MEANING_WEIGHT = 0.5;
-constexpr int MEANING_CANDIDATES = 20;
-// The same cosine as a rerank feature: the fused score is spread over the head, which flattens
-// what the meaning added there.
-constexpr double W_MEANING_RERANK = 0.3;
+// unexported helpers and bundled copies that repeat its words.
+constexpr double W_EXPORTED = 0.4;
+// The learned meaning's cosine once more: spreading the fused score over the head flattens what
+// it added there.
+constexpr double W_MEANING_RERANK = 0.8;
+// WordNet's cosine of the question with the words of the symbol's fqn: meets what the question
+// says in other words ("calculate" for compute).
+constexpr double W_SENSES = 0.1;
+// A word spelled like code that is the symbol's name ("test_total_applies_discount",
+// "Cart.total"): the asker named it, so it leads. Set by hand, not fitted: the question sets
+// hardly ever spell a name, and the fit weighed the broader whole-name feature to 0.
+constexpr double W_SPELLED = 1.0;
 // A class (or other thing) listed for a question that asks how something is done: the function
 // that does it answers better, even when the question names the class ("check the fields of a
-// form": Form.full_clean, not Form, which the whole-name feature favours). Tuning halves, top-1:
-// 0, 0.03 and 0.06 level; 0.1 gave Django two more (fold B) and the standard library one fewer
-// (fold A).
-constexpr double W_ACTION = 0.1;
+// form": Form.full_clean, not Form).
+constexpr double W_ACTION = 0.6;
 
-// The question's vector from the embedder that holds the symbols', the symbols nearest it, and
-// the cosine of every fused candidate with it.
+// The question's vector from the embedder that holds the symbols', and the symbols nearest it.
 struct Meaning {
   index::Embedder* embedder = nullptr;  // null: the meaning signal is off
   std::vector<float> asked;             // empty: no word of it is known
   std::vector<index::ScoredSymbol> nearest;
-  std::map<index::SymbolId, double> similarity;
-  double of(index::SymbolId id) const {
-    auto it = similarity.find(id);
-    return it == similarity.end() ? 0.0 : it->second;
-  }
 };
 
 std::string match_expression(const std::vector<std::string>& terms) {
@@ -172,31 +144,32 @@ std::string match_expression(const std::vector<std::string>& terms) {
   return match;
 }
 
-std::map<index::SymbolId, double> fuse(
+// The candidates of every signal with the parts of their fused scores.
+std::map<index::SymbolId, RerankInputs> fuse(
     const std::vector<index::ScoredSymbol>& bm25, const std::vector<index::ScoredSymbol>& widened,
-    const std::vector<std::pair<std::size_t, const index::Symbol*>>& named, Meaning& meaning) {
-  std::map<index::SymbolId, double> fused;
+    const std::vector<std::pair<std::size_t, const index::Symbol*>>& named,
+    const Meaning& meaning) {
+  std::map<index::SymbolId, RerankInputs> parts;
   const double top = bm25.empty() ? 0.0 : bm25.front().score;
-  for (const auto& hit : bm25) fused[hit.id] = top > 0 ? hit.score / top : 0.0;
+  for (const auto& hit : bm25) parts[hit.id].text = top > 0 ? hit.score / top : 0.0;
   const double wide_top = widened.empty() ? 0.0 : widened.front().score;
-  for (const auto& hit : widened) {
-    double& f = fused[hit.id];
-    if (wide_top > 0) f = std::max(f, WIDENED_WEIGHT * hit.score / wide_top);
-  }
+  for (const auto& hit : widened) parts[hit.id].widened = wide_top > 0 ? hit.score / wide_top : 0.0;
   const double most = named.empty() ? 0.0 : static_cast<double>(named.front().first);
   for (const auto& [shared, symbol] : named) {
-    fused[*symbol->id] += NAME_BOOST * (0.5 + 0.5 * (static_cast<double>(shared) + 1) / (most + 1));
+    parts[*symbol->id].named += 0.5 + 0.5 * (static_cast<double>(shared) + 1) / (most + 1);
   }
-  if (meaning.asked.empty()) return fused;
-  for (const auto& hit : meaning.nearest) fused.emplace(hit.id, 0.0);
+  if (meaning.asked.empty()) return parts;
+  for (const auto& hit : meaning.nearest) parts.emplace(hit.id, RerankInputs{});
   std::vector<index::SymbolId> ids;
-  for (const auto& [id, score] : fused) ids.push_back(id);
+  for (const auto& [id, p] : parts) ids.push_back(id);
   auto cosines = meaning.embedder->similarities(meaning.asked, ids);
-  for (std::size_t i = 0; i < ids.size(); ++i) {
-    meaning.similarity[ids[i]] = cosines[i];
-    fused[ids[i]] += MEANING_WEIGHT * std::max(0.0, cosines[i]);
-  }
-  return fused;
+  for (std::size_t i = 0; i < ids.size(); ++i) parts[ids[i]].meaning = cosines[i];
+  return parts;
+}
+
+double fused_score(const RerankInputs& p) {
+  return std::max(p.text, WIDENED_WEIGHT * p.widened) + NAME_BOOST * p.named +
+         MEANING_WEIGHT * std::max(0.0, p.meaning);
 }
 
 }  // namespace detail
@@ -362,21 +335,22 @@ struct Candidate {
   double score;
   const index::Symbol* symbol;
   const std::string* path;
+  RerankInputs inputs;
 };
 
 using Found = std::map<index::SymbolId, std::pair<index::Symbol, std::string>>;
 
 // The fused symbols the retriever may list, best first (ties by id).
-std::vector<Candidate> candidates_of(const std::map<index::SymbolId, double>& fused,
+std::vector<Candidate> candidates_of(const std::map<index::SymbolId, RerankInputs>& fused,
                                      const Found& found, bool include_tests) {
   std::vector<Candidate> candidates;
-  for (const auto& [id, score] : fused) {
+  for (const auto& [id, parts] : fused) {
     auto it = found.find(id);
     if (it == found.end()) continue;
     const auto& symbol = it->second.first;
     if (RETRIEVABLE_KINDS.count(symbol.kind) == 0) continue;
     if (!include_tests && symbol.is_test) continue;
-    candidates.push_back({id, score, &symbol, &it->second.second});
+    candidates.push_back({id, detail::fused_score(parts), &symbol, &it->second.second, parts});
   }
   std::stable_sort(candidates.begin(), candidates.end(),
                    [](const Candidate& a, const Candidate& b) {
@@ -414,16 +388,22 @@ bool is_thing(const std::string& kind) {
 
 // A question asks for an action unless it asks which thing: a how-question or an imperative
 // ("validate a form", "how does a form get validated") wants the function that does it, which a
-// class answers no better than its method.
-bool asks_action(const std::vector<std::string>& terms, const std::string& query) {
+// class answers no better than its method. A question whose words are all names in code ("Cart",
+// "how does Cart work") names no action: it asks about what it names.
+bool asks_action(const std::vector<std::string>& terms, const std::vector<std::string>& words,
+                 const std::string& query) {
+  if (std::all_of(words.begin(), words.end(), utils::reads_as_code)) return false;
   static const std::set<std::string> thing_words = {"class",     "classes",    "type",      "types",
                                                     "struct",    "structs",    "interface", "enum",
                                                     "exception", "exceptions", "interfaces"};
   for (const auto& t : terms) {
     if (thing_words.count(t) != 0) return false;
   }
-  auto first = lower_ascii(query.substr(0, query.find(' ')));
-  return first != "what" && first != "which";
+  std::istringstream opening(lower_ascii(query));
+  std::string first, second;
+  opening >> first >> second;
+  // "What happens when ..." asks what the code does.
+  return first != "which" && (first != "what" || second == "happens");
 }
 
 // Visibility by case: every part of the name inside its package begins with an upper-case letter.
@@ -438,8 +418,8 @@ bool exported(const std::string& inner, const std::string& path) {
   return true;
 }
 
-// The decision model's features of one candidate, weighted and summed.
-double features_of(const Candidate& c, const Question& q, const std::set<std::string>& term_set,
+// The decision model's features of one candidate, into its inputs.
+void read_features(Candidate& c, const Question& q, const std::set<std::string>& term_set,
                    StemWeights& weights, std::int64_t callers) {
   using namespace detail;
   const auto& s = *c.symbol;
@@ -473,41 +453,65 @@ double features_of(const Candidate& c, const Question& q, const std::set<std::st
   bool in_path = std::any_of(terms.begin(), terms.end(), [&](const std::string& t) {
     return t.size() > 2 && path.find(t) != std::string::npos;
   });
-  return W_NAME_WORD * in_name + W_EXACT_NAME * whole + W_PATH * in_path +
-         W_DOCSTRING * (s.docstring && !s.docstring->empty()) +
-         W_CALLERS * std::min(4.0, std::log2(1.0 + static_cast<double>(callers))) +
-         W_KIND * function + W_TEST * s.is_test - W_ACTION * (q.asks_action && is_thing(s.kind)) +
-         W_EXPORTED * exported(inner, *c.path);
+  auto& in = c.inputs;
+  in.in_name = in_name;
+  in.whole = whole;
+  in.in_path = in_path;
+  in.docstring = s.docstring && !s.docstring->empty();
+  in.callers = std::min(4.0, std::log2(1.0 + static_cast<double>(callers)));
+  in.function = function;
+  in.test = s.is_test;
+  in.thing = q.asks_action && is_thing(s.kind);
+  in.exported = exported(inner, *c.path);
+  in.spelled = std::any_of(q.words.begin(), q.words.end(), [&](const std::string& w) {
+    return utils::reads_as_code(w) &&
+           (w == s.name || (s.fqn.size() > w.size() && s.fqn.ends_with(w) &&
+                            s.fqn[s.fqn.size() - w.size() - 1] == '.'));
+  });
+}
+
+// The decision model: the fused score spread over the head (0..1) and the weighted features.
+double model_score(const RerankInputs& in, double spread_fused) {
+  using namespace detail;
+  return spread_fused + W_NAME_WORD * in.in_name + W_EXACT_NAME * in.whole + W_PATH * in.in_path +
+         W_DOCSTRING * in.docstring + W_CALLERS * in.callers + W_KIND * in.function +
+         W_TEST * in.test - W_ACTION * in.thing + W_EXPORTED * in.exported +
+         W_MEANING_RERANK * in.meaning + W_SENSES * in.senses + W_SPELLED * in.spelled;
+}
+
+// Reads the decision model's features of the first `count` candidates.
+void read_head(index::Repository& repository, index::Embedder* word_senses, const Question& q,
+               std::vector<Candidate>& candidates, std::size_t count) {
+  std::vector<index::SymbolId> head;
+  for (std::size_t i = 0; i < count; ++i) head.push_back(candidates[i].id);
+  auto callers = repository.caller_counts(head);
+  std::set<std::string> term_set(q.terms.begin(), q.terms.end());
+  auto weights = stem_weights(repository, q.terms, term_set);
+  std::vector<float> asked;
+  if (word_senses) asked = word_senses->embed(q.query);
+  for (std::size_t i = 0; i < count; ++i) {
+    auto& c = candidates[i];
+    read_features(c, q, term_set, weights, callers.count(c.id) ? callers[c.id] : 0);
+    if (!asked.empty()) {
+      c.inputs.senses =
+          index::cosine(asked, word_senses->embed(detail::inside_module(c.symbol->fqn, *c.path)));
+    }
+  }
 }
 
 // Reorders the head of the candidates by the decision model.
-void rerank(index::Repository& repository, index::Embedder* word_senses,
-            const detail::Meaning& meaning, const Question& q, std::vector<Candidate>& candidates) {
-  using namespace detail;
-  auto depth = std::min<std::size_t>(candidates.size(), RERANK_DEPTH);
-  std::vector<index::SymbolId> head;
-  for (std::size_t i = 0; i < depth; ++i) head.push_back(candidates[i].id);
-  auto callers = repository.caller_counts(head);
+void rerank(index::Repository& repository, index::Embedder* word_senses, const Question& q,
+            std::vector<Candidate>& candidates) {
+  auto depth = std::min<std::size_t>(candidates.size(), detail::RERANK_DEPTH);
+  read_head(repository, word_senses, q, candidates, depth);
   // Fused scores of neighbouring places differ by a few percent; spread the head over 0..1
   // so that the fused order stays the strongest feature.
   double top = candidates.front().score;
   double bottom = candidates[depth - 1].score;
   double spread = top > bottom ? top - bottom : 1.0;
-  std::set<std::string> term_set(q.terms.begin(), q.terms.end());
-  auto weights = stem_weights(repository, q.terms, term_set);
-  std::vector<float> asked;
-  if (word_senses) asked = word_senses->embed(q.query);
   for (std::size_t i = 0; i < depth; ++i) {
     auto& c = candidates[i];
-    auto n = callers.count(c.id) ? callers[c.id] : 0;
-    double features = features_of(c, q, term_set, weights, n);
-    double model = W_FUSED * ((c.score - bottom) / spread) + FEATURE_SCALE * features;
-    model += W_MEANING_RERANK * meaning.of(c.id);
-    if (!asked.empty()) {
-      model += W_MEANING *
-               index::cosine(asked, word_senses->embed(inside_module(c.symbol->fqn, *c.path)));
-    }
-    c.score = model;
+    c.score = model_score(c.inputs, (c.score - bottom) / spread);
   }
   std::stable_sort(candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(depth),
                    [](const Candidate& a, const Candidate& b) { return a.score > b.score; });
@@ -563,6 +567,34 @@ std::vector<std::string> unmatched_terms(index::Repository& repository, const Qu
   return missing;
 }
 
+// The question's fused candidates, best first; they point into `found`.
+std::vector<Candidate> gather(index::Repository& repository, index::Embedder* embedder,
+                              const index::SymbolVectors& held, const Question& q, Found& found) {
+  detail::Meaning meaning;
+  if (held.held) {
+    meaning.embedder = embedder;
+    meaning.asked = embedder->embed(q.query);
+    if (!meaning.asked.empty()) {
+      meaning.nearest =
+          embedder->nearest(meaning.asked, detail::MEANING_CANDIDATES, q.include_tests);
+    }
+  }
+  auto [bm25, widened] = text_hits(repository, q);
+  auto exact = exact_names(repository, q);
+  auto fused = detail::fuse(bm25, widened, named_symbols(repository, q, exact), meaning);
+  std::vector<index::SymbolId> ids;
+  for (const auto& [id, parts] : fused) ids.push_back(id);
+  found = repository.symbols_with_paths(ids);
+  return candidates_of(fused, found, q.include_tests);
+}
+
+Question question_of(const std::string& query, std::vector<std::string> terms, bool include_tests) {
+  auto words = query_words(query, terms);
+  auto compounds = compounds_of(terms);
+  bool action = asks_action(terms, words, query);
+  return {query, std::move(terms), std::move(words), std::move(compounds), include_tests, action};
+}
+
 }  // namespace
 
 RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, bool include_tests,
@@ -574,34 +606,14 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
     return result;
   }
   if (limit <= 0) return result;
-  Question q{query,
-             terms,
-             query_words(query, terms),
-             compounds_of(terms),
-             include_tests,
-             asks_action(terms, query)};
-
+  auto q = question_of(query, std::move(terms), include_tests);
   auto held = embedder_ ? embedder_->symbol_vectors() : index::SymbolVectors{};
   result.meaning_off = !held.held;
   result.meaning_stale = held.stale;
-  detail::Meaning meaning;
-  if (held.held) {
-    meaning.embedder = embedder_.get();
-    meaning.asked = embedder_->embed(query);
-    if (!meaning.asked.empty()) {
-      meaning.nearest =
-          embedder_->nearest(meaning.asked, detail::MEANING_CANDIDATES, include_tests);
-    }
-  }
-  auto [bm25, widened] = text_hits(repository_, q);
-  auto exact = exact_names(repository_, q);
-  auto fused = detail::fuse(bm25, widened, named_symbols(repository_, q, exact), meaning);
-  std::vector<index::SymbolId> ids;
-  for (const auto& [id, score] : fused) ids.push_back(id);
-  auto found = repository_.symbols_with_paths(ids);
-  auto candidates = candidates_of(fused, found, include_tests);
+  Found found;
+  auto candidates = gather(repository_, embedder_.get(), held, q, found);
   if (rerank_head && settings_.rerank_results && !candidates.empty()) {
-    rerank(repository_, word_senses_.get(), meaning, q, candidates);
+    rerank(repository_, word_senses_.get(), q, candidates);
   }
 
   result.hits = best_hits(candidates, limit);
@@ -612,6 +624,20 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
   result.unmatched = unmatched_terms(repository_, q, candidates);
   if (!result.unmatched.empty()) result.shortfall = Shortfall::words_unmatched;
   return result;
+}
+
+std::vector<RankedCandidate> HybridRetriever::candidates(const std::string& query,
+                                                         bool include_tests) {
+  auto terms = utils::query_terms(query);
+  if (terms.empty()) return {};
+  auto q = question_of(query, std::move(terms), include_tests);
+  auto held = embedder_ ? embedder_->symbol_vectors() : index::SymbolVectors{};
+  Found found;
+  auto candidates = gather(repository_, embedder_.get(), held, q, found);
+  read_head(repository_, word_senses_.get(), q, candidates, candidates.size());
+  std::vector<RankedCandidate> out;
+  for (const auto& c : candidates) out.push_back({c.id, c.symbol->fqn, *c.path, c.score, c.inputs});
+  return out;
 }
 
 }  // namespace orvane_tamsel::workers

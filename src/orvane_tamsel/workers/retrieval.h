@@ -26,6 +26,35 @@ RetrievalSettings load_settings(const std::filesystem::path& repository_root);
 // The symbol kinds the retriever ranks.
 extern const std::set<std::string> RETRIEVABLE_KINDS;
 
+// What the rerank reads of one candidate, unweighted: the parts of its fused score and the
+// features of the symbol.
+struct RerankInputs {
+  double text = 0;       // BM25 over the question's words, divided by the first hit's
+  double widened = 0;    // BM25 over them widened with the code base's words, likewise
+  double named = 0;      // 0.5 to 1 on the exact-name list (by question words in the fqn), else 0
+  double meaning = 0;    // cosine with the question in the learned vectors
+  double in_name = 0;    // idf-weighted share of the question's terms met by words of the fqn
+  double whole = 0;      // a term is the whole name, or has its stem
+  double in_path = 0;    // a term appears in the path
+  double docstring = 0;  // it has one
+  double callers = 0;    // log2(1 + callers), capped at 4
+  double function = 0;   // a top-level function
+  double test = 0;       // test code
+  double thing = 0;      // a class or other thing, for a question that asks how to do something
+  double exported = 0;   // a Go name its package exports
+  double senses = 0;     // WordNet cosine of the question with the fqn's words
+  double spelled = 0;    // a word spelled like code is its name (or the end of its fqn)
+};
+
+// A fused candidate with what the rerank reads of it.
+struct RankedCandidate {
+  index::SymbolId id = 0;
+  std::string fqn;
+  std::string path;
+  double fused = 0;
+  RerankInputs inputs;
+};
+
 class HybridRetriever : public Retriever {
  public:
   // Without settings, those of the repository's root. `embedder` holds the symbols' vectors (the
@@ -37,6 +66,9 @@ class HybridRetriever : public Retriever {
                            std::shared_ptr<index::Embedder> word_senses = nullptr);
   RetrievalResult retrieve(const std::string& query, int limit, bool include_tests,
                            bool rerank) override;
+  // Every fused candidate of a question, best fused first, with the rerank's inputs for each:
+  // what its weights are fitted on (bench/quality/fit_rerank.py).
+  std::vector<RankedCandidate> candidates(const std::string& query, bool include_tests);
 
  private:
   index::Repository& repository_;
