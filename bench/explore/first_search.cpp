@@ -3,8 +3,6 @@
 // search, which reads every symbol's row, and a second one, which only scans them. CPU time of the
 // calling thread, p50 over RUNS fresh embedders.
 // Usage: first_search REPO RUNS
-#include <time.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -12,15 +10,11 @@
 
 #include "orvane_tamsel/index/sqlite_embedder.h"
 
+#include "cpu_time.h"
+
 using namespace orvane_tamsel;
 
 namespace {
-
-double thread_cpu_ms() {
-  timespec t{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-  return static_cast<double>(t.tv_sec) * 1e3 + static_cast<double>(t.tv_nsec) / 1e6;
-}
 
 double median(std::vector<double> t) {
   std::sort(t.begin(), t.end());

@@ -2,8 +2,6 @@
 // wall time per call, and the calling thread's CPU time, which other work on the machine barely
 // moves.
 // Usage: inprocess REPO QUERIES.tsv RUNS
-#include <time.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -18,15 +16,11 @@
 #include "orvane_tamsel/workers/retrieval.h"
 #include "orvane_tamsel/workers/wordnet_embedder.h"
 
+#include "cpu_time.h"
+
 using namespace orvane_tamsel;
 
 namespace {
-
-double thread_cpu_ms() {
-  timespec t{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-  return static_cast<double>(t.tv_sec) * 1e3 + static_cast<double>(t.tv_nsec) / 1e6;
-}
 
 double percentile(std::vector<double>& t, double q) {
   std::sort(t.begin(), t.end());

@@ -102,8 +102,9 @@ def load():
     return questions, x, valid, hit
 
 
-def places(w, x, valid, hit):
-    """The place of the first expected answer (0: not in the first DEPTH) under weights w."""
+def fused_order(w, x, valid):
+    """The fused scores under w's fusion (-inf where no candidate), their order and each
+    candidate's place in it."""
     fused = (np.maximum(x[..., IX["text"]], w["fuse_widened"] * x[..., IX["widened"]])
              + w["fuse_named"] * x[..., IX["named"]]
              + w["fuse_meaning"] * np.maximum(0.0, x[..., IX["meaning"]]))
@@ -113,6 +114,13 @@ def places(w, x, valid, hit):
     order = np.argsort(-fused, axis=1, kind="stable")
     pos = np.empty_like(order)
     pos[np.arange(n)[:, None], order] = np.arange(width)[None, :]
+    return fused, order, pos
+
+
+def places(w, x, valid, hit):
+    """The place of the first expected answer (0: not in the first DEPTH) under weights w."""
+    fused, order, pos = fused_order(w, x, valid)
+    n = fused.shape[0]
     depth = int(w["depth"])
     head = (pos < depth) & valid
     sorted_fused = np.take_along_axis(fused, order, axis=1)
@@ -169,14 +177,7 @@ def fit(start, names, x, valid, hit, passes=3):
 def head_inputs(w, x, valid):
     """The fused score spread over the head (0..1) as the first column beside the reranked
     features, and which candidates are in the head, under w's fusion and depth."""
-    fused = (np.maximum(x[..., IX["text"]], w["fuse_widened"] * x[..., IX["widened"]])
-             + w["fuse_named"] * x[..., IX["named"]]
-             + w["fuse_meaning"] * np.maximum(0.0, x[..., IX["meaning"]]))
-    fused = np.where(valid, fused, -np.inf)
-    n, width = fused.shape
-    order = np.argsort(-fused, axis=1, kind="stable")
-    pos = np.empty_like(order)
-    pos[np.arange(n)[:, None], order] = np.arange(width)[None, :]
+    fused, _, pos = fused_order(w, x, valid)
     head = (pos < int(w["depth"])) & valid
     top = np.where(head, fused, -np.inf).max(1)
     bottom = np.where(head, fused, np.inf).min(1)
