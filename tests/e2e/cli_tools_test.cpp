@@ -102,6 +102,26 @@ TEST(CommandLine, EveryToolAnswersAsTheServerDoes) {
   for (const char* fixture : {"lang_go", "lang_ts", "lang_rust", "lang_mixed"}) {
     same_answers(fixture, {});
   }
+
+  // A repository named relative to the working folder (the default `.`) reads an absolute path,
+  // or one that starts with the repository's folder name, as the server does.
+  indexer_test::TempRepo repo("shop");
+  faults_test::Server server(repo.repo());
+  auto name = repo.root().filename().string();
+  for (std::string path : {repo.repo() + "/src/shop/cart.py", name + "/src/shop/cart.py"}) {
+    auto expected = served(server, "explore", {{"query", path}});
+    EXPECT_NE(expected.text.find("\"symbols\""), std::string::npos) << expected.text;
+    auto got = shell("cd " + repo.repo() + " && " + TAMSEL_BINARY + " explore " + path);
+    EXPECT_EQ(got.out, expected.text + "\n") << path;
+    got = shell("cd " + repo.root().parent_path().string() + " && " + TAMSEL_BINARY +
+                " explore --repo " + name + " " + path);
+    EXPECT_EQ(got.out, expected.text + "\n") << path;
+  }
+  // A question typed without quotes is the same question.
+  auto asked = served(server, "explore", {{"query", "how is the cart total computed"}});
+  auto got = shell(std::string(TAMSEL_BINARY) + " explore how is the cart total computed --repo " +
+                   repo.repo());
+  EXPECT_EQ(got.out, asked.text + "\n");
 }
 
 TEST(CommandLine, MemoriesSavedFromTheShellAreTheServersAndArgumentsAreChecked) {
