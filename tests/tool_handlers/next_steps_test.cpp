@@ -8,6 +8,8 @@
 #include "orvane_tamsel/indexer/indexer.h"
 #include "orvane_tamsel/mcp_responses.h"
 #include "orvane_tamsel/tool_handlers/next_steps.h"
+#include "orvane_tamsel/tool_handlers/tools.h"
+#include "orvane_tamsel/tool_registry.h"
 
 using namespace orvane_tamsel;
 using namespace orvane_tamsel::tool_handlers;
@@ -78,4 +80,12 @@ TEST(NextSteps, SuggestedNamesWeighTheOwnerAndAreListedOnce) {
       "jobs.Worker12.run");
   auto declared = suggest_symbols(Json::object(), *index, "rnu_all", "detail")["did_you_mean"];
   EXPECT_EQ(std::count(declared.begin(), declared.end(), "run_all"), 1) << declared;
+  // The symbol tool suggests what explore does.
+  ToolContext context{*index, nullptr, nullptr, {}};
+  try {
+    call_tool("symbol", checked_arguments(*find_tool("symbol"), {{"fqn", "Wrker37.run"}}), context);
+    FAIL();
+  } catch (const ToolError& e) {
+    EXPECT_EQ(error_answer(e)["did_you_mean"][0], "jobs.Worker37.run");
+  }
 }
