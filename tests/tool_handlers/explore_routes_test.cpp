@@ -123,6 +123,16 @@ TEST(ExploreRoutes, TestsOfSymbolsAndFiles) {
   EXPECT_EQ(d.blocks["tests"].size(), 10u);
   EXPECT_TRUE(d.capped);
   EXPECT_EQ(d.blocks["tests"][0]["line"], 40);  // by path, then line
+  // A Go struct holds its methods as a class does; a function is asked alone.
+  repo.by_fqn["shop.Cart"].kind = "struct";
+  Draft s("q", TESTS);
+  tests(repo, s, "shop.Cart", standard);
+  EXPECT_EQ(repo.neighbour_calls.back().ids, (std::vector<index::SymbolId>{1, 2}));
+  repo.by_fqn["shop.Cart"].kind = "function";
+  Draft f1("q", TESTS);
+  tests(repo, f1, "shop.Cart", standard);
+  EXPECT_EQ(repo.neighbour_calls.back().ids, (std::vector<index::SymbolId>{1}));
+  repo.by_fqn["shop.Cart"].kind = "class";
   repo.neighbours = {fakes::neighbour(100, "first", "t.py", 5),
                      fakes::neighbour(101, "x", "a.py", 9),
                      fakes::neighbour(100, "again", "t.py", 5)};
