@@ -52,7 +52,7 @@ TEST(NextSteps, SuggestionsFromTheShopIndex) {
   EXPECT_TRUE(unlike["did_you_mean"].empty());
   EXPECT_EQ(tool_result_text(unlike["next_steps"]),
             R"([{"tool":"search","description":"Search the text of the code",)"
-            R"("arguments":{"action":"code","query":"Qqxxzz"}}])");
+            R"("arguments":{"action":"code","query":"Zzqq.Qqxxzz"}}])");
   for (const std::string& root : {std::string("/"), std::string("./"), repo.repo()}) {
     auto listed = suggest_paths(Json::object(), *index, root, "symbols");
     EXPECT_TRUE(listed["did_you_mean"].empty()) << root;

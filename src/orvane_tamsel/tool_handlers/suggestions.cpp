@@ -158,9 +158,9 @@ Json suggest_symbols(Json map, index::Repository& repository, const std::string&
     steps.push_back(step("symbol", "Look up the nearest indexed symbol",
                          Json{{"fqn", names[0]}, {"action", action}}));
   } else if (!name.empty()) {
-    // No symbol is named alike; the name may still be written in the code (a string, a comment).
+    // No symbol is named alike; the text as asked (README.md, ns::f) may still be in the code.
     steps.push_back(
-        step("search", "Search the text of the code", Json{{"action", "code"}, {"query", name}}));
+        step("search", "Search the text of the code", Json{{"action", "code"}, {"query", target}}));
   }
   map["next_steps"] = steps;
   return map;
