@@ -170,6 +170,12 @@ TEST(CommandLine, TheIndexStaysOutOfGitAndStatusDescribesIt) {
   EXPECT_GT(status["index_bytes"].get<std::int64_t>(), 4096);
   EXPECT_TRUE(std::regex_match(status["last_update"].get<std::string>(),
                                std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)")));
+  // Asked for by path, a skipped file says why it is not there.
+  repo.write("src/shop/latin.py", "name = '\xe9'\n");
+  auto asked = Json::parse(shell(tamsel + "explore src/shop/latin.py --repo " + repo.repo()).out);
+  EXPECT_EQ(asked["notes"], Json({"src/shop/latin.py is not indexed: not utf-8"})) << asked;
+  auto missing = shell(tamsel + "file symbols src/shop/latin.py --repo " + repo.repo()).out;
+  EXPECT_EQ(Json::parse(missing)["not_indexed"], "not utf-8") << missing;
 }
 
 }  // namespace

@@ -52,6 +52,16 @@ TEST(ExploreRoutes, PathFileFolderAndName) {
   EXPECT_EQ(files_named(repo, "Makefile", 10).size(), 2u);
   repo.stems["shop/cli_tools"] = {"shop/cli_tools.py"};
   EXPECT_EQ(module_paths(repo, "shop.cli_tools", 10).size(), 1u);
+
+  // A file the walk left out says why; a path that is nowhere adds no note.
+  repo.skipped["src/big.py"] = "too large";
+  Draft skipped("q", PATH);
+  path(repo, skipped, "./src/big.py", standard);
+  EXPECT_EQ(skipped.notes, (std::vector<std::string>{"src/big.py is not indexed: too large"}));
+  EXPECT_EQ(skipped.facts["found"], false);
+  Draft nowhere("q", PATH);
+  path(repo, nowhere, "src/none.py", standard);
+  EXPECT_TRUE(nowhere.notes.empty());
 }
 
 TEST(ExploreRoutes, IdentifierNamesakesCallersAndFallbacks) {
