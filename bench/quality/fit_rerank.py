@@ -38,13 +38,13 @@ SETS = [
 
 # The inputs in the order tamsel_quality --dump writes them.
 INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", "docstring",
-          "callers", "function", "test", "thing", "exported", "senses", "spelled"]
+          "callers", "function", "test", "thing", "exported", "senses", "spelled", "paired"]
 IX = {name: i for i, name in enumerate(INPUTS)}
 
 # The weights as retrieval.cpp set them by hand: fusion (widened, named, meaning) and the rerank
 # (features already multiplied by FEATURE_SCALE; the action preference is -W_ACTION on `thing`).
 HAND = {
-    "fuse_widened": 0.8, "fuse_named": 1.0, "fuse_meaning": 0.5,
+    "fuse_widened": 0.8, "fuse_named": 1.0, "fuse_meaning": 0.5, "fuse_paired": 0.25,
     "in_name": 0.6, "whole": 0.4, "in_path": 0.2, "docstring": 0.12, "callers": 0.08,
     "function": 0.12, "test": -0.8, "thing": -0.4, "exported": 0.24, "meaning": 0.3,
     "senses": 0.1, "spelled": 1.0, "depth": 60,
@@ -105,7 +105,9 @@ def load():
 def fused_order(w, x, valid):
     """The fused scores under w's fusion (-inf where no candidate), their order and each
     candidate's place in it."""
-    fused = (np.maximum(x[..., IX["text"]], w["fuse_widened"] * x[..., IX["widened"]])
+    paired = w.get("fuse_paired", HAND["fuse_paired"]) * x[..., IX["paired"]]
+    fused = (np.maximum(np.maximum(x[..., IX["text"]], w["fuse_widened"] * x[..., IX["widened"]]),
+                        paired)
              + w["fuse_named"] * x[..., IX["named"]]
              + w["fuse_meaning"] * np.maximum(0.0, x[..., IX["meaning"]]))
     fused = np.where(valid, fused, -np.inf)
@@ -237,7 +239,7 @@ def fused_only():
 # The exact-name boost stays at 1: few questions of the sets spell a name, so the fit barely sees
 # it (0.25 fitted best, 2 top-1 of 426 ahead, in-sample), while a question that names a symbol
 # (a test, a class) should list it first, which bench/answers shows 0.25 no longer did.
-ALL_NAMES = ["fuse_widened", "fuse_meaning"] + RERANKED + ["depth"]
+ALL_NAMES = ["fuse_widened", "fuse_meaning", "fuse_paired"] + RERANKED + ["depth"]
 
 
 def methods(train):

@@ -44,6 +44,7 @@ struct RerankInputs {
   double exported = 0;   // a Go name its package exports
   double senses = 0;     // WordNet cosine of the question with the fqn's words
   double spelled = 0;    // a word spelled like code is its name (or the end of its fqn)
+  double paired = 0;  // BM25 over two of the question's words at once, divided by the first hit's
 };
 
 // A fused candidate with what the rerank reads of it.
