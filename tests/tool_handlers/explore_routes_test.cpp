@@ -152,6 +152,16 @@ TEST(ExploreRoutes, TestsOfSymbolsAndFiles) {
             R"([{"fqn":"x","name":"x","kind":"function","file":"a.py","line":9},)"
             R"({"fqn":"again","name":"again","kind":"function","file":"t.py","line":5}])");
   EXPECT_FALSE(twice.capped);
+  // Eleven distinct tests behind twelve records, one test calling twice among the first eleven:
+  // the answer lists ten and says it is cut, though the first read held only ten distinct.
+  repo.neighbours.clear();
+  for (int i = 0; i < 11; ++i)
+    repo.neighbours.push_back(fakes::neighbour(200 + i, "u" + std::to_string(i), "u.py", i + 1));
+  repo.neighbours.insert(repo.neighbours.begin() + 1, fakes::neighbour(200, "u0", "u.py", 1));
+  Draft eleven("q", TESTS);
+  tests(repo, eleven, "shop.Cart", standard);
+  EXPECT_EQ(eleven.blocks["tests"].size(), 10u);
+  EXPECT_TRUE(eleven.capped);
 
   repo.files["src/cart.py"] = {4, "src/cart.py"};
   index::TestsOfFile ranked;

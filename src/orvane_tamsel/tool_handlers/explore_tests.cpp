@@ -38,17 +38,23 @@ Draft& tests_of_symbol(index::Repository& repository, Draft& draft, const index:
     for (const auto& member : repository.get_symbols_by_file(symbol.file_id))
       if (member.fqn.rfind(prefix, 0) == 0) ids.push_back(member.id.value_or(0));
   }
-  auto callers =
-      repository.evidence_neighbours(ids, index::TestFilter::only, depth.listed + 1, CALLERS);
-  // One record per id, the later one winning, at the place of the id's first record.
+  // One record per id, the later one winning, at the place of the id's first record. A test
+  // calling the symbol twice has two records: read on until one more distinct test than listed
+  // is seen, or there are no more, so that the answer says truly whether it is complete.
   std::vector<index::Neighbour> distinct;
-  for (auto& c : callers) {
-    auto same =
-        std::find_if(distinct.begin(), distinct.end(), [&](const auto& d) { return d.id == c.id; });
-    if (same == distinct.end())
-      distinct.push_back(std::move(c));
-    else
-      *same = std::move(c);
+  for (int limit = depth.listed + 1;; limit *= 2) {
+    auto callers = repository.evidence_neighbours(ids, index::TestFilter::only, limit, CALLERS);
+    const bool all_read = static_cast<int>(callers.size()) < limit;
+    distinct.clear();
+    for (auto& c : callers) {
+      auto same = std::find_if(distinct.begin(), distinct.end(),
+                               [&](const auto& d) { return d.id == c.id; });
+      if (same == distinct.end())
+        distinct.push_back(std::move(c));
+      else
+        *same = std::move(c);
+    }
+    if (all_read || distinct.size() > static_cast<std::size_t>(depth.listed)) break;
   }
   std::stable_sort(distinct.begin(), distinct.end(), [](const auto& a, const auto& b) {
     return std::pair(a.path.value_or(""), a.line.value_or(0)) <
