@@ -5,6 +5,7 @@
 #include <cmath>
 #include <fstream>
 #include <map>
+#include <span>
 #include <sstream>
 #include <stdexcept>
 
@@ -418,6 +419,16 @@ bool exported(const std::string& inner, const std::string& path) {
   return true;
 }
 
+// Where a definition lives for telling answers apart: its file, or its folder where a folder is a
+// package, whose name may be defined once per platform in files of its own (cipher_asm.go,
+// cipher_s390x.go).
+std::string_view home_of(std::string_view path) {
+  const auto* language = utils::language_for_path(path);
+  if (language == nullptr || !language->folder_is_package) return path;
+  auto slash = path.rfind('/');
+  return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
+}
+
 // The decision model's features of one candidate, into its inputs.
 void read_features(Candidate& c, const Question& q, const std::set<std::string>& term_set,
                    StemWeights& weights, std::int64_t callers) {
@@ -433,16 +444,26 @@ void read_features(Candidate& c, const Question& q, const std::set<std::string>&
   }
   // Two neighbouring words run together inside the name meet it both ("URL-safe" and
   // token_urlsafe), though one alone is too short to be looked for inside a name.
+  // The symbol's own name alone (a method's words without its class's) meets some of them.
+  auto own = fqn_stems(s.name);
+  std::set<std::string> met_by_own;
+  for (const auto& t : met) {
+    if (meets(t, own) || inside_name(t, lower_name)) met_by_own.insert(t);
+  }
   const auto& terms = q.terms;
   for (std::size_t k = 0; k + 1 < terms.size() && k + 1 < MAX_COMPOUND_TERMS; ++k) {
     auto compound = terms[k] + terms[k + 1];
     if (compound.size() >= MIN_COMPOUND && lower_name.find(compound) != std::string::npos) {
-      met.insert(stem(terms[k]));
-      met.insert(stem(terms[k + 1]));
+      for (const auto* t : {&terms[k], &terms[k + 1]}) {
+        met.insert(stem(*t));
+        met_by_own.insert(stem(*t));
+      }
     }
   }
   double in_name = 0;
   for (const auto& t : met) in_name += stems[t] / weights.total;
+  double own_name = 0;
+  for (const auto& t : met_by_own) own_name += stems[t] / weights.total;
   auto path = lower_ascii(*c.path);
   // A class named like its module (configparser.ConfigParser) is named by a question that
   // names the module; the path feature counts that word already.
@@ -455,6 +476,7 @@ void read_features(Candidate& c, const Question& q, const std::set<std::string>&
   });
   auto& in = c.inputs;
   in.in_name = in_name;
+  in.own_name = own_name;
   in.whole = whole;
   in.in_path = in_path;
   in.docstring = s.docstring && !s.docstring->empty();
@@ -470,12 +492,33 @@ void read_features(Candidate& c, const Question& q, const std::set<std::string>&
   });
 }
 
+// A class is no answer to a how-question when a function it holds, in the head too, names words
+// of the question that the class's name lacks ("how is a reminder sent for an invoice":
+// Invoice.send_reminder, not Invoice). A class whose functions name nothing more of the question
+// may well be the answer ("log to a file that rotates at midnight": TimedRotatingFileHandler,
+// whose getFilesToDelete only repeats "file").
+void mark_holders(const Question& q, std::vector<Candidate>& candidates, std::size_t count) {
+  if (!q.asks_action) return;
+  auto head = std::span(candidates).first(count);
+  for (auto& holder : head) {
+    if (!is_thing(holder.symbol->kind)) continue;
+    const auto& prefix = holder.symbol->fqn;
+    auto home = home_of(*holder.path);
+    holder.inputs.holder = std::any_of(head.begin(), head.end(), [&](const Candidate& c) {
+      const auto& fqn = c.symbol->fqn;
+      return c.inputs.in_name > holder.inputs.in_name + 1e-9 && !is_thing(c.symbol->kind) &&
+             fqn.size() > prefix.size() + 1 && fqn.starts_with(prefix) &&
+             fqn[prefix.size()] == '.' && home_of(*c.path) == home;
+    });
+  }
+}
+
 // The decision model: the fused score spread over the head (0..1) and the weighted features.
 double model_score(const RerankInputs& in, double spread_fused) {
   using namespace detail;
   return spread_fused + W_NAME_WORD * in.in_name + W_EXACT_NAME * in.whole + W_PATH * in.in_path +
          W_DOCSTRING * in.docstring + W_CALLERS * in.callers + W_KIND * in.function +
-         W_TEST * in.test - W_ACTION * in.thing + W_EXPORTED * in.exported +
+         W_TEST * in.test - W_ACTION * in.holder + W_EXPORTED * in.exported +
          W_MEANING_RERANK * in.meaning + W_SENSES * in.senses + W_SPELLED * in.spelled;
 }
 
@@ -497,6 +540,7 @@ void read_head(index::Repository& repository, index::Embedder* word_senses, cons
           index::cosine(asked, word_senses->embed(detail::inside_module(c.symbol->fqn, *c.path)));
     }
   }
+  mark_holders(q, candidates, count);
 }
 
 // Reorders the head of the candidates by the decision model.
@@ -515,16 +559,6 @@ void rerank(index::Repository& repository, index::Embedder* word_senses, const Q
   }
   std::stable_sort(candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(depth),
                    [](const Candidate& a, const Candidate& b) { return a.score > b.score; });
-}
-
-// Where a definition lives for telling answers apart: its file, or its folder where a folder is a
-// package, whose name may be defined once per platform in files of its own (cipher_asm.go,
-// cipher_s390x.go).
-std::string_view home_of(std::string_view path) {
-  const auto* language = utils::language_for_path(path);
-  if (language == nullptr || !language->folder_is_package) return path;
-  auto slash = path.rfind('/');
-  return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
 }
 
 // The first `limit` candidates; a name defined more than once in one file or package (one
@@ -636,7 +670,9 @@ std::vector<RankedCandidate> HybridRetriever::candidates(const std::string& quer
   auto candidates = gather(repository_, embedder_.get(), held, q, found);
   read_head(repository_, word_senses_.get(), q, candidates, candidates.size());
   std::vector<RankedCandidate> out;
-  for (const auto& c : candidates) out.push_back({c.id, c.symbol->fqn, *c.path, c.score, c.inputs});
+  for (const auto& c : candidates) {
+    out.push_back({c.id, c.symbol->fqn, *c.path, c.symbol->kind, c.score, c.inputs});
+  }
   return out;
 }
 
