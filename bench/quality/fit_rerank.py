@@ -42,8 +42,8 @@ SETS = [
 
 # The inputs in the order tamsel_quality --dump writes them.
 INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", "docstring",
-          "callers", "function", "test", "thing", "exported", "senses", "spelled", "own_name",
-          "holder"]
+          "callers", "function", "test", "thing", "exported", "senses", "spelled", "paired",
+          "own_name", "holder"]
 IX = {name: i for i, name in enumerate(INPUTS)}
 
 RERANKED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "thing",
@@ -142,7 +142,9 @@ def sub(data, mask):
 def fused_order(w, x, valid):
     """The fused scores under w's fusion (-inf where no candidate), their order and each
     candidate's place in it."""
-    fused = (np.maximum(x[..., IX["text"]], w["fuse_widened"] * x[..., IX["widened"]])
+    paired = w["fuse_paired"] * x[..., IX["paired"]]
+    fused = (np.maximum(np.maximum(x[..., IX["text"]], w["fuse_widened"] * x[..., IX["widened"]]),
+                        paired)
              + w["fuse_named"] * x[..., IX["named"]]
              + w["fuse_meaning"] * np.maximum(0.0, x[..., IX["meaning"]]))
     fused = np.where(valid, fused, -np.inf)
@@ -303,7 +305,7 @@ def fit_pairwise(start, columns, data, l2=0.01):
 # (retrieval.cpp until the narrower action preference): the action preference hits every thing
 # listed for a how-question (`thing`).
 SHIPPED = {
-    "fuse_widened": 0.25, "fuse_named": 1.0, "fuse_meaning": 1.0,
+    "fuse_widened": 0.25, "fuse_named": 1.0, "fuse_meaning": 1.0, "fuse_paired": 0.25,
     "in_name": 0.4, "whole": 0.0, "in_path": 0.2, "docstring": 0.3, "callers": 0.1,
     "function": 0.05, "test": 0.0, "thing": -0.6, "exported": 0.4, "meaning": 0.8,
     "senses": 0.1, "spelled": 1.0, "depth": 60, "holder": 0.0, "holder_named": 1,
@@ -319,6 +321,7 @@ def fused_only():
 
 # The exact-name boost stays at 1 (see README: the sets barely spell names, so the fit cannot
 # weigh it, and bench/answers needs a spelled name first).
+# The pair search's weight (fuse_paired) stays as chosen with it, on the tuning files.
 FUSION = ["fuse_widened", "fuse_meaning"]
 BROAD_NAMES = FUSION + RERANKED + ["depth"]
 NARROW_COLUMNS = [k for k in RERANKED if k != "thing"] + ["holder"]

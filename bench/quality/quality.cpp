@@ -83,7 +83,7 @@ void dump_candidates(workers::HybridRetriever& retriever, const Question& q, int
                     {"f",
                      {in.text, in.widened, in.named, in.meaning, in.in_name, in.whole, in.in_path,
                       in.docstring, in.callers, in.function, in.test, in.thing, in.exported,
-                      in.senses, in.spelled, in.own_name, in.holder}}});
+                      in.senses, in.spelled, in.paired, in.own_name, in.holder}}});
   }
   out << line.dump() << "\n";
 }

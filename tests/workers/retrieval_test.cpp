@@ -194,6 +194,33 @@ TEST(HybridRetriever, RanksTheShopFixture) {
   EXPECT_EQ(none.shortfall, Shortfall::no_symbol_matches);
 }
 
+TEST(HybridRetriever, SaysTwoWordsBeyondTheOneWordHits) {
+  indexer_test::TempRepo repo("shop");
+  // 110 names that say "balance" outrank, over the question's words, the one function whose
+  // docstring says both "read" and "archive", words each said by 150 other docstrings.
+  std::string code;
+  for (int i = 0; i < 110; ++i) code += "def balance_" + std::to_string(i) + "():\n    pass\n";
+  for (int i = 0; i < 150; ++i) {
+    code += "def reader_" + std::to_string(i) + "():\n    \"\"\"Read a row.\"\"\"\n";
+    code += "def store_" + std::to_string(i) + "():\n    \"\"\"Keep an archive.\"\"\"\n";
+  }
+  for (int i = 0; i < 100; ++i) code += "def item_" + std::to_string(i) + "():\n    pass\n";
+  code += "def restore():\n    \"\"\"Read the entries back from an archive.\"\"\"\n";
+  repo.write("src/shop/books.py", code);
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+  HybridRetriever retriever(*index, std::nullopt);
+  auto all = retriever.candidates("read the balance from the archive", false);
+  auto restore = std::find_if(all.begin(), all.end(),
+                              [](const auto& c) { return c.fqn == "shop.books.restore"; });
+  ASSERT_NE(restore, all.end());
+  EXPECT_EQ(restore->inputs.text, 0);  // beyond the search over all the words
+  EXPECT_EQ(restore->inputs.paired, 1.0);
+  auto one_word = std::find_if(all.begin(), all.end(),
+                               [](const auto& c) { return c.fqn == "shop.books.reader_0"; });
+  EXPECT_TRUE(one_word == all.end() || one_word->inputs.paired == 0);
+}
+
 TEST(TermMatch, InflectionsAndRunTogetherNamesMeet) {
   using namespace orvane_tamsel::workers::detail;
   auto decompressor = fqn_stems("zipfile._get_decompressor");
