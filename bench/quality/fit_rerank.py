@@ -3,10 +3,12 @@
 
 Reads, per question, every fused candidate with the rerank's inputs (tamsel_quality --dump, run
 here for each set; cached under bench/out/quality/dumps), replays the retriever's ranking offline
-and compares, on the same held-out folds, the hand-set weights, BM25 alone, the fused score alone,
-weights fitted by coordinate ascent on MRR@10, and a rerank with few features.
+and compares, on the same held-out folds, BM25 alone, the fused score alone, the weights fitted
+before, and weights fitted by coordinate ascent on MRR@10 with the action preference on every
+class of a how-question (broad) or only on a class whose function in the head names more of it
+(narrow), and variants of the latter.
 
-Usage: bench/quality/fit_rerank.py [--build DIR] [--redump]
+Usage: bench/quality/fit_rerank.py [--build DIR] [--redump] [--only METHOD,...]
 Prints the figures of every fold and, last, the weights fitted on all questions.
 """
 import argparse
@@ -351,11 +353,16 @@ def methods(train):
     }
 
 
+# What a plain run compares (each fit takes about half a minute per fold).
+DEFAULT = ["fused, no rerank", "weights of 2026-11-27", "broad, fitted", "narrow, fitted"]
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--build", default=os.environ.get("TAMSEL_BUILD", "build"))
     parser.add_argument("--redump", action="store_true")
-    parser.add_argument("--only", help="comma-separated methods to compare (default: all)")
+    parser.add_argument("--only", help="comma-separated methods to compare (default: "
+                        + ", ".join(DEFAULT) + "; the others are variants tried)")
     args = parser.parse_args()
     dump(args.build, args.redump)
     questions, data = load()
@@ -364,7 +371,7 @@ def main():
     corpora = np.array([q["corpus"] for q in questions])
     later = np.array([q["later"] for q in questions])
     bm25 = np.array([q["bm25"] for q in questions])
-    chosen = args.only.split(",") if args.only else None
+    chosen = args.only.split(",") if args.only else DEFAULT
     # What no weight can fix: questions whose expected symbol is not a candidate.
     _, head = head_inputs(SHIPPED, data, [])
     for name, m in [("written before set 3", ~later), ("set 3", later)]:
