@@ -474,14 +474,14 @@ void read_features(Candidate& c, const Question& q, const std::set<std::string>&
   for (const auto& [t, w] : stems) {
     if (meets(t, known_by) || inside_name(t, lower_name)) met.insert(t);
   }
-  // Two neighbouring words run together inside the name meet it both ("URL-safe" and
-  // token_urlsafe), though one alone is too short to be looked for inside a name.
   // The symbol's own name alone (a method's words without its class's) meets some of them.
   auto own = fqn_stems(s.name);
   std::set<std::string> met_by_own;
   for (const auto& t : met) {
     if (meets(t, own) || inside_name(t, lower_name)) met_by_own.insert(t);
   }
+  // Two neighbouring words run together inside the name meet it both ("URL-safe" and
+  // token_urlsafe), though one alone is too short to be looked for inside a name.
   const auto& terms = q.terms;
   for (std::size_t k = 0; k + 1 < terms.size() && k + 1 < MAX_COMPOUND_TERMS; ++k) {
     auto compound = terms[k] + terms[k + 1];
