@@ -102,6 +102,26 @@ TEST(CommandLine, EveryToolAnswersAsTheServerDoes) {
   for (const char* fixture : {"lang_go", "lang_ts", "lang_rust", "lang_mixed"}) {
     same_answers(fixture, {});
   }
+
+  // A repository named relative to the working folder (the default `.`) reads an absolute path,
+  // or one that starts with the repository's folder name, as the server does.
+  indexer_test::TempRepo repo("shop");
+  faults_test::Server server(repo.repo());
+  auto name = repo.root().filename().string();
+  for (std::string path : {repo.repo() + "/src/shop/cart.py", name + "/src/shop/cart.py"}) {
+    auto expected = served(server, "explore", {{"query", path}});
+    EXPECT_NE(expected.text.find("\"symbols\""), std::string::npos) << expected.text;
+    auto got = shell("cd " + repo.repo() + " && " + TAMSEL_BINARY + " explore " + path);
+    EXPECT_EQ(got.out, expected.text + "\n") << path;
+    got = shell("cd " + repo.root().parent_path().string() + " && " + TAMSEL_BINARY +
+                " explore --repo " + name + " " + path);
+    EXPECT_EQ(got.out, expected.text + "\n") << path;
+  }
+  // A question typed without quotes is the same question.
+  auto asked = served(server, "explore", {{"query", "how is the cart total computed"}});
+  auto got = shell(std::string(TAMSEL_BINARY) + " explore how is the cart total computed --repo " +
+                   repo.repo());
+  EXPECT_EQ(got.out, asked.text + "\n");
 }
 
 TEST(CommandLine, MemoriesSavedFromTheShellAreTheServersAndArgumentsAreChecked) {
@@ -150,6 +170,12 @@ TEST(CommandLine, TheIndexStaysOutOfGitAndStatusDescribesIt) {
   EXPECT_GT(status["index_bytes"].get<std::int64_t>(), 4096);
   EXPECT_TRUE(std::regex_match(status["last_update"].get<std::string>(),
                                std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)")));
+  // Asked for by path, a skipped file says why it is not there.
+  repo.write("src/shop/latin.py", "name = '\xe9'\n");
+  auto asked = Json::parse(shell(tamsel + "explore src/shop/latin.py --repo " + repo.repo()).out);
+  EXPECT_EQ(asked["notes"], Json({"src/shop/latin.py is not indexed: not utf-8"})) << asked;
+  auto missing = shell(tamsel + "file symbols src/shop/latin.py --repo " + repo.repo()).out;
+  EXPECT_EQ(Json::parse(missing)["not_indexed"], "not utf-8") << missing;
 }
 
 }  // namespace

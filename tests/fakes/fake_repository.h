@@ -31,6 +31,7 @@ class FakeRepository : public index::Repository {
   std::map<std::string, std::vector<std::string>> stems;
   std::map<index::FileId, std::vector<index::Symbol>> symbols_by_file;
   std::map<std::string, index::Symbol> by_fqn;
+  std::map<std::string, std::string> skipped;  // path -> reason
   std::vector<index::Symbol> namesakes;
   std::map<index::SymbolId, std::string> paths;  // symbol id -> file path
   std::map<index::SymbolId, std::pair<index::Symbol, std::string>> by_id;
@@ -114,6 +115,10 @@ class FakeRepository : public index::Repository {
   // Read by the suggestions of the explore routes: nothing looks alike.
   std::filesystem::path root() const override { return {}; }
   std::vector<std::string> similar_paths(const std::string&, int) override { return {}; }
+  std::optional<std::string> skip_reason(const std::string& path) override {
+    auto it = skipped.find(path);
+    return it == skipped.end() ? std::nullopt : std::optional<std::string>(it->second);
+  }
   std::vector<index::Symbol> similar_symbols(const std::string&, int) override { return {}; }
 
   // Reads of the retriever and the host tools: a route that starts reading one fails its test.

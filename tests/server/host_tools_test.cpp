@@ -71,6 +71,7 @@ class FakeIndex : public Repository {
   }
   std::vector<Symbol> similar_symbols(const std::string&, int) override { return {total_}; }
   std::vector<std::string> similar_paths(const std::string&, int) override { return {}; }
+  std::optional<std::string> skip_reason(const std::string&) override { return std::nullopt; }
   std::vector<ScoredSymbol> search_text(const std::string&, int, bool) override { return {}; }
   std::map<SymbolId, std::int64_t> caller_counts(const std::vector<SymbolId>&) override {
     return {};

@@ -40,6 +40,20 @@ TEST(LiveHost, EveryCallSeesTheEditsBeforeIt) {
   EXPECT_EQ(files(), before - 1);
 }
 
+TEST(LiveHost, AFirstIndexThatFailedIsTriedAgainByTheNextCall) {
+  indexer_test::TempRepo repo("shop");
+  repo.write(".tamsel", "a file where the index folder goes\n");
+  server::LiveHost host(repo.root());
+  host.start();
+  auto files = [&] {
+    return host.call_tool("files", tool_handlers::checked_arguments(*find_tool("files"),
+                                                                    tool_handlers::Json::object()));
+  };
+  EXPECT_THROW(files(), tool_handlers::ToolError);
+  fs::remove(repo.root() / ".tamsel");
+  EXPECT_GT(files()["total"].get<int>(), 0);
+}
+
 TEST(ChangeWatch, QuietOnlyWhenEveryFolderWasWatchedBeforeTheWalk) {
   indexer_test::TempRepo repo("shop");
   server::ChangeWatch watch(repo.root());

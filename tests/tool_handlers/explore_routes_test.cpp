@@ -52,6 +52,16 @@ TEST(ExploreRoutes, PathFileFolderAndName) {
   EXPECT_EQ(files_named(repo, "Makefile", 10).size(), 2u);
   repo.stems["shop/cli_tools"] = {"shop/cli_tools.py"};
   EXPECT_EQ(module_paths(repo, "shop.cli_tools", 10).size(), 1u);
+
+  // A file the walk left out says why; a path that is nowhere adds no note.
+  repo.skipped["src/big.py"] = "too large";
+  Draft skipped("q", PATH);
+  path(repo, skipped, "./src/big.py", standard);
+  EXPECT_EQ(skipped.notes, (std::vector<std::string>{"src/big.py is not indexed: too large"}));
+  EXPECT_EQ(skipped.facts["found"], false);
+  Draft nowhere("q", PATH);
+  path(repo, nowhere, "src/none.py", standard);
+  EXPECT_TRUE(nowhere.notes.empty());
 }
 
 TEST(ExploreRoutes, IdentifierNamesakesCallersAndFallbacks) {
@@ -123,6 +133,16 @@ TEST(ExploreRoutes, TestsOfSymbolsAndFiles) {
   EXPECT_EQ(d.blocks["tests"].size(), 10u);
   EXPECT_TRUE(d.capped);
   EXPECT_EQ(d.blocks["tests"][0]["line"], 40);  // by path, then line
+  // A Go struct holds its methods as a class does; a function is asked alone.
+  repo.by_fqn["shop.Cart"].kind = "struct";
+  Draft s("q", TESTS);
+  tests(repo, s, "shop.Cart", standard);
+  EXPECT_EQ(repo.neighbour_calls.back().ids, (std::vector<index::SymbolId>{1, 2}));
+  repo.by_fqn["shop.Cart"].kind = "function";
+  Draft f1("q", TESTS);
+  tests(repo, f1, "shop.Cart", standard);
+  EXPECT_EQ(repo.neighbour_calls.back().ids, (std::vector<index::SymbolId>{1}));
+  repo.by_fqn["shop.Cart"].kind = "class";
   repo.neighbours = {fakes::neighbour(100, "first", "t.py", 5),
                      fakes::neighbour(101, "x", "a.py", 9),
                      fakes::neighbour(100, "again", "t.py", 5)};

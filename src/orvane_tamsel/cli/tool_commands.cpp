@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "orvane_tamsel/cli/commands.h"
@@ -41,8 +42,14 @@ struct ToolArgs {
   std::map<std::string, std::int64_t> integer;
   std::map<std::string, bool> boolean;
   std::map<std::string, std::vector<std::string>> list;
+  // Free text given as several words (`tamsel explore how is the total made`), joined by spaces.
+  std::map<std::string, std::vector<std::string>> words;
   std::map<std::string, CLI::Option*> options;
 };
+
+bool takes_words(const ToolParam& p) {
+  return is_positional(p) && p.type == "string" && (p.name == "query" || p.name == "task");
+}
 
 Json arguments_of(const ToolDescription& tool, const ToolArgs& args) {
   Json out = Json::object();
@@ -55,6 +62,10 @@ Json arguments_of(const ToolDescription& tool, const ToolArgs& args) {
       out[p.name] = args.boolean.at(p.name);
     } else if (p.type == "array") {
       out[p.name] = args.list.at(p.name);
+    } else if (takes_words(p)) {
+      std::string text;
+      for (const auto& w : args.words.at(p.name)) text += (text.empty() ? "" : " ") + w;
+      out[p.name] = text;
     } else {
       out[p.name] = args.text.at(p.name);
     }
@@ -89,8 +100,10 @@ Json answer_of(const ToolDescription& tool, const Json& arguments,
 
 int run(const ToolDescription& tool, const ToolArgs& args) {
   const std::string me = "tamsel " + tool.name + ": ";
-  std::filesystem::path root(args.repo);
-  if (!std::filesystem::is_directory(root)) {
+  std::error_code missing;
+  // Absolute: an absolute path in a query is read against it, as the server reads it.
+  auto root = std::filesystem::canonical(args.repo, missing);
+  if (missing || !std::filesystem::is_directory(root)) {
     std::cerr << me << args.repo
               << " is not a directory; pass an existing repository folder with --repo\n";
     return 1;
@@ -163,6 +176,8 @@ void add_tool_command(CLI::App& app, Action& action, const ToolDescription& tool
     } else if (p.type == "array") {
       opt = cmd->add_option(name, args->list[p.name], p.description + " (repeat or separate by ,)")
                 ->delimiter(',');
+    } else if (takes_words(p)) {
+      opt = cmd->add_option(name, args->words[p.name], p.description);
     } else {
       opt = cmd->add_option(name, args->text[p.name],
                             is_positional(p) ? positional_help(p) : p.description);

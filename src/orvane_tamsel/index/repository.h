@@ -198,6 +198,8 @@ class Repository {
       const std::vector<std::string>& words) = 0;
   // Candidate paths / names that look like the text (trigram or prefix), bounded.
   virtual std::vector<std::string> similar_paths(const std::string& text, int limit) = 0;
+  // Why the walk left a file out of the index ("not utf-8", "too large"); nothing for other paths.
+  virtual std::optional<std::string> skip_reason(const std::string& path) = 0;
   virtual std::vector<Symbol> similar_symbols(const std::string& name, int limit) = 0;
   // Every call site of a symbol in one relation ("caller": who calls it; "callee": what it calls).
   virtual std::vector<CallSite> call_sites(SymbolId id, const Relation& relation, int limit) = 0;

@@ -446,6 +446,14 @@ class SqliteRepository : public Repository {
     return counts;
   }
 
+  std::optional<std::string> skip_reason(const std::string& path) override {
+    std::lock_guard lock(mutex_);
+    auto st = db_->prepare("SELECT reason FROM skipped WHERE path = ?1");
+    st.bind(1, path);
+    if (!st.step()) return std::nullopt;
+    return st.text(0);
+  }
+
   // Most alike first (edit distance to the path or its file name), then the shorter path.
   std::vector<std::string> similar_paths(const std::string& text, int limit) override {
     std::lock_guard lock(mutex_);

@@ -43,15 +43,19 @@ LiveHost::~LiveHost() {
 
 void LiveHost::start() {
   started_ = true;
-  indexing_ = std::thread([this] {
-    try {
-      index_at_start();
-    } catch (...) {
-      start_error_ = std::current_exception();
-      std::lock_guard lock(progress_mutex_);
-      latest_.indexing = false;
-    }
-  });
+  indexing_ = std::thread([this] { first_index(); });
+}
+
+void LiveHost::first_index() {
+  start_error_ = nullptr;
+  start_error_told_ = false;
+  try {
+    index_at_start();
+  } catch (...) {
+    start_error_ = std::current_exception();
+    std::lock_guard lock(progress_mutex_);
+    latest_.indexing = false;
+  }
 }
 
 void LiveHost::finish() {
@@ -139,13 +143,17 @@ std::string LiveHost::indexed_at() const {
 Json LiveHost::call_tool(const std::string& name, const Json& arguments) {
   if (!started_) start();
   finish();
+  // A first index that failed (another writer kept the index past the wait, a file in the way of
+  // the index folder) is tried again by each call after the one that reported it.
+  if (start_error_ && start_error_told_) first_index();
   if (start_error_) {
+    start_error_told_ = true;
     try {
       std::rethrow_exception(start_error_);
     } catch (const std::exception& e) {
       throw tool_handlers::ToolError(
           std::string("the repository could not be indexed: ") + e.what(),
-          Json{{"hint", "fix the cause, then run `tamsel index` and call again"}});
+          Json{{"hint", "fix the cause and call again: the index is built then"}});
     }
   }
   refresh();

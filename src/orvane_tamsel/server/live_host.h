@@ -36,6 +36,8 @@ class LiveHost : public ToolHost {
   std::string indexed_at() const override;
 
  private:
+  // The first index; a failure is kept in start_error_ for the calls to report.
+  void first_index();
   void index_at_start();
   void refresh();
   // Opens the index again when a writer replaced its file (a rebuild), which the open connection
@@ -46,6 +48,7 @@ class LiveHost : public ToolHost {
   std::filesystem::path root_;
   std::thread indexing_;
   std::exception_ptr start_error_;
+  bool start_error_told_ = false;
   std::unique_ptr<index::Repository> repository_;
   std::uint64_t index_inode_ = 0;
   // Kept across updates: the embedder reads only the vectors an update changed.

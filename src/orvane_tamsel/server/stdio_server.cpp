@@ -7,7 +7,9 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <deque>
 #include <mutex>
 #include <thread>
@@ -89,8 +91,24 @@ bool write_line(const std::string& text) {
   return true;
 }
 
-// Reads stdin into the inbox until end of input, a signal, or a wake-up from
-// the worker.
+// How long a signal leaves the worker to finish the call (or the first index) it is in.
+constexpr auto STOP_GRACE = std::chrono::seconds(1);
+
+// After a signal: the queued requests are dropped, and a worker still busy past the grace is not
+// waited for (an index write that stops half-way leaves the last committed index).
+void stop_on_signal(Inbox& inbox) {
+  spdlog::info("serve: terminated by a signal");
+  inbox.stop();
+  std::thread([] {
+    std::this_thread::sleep_for(STOP_GRACE);
+    spdlog::info("serve: still busy {} s after the signal: exiting now", STOP_GRACE.count());
+    spdlog::default_logger()->flush();
+    std::_Exit(0);
+  }).detach();
+}
+
+// Reads stdin into the inbox until end of input, then watches for a signal until the worker wakes
+// it.
 void read_input(Inbox& inbox, Session& session, int signal_fd, int wake_fd) {
   LineSplitter splitter(
       [&](std::string&& line) {
@@ -108,17 +126,19 @@ void read_input(Inbox& inbox, Session& session, int signal_fd, int wake_fd) {
     int ready = ::poll(fds, 3, -1);
     if (ready < 0 && errno == EINTR) continue;
     if (ready < 0) break;
-    if (fds[1].revents & POLLIN) {
-      spdlog::info("serve: terminated by a signal");
-      inbox.stop();
-      return;
-    }
+    if (fds[1].revents & POLLIN) return stop_on_signal(inbox);
     if (fds[2].revents & POLLIN) return;
     if (fds[0].revents & (POLLIN | POLLHUP | POLLERR)) {
       auto n = ::read(STDIN_FILENO, buffer.data(), buffer.size());
       if (n < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-      if (n <= 0) break;
-      splitter.feed(std::string_view(buffer.data(), static_cast<std::size_t>(n)));
+      if (n > 0) {
+        splitter.feed(std::string_view(buffer.data(), static_cast<std::size_t>(n)));
+        continue;
+      }
+      // End of input: the queued requests are still served, and a signal still stops them.
+      splitter.finish();
+      inbox.close();
+      fds[0].fd = -1;
     }
   }
   splitter.finish();

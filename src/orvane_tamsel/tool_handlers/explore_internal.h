@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,6 +32,10 @@ inline constexpr int COMPONENTS = 5;
 inline constexpr int NAMESAKES = 5;
 inline constexpr int NAMESAKE_POOL = 50;
 inline const std::vector<index::Relation> CALLERS = {index::CALLER};
+// Kinds whose members a test may call instead of the symbol itself: a Go struct, a Rust trait, a
+// Java enum hold methods as a class does.
+inline const std::set<std::string> MEMBER_HOLDERS = {
+    "class", "interface", "struct", "trait", "enum", "union", "record", "object", "type"};
 inline const std::string NO_TERMS = "Could not extract meaningful keywords from query";
 inline const std::string NO_TERMS_HINT =
     "Try a more specific query like 'authentication middleware' or 'database connection pool'";

@@ -46,6 +46,9 @@ Draft& path(index::Repository& repository, Draft& draft, const std::string& targ
     if (!named.empty()) return file_answer(repository, draft, named, depth);
   }
   Json suggestion = suggest_paths(Json::object(), repository, target, "symbols");
+  // A file that is there but was left out: why, rather than only the nearest other paths.
+  if (auto why = normal.empty() ? std::nullopt : repository.skip_reason(normal))
+    draft.notes.push_back(normal + " is not indexed: " + *why);
   draft.facts["found"] = false;
   draft.facts["did_you_mean"] = suggestion.value("did_you_mean", Json());
   for (const auto& s : suggestion.value("next_steps", Json::array())) draft.steps.push_back(s);

@@ -33,7 +33,7 @@ Draft& tests_of_file(index::Repository& repository, Draft& draft, const std::str
 Draft& tests_of_symbol(index::Repository& repository, Draft& draft, const index::Symbol& symbol,
                        const std::string& path, const Depth& depth) {
   std::vector<index::SymbolId> ids = {symbol.id.value_or(0)};
-  if (symbol.kind == "class" || symbol.kind == "interface") {
+  if (MEMBER_HOLDERS.count(symbol.kind)) {
     std::string prefix = symbol.fqn + ".";
     for (const auto& member : repository.get_symbols_by_file(symbol.file_id))
       if (member.fqn.rfind(prefix, 0) == 0) ids.push_back(member.id.value_or(0));

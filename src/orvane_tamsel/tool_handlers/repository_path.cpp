@@ -92,6 +92,7 @@ std::vector<std::string> read_lines(const fs::path& root, const std::string& pat
 
 nlohmann::ordered_json path_suggestions(index::Repository& repository, const std::string& path) {
   nlohmann::ordered_json details = nlohmann::ordered_json::object();
+  if (auto why = repository.skip_reason(path)) details["not_indexed"] = *why;
   auto similar = repository.similar_paths(path, 5);
   if (!similar.empty()) details["did_you_mean"] = similar;
   details["hint"] = "call files to list the indexed paths";

@@ -14,6 +14,8 @@ namespace detail {
 constexpr int MAX_SUGGESTIONS = 5;
 // Candidates fetched from the index per suggestion kept, so that re-scoring has room to reorder.
 constexpr int CANDIDATE_FACTOR = 4;
+// Namesakes of a qualified target's name weighed by how their owners are spelt.
+constexpr int NAMESAKE_CANDIDATES = 50;
 
 std::string last_part(const std::string& path) {
   auto trimmed = path;
@@ -48,14 +50,32 @@ double path_likeness(const std::string& target, const std::string& path) {
   return score;
 }
 
+// The last `parts` dotted parts of what holds the symbol: shop.cart.Cart.total, 1 -> Cart.
+std::string owner_tail(const index::Symbol& symbol, std::size_t parts) {
+  std::string owner = symbol.fqn;
+  std::string tail = "." + symbol.name;
+  if (owner.size() > tail.size() &&
+      owner.compare(owner.size() - tail.size(), tail.size(), tail) == 0)
+    owner.resize(owner.size() - tail.size());
+  std::size_t at = owner.size();
+  for (std::size_t i = 0; i < parts && at != std::string::npos && at > 0; ++i)
+    at = owner.rfind('.', at - 1);
+  return at == std::string::npos ? owner : owner.substr(at + 1);
+}
+
 double name_likeness(const std::string& target, const index::Symbol& symbol) {
   auto want = workers::guessed_name(target);
   double score = 0.7 * index::similarity(want, symbol.name) + 0.3 * word_overlap(want, symbol.name);
-  // A qualified target whose other parts appear in the fqn ("Cart.totl" -> shop.cart.Cart.total).
   auto qualified = workers::dotted(target);
-  if (qualified != want &&
-      symbol.fqn.find(qualified.substr(0, qualified.size() - want.size())) != std::string::npos) {
-    score += 0.2;
+  if (qualified != want) {
+    // The target's other parts: found in the fqn ("Cart.totl" -> shop.cart.Cart.total), or spelt
+    // like its owner ("Modle.save" -> Model.save rather than Form.save).
+    auto qualifier = qualified.substr(0, qualified.size() - want.size());
+    auto parts = static_cast<std::size_t>(std::count(qualifier.begin(), qualifier.end(), '.'));
+    qualifier.pop_back();
+    score += symbol.fqn.find(qualifier + ".") != std::string::npos
+                 ? 0.2
+                 : 0.2 * index::similarity(qualifier, owner_tail(symbol, parts));
   }
   return score;
 }
@@ -66,11 +86,16 @@ Json suggest_paths(Json map, index::Repository& repository, const std::string& t
                    const std::string& action) {
   using namespace detail;
   auto wanted = workers::index_path(target, repository.root());
+  // The repository's own folder ("/repo", "./") is like no file in it.
+  bool root = wanted.empty() && workers::index_path(target + "/x", repository.root()) == "x";
   if (wanted.empty()) wanted = target;
-  auto found = repository.similar_paths(wanted, MAX_SUGGESTIONS * CANDIDATE_FACTOR);
-  // Paths whose stem matches but whose extension differs may lie outside the trigram candidates.
-  for (const auto& p : repository.paths_with_stem(stem(last_part(wanted)), MAX_SUGGESTIONS)) {
-    if (std::find(found.begin(), found.end(), p) == found.end()) found.push_back(p);
+  std::vector<std::string> found;
+  if (!root) {
+    found = repository.similar_paths(wanted, MAX_SUGGESTIONS * CANDIDATE_FACTOR);
+    // Paths whose stem matches but whose extension differs may lie outside the trigram candidates.
+    for (const auto& p : repository.paths_with_stem(stem(last_part(wanted)), MAX_SUGGESTIONS)) {
+      if (std::find(found.begin(), found.end(), p) == found.end()) found.push_back(p);
+    }
   }
   std::vector<std::pair<double, std::string>> ranked;
   for (const auto& p : found) {
@@ -88,6 +113,9 @@ Json suggest_paths(Json map, index::Repository& repository, const std::string& t
   if (!names.empty()) {
     steps.push_back(step("file", "Read the nearest indexed path",
                          Json{{"path", names[0]}, {"action", action}}));
+  } else {
+    // Nothing alike (the root itself, a path outside the repository): what there is, to start.
+    steps.push_back(step("files", "Every indexed file", Json{{"path", ""}}));
   }
   map["next_steps"] = steps;
   return map;
@@ -99,7 +127,16 @@ Json suggest_symbols(Json map, index::Repository& repository, const std::string&
   auto name = workers::guessed_name(target);
   std::vector<std::pair<double, index::Symbol>> ranked;
   if (!name.empty()) {
-    for (auto& s : repository.similar_symbols(name, MAX_SUGGESTIONS * CANDIDATE_FACTOR)) {
+    auto candidates = repository.similar_symbols(name, MAX_SUGGESTIONS * CANDIDATE_FACTOR);
+    // A qualified target may be misspelt only in its owner: the name's namesakes are candidates.
+    if (workers::dotted(target) != name) {
+      for (auto& s : repository.search_symbols({name}, true, NAMESAKE_CANDIDATES).symbols) {
+        bool known = std::any_of(candidates.begin(), candidates.end(),
+                                 [&](const auto& c) { return c.fqn == s.fqn; });
+        if (!known) candidates.push_back(std::move(s));
+      }
+    }
+    for (auto& s : candidates) {
       if (s.fqn == workers::dotted(target)) continue;
       ranked.emplace_back(name_likeness(target, s), std::move(s));
     }
@@ -111,6 +148,8 @@ Json suggest_symbols(Json map, index::Repository& repository, const std::string&
   Json names = Json::array();
   for (const auto& r : ranked) {
     if (names.size() == MAX_SUGGESTIONS) break;
+    // Declarations of one name in several headers share it: a name is suggested once.
+    if (std::find(names.begin(), names.end(), r.second.fqn) != names.end()) continue;
     names.push_back(r.second.fqn);
   }
   map["did_you_mean"] = names;
@@ -118,6 +157,10 @@ Json suggest_symbols(Json map, index::Repository& repository, const std::string&
   if (!names.empty()) {
     steps.push_back(step("symbol", "Look up the nearest indexed symbol",
                          Json{{"fqn", names[0]}, {"action", action}}));
+  } else if (!name.empty()) {
+    // No symbol is named alike; the text as asked (README.md, ns::f) may still be in the code.
+    steps.push_back(
+        step("search", "Search the text of the code", Json{{"action", "code"}, {"query", target}}));
   }
   map["next_steps"] = steps;
   return map;

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "orvane_tamsel/tool_handlers/budget_fit.h"
+#include "orvane_tamsel/tool_handlers/next_steps.h"
 #include "orvane_tamsel/tool_handlers/repository_path.h"
 #include "orvane_tamsel/tool_handlers/tools.h"
 #include "orvane_tamsel/workers/name_lookup.h"
@@ -26,10 +27,8 @@ Found find_symbol(index::Repository& repository, const std::string& given) {
   auto symbol = repository.get_symbol_by_fqn(fqn);
   if (!symbol || !symbol->id) {
     Json details = Json::object();
-    Json names = Json::array();
-    for (const auto& s : repository.similar_symbols(workers::guessed_name(fqn), 5)) {
-      names.push_back(s.fqn);
-    }
+    // The names explore would suggest for the same miss.
+    Json names = suggest_symbols(Json::object(), repository, given, "detail")["did_you_mean"];
     if (!names.empty()) details["did_you_mean"] = std::move(names);
     details["hint"] =
         "give a fully qualified name as explore lists it, e.g. package.module.Class.method";

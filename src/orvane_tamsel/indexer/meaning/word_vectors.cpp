@@ -4,6 +4,7 @@
 #include <cmath>
 #include <map>
 #include <random>
+#include <thread>
 #include <unordered_map>
 
 #ifdef TAMSEL_HAVE_EIGEN
@@ -30,6 +31,7 @@ namespace {
 
 using Sparse = Eigen::SparseMatrix<double, Eigen::RowMajor>;
 using Dense = Eigen::MatrixXd;
+using RowDense = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
 
 // Each context as the sorted ids of the vocabulary words it holds, once each.
 struct Corpus {
@@ -114,6 +116,37 @@ Sparse ppmi(const Corpus& corpus, double smoothing) {
   return m;
 }
 
+// Below this many multiplications a product stays on one thread.
+constexpr double SPLIT_PRODUCT = 4e6;
+
+// A * X in one pass over A's rows, each adding its entries' rows of X (Eigen's own product passes
+// over all of A once per column of X), the rows shared between two threads, as the learning runs
+// once the writing is done. Every element sums the same products in the same order (A's columns
+// ascending, from zero), so the result is Eigen's to the last bit.
+Dense times(const Sparse& a, const Dense& x) {
+  const RowDense from = x;
+  const auto width = x.cols();
+  RowDense out = RowDense::Zero(a.rows(), width);
+  auto rows = [&](Eigen::Index first, Eigen::Index last) {
+    for (Eigen::Index i = first; i < last; ++i) {
+      double* to = out.row(i).data();
+      for (Sparse::InnerIterator it(a, i); it; ++it) {
+        const double v = it.value();
+        const double* row = from.row(it.index()).data();
+        for (Eigen::Index c = 0; c < width; ++c) to[c] += v * row[c];
+      }
+    }
+  };
+  const auto half = a.outerSize() / 2;
+  if (static_cast<double>(a.nonZeros()) * static_cast<double>(width) < SPLIT_PRODUCT) {
+    rows(0, a.outerSize());
+  } else {
+    std::jthread second(rows, half, a.outerSize());
+    rows(0, half);
+  }
+  return out;
+}
+
 Dense orthonormal(const Dense& y) {
   Eigen::HouseholderQR<Dense> qr(y);
   return qr.householderQ() * Dense::Identity(y.rows(), y.cols());
@@ -130,12 +163,13 @@ Dense leading_directions(const Sparse& m, std::size_t dims, const LearnSettings&
   std::normal_distribution<double> normal;
   Dense omega(n, width);
   for (Eigen::Index i = 0; i < omega.size(); ++i) omega.data()[i] = normal(random);
-  Dense q = orthonormal(m * omega);
+  const Sparse mt = m.transpose();  // stored by rows too, for `times`
+  Dense q = orthonormal(times(m, omega));
   for (int k = 0; k < settings.power_iterations; ++k) {
-    Dense z = orthonormal(m.transpose() * q);
-    q = orthonormal(m * z);
+    Dense z = orthonormal(times(mt, q));
+    q = orthonormal(times(m, z));
   }
-  Dense b = (m.transpose() * q).transpose();  // width x n: Q^T M
+  Dense b = times(mt, q).transpose();  // width x n: Q^T M
   Eigen::SelfAdjointEigenSolver<Dense> eigen(b * b.transpose());
   // Eigenvalues come in increasing order: the last ones lead.
   const auto keep = std::min<Eigen::Index>(static_cast<Eigen::Index>(dims), width);

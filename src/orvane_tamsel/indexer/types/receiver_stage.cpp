@@ -125,6 +125,8 @@ void resolve_receivers(index::Database& db, bool bulk) {
   auto relink = db.prepare("INSERT OR IGNORE INTO relink VALUES(?)");
   // What each file's sites consulted: a file is evaluated again when one of them changes.
   std::map<std::int64_t, std::set<const std::string*>> deps;
+  // A full build has listed every site that names a target already: most receiver sites.
+  auto listed = [bulk](const Site& s) { return bulk && !s.target.empty(); };
   TargetBacking backing(db);
   TypeResolver backing_resolver(facts);
   std::set<std::string> backed_names;
@@ -134,7 +136,7 @@ void resolve_receivers(index::Database& db, bool bulk) {
         for (const auto& fqn : backing_resolver.consulted())
           deps[s.file_id].insert(&*backed_names.insert(fqn).first);
       }
-      relink.bind(1, s.id).run();
+      if (!listed(s)) relink.bind(1, s.id).run();
       continue;
     }
     const auto& result = evaluations.of(s);
@@ -155,7 +157,7 @@ void resolve_receivers(index::Database& db, bool bulk) {
     } else if (!bulk) {
       set_target.bind(1, "").bind(2, s.evidence).bind(3, s.id).run();
     }
-    if (found || !bulk) relink.bind(1, s.id).run();
+    if ((found || !bulk) && !listed(s)) relink.bind(1, s.id).run();
   }
   for (const auto& [file_id, fqns] : deps) {
     if (!bulk && files[file_id]) clear_deps.bind(1, file_id).run();
