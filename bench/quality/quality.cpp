@@ -78,11 +78,12 @@ void dump_candidates(workers::HybridRetriever& retriever, const Question& q, int
     const auto& in = c.inputs;
     rows.push_back({{"fqn", c.fqn},
                     {"path", c.path},
+                    {"kind", c.kind},
                     {"fused", c.fused},
                     {"f",
                      {in.text, in.widened, in.named, in.meaning, in.in_name, in.whole, in.in_path,
                       in.docstring, in.callers, in.function, in.test, in.thing, in.exported,
-                      in.senses, in.spelled, in.paired}}});
+                      in.senses, in.spelled, in.paired, in.own_name, in.holder}}});
   }
   out << line.dump() << "\n";
 }

@@ -105,10 +105,33 @@ TEST(HybridRetriever, RanksTheShopFixture) {
     repo.write(std::string("src/vault/seal_") + os + ".go",
                "package vault\n\n// Seal shuts the vault door.\nfunc Seal() {}\n");
   }
+  // A how-question prefers the function it names over the class holding it, and only then: a
+  // class whose functions say no more of the question than it does may be the answer.
+  repo.write("src/shop/invoice.py",
+             "class Invoice:\n    \"\"\"An invoice and its reminders.\"\"\"\n"
+             "    def send_reminder(self):\n        \"\"\"Tell the customer it is due.\"\"\"\n");
+  repo.write("src/shop/nightly.py",
+             "class MidnightLog:\n    \"\"\"Log to a file that starts afresh at midnight.\"\"\"\n"
+             "    def reopen(self):\n        \"\"\"Start the day's file.\"\"\"\n"
+             "def write_log(path, line):\n    \"\"\"Append a line to a log file.\"\"\"\n");
   indexer::update_index(repo.root());
   auto index = index::open_repository(repo.root());
   HybridRetriever retriever(*index, std::nullopt, index::open_learned_embedder(repo.root()),
                             word_sense_embedder());
+  auto first = [&](const std::string& q) {
+    auto listed = fqns(*index, retriever.retrieve(q, 5, false, true));
+    return listed.empty() ? std::string() : listed.front();
+  };
+  EXPECT_EQ(first("how is a reminder sent for an invoice"), "shop.invoice.Invoice.send_reminder");
+  EXPECT_EQ(first("log to a file that starts afresh at midnight"), "shop.nightly.MidnightLog");
+  auto holder = [&](const std::string& q, const std::string& fqn) {
+    for (const auto& c : retriever.candidates(q, false)) {
+      if (c.fqn == fqn) return c.inputs.thing == 1 ? c.inputs.holder : -1.0;
+    }
+    return -2.0;
+  };
+  EXPECT_EQ(holder("how is a reminder sent for an invoice", "shop.invoice.Invoice"), 1);
+  EXPECT_EQ(holder("log to a file that starts afresh at midnight", "shop.nightly.MidnightLog"), 0);
 
   auto vault = fqns(*index, retriever.retrieve("how is the vault door shut", 5, false, true));
   ASSERT_FALSE(vault.empty());

@@ -44,7 +44,10 @@ struct RerankInputs {
   double exported = 0;   // a Go name its package exports
   double senses = 0;     // WordNet cosine of the question with the fqn's words
   double spelled = 0;    // a word spelled like code is its name (or the end of its fqn)
-  double paired = 0;  // BM25 over two of the question's words at once, divided by the first hit's
+  double paired = 0;    // BM25 over two of the question's words at once, divided by the first hit's
+  double own_name = 0;  // share of the question's terms met by its own name (no owner's words)
+  double holder = 0;    // a thing for a how-question holding a function in the head that names
+                        // words of the question the thing's name lacks
 };
 
 // A fused candidate with what the rerank reads of it.
@@ -52,6 +55,7 @@ struct RankedCandidate {
   index::SymbolId id = 0;
   std::string fqn;
   std::string path;
+  std::string kind;
   double fused = 0;
   RerankInputs inputs;
 };
