@@ -80,6 +80,48 @@ TEST(CppExtraction, SymbolsCallersAndTests) {
   EXPECT_EQ(components["src/shop/ledger/book.cpp"], "shop.ledger");
 }
 
+// Names keep their namespaces when macros the grammar cannot expand open them (libstdc++'s
+// versioned namespaces) or decorate a class or function (export macros); inline namespaces add
+// nothing. Calls resolve through using-declarations and -directives at file, namespace and
+// function scope, and not when two namespaces in scope declare the name.
+TEST(CppExtraction, MacroNamespacesAndUsings) {
+  indexer_test::IndexedFixture repo("cpp_scopes");
+  auto& index = repo.index();
+  for (const char* fqn : {"std.vector", "std._Vector_base", "std.basic_string",
+                          "std.chrono.system_clock", "testing.Cardinality"}) {
+    auto s = index.get_symbol_by_fqn(fqn);
+    ASSERT_TRUE(s.has_value()) << fqn;
+    EXPECT_TRUE(s->kind == "class" || s->kind == "struct") << fqn << " " << s->kind;
+  }
+  EXPECT_FALSE(index.get_symbol_by_fqn("vector").has_value());
+  // the specialization's members are its own, not functions named after the class
+  auto vectors = repo.rows("SELECT kind FROM symbols WHERE fqn = 'std.vector'");
+  EXPECT_EQ(std::set<std::string>(vectors.begin(), vectors.end()), std::set<std::string>{"class"});
+  // a conditional around part of a header leaves the function whole
+  EXPECT_EQ(repo.callees("std.vector.flip"), std::set<std::string>{"std.vector._M_flip_all"});
+  EXPECT_EQ(repo.callees("std.vector.push_back"),
+            std::set<std::string>{"std.vector._M_realloc_insert"});
+  EXPECT_EQ(repo.callees("std.basic_string.empty"), std::set<std::string>{"std.basic_string.size"});
+  EXPECT_EQ(repo.symbol("std.chrono.system_clock.now").kind, "method");
+  EXPECT_EQ(repo.symbol("testing.Between").kind, "function");
+
+  EXPECT_EQ(repo.callees("testing.AtLeast"),
+            (std::set<std::string>{"testing.Between", "testing.internal.Clamp"}));
+  EXPECT_EQ(
+      repo.callees("AtLeastHolds"),
+      (std::set<std::string>{"testing.AtLeast", "testing.Cardinality.IsSatisfiedByCallCount"}));
+  EXPECT_EQ(repo.callees("BetweenHolds"),
+            (std::set<std::string>{"testing.Between", "testing.internal.Clamp",
+                                   "testing.Cardinality.IsSatisfiedByCallCount"}));
+  EXPECT_EQ(repo.callees("both"), std::set<std::string>{"geo.perimeter"});
+  // a name a using brings in resolves as a name of the file's own scope does
+  auto evidence = repo.rows(
+      "SELECT DISTINCT s.evidence FROM call_sites s JOIN symbols c ON c.id = s.callee_id "
+      "JOIN symbols r ON r.id = s.caller_id WHERE r.fqn IN ('AtLeastHolds', 'BetweenHolds') "
+      "AND c.kind = 'function'");
+  EXPECT_EQ(evidence, std::vector<std::string>{"include"});
+}
+
 // What a definition takes from its declaration must not depend on the order of updates: after
 // each edit the index holds what a clean build of the same sources holds.
 TEST(CppExtraction, DeclarationAndDefinitionFollowEdits) {

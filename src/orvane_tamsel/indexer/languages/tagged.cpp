@@ -72,7 +72,7 @@ bool Extraction::is_callable(const ParsedSymbol& s) const {
 }
 
 ParsedFile Extraction::run() {
-  auto tree = skeleton::parse(language_, path_, src_);
+  auto tree = skeleton::parse(language_, path_, parse_input());
   root_ = ts_tree_root_node(tree.get());
   out_ = skeleton::file_record(language_, path_, module_, src_);
   out_.symbols.push_back(skeleton::module_symbol(out_));

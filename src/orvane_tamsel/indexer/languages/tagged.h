@@ -70,6 +70,9 @@ class Extraction {
  protected:
   static constexpr std::size_t NONE = static_cast<std::size_t>(-1);
 
+  // The text the grammar parses; by default the source. A language may blank what its grammar
+  // misreads, byte for byte, so that every node still points into the source.
+  virtual std::string_view parse_input() { return src_; }
   // The compiled query tags come from; by default the language's query files as one.
   virtual const TSQuery* tag_query() const;
   // Every match of the query, before it is read as a tag: true when the rules took it whole (a

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "orvane_tamsel/indexer/languages/c.h"
+#include "orvane_tamsel/indexer/languages/cpp/preparse.h"
 
 namespace orvane_tamsel::indexer::cpp::detail {
 
@@ -70,8 +71,15 @@ class Rules : public c::Rules {
  protected:
   bool scoped_types() const override { return true; }
 
+  std::string_view parse_input() override {
+    blanked_ = preparse(src_);
+    return blanked_.empty() ? src_ : std::string_view(blanked_);
+  }
+
+  // An inline namespace (an ABI version: `std::chrono::_V2`) adds nothing: its names are
+  // written, and looked up, as the enclosing namespace's.
   std::string scope_of(TSNode node) override {
-    if (!is(node, "namespace_definition")) return {};
+    if (!is(node, "namespace_definition") || is(ts_node_child(node, 0), "inline")) return {};
     return dotted(split_qualified(field_text(node, "name")));
   }
 
@@ -328,6 +336,7 @@ class Rules : public c::Rules {
   }
 
  private:
+  std::string blanked_;  // the source as parsed, when preparse() blanked some of it
   // By callable: each local's type as an expression ("" when declared but unknown).
   std::unordered_map<std::size_t, std::map<std::string, TypeExpr, std::less<>>> typed_;
   struct Using {
