@@ -210,7 +210,7 @@ void Extraction::define_symbol(const Tag& tag) {
 
   std::string prefix = top_prefix();
   std::size_t parent = 0;
-  for (std::size_t i = 0; i < host; ++i) {
+  for (std::size_t i = 0; i < host && !def->unscoped; ++i) {
     prefix = join(prefix, frames_[i].scope);
     if (frames_[i].symbol != NONE) parent = frames_[i].symbol;
   }

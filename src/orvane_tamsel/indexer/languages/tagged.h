@@ -35,6 +35,7 @@ struct Definition {
   std::vector<std::string> qualifier;  // written scopes: C++ `Cls::m`, a Go method's receiver type
   TSNode host{};                       // the node whose lines, signature and doc the symbol takes
   bool opens_scope = false;            // names inside the host get this symbol's fqn as prefix
+  bool unscoped = false;               // no enclosing scope adds to its fqn (a C++ macro)
   bool is_test = false;
 };
 

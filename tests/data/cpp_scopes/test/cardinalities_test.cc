@@ -8,7 +8,7 @@ using namespace testing;
 
 bool AtLeastHolds() {
   const Cardinality c = AtLeast(2);
-  return c.IsSatisfiedByCallCount(3);
+  return c.IsSatisfiedByCallCount(3) && GMOCK_AT_LEAST_ONCE().IsSatisfiedByCallCount(1);
 }
 
 bool BetweenHolds() {

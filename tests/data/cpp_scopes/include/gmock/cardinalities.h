@@ -12,6 +12,8 @@ class GTEST_API_ Cardinality {
 GTEST_API_ Cardinality AtLeast(int n);
 GTEST_API_ Cardinality Between(int min, int max);
 
+#define GMOCK_AT_LEAST_ONCE() ::testing::AtLeast(1)
+
 namespace internal {
 int Clamp(int n);
 }
