@@ -286,4 +286,39 @@ std::string preparse(std::string_view source) {
   return {};
 }
 
+std::size_t closing_brace(std::string_view text, std::size_t from) {
+  int depth = 1;
+  bool line_start = false;
+  for (auto i = from; i < text.size(); ++i) {
+    char c = text[i];
+    if (c == '\n') {
+      line_start = true;
+      continue;
+    }
+    if (c == ' ' || c == '\t' || c == '\r') continue;
+    if (line_start && c == '#') {  // to the end of the directive's last line
+      while (i < text.size() && text[i] != '\n') i += text[i] == '\\' ? 2 : 1;
+      line_start = true;  // at the newline that ends it
+      continue;
+    }
+    line_start = false;
+    if (c == '/' && i + 1 < text.size() && text[i + 1] == '/') {
+      auto nl = text.find('\n', i);
+      i = nl == std::string_view::npos ? text.size() : nl - 1;
+    } else if (c == '/' && i + 1 < text.size() && text[i + 1] == '*') {
+      auto end = text.find("*/", i + 2);
+      i = end == std::string_view::npos ? text.size() : end + 1;
+    } else if (c == '"' || c == '\'') {
+      for (++i; i < text.size() && text[i] != c && text[i] != '\n'; ++i) {
+        if (text[i] == '\\') ++i;
+      }
+    } else if (c == '{') {
+      ++depth;
+    } else if (c == '}' && --depth == 0) {
+      return i;
+    }
+  }
+  return text.size();
+}
+
 }  // namespace orvane_tamsel::indexer::cpp

@@ -17,4 +17,8 @@ namespace orvane_tamsel::indexer::cpp {
 // spaces; empty when the source holds none, so that most files are parsed as they are.
 std::string preparse(std::string_view source);
 
+// The byte of the `}` that closes the block opened just before `from`, read from the text
+// (comments, literals and directives skipped); the text's size when none does.
+std::size_t closing_brace(std::string_view text, std::size_t from);
+
 }  // namespace orvane_tamsel::indexer::cpp
