@@ -558,15 +558,18 @@ void read_head(index::Repository& repository, index::Embedder* word_senses, cons
   auto callers = repository.caller_counts(head);
   std::set<std::string> term_set(q.terms.begin(), q.terms.end());
   auto weights = stem_weights(repository, q.terms, term_set);
-  std::vector<float> asked;
-  if (word_senses) asked = word_senses->embed(q.query);
+  std::vector<double> senses;
+  if (word_senses) {
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < count; ++i) {
+      names.push_back(detail::inside_module(candidates[i].symbol->fqn, *candidates[i].path));
+    }
+    senses = word_senses->text_similarities(q.query, names);
+  }
   for (std::size_t i = 0; i < count; ++i) {
     auto& c = candidates[i];
     read_features(c, q, term_set, weights, callers.count(c.id) ? callers[c.id] : 0);
-    if (!asked.empty()) {
-      c.inputs.senses =
-          index::cosine(asked, word_senses->embed(detail::inside_module(c.symbol->fqn, *c.path)));
-    }
+    if (!senses.empty()) c.inputs.senses = senses[i];
   }
   mark_holders(q, candidates, count);
 }
