@@ -272,17 +272,18 @@ std::set<std::string> compounds_of(const std::vector<std::string>& terms) {
   return compounds;
 }
 
-// Signal 1: BM25 over the symbol text table, over the question's own words and over them widened
-// with the code base's own words for them (the name signals keep to what was asked); and signal
-// 1b: symbols that say two of the question's words, pair by pair, each with its best BM25 share
-// among the pairs that found it (a question in many plain words ranks first what says one rare
-// word often; what says two of them is found here). One search ranks them all.
+// The text search's candidate lists, signals 1 and 1b below.
 struct TextHits {
   std::vector<index::ScoredSymbol> bm25;
   std::vector<index::ScoredSymbol> widened;
   std::map<index::SymbolId, double> paired;
 };
 
+// Signal 1: BM25 over the symbol text table, over the question's own words and over them widened
+// with the code base's own words for them (the name signals keep to what was asked); and signal
+// 1b: symbols that say two of the question's words, pair by pair, each with its best BM25 share
+// among the pairs that found it (a question in many plain words ranks first what says one rare
+// word often; what says two of them is found here). One search ranks them all.
 TextHits text_hits(index::Repository& repository, const Question& q) {
   auto searched = q.terms;
   for (auto& w : detail::expansions(repository, q.terms)) searched.push_back(std::move(w));
