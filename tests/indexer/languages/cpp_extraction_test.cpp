@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -8,6 +9,7 @@
 #include <tuple>
 
 #include "indexer/indexed_fixture.h"
+#include "orvane_tamsel/indexer/languages/cpp/preparse.h"
 
 namespace {
 
@@ -120,6 +122,46 @@ TEST(CppExtraction, MacroNamespacesAndUsings) {
       "JOIN symbols r ON r.id = s.caller_id WHERE r.fqn IN ('AtLeastHolds', 'BetweenHolds') "
       "AND c.kind = 'function'");
   EXPECT_EQ(evidence, std::vector<std::string>{"include"});
+}
+
+// What the parse is given: the same bytes and lines, decorations and the fragment branches of a
+// conditional blanked, directives, comments and strings as written; untouched text gives "".
+TEST(CppExtraction, PreparseBlanksInPlace) {
+  using orvane_tamsel::indexer::cpp::closing_brace;
+  using orvane_tamsel::indexer::cpp::preparse;
+  EXPECT_EQ(preparse("namespace a {\nint f();\n}\n"), "");
+  const std::string src =
+      "#define GTEST_API_ __attribute__((visibility(\"default\")))\n"
+      "class GTEST_API_ Foo {};\n"
+      "const char* s = \"_GLIBCXX_NOEXCEPT\";  // _GLIBCXX_NOEXCEPT\n"
+      "void f() _GLIBCXX_NOEXCEPT_IF(noexcept(g(1)));\n"
+      "#if __cplusplus >= 201103L\n"
+      "void h(int a)\n"
+      "#else\n"
+      "void h(long a)\n"
+      "#endif\n"
+      "{ }\n"
+      "#if 0\n"
+      "broken(\n"
+      "#else\n"
+      "int k()\n"
+      "#endif\n"
+      "{ return 1; }\n";
+  auto out = preparse(src);
+  ASSERT_EQ(out.size(), src.size());
+  EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), std::count(src.begin(), src.end(), '\n'));
+  EXPECT_NE(out.find("#define GTEST_API_ __attribute__"), std::string::npos);
+  EXPECT_NE(out.find("class " + std::string(11, ' ') + "Foo {};"), std::string::npos);
+  EXPECT_NE(out.find("\"_GLIBCXX_NOEXCEPT\";  // _GLIBCXX_NOEXCEPT"), std::string::npos);
+  EXPECT_NE(out.find("void f()" + std::string(37, ' ') + ";"), std::string::npos);
+  EXPECT_NE(out.find("void h(int a)"), std::string::npos);
+  EXPECT_EQ(out.find("void h(long a)"), std::string::npos);
+  EXPECT_EQ(out.find("#if"), std::string::npos);
+  EXPECT_EQ(out.find("broken"), std::string::npos);
+  EXPECT_NE(out.find("int k()"), std::string::npos);
+  // a brace in a comment, a literal or a directive closes nothing
+  std::string text = "{ /* } */ \"}\" '}'\n#define X }\n}";
+  EXPECT_EQ(closing_brace(text, 1), text.size() - 1);
 }
 
 // What a definition takes from its declaration must not depend on the order of updates: after
