@@ -43,6 +43,10 @@ LiveHost::~LiveHost() {
 
 void LiveHost::start() {
   started_ = true;
+  {
+    std::lock_guard lock(ready_mutex_);
+    ready_ = false;
+  }
   indexing_ = std::thread([this] { first_index(); });
 }
 
@@ -56,6 +60,20 @@ void LiveHost::first_index() {
     std::lock_guard lock(progress_mutex_);
     latest_.indexing = false;
   }
+  std::lock_guard lock(ready_mutex_);
+  ready_ = true;
+  ready_changed_.notify_all();
+}
+
+bool LiveHost::ready_within(std::chrono::milliseconds wait) {
+  std::unique_lock lock(ready_mutex_);
+  return !started_ || ready_changed_.wait_for(lock, wait, [this] { return ready_; });
+}
+
+bool LiveHost::wait_until_ready(std::stop_token stop) {
+  if (!started_) return true;
+  std::unique_lock lock(ready_mutex_);
+  return ready_changed_.wait(lock, stop, [this] { return ready_; });
 }
 
 void LiveHost::finish() {
