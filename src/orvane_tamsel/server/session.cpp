@@ -123,7 +123,9 @@ Session::Outcome Session::handle_message(const Json& message) {
   if (!message.is_object()) {
     return {error_message(nullptr, INVALID_REQUEST,
                           std::string("invalid request: expected a JSON-RPC object, got ") +
-                              (message.is_array() ? "an empty batch" : message.type_name())),
+                              (!message.is_array() ? message.type_name()
+                               : message.empty()   ? "an empty batch"
+                                                   : "an array inside a batch")),
             {}};
   }
   return handle_request(message);
