@@ -19,7 +19,8 @@ struct Server {
   orvane_tamsel::server::Session ready{host};
   Server() {
     spdlog::set_level(spdlog::level::off);
-    ready.handle_line(R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{}})");
+    ready.handle_line(
+        R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"protocolVersion":"2025-06-18"}})");
     ready.handle_line(R"({"jsonrpc":"2.0","method":"notifications/initialized"})");
   }
 };
@@ -29,10 +30,10 @@ struct Server {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static Server server;
   std::string_view line(reinterpret_cast<const char*>(data), size);
-  // Both the state before initialize and after it; neither may throw.
-  server.fresh.note_cancel(line);
+  // Both the state before initialize and after it; neither may throw. The line also stands for
+  // the kept start of an oversized one.
   (void)server.fresh.handle_line(line);
-  server.ready.note_cancel(line);
   (void)server.ready.handle_line(line);
+  (void)server.ready.oversized_line(line, 10);
   return 0;
 }

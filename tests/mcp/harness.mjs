@@ -1,7 +1,9 @@
 // A small test harness: named checks, a temporary copy of a test repository, a closing count.
+import { spawn } from 'node:child_process';
 import { cpSync, mkdtempSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
+import { performance } from 'node:perf_hooks';
 
 export const results = { passed: 0, failed: 0, skipped: [] };
 
@@ -26,3 +28,43 @@ export function repositoryCopy(sourceDir, name) {
   cpSync(join(sourceDir, 'tests', 'data', name), dir, { recursive: true });
   return { dir, cleanup: () => rmSync(dir, { recursive: true, force: true }) };
 }
+
+// A server process spoken to in raw lines: `next()` gives the next answer (a line with an id),
+// `notes` collects the notifications it sent, with the time each arrived.
+export function rawServer(binary, args, options = {}) {
+  const child = spawn(binary, args, { stdio: ['pipe', 'pipe', 'pipe'], ...options });
+  const answers = [];
+  const waiters = [];
+  const notes = [];
+  let stderr = '';
+  let buffer = '';
+  child.stdout.on('data', (chunk) => {
+    buffer += chunk.toString('utf8');
+    let at;
+    while ((at = buffer.indexOf('\n')) >= 0) {
+      const line = buffer.slice(0, at);
+      buffer = buffer.slice(at + 1);
+      let message = null;
+      try { message = JSON.parse(line); } catch { /* kept as text */ }
+      if (message && !Array.isArray(message) && message.method && message.id === undefined) {
+        notes.push({ ...message, at: performance.now() });
+        continue;
+      }
+      answers.push(line);
+      while (waiters.length && answers.length) waiters.shift()(answers.shift());
+    }
+  });
+  child.stderr.on('data', (chunk) => { stderr += chunk.toString('utf8'); });
+  const exited = new Promise((resolve) => child.on('exit', (code, signal) => resolve({ code, signal })));
+  const next = (seconds = 30) => new Promise((resolve, reject) => {
+    if (answers.length) return resolve(answers.shift());
+    const timer = setTimeout(() => reject(new Error(`no answer within ${seconds} s`)), seconds * 1000);
+    waiters.push((line) => { clearTimeout(timer); resolve(line); });
+  });
+  const send = (data) => child.stdin.write(data);
+  return { child, next, send, exited, notes, stderr: () => stderr };
+}
+
+export const request = (id, method, params) =>
+  `${JSON.stringify({ jsonrpc: '2.0', id, method, ...(params ? { params } : {}) })}\n`;
+export const INITIALIZE = { protocolVersion: '2025-06-18', capabilities: {}, clientInfo: { name: 't', version: '1' } };

@@ -6,12 +6,13 @@ import sdkClientTest from './sdk_client.test.mjs';
 import stdioBadInputTest from './stdio_bad_input.test.mjs';
 import loadTest from './load.test.mjs';
 import progressTest from './progress.test.mjs';
+import unopenableRepoTest from './unopenable_repo.test.mjs';
 
 const binary = resolve(process.argv[2] ?? 'build/tamsel');
 const sourceDir = resolve(dirname(fileURLToPath(import.meta.url)), '..', '..');
 const only = process.argv.slice(3);
 const all = [['stdio bad input', stdioBadInputTest], ['sdk client', sdkClientTest], ['load', loadTest],
-  ['progress', progressTest]];
+  ['progress', progressTest], ['unopenable repository', unopenableRepoTest]];
 for (const [name, test] of all.filter(([name]) => only.length === 0 || only.includes(name))) {
   try {
     await test(binary, sourceDir);

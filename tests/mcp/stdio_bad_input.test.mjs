@@ -1,35 +1,8 @@
 // Bad input through the process's stdin and stdout: each gets its error, and the next request
 // is still answered; end of input and SIGTERM end the server with status 0.
-import { spawn } from 'node:child_process';
-import { check, repositoryCopy } from './harness.mjs';
+import { check, rawServer, repositoryCopy, request } from './harness.mjs';
 
-// A server process and a reader of its output lines.
-function start(binary, dir) {
-  const child = spawn(binary, ['serve', '--repo', dir], { stdio: ['pipe', 'pipe', 'pipe'] });
-  const lines = [];
-  const waiters = [];
-  let buffer = '';
-  child.stdout.on('data', (chunk) => {
-    buffer += chunk.toString('utf8');
-    let at;
-    while ((at = buffer.indexOf('\n')) >= 0) {
-      lines.push(buffer.slice(0, at));
-      buffer = buffer.slice(at + 1);
-      while (waiters.length && lines.length) waiters.shift()(lines.shift());
-    }
-  });
-  child.stderr.resume();
-  const exited = new Promise((resolve) => child.on('exit', (code, signal) => resolve({ code, signal })));
-  const next = () => new Promise((resolve, reject) => {
-    if (lines.length) return resolve(lines.shift());
-    const timer = setTimeout(() => reject(new Error('no answer within 30 s')), 30000);
-    waiters.push((line) => { clearTimeout(timer); resolve(line); });
-  });
-  const send = (data) => child.stdin.write(data);
-  return { child, next, send, exited };
-}
-
-const request = (id, method, params) => `${JSON.stringify({ jsonrpc: '2.0', id, method, ...(params ? { params } : {}) })}\n`;
+const start = (binary, dir) => rawServer(binary, ['serve', '--repo', dir]);
 const toolCall = (id, name, args) => request(id, 'tools/call', { name, arguments: args });
 
 export default async function stdioBadInputTest(binary, sourceDir) {
@@ -64,7 +37,12 @@ export default async function stdioBadInputTest(binary, sourceDir) {
     await expect('invalid JSON', '{"jsonrpc": "2.0", "id": 3,\n', rpcError('invalid JSON', -32700));
     await expect('invalid UTF-8', Buffer.concat([Buffer.from('{"jsonrpc":"2.0","id":4,"method":"ping","params":{"x":"'), Buffer.from([0xc3, 0x28, 0xff]), Buffer.from('"}}\n')]),
       rpcError('invalid UTF-8', -32700));
-    await expect('a JSON array', '[1, 2, 3]\n', rpcError('an array', -32600));
+    await expect('a batch of non-requests', '[1, 2, 3]\n', (a) =>
+      check(Array.isArray(a) && a.length === 3 && a.every((e) => e.error?.code === -32600 && e.id === null), 'each element gets its error', a));
+    await expect('a batch', `[${request(40, 'ping').trim()},{"jsonrpc":"2.0","method":"notifications/initialized"},${toolCall(41, 'files', { limit: 1 }).trim()},${request(42, 'tools/list').trim()}]\n`,
+      (a) => check(Array.isArray(a) && a.map((e) => e.id).sort().join() === '40,41,42' && a.every((e) => e.result !== undefined), 'a batch is answered as one array, notifications left out', a));
+    await expect('a second initialize', request(43, 'initialize', { protocolVersion: '2024-11-05', capabilities: {}, clientInfo: { name: 't', version: '1' } }),
+      (a) => check(a.id === 43 && a.error?.code === -32600 && /already initialized/.test(a.error.message), 'a second initialize is refused', a));
     await expect('a JSON number', '17\n', rpcError('a number', -32600));
     await expect('no jsonrpc field', '{"id":5,"method":"ping"}\n', rpcError('missing jsonrpc', -32600, 5));
     await expect('an id of the wrong type', '{"jsonrpc":"2.0","id":[1],"method":"ping"}\n', rpcError('bad id', -32600));
@@ -86,7 +64,7 @@ export default async function stdioBadInputTest(binary, sourceDir) {
     await expect('path with a NUL byte', toolCall(21, 'file', { action: 'related', path: 'shop/\u0000cart.py' }), toolError('NUL', /NUL/));
     await expect('bad regular expression', toolCall(22, 'search', { action: 'code', query: '(', regex: true }), toolError('regex', /regular expression/));
     await expect('a 6 MB line', `{"jsonrpc":"2.0","id":23,"method":"ping","params":{"pad":"${'x'.repeat(6 * 1024 * 1024)}"}}\n`,
-      rpcError('oversized line', -32600));
+      rpcError('an oversized line gets its error with its id', -32600, 23));
     await expect('nesting a million deep', `{"jsonrpc":"2.0","id":30,"method":"ping","params":{"a":${'['.repeat(1e6)}${']'.repeat(1e6)}}}\n`,
       rpcError('deep nesting', -32600));
     await expect('a 1 MB query', toolCall(24, 'explore', { query: 'cart '.repeat(200000) }), toolError('1 MB query', /shorten/));
@@ -98,14 +76,18 @@ export default async function stdioBadInputTest(binary, sourceDir) {
     await expect('an empty batch', '[]\n', rpcError('empty batch', -32600));
     await expect('tools/call without a name', request(36, 'tools/call', { arguments: {} }), rpcError('no tool name', -32602, 36));
     await expect('limit above its maximum', toolCall(37, 'files', { limit: 1e6 }), toolError('limit', /limit/));
-    // A cancelled request gets no answer; the ping after it does.
-    await expect('cancelled request', `{"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":25}}\n${request(25, 'ping')}`);
+    // A cancellation of a request not (or no longer) running gets no answer and changes nothing.
+    await expect('cancelling what is not running', `{"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":25}}\n`);
     const good = toolCall(26, 'files', {});
     server.send(good);
     const files = JSON.parse(await server.next());
     check(files.id === 26 && files.result?.isError === false, 'a good call after all of it', files);
 
+    // A last request without its newline is still answered.
+    server.send(request(27, 'ping').trim());
     server.child.stdin.end();
+    const last = JSON.parse(await server.next());
+    check(last.id === 27, 'a last line without a newline is answered', last);
     const end = await server.exited;
     check(end.code === 0, 'end of input exits with status 0', end);
 

@@ -52,6 +52,28 @@ TEST(LiveHost, AFirstIndexThatFailedIsTriedAgainByTheNextCall) {
   EXPECT_THROW(files(), tool_handlers::ToolError);
   fs::remove(repo.root() / ".tamsel");
   EXPECT_GT(files()["total"].get<int>(), 0);
+
+  // A folder that is not there yet: each call says so, without creating it, until it appears.
+  auto later = repo.root() / "later";
+  server::LiveHost waiting(later);
+  waiting.start();
+  auto call = [&] {
+    return waiting.call_tool("files", tool_handlers::checked_arguments(
+                                          *find_tool("files"), tool_handlers::Json::object()));
+  };
+  for (int i = 0; i < 2; ++i) {
+    try {
+      call();
+      ADD_FAILURE() << "a missing folder was served";
+    } catch (const tool_handlers::ToolError& e) {
+      EXPECT_NE(std::string(e.what()).find(later.string() + " does not exist"), std::string::npos)
+          << e.what();
+    }
+  }
+  EXPECT_FALSE(fs::exists(later));
+  fs::create_directories(later);
+  repo.write("later/a.py", "def a():\n    return 1\n");
+  EXPECT_EQ(call()["total"].get<int>(), 1);
 }
 
 TEST(ChangeWatch, QuietOnlyWhenEveryFolderWasWatchedBeforeTheWalk) {

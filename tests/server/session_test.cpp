@@ -2,7 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -51,7 +56,7 @@ TEST(Session, BadMessagesGetTheirErrorAndTheNextRequestIsAnswered) {
   EXPECT_EQ(code_of(s, "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"ping\",\"x\":\"\xff\xfe\"}"),
             -32700);
   EXPECT_EQ(code_of(s, R"({"n":1999999999999999999999E99999999999999999999})"), -32700);
-  EXPECT_EQ(code_of(s, "[1,2]"), -32600);
+  EXPECT_EQ(code_of(s, "[]"), -32600);
   EXPECT_EQ(code_of(s, "42"), -32600);
   EXPECT_EQ(code_of(s, R"({"id":1,"method":"ping"})"), -32600);
   EXPECT_EQ(code_of(s, R"({"jsonrpc":"2.0","id":{"a":1},"method":"ping"})"), -32600);
@@ -59,7 +64,21 @@ TEST(Session, BadMessagesGetTheirErrorAndTheNextRequestIsAnswered) {
   EXPECT_EQ(code_of(s, R"({"jsonrpc":"2.0","id":3,"method":"resources/list"})"), -32601);
   EXPECT_EQ(code_of(s, R"({"jsonrpc":"2.0","id":3,"method":"tools/list"})"), -32600);
   EXPECT_EQ(code_of(s, R"({"jsonrpc":"2.0","id":3,"method":"initialize","params":{}})"), -32602);
-  EXPECT_EQ(Json::parse(s.oversized_line(10))["error"]["code"], -32600);
+  // An oversized line is answered with its id when its start holds one at the top level.
+  auto cut = [&](const std::string& start) {
+    auto r = Json::parse(s.oversized_line(start, 10));
+    EXPECT_EQ(r["error"]["code"], -32600);
+    return r["id"];
+  };
+  EXPECT_EQ(cut(R"({"jsonrpc":"2.0","id":"big-1","method":"tools/call","params":{"argum)"),
+            "big-1");
+  EXPECT_EQ(cut(R"({"params":{"id":5,"q":[1,{"id":6}]},"id":7,"meth)"), 7);
+  EXPECT_TRUE(cut(R"({"params":{"id":5},"method":"tools/call","params":{"arg)").is_null());
+  EXPECT_TRUE(cut(R"({"id":[1,2],"method")").is_null());
+  EXPECT_TRUE(cut(R"({"id":12)").is_null());  // the number may go on
+  EXPECT_EQ(cut(R"({"id":"12)"), nullptr);
+  EXPECT_EQ(cut(R"({"id":"12","x)"), "12");
+  EXPECT_TRUE(cut("[[[[[[[[[[[[[[").is_null());
   EXPECT_EQ(code_of(s, R"({"jsonrpc":"2.0","id":3,"method":"ping","params":{"a":)" +
                            std::string(100000, '[') + std::string(100000, ']') + "}}"),
             -32600);
@@ -75,8 +94,14 @@ TEST(Session, BadMessagesGetTheirErrorAndTheNextRequestIsAnswered) {
   EXPECT_EQ(init["protocolVersion"], "2025-06-18");
   EXPECT_EQ(init["capabilities"]["tools"]["listChanged"], false);
   EXPECT_NE(init["instructions"].get<std::string>().find("explore"), std::string::npos);
-  auto newest = reply(s, R"({"jsonrpc":"2.0","id":2,"method":"initialize",)"
-                         R"("params":{"protocolVersion":"1999-01-01"}})");
+  // initialize comes once: a second one would change the session under the client's feet.
+  auto again = reply(s, INIT);
+  EXPECT_EQ(again["error"]["code"], -32600);
+  EXPECT_NE(again["error"]["message"].get<std::string>().find("already initialized"),
+            std::string::npos);
+  Session other(host);
+  auto newest = reply(other, R"({"jsonrpc":"2.0","id":2,"method":"initialize",)"
+                             R"("params":{"protocolVersion":"1999-01-01"}})");
   EXPECT_EQ(newest["result"]["protocolVersion"], PROTOCOL_VERSIONS.front());
   EXPECT_FALSE(s.handle_line(R"({"jsonrpc":"2.0","method":"notifications/initialized"})"));
   EXPECT_FALSE(s.handle_line(R"({"jsonrpc":"2.0","method":"no/such/notification"})"));
@@ -141,35 +166,107 @@ TEST(Session, ToolCallsCheckTheirArguments) {
   }
 }
 
-TEST(Session, CancelledRequestsGetNoAnswer) {
+TEST(Session, ABatchIsAnsweredAsOneArrayOnceItsToolCallsAre) {
   EchoHost host;
   Session s(host);
   reply(s, INIT);
-  const std::string cancel7 =
-      R"({"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":"r7"}})";
-  // Noted ahead of its turn (as the reader does), then handled in order: no answer to either.
-  s.note_cancel(cancel7);
-  EXPECT_FALSE(s.handle_line(R"({"jsonrpc":"2.0","id":"r7","method":"ping"})"));
-  EXPECT_FALSE(s.handle_line(cancel7));
-  // A request that merely mentions the method is not a cancellation.
-  s.note_cancel(
-      R"({"jsonrpc":"2.0","id":"r8","method":"ping","params":{"q":"notifications/cancelled"}})");
-  EXPECT_TRUE(s.handle_line(R"({"jsonrpc":"2.0","id":"r8","method":"ping"})"));
+  auto batch =
+      s.accept(R"([{"jsonrpc":"2.0","id":1,"method":"ping"},7,)"
+               R"({"jsonrpc":"2.0","method":"notifications/initialized"},)"
+               R"({"jsonrpc":"2.0","id":2,"method":"tools/call","params":{"name":"files"}},)"
+               R"({"jsonrpc":"2.0","id":3,"method":"tools/call","params":{"name":"nope"}}])");
+  ASSERT_FALSE(batch.reply.has_value());  // waits for its tool call
+  ASSERT_TRUE(batch.work);
+  auto answers = Json::parse(*batch.work());
+  ASSERT_EQ(answers.size(), 4U);
+  std::vector<std::string> got;
+  for (const auto& a : answers)
+    got.push_back(a["id"].dump() + ":" + (a.contains("error") ? a["error"]["code"].dump() : "ok"));
+  std::sort(got.begin(), got.end());
+  EXPECT_EQ(got, (std::vector<std::string>{"1:ok", "2:ok", "3:-32602", "null:-32600"}));
+  EXPECT_FALSE(s.handle_line(R"([{"jsonrpc":"2.0","method":"notifications/initialized"}])"));
+}
+
+// Blocks every call until it is stopped, reporting progress as the first index would.
+class WaitingHost : public ToolHost {
+ public:
+  Json call_tool(const std::string&, const Json&) override { return Json{{"ran", true}}; }
+  bool wait_until_ready(std::stop_token stop) override {
+    std::unique_lock lock(mutex);
+    waiting = true;
+    changed.notify_all();
+    if (sink) sink(1, 10, "indexing");
+    return changed.wait(lock, stop, [&] { return ready; });
+  }
+  void report_progress(ProgressSink s) override {
+    std::lock_guard lock(mutex);
+    sink = std::move(s);
+  }
+  void tell_progress() {
+    std::lock_guard lock(mutex);
+    if (sink) sink(5, 10, "indexing");
+  }
+  std::mutex mutex;
+  std::condition_variable_any changed;
+  bool waiting = false, ready = false;
+  ProgressSink sink;
+};
+
+TEST(Session, OnlyToolsWaitForTheIndexAndACancelledCallStopsWaiting) {
+  WaitingHost host;
+  std::atomic<int> notes = 0;
+  Session s(host, [&](const std::string&) { ++notes; });
+  reply(s, INIT);
+  auto call = s.accept(R"({"jsonrpc":"2.0","id":"c1","method":"tools/call","params":)"
+                       R"({"name":"files","_meta":{"progressToken":"p"}}})");
+  ASSERT_TRUE(call.work);
+  std::optional<std::string> answer = "unset";
+  std::thread worker([&] { answer = call.work(); });
+  {
+    std::unique_lock lock(host.mutex);
+    host.changed.wait(lock, [&] { return host.waiting; });
+  }
+  // Answered here and now, with the call still waiting.
+  EXPECT_EQ(reply(s, R"({"jsonrpc":"2.0","id":2,"method":"ping"})")["result"], Json::object());
+  EXPECT_EQ(reply(s, R"({"jsonrpc":"2.0","id":3,"method":"tools/list"})")["result"]["tools"].size(),
+            TOOLS.size());
+  EXPECT_EQ(reply(s, R"({"jsonrpc":"2.0","id":"c1","method":"tools/call","params":)"
+                     R"({"name":"files"}})")["error"]["code"],
+            -32600);  // its id is in use
+  EXPECT_EQ(notes, 1);
   EXPECT_FALSE(s.handle_line(
-      R"({"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":9}})"));
-  EXPECT_FALSE(s.handle_line(R"({"jsonrpc":"2.0","id":9,"method":"ping"})"));
+      R"({"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":"c1"}})"));
+  host.tell_progress();  // between the cancellation and the end of the wait: not told
+  worker.join();
+  EXPECT_FALSE(answer.has_value());
+  EXPECT_EQ(notes, 1);
+  EXPECT_FALSE(host.sink);
+  // The id is free again; a cancellation of an answered call changes nothing.
+  host.ready = true;
+  EXPECT_TRUE(s.handle_line(R"({"jsonrpc":"2.0","id":"c1","method":"tools/call","params":)"
+                            R"({"name":"files"}})"));
+  EXPECT_FALSE(s.handle_line(
+      R"({"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":"c1"}})"));
+  EXPECT_TRUE(s.handle_line(R"({"jsonrpc":"2.0","id":"c1","method":"ping"})"));
 }
 
 TEST(LineSplitter, SplitsLinesAndSkipsOversizedOnesWithoutLosingTheNext) {
   std::vector<std::string> lines;
   int oversized = 0;
-  LineSplitter split([&](std::string&& l) { lines.push_back(l); }, [&] { ++oversized; }, 8);
+  std::string start;
+  LineSplitter split([&](std::string&& l) { lines.push_back(l); },
+                     [&](std::string&& s) {
+                       ++oversized;
+                       start = s;
+                     },
+                     8);
   split.feed("ab\r\n\n  \ncd");
   split.feed("ef\n0123456789");
   split.feed("0123\nok\nlast");
   split.finish();
   EXPECT_EQ(lines, (std::vector<std::string>{"ab", "cdef", "ok", "last"}));
   EXPECT_EQ(oversized, 1);
+  EXPECT_EQ(start, "0123456789");
 }
 
 // Reports work in steps while a call waits, one of them going backwards.

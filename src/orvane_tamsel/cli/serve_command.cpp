@@ -8,6 +8,7 @@
 
 #include "orvane_tamsel/cli/commands.h"
 #include "orvane_tamsel/index/index_folder.h"
+#include "orvane_tamsel/server/repository_check.h"
 #include "orvane_tamsel/server/stdio_server.h"
 
 namespace orvane_tamsel::cli {
@@ -22,12 +23,18 @@ struct ServeArgs {
 int run_serve(const ServeArgs& args) {
   std::error_code ec;
   auto root = std::filesystem::canonical(args.repo, ec);
-  if (ec || !std::filesystem::is_directory(root)) {
-    std::cerr << "tamsel serve: " << args.repo << " is not a folder; pass --repo DIR\n";
-    return 1;
+  if (ec) root = std::filesystem::absolute(args.repo, ec).lexically_normal();
+  // The client started us and waits for the protocol: a folder that cannot be served is said
+  // here and in the answer to every tool call, rather than by an exit the client cannot explain.
+  auto problem = server::repository_problem(root);
+  if (!problem.empty()) {
+    std::cerr << "tamsel serve: " << problem
+              << "; serving anyway: each tool call answers with this error until it is fixed "
+                 "(pass --repo DIR)\n";
+    if (args.log_file) std::cerr << "tamsel serve: no log file: it would go in that folder\n";
   }
   auto logger = spdlog::default_logger();
-  if (args.log_file) {
+  if (args.log_file && problem.empty()) {
     try {
       index::ensure_index_folder(root);
       logger->sinks().push_back(std::make_shared<spdlog::sinks::basic_file_sink_mt>(

@@ -3,7 +3,7 @@
 namespace orvane_tamsel::server {
 
 LineSplitter::LineSplitter(std::function<void(std::string&&)> on_line,
-                           std::function<void()> on_oversized, std::size_t limit)
+                           std::function<void(std::string&&)> on_oversized, std::size_t limit)
     : on_line_(std::move(on_line)), on_oversized_(std::move(on_oversized)), limit_(limit) {}
 
 void LineSplitter::complete() {
@@ -24,9 +24,11 @@ void LineSplitter::feed(std::string_view bytes) {
     if (!skipping_) {
       if (current_.size() + chunk.size() > limit_) {
         skipping_ = true;
+        std::string start = current_.substr(0, OVERSIZED_START_BYTES);
+        start.append(chunk.substr(0, OVERSIZED_START_BYTES - start.size()));
         current_.clear();
         current_.shrink_to_fit();
-        on_oversized_();
+        on_oversized_(std::move(start));
       } else {
         current_.append(chunk);
       }

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <ctime>
+#include <stdexcept>
 
 #include <spdlog/spdlog.h>
 
@@ -14,6 +15,7 @@
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/index_writer.h"
 #include "orvane_tamsel/indexer/indexer.h"
+#include "orvane_tamsel/server/repository_check.h"
 #include "orvane_tamsel/tool_handlers/explore.h"
 #include "orvane_tamsel/tool_handlers/tools.h"
 #include "orvane_tamsel/workers/wordnet_embedder.h"
@@ -27,6 +29,11 @@ std::int64_t now_seconds() {
              std::chrono::system_clock::now().time_since_epoch())
       .count();
 }
+
+// The repository itself cannot be opened; the message names the path and why.
+struct Unservable : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
 
 std::uint64_t inode_of(const std::filesystem::path& file) {
   struct stat st {};
@@ -43,6 +50,10 @@ LiveHost::~LiveHost() {
 
 void LiveHost::start() {
   started_ = true;
+  {
+    std::lock_guard lock(ready_mutex_);
+    ready_ = false;
+  }
   indexing_ = std::thread([this] { first_index(); });
 }
 
@@ -56,6 +67,20 @@ void LiveHost::first_index() {
     std::lock_guard lock(progress_mutex_);
     latest_.indexing = false;
   }
+  std::lock_guard lock(ready_mutex_);
+  ready_ = true;
+  ready_changed_.notify_all();
+}
+
+bool LiveHost::ready_within(std::chrono::milliseconds wait) {
+  std::unique_lock lock(ready_mutex_);
+  return !started_ || ready_changed_.wait_for(lock, wait, [this] { return ready_; });
+}
+
+bool LiveHost::wait_until_ready(std::stop_token stop) {
+  if (!started_) return true;
+  std::unique_lock lock(ready_mutex_);
+  return ready_changed_.wait(lock, stop, [this] { return ready_; });
 }
 
 void LiveHost::finish() {
@@ -65,6 +90,7 @@ void LiveHost::finish() {
 void LiveHost::index_at_start() {
   using Clock = std::chrono::steady_clock;
   auto last = Clock::now();
+  if (auto problem = repository_problem(root_); !problem.empty()) throw Unservable(problem);
   index::ensure_index_folder(root_);
   progress(0, 0, "looking for the files to index");
   auto report = indexer::update_index(root_, {}, [this, &last](const indexer::Progress& p) {
@@ -150,6 +176,12 @@ Json LiveHost::call_tool(const std::string& name, const Json& arguments) {
     start_error_told_ = true;
     try {
       std::rethrow_exception(start_error_);
+    } catch (const Unservable& e) {
+      throw tool_handlers::ToolError(
+          e.what() + std::string(", so there is no index to answer from"),
+          Json{{"hint",
+                "start the server with --repo set to the repository's folder (in the client's "
+                "configuration), or fix the folder: each call looks again"}});
     } catch (const std::exception& e) {
       throw tool_handlers::ToolError(
           std::string("the repository could not be indexed: ") + e.what(),

@@ -3,12 +3,14 @@
 // before each call and the retriever is rebuilt only when the index changed.
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <exception>
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <stop_token>
 #include <thread>
 
 #include "orvane_tamsel/index/embedder.h"
@@ -31,6 +33,10 @@ class LiveHost : public ToolHost {
   void finish();
 
   Json call_tool(const std::string& name, const Json& arguments) override;
+  // Waits for the first index started by start(), which a stop leaves running.
+  bool wait_until_ready(std::stop_token stop) override;
+  // Waits at most `wait` for the first index; false when it still runs.
+  bool ready_within(std::chrono::milliseconds wait);
   // Progress of the first index, while it is built: the latest at once, then as it goes.
   void report_progress(ProgressSink sink) override;
   std::string indexed_at() const override;
@@ -49,6 +55,10 @@ class LiveHost : public ToolHost {
   std::thread indexing_;
   std::exception_ptr start_error_;
   bool start_error_told_ = false;
+  // Set when the first index ended, with or without success.
+  std::mutex ready_mutex_;
+  std::condition_variable_any ready_changed_;
+  bool ready_ = false;
   std::unique_ptr<index::Repository> repository_;
   std::uint64_t index_inode_ = 0;
   // Kept across updates: the embedder reads only the vectors an update changed.

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <exception>
+#include <memory>
+#include <stop_token>
+#include <vector>
 
 #include <spdlog/spdlog.h>
 
@@ -15,7 +18,6 @@ namespace orvane_tamsel::server {
 
 namespace {
 
-constexpr std::size_t MAX_CANCELLED = 1024;
 // Deeper messages are refused before parsing: copying or printing them would recurse that deep.
 constexpr std::size_t MAX_DEPTH = 64;
 
@@ -64,68 +66,95 @@ Json text_result(const std::string& text, bool is_error) {
 
 }  // namespace
 
-void Session::note_cancel(std::string_view line) {
-  if (line.find("notifications/cancelled") == std::string_view::npos) return;
-  auto message = Json::parse(line.begin(), line.end(), nullptr, false);
-  if (!message.is_object() || message.contains("id") ||
-      message.value("method", Json()) != "notifications/cancelled") {
-    return;
-  }
-  auto params = message.find("params");
-  if (params != message.end() && params->is_object() && params->contains("requestId")) {
-    cancel((*params)["requestId"]);
-  }
-}
-
 void Session::cancel(const Json& id) {
   if (!valid_id(id)) return;
-  std::lock_guard lock(cancel_mutex_);
-  if (cancelled_.insert(id.dump()).second) {
-    cancel_order_.push_back(id.dump());
-    if (cancel_order_.size() > MAX_CANCELLED) {
-      cancelled_.erase(cancel_order_.front());
-      cancel_order_.pop_front();
-    }
-  }
+  std::lock_guard lock(calls_mutex_);
+  // A call already answered, or never made, has nothing to stop.
+  if (auto it = calls_.find(id.dump()); it != calls_.end()) it->second.request_stop();
 }
 
-bool Session::take_cancelled(const Json& id) {
-  std::lock_guard lock(cancel_mutex_);
-  return cancelled_.erase(id.dump()) > 0;
+void Session::cancel_all() {
+  std::lock_guard lock(calls_mutex_);
+  for (auto& [id, stop] : calls_) stop.request_stop();
 }
 
-std::string Session::oversized_line(std::size_t limit) const {
-  return wire_text(error_message(nullptr, INVALID_REQUEST,
+std::string Session::oversized_line(std::string_view start, std::size_t limit) const {
+  return wire_text(error_message(leading_id(start), INVALID_REQUEST,
                                  "message too large: a line may hold at most " +
                                      std::to_string(limit) + " bytes; send a shorter request"));
 }
 
 std::optional<std::string> Session::handle_line(std::string_view line) {
+  auto accepted = accept(line);
+  return accepted.work ? accepted.work() : accepted.reply;
+}
+
+Session::Accepted Session::accept(std::string_view line) {
   if (nesting_depth(line) > MAX_DEPTH) {
-    return wire_text(error_message(
-        nullptr, INVALID_REQUEST,
-        "invalid request: nested deeper than " + std::to_string(MAX_DEPTH) + " levels"));
+    return {wire_text(error_message(
+                nullptr, INVALID_REQUEST,
+                "invalid request: nested deeper than " + std::to_string(MAX_DEPTH) + " levels")),
+            {}};
   }
   Json message;
   try {
     message = Json::parse(line.begin(), line.end());
   } catch (const Json::exception& e) {  // a syntax error, or a number too large for a double
-    return wire_text(error_message(nullptr, PARSE_ERROR,
-                                   std::string("parse error: not valid JSON in UTF-8 (") +
-                                       e.what() + "); send one JSON object per line"));
+    return {wire_text(error_message(nullptr, PARSE_ERROR,
+                                    std::string("parse error: not valid JSON in UTF-8 (") +
+                                        e.what() + "); send one JSON object per line")),
+            {}};
   }
-  if (!message.is_object()) {
-    return wire_text(error_message(
-        nullptr, INVALID_REQUEST,
-        std::string("invalid request: expected a JSON-RPC object, got ") +
-            (message.is_array() ? "an array (batches are not accepted)" : message.type_name())));
+  auto outcome =
+      message.is_array() && !message.empty() ? handle_batch(message) : handle_message(message);
+  Accepted accepted;
+  if (outcome.reply) accepted.reply = wire_text(*outcome.reply);
+  if (outcome.later) {
+    accepted.work = [later = std::move(outcome.later)]() -> std::optional<std::string> {
+      auto reply = later();
+      if (!reply) return std::nullopt;
+      return wire_text(*reply);
+    };
   }
-  auto reply = handle_request(message);
-  if (!reply) return std::nullopt;
-  return wire_text(*reply);
+  return accepted;
 }
 
-std::optional<Json> Session::handle_request(const Json& message) {
+Session::Outcome Session::handle_message(const Json& message) {
+  if (!message.is_object()) {
+    return {error_message(nullptr, INVALID_REQUEST,
+                          std::string("invalid request: expected a JSON-RPC object, got ") +
+                              (!message.is_array() ? message.type_name()
+                               : message.empty()   ? "an empty batch"
+                                                   : "an array inside a batch")),
+            {}};
+  }
+  return handle_request(message);
+}
+
+// Each element is handled as a line of its own; the answers go back together, as one array, once
+// the tool calls among them are answered too.
+Session::Outcome Session::handle_batch(const Json& batch) {
+  auto now = std::make_shared<Json>(Json::array());
+  std::vector<std::function<std::optional<Json>()>> later;
+  for (const auto& message : batch) {
+    auto outcome = handle_message(message);
+    if (outcome.reply) now->push_back(std::move(*outcome.reply));
+    if (outcome.later) later.push_back(std::move(outcome.later));
+  }
+  if (later.empty()) {
+    if (now->empty()) return {};  // notifications only
+    return {std::move(*now), {}};
+  }
+  return {std::nullopt, [now, later = std::move(later)]() -> std::optional<Json> {
+            for (const auto& run : later) {
+              if (auto reply = run()) now->push_back(std::move(*reply));
+            }
+            if (now->empty()) return std::nullopt;
+            return std::move(*now);
+          }};
+}
+
+Session::Outcome Session::handle_request(const Json& message) {
   auto id_it = message.find("id");
   bool has_id = id_it != message.end();
   Json id = has_id ? *id_it : Json(nullptr);
@@ -133,61 +162,68 @@ std::optional<Json> Session::handle_request(const Json& message) {
   bool has_method = method_it != message.end();
   // A response from the client (we send no requests): nothing to answer.
   if (!has_method && has_id && (message.contains("result") || message.contains("error"))) {
-    return std::nullopt;
+    return {};
   }
   auto jsonrpc = message.find("jsonrpc");
   if (jsonrpc == message.end() || *jsonrpc != "2.0") {
-    return error_message(has_id && valid_id(id) ? id : Json(nullptr), INVALID_REQUEST,
-                         "invalid request: \"jsonrpc\" must be \"2.0\"");
+    return {error_message(has_id && valid_id(id) ? id : Json(nullptr), INVALID_REQUEST,
+                          "invalid request: \"jsonrpc\" must be \"2.0\""),
+            {}};
   }
   if (has_id && !valid_id(id)) {
-    return error_message(
-        nullptr, INVALID_REQUEST,
-        std::string("invalid request: \"id\" must be a string or a number, not ") + id.type_name());
+    return {
+        error_message(nullptr, INVALID_REQUEST,
+                      std::string("invalid request: \"id\" must be a string or a number, not ") +
+                          id.type_name()),
+        {}};
   }
   if (!has_method || !method_it->is_string()) {
-    return error_message(id, INVALID_REQUEST,
-                         "invalid request: \"method\" must be a string naming the method");
+    return {error_message(id, INVALID_REQUEST,
+                          "invalid request: \"method\" must be a string naming the method"),
+            {}};
   }
   const auto& method = method_it->get_ref<const std::string&>();
   Json params = message.value("params", Json::object());
   if (!has_id) {
     // Notifications are never answered.
-    if (method == "notifications/cancelled" && params.is_object()) {
-      if (params.contains("requestId")) cancel(params["requestId"]);
-    }
-    return std::nullopt;
+    if (method == "notifications/cancelled" && params.is_object() && params.contains("requestId"))
+      cancel(params["requestId"]);
+    return {};
   }
   if (!params.is_object()) {
-    return error_message(id, INVALID_PARAMS, "invalid params: \"params\" must be an object");
+    return {error_message(id, INVALID_PARAMS, "invalid params: \"params\" must be an object"), {}};
   }
-  if (take_cancelled(id)) return std::nullopt;
   try {
-    if (method == "ping") return result_message(id, Json::object());
-    if (method == "initialize") return result_message(id, initialize(params));
+    if (method == "ping") return {result_message(id, Json::object()), {}};
+    if (method == "initialize") return {result_message(id, initialize(params)), {}};
     if (method != "tools/list" && method != "tools/call") {
-      return error_message(id, METHOD_NOT_FOUND,
-                           "method not found: '" + method +
-                               "'; this server offers initialize, ping, tools/list and tools/call");
+      return {
+          error_message(id, METHOD_NOT_FOUND,
+                        "method not found: '" + method +
+                            "'; this server offers initialize, ping, tools/list and tools/call"),
+          {}};
     }
-    if (!initialized_) {
-      return error_message(id, INVALID_REQUEST,
-                           "the session is not initialized: send initialize first");
+    if (protocol_version_.empty()) {
+      return {error_message(id, INVALID_REQUEST,
+                            "the session is not initialized: send initialize first"),
+              {}};
     }
-    if (method == "tools/list") return result_message(id, tools_list());
-    Json result = tools_call(id, params);
-    // A request cancelled while it ran gets no answer.
-    if (take_cancelled(id)) return std::nullopt;
-    return result_message(id, std::move(result));
+    if (method == "tools/list") return {result_message(id, tools_list()), {}};
+    return tools_call(id, params);
   } catch (const RpcError& e) {
-    return error_message(id, e.code, e.message);
+    return {error_message(id, e.code, e.message), {}};
   } catch (const std::exception& e) {
     spdlog::error("serve: {} failed: {}", method, e.what());
-    return error_message(id, INTERNAL_ERROR, std::string("internal error: ") + e.what());
+    return {error_message(id, INTERNAL_ERROR, std::string("internal error: ") + e.what()), {}};
   }
 }
 
 Json Session::initialize(const Json& params) {
+  if (!protocol_version_.empty()) {
+    throw RpcError{INVALID_REQUEST,
+                   "invalid request: the session is already initialized (protocol " +
+                       protocol_version_ + "); initialize is sent once, as the first request"};
+  }
   auto version = params.find("protocolVersion");
   if (version == params.end() || !version->is_string()) {
     throw RpcError{INVALID_PARAMS,
@@ -199,7 +235,7 @@ Json Session::initialize(const Json& params) {
   for (const auto& v : PROTOCOL_VERSIONS) {
     if (v == *version) chosen = v;
   }
-  initialized_ = true;
+  protocol_version_ = chosen;
   Json result = Json::object();
   result["protocolVersion"] = chosen;
   result["capabilities"] = Json{{"tools", Json{{"listChanged", false}}}};
@@ -208,8 +244,8 @@ Json Session::initialize(const Json& params) {
   return result;
 }
 
-Json Session::tools_call(const Json& id, const Json& params) {
-  (void)id;
+// The name and arguments are checked now; the tool runs later, in its turn.
+Session::Outcome Session::tools_call(const Json& id, const Json& params) {
   auto name_it = params.find("name");
   if (name_it == params.end() || !name_it->is_string()) {
     throw RpcError{INVALID_PARAMS, "invalid params: tools/call needs \"name\", the tool's name"};
@@ -228,58 +264,84 @@ Json Session::tools_call(const Json& id, const Json& params) {
   } catch (const tool_handlers::InvalidArguments& e) {
     throw RpcError{INVALID_PARAMS, std::string("invalid params: ") + e.what()};
   } catch (const tool_handlers::ToolError& e) {
-    return text_result(tool_result_text(tool_handlers::error_answer(e)), true);
+    return {result_message(id, text_result(tool_result_text(tool_handlers::error_answer(e)), true)),
+            {}};
   }
-  try {
-    Json result = text_result(tool_result_text(call_with_progress(name, arguments, params)), false);
-    if (auto when = host_.indexed_at(); !when.empty()) {
-      result["_meta"] = Json{{INDEXED_AT_META, when}};
+  std::stop_source stop;
+  {
+    std::lock_guard lock(calls_mutex_);
+    if (!calls_.emplace(id.dump(), stop).second) {
+      throw RpcError{INVALID_REQUEST, "invalid request: the id " + id.dump() +
+                                          " belongs to a request not yet answered; give each "
+                                          "request an id of its own"};
     }
-    return result;
-  } catch (const tool_handlers::ToolError& e) {
-    return text_result(tool_result_text(tool_handlers::error_answer(e)), true);
-  } catch (const tool_handlers::InvalidArguments& e) {
-    throw RpcError{INVALID_PARAMS, std::string("invalid params: ") + e.what()};
-  } catch (const std::exception& e) {
-    spdlog::error("serve: tool {} failed: {}", name, e.what());
-    Json answer = Json::object();
-    answer["error"] = std::string("the tool failed: ") + e.what();
-    answer["hint"] = "try again; if it keeps failing, rebuild the index with `tamsel index`";
-    return text_result(tool_result_text(answer), true);
   }
+  return {std::nullopt,
+          [this, id, name, arguments = std::move(arguments), params,
+           token = stop.get_token()]() -> std::optional<Json> {
+            auto reply = run_tool(id, name, arguments, params, token);
+            std::lock_guard lock(calls_mutex_);
+            calls_.erase(id.dump());
+            // A request cancelled before or while it ran gets no answer.
+            if (token.stop_requested()) return std::nullopt;
+            return reply;
+          }};
 }
 
-Json Session::call_with_progress(const std::string& name, const Json& arguments,
-                                 const Json& params) {
+std::optional<Json> Session::run_tool(const Json& id, const std::string& name,
+                                      const Json& arguments, const Json& params,
+                                      std::stop_token stop) {
+  if (stop.stop_requested()) return std::nullopt;
   auto meta = params.find("_meta");
   const Json* token = nullptr;
   if (meta != params.end() && meta->is_object()) {
     auto it = meta->find("progressToken");
     if (it != meta->end() && (it->is_string() || it->is_number_integer())) token = &*it;
   }
-  if (token == nullptr || !notify_) return host_.call_tool(name, arguments);
-  // The progress of one token only ever grows.
-  auto last = std::make_shared<std::int64_t>(-1);
-  host_.report_progress([this, token = *token, last](std::int64_t done, std::int64_t total,
-                                                     const std::string& message) {
-    if (done <= *last) return;
-    *last = done;
-    Json params = Json::object();
-    params["progressToken"] = token;
-    params["progress"] = done;
-    if (total > 0) params["total"] = total;
-    if (!message.empty()) params["message"] = message;
-    Json note = Json::object();
-    note["jsonrpc"] = "2.0";
-    note["method"] = "notifications/progress";
-    note["params"] = std::move(params);
-    notify_(wire_text(note));
-  });
   struct Stop {
     ToolHost& host;
-    ~Stop() { host.report_progress({}); }
-  } stop{host_};
-  return host_.call_tool(name, arguments);
+    bool reporting;
+    ~Stop() {
+      if (reporting) host.report_progress({});
+    }
+  } stop_reporting{host_, token != nullptr && notify_};
+  if (stop_reporting.reporting) {
+    // The progress of one token only ever grows, and ends with its call's cancellation.
+    auto last = std::make_shared<std::int64_t>(-1);
+    host_.report_progress([this, token = *token, last, stop](std::int64_t done, std::int64_t total,
+                                                             const std::string& message) {
+      if (done <= *last || stop.stop_requested()) return;
+      *last = done;
+      Json params = Json::object();
+      params["progressToken"] = token;
+      params["progress"] = done;
+      if (total > 0) params["total"] = total;
+      if (!message.empty()) params["message"] = message;
+      Json note = Json::object();
+      note["jsonrpc"] = "2.0";
+      note["method"] = "notifications/progress";
+      note["params"] = std::move(params);
+      notify_(wire_text(note));
+    });
+  }
+  if (!host_.wait_until_ready(stop)) return std::nullopt;
+  try {
+    Json result = text_result(tool_result_text(host_.call_tool(name, arguments)), false);
+    if (auto when = host_.indexed_at(); !when.empty()) {
+      result["_meta"] = Json{{INDEXED_AT_META, when}};
+    }
+    return result_message(id, std::move(result));
+  } catch (const tool_handlers::ToolError& e) {
+    return result_message(id, text_result(tool_result_text(tool_handlers::error_answer(e)), true));
+  } catch (const tool_handlers::InvalidArguments& e) {
+    return error_message(id, INVALID_PARAMS, std::string("invalid params: ") + e.what());
+  } catch (const std::exception& e) {
+    spdlog::error("serve: tool {} failed: {}", name, e.what());
+    Json answer = Json::object();
+    answer["error"] = std::string("the tool failed: ") + e.what();
+    answer["hint"] = "try again; if it keeps failing, rebuild the index with `tamsel index`";
+    return result_message(id, text_result(tool_result_text(answer), true));
+  }
 }
 
 }  // namespace orvane_tamsel::server

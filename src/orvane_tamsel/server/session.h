@@ -3,13 +3,14 @@
 // whole protocol can be driven without a process.
 
 #include <cstdint>
-#include <deque>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <optional>
-#include <set>
+#include <stop_token>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -31,6 +32,11 @@ class ToolHost {
   // The sink for the calls that follow, or an empty one to stop; the host may call it from
   // another thread, but never after it was replaced. Hosts without such work ignore it.
   virtual void report_progress(ProgressSink sink) { (void)sink; }
+  // Waits for what every call needs first (the first index); false when `stop` came first.
+  virtual bool wait_until_ready(std::stop_token stop) {
+    (void)stop;
+    return true;
+  }
   // When the index was last brought up to date, as UTC text ("2026-01-31T12:00:00Z"); empty
   // while unknown.
   virtual std::string indexed_at() const { return {}; }
@@ -52,32 +58,47 @@ class Session {
  public:
   // Writes a notification line to the client, on any thread.
   using Notify = std::function<void(const std::string& line)>;
+  // A tool call accepted in its turn and run later, one at a time; gives its answer line, or none
+  // when the call was cancelled.
+  using Work = std::function<std::optional<std::string>()>;
+  struct Accepted {
+    std::optional<std::string> reply;  // to write at once
+    Work work;                         // when set, to run on the thread that runs the tools
+  };
 
   explicit Session(ToolHost& host, Notify notify = {}) : host_(host), notify_(std::move(notify)) {}
 
+  // Everything but running a tool is done here, at once, in the order of the lines: so pings,
+  // tools/list and cancellations are never kept waiting behind a tool call.
+  Accepted accept(std::string_view line);
+  // accept() and then its work: the whole session on one thread.
   std::optional<std::string> handle_line(std::string_view line);
-  // The answer to a line longer than `limit` bytes, which is never parsed.
-  std::string oversized_line(std::size_t limit) const;
-  // Marks a request as cancelled; safe from another thread while a request runs.
-  void cancel(const Json& id);
-  // Notes the cancellation a line carries, if it is one, ahead of its turn; safe from another
-  // thread. The line is still handled in order afterwards.
-  void note_cancel(std::string_view line);
+  // The answer to a line longer than `limit` bytes, of which only `start` was kept.
+  std::string oversized_line(std::string_view start, std::size_t limit) const;
+  // Stops every tool call not yet answered (the server is going away).
+  void cancel_all();
 
  private:
-  std::optional<Json> handle_request(const Json& message);
+  // A reply now and/or a reply later, for one message.
+  struct Outcome {
+    std::optional<Json> reply;
+    std::function<std::optional<Json>()> later;
+  };
+  Outcome handle_message(const Json& message);
+  Outcome handle_request(const Json& message);
+  Outcome handle_batch(const Json& batch);
   Json initialize(const Json& params);
-  Json tools_call(const Json& id, const Json& params);
-  bool take_cancelled(const Json& id);
-
-  Json call_with_progress(const std::string& name, const Json& arguments, const Json& params);
+  Outcome tools_call(const Json& id, const Json& params);
+  std::optional<Json> run_tool(const Json& id, const std::string& name, const Json& arguments,
+                               const Json& params, std::stop_token stop);
+  void cancel(const Json& id);
 
   ToolHost& host_;
   Notify notify_;
-  bool initialized_ = false;
-  std::mutex cancel_mutex_;
-  std::set<std::string> cancelled_;
-  std::deque<std::string> cancel_order_;
+  std::string protocol_version_;  // empty until initialize
+  std::mutex calls_mutex_;
+  // The tool calls accepted and not yet answered, by their id's JSON text.
+  std::map<std::string, std::stop_source> calls_;
 };
 
 }  // namespace orvane_tamsel::server

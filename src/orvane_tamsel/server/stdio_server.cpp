@@ -8,14 +8,13 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
 #include <cstdlib>
-#include <deque>
 #include <mutex>
 #include <thread>
 
 #include <spdlog/spdlog.h>
 
+#include "orvane_tamsel/server/bounded_queue.h"
 #include "orvane_tamsel/server/framing.h"
 #include "orvane_tamsel/server/live_host.h"
 #include "orvane_tamsel/server/session.h"
@@ -24,58 +23,20 @@ namespace orvane_tamsel::server {
 
 namespace {
 
-// Input lines waiting for the worker; the reader waits while too many bytes are
-// queued.
+// Input lines waiting for the dispatcher; the reader waits while too many bytes are queued.
 constexpr std::size_t MAX_QUEUED_BYTES = 64 * 1024 * 1024;
+// Tool calls waiting for their turn; the dispatcher waits while this many are queued.
+constexpr std::size_t MAX_QUEUED_CALLS = 4096;
 
 struct Item {
   enum Kind { line, oversized } kind;
-  std::string text;
+  std::string text;  // the line, or the start of an oversized one
 };
+using Inbox = BoundedQueue<Item>;
+using Calls = BoundedQueue<Session::Work>;
 
-class Inbox {
- public:
-  void push(Item item) {
-    std::unique_lock lock(mutex_);
-    space_.wait(lock, [&] { return bytes_ < MAX_QUEUED_BYTES || closed_; });
-    bytes_ += item.text.size();
-    items_.push_back(std::move(item));
-    ready_.notify_one();
-  }
-  // Input ended: the queued items are still served.
-  void close() {
-    std::lock_guard lock(mutex_);
-    closed_ = true;
-    ready_.notify_all();
-    space_.notify_all();
-  }
-  // Stop now: queued items are dropped.
-  void stop() {
-    std::lock_guard lock(mutex_);
-    stopped_ = closed_ = true;
-    ready_.notify_all();
-    space_.notify_all();
-  }
-  bool pop(Item& out) {
-    std::unique_lock lock(mutex_);
-    ready_.wait(lock, [&] { return !items_.empty() || closed_; });
-    if (stopped_ || items_.empty()) return false;
-    out = std::move(items_.front());
-    items_.pop_front();
-    bytes_ -= out.text.size();
-    space_.notify_all();
-    return true;
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable ready_, space_;
-  std::deque<Item> items_;
-  std::size_t bytes_ = 0;
-  bool closed_ = false, stopped_ = false;
-};
-
-// Replies come from the worker, progress notifications from the indexing thread.
+// Replies come from the dispatcher and the tool worker, progress notifications from the indexing
+// thread.
 std::mutex output_mutex;
 
 bool write_line(const std::string& text) {
@@ -91,14 +52,16 @@ bool write_line(const std::string& text) {
   return true;
 }
 
-// How long a signal leaves the worker to finish the call (or the first index) it is in.
+// How long a signal leaves the tool worker to finish the call (or the first index) it is in.
 constexpr auto STOP_GRACE = std::chrono::seconds(1);
 
 // After a signal: the queued requests are dropped, and a worker still busy past the grace is not
 // waited for (an index write that stops half-way leaves the last committed index).
-void stop_on_signal(Inbox& inbox) {
+void stop_on_signal(Inbox& inbox, Calls& calls, Session& session) {
   spdlog::info("serve: terminated by a signal");
   inbox.stop();
+  calls.stop();
+  session.cancel_all();
   std::thread([] {
     std::this_thread::sleep_for(STOP_GRACE);
     spdlog::info("serve: still busy {} s after the signal: exiting now", STOP_GRACE.count());
@@ -107,18 +70,17 @@ void stop_on_signal(Inbox& inbox) {
   }).detach();
 }
 
-// Reads stdin into the inbox until end of input, then watches for a signal until the worker wakes
-// it.
-void read_input(Inbox& inbox, Session& session, int signal_fd, int wake_fd) {
+// Reads stdin into the inbox until end of input, then watches for a signal until the dispatcher
+// wakes it.
+void read_input(Inbox& inbox, Calls& calls, Session& session, int signal_fd, int wake_fd) {
   LineSplitter splitter(
       [&](std::string&& line) {
-        // A cancellation is noted at once, so that a running or queued request
-        // is not answered.
-        session.note_cancel(line);
-        inbox.push({Item::line, std::move(line)});
+        auto cost = line.size();
+        inbox.push({Item::line, std::move(line)}, cost);
       },
-      [&] {
-        inbox.push({Item::oversized, {}});
+      [&](std::string&& start) {
+        auto cost = start.size();
+        inbox.push({Item::oversized, std::move(start)}, cost);
       });
   std::string buffer(1 << 16, '\0');
   pollfd fds[3] = {{STDIN_FILENO, POLLIN, 0}, {signal_fd, POLLIN, 0}, {wake_fd, POLLIN, 0}};
@@ -126,7 +88,7 @@ void read_input(Inbox& inbox, Session& session, int signal_fd, int wake_fd) {
     int ready = ::poll(fds, 3, -1);
     if (ready < 0 && errno == EINTR) continue;
     if (ready < 0) break;
-    if (fds[1].revents & POLLIN) return stop_on_signal(inbox);
+    if (fds[1].revents & POLLIN) return stop_on_signal(inbox, calls, session);
     if (fds[2].revents & POLLIN) return;
     if (fds[0].revents & (POLLIN | POLLHUP | POLLERR)) {
       auto n = ::read(STDIN_FILENO, buffer.data(), buffer.size());
@@ -143,6 +105,19 @@ void read_input(Inbox& inbox, Session& session, int signal_fd, int wake_fd) {
   }
   splitter.finish();
   inbox.close();
+}
+
+// Runs the tool calls one at a time, in the order they were accepted.
+void run_calls(Calls& calls, Inbox& inbox) {
+  Session::Work work;
+  while (calls.pop(work)) {
+    auto reply = work();
+    if (reply && !write_line(*reply)) {
+      spdlog::info("serve: standard output closed");
+      inbox.stop();
+      calls.stop();
+    }
+  }
 }
 
 }  // namespace
@@ -165,22 +140,38 @@ int serve_stdio(const std::filesystem::path& root) {
   LiveHost host(root);
   host.start();
   Session session(host, [](const std::string& line) { write_line(line); });
-  Inbox inbox;
-  std::thread reader(read_input, std::ref(inbox), std::ref(session), signal_fd, wake[0]);
+  Inbox inbox(MAX_QUEUED_BYTES);
+  Calls calls(MAX_QUEUED_CALLS);
+  std::thread reader(read_input, std::ref(inbox), std::ref(calls), std::ref(session), signal_fd,
+                     wake[0]);
+  std::thread worker(run_calls, std::ref(calls), std::ref(inbox));
   spdlog::info("serve: serving {}", root.string());
 
+  // Everything but the tools is answered here at once, so nothing waits behind a long call.
   Item item;
   while (inbox.pop(item)) {
-    std::optional<std::string> reply = item.kind == Item::oversized
-                                           ? session.oversized_line(MAX_LINE_BYTES)
-                                           : session.handle_line(item.text);
-    if (reply && !write_line(*reply)) {
+    auto accepted = item.kind == Item::oversized
+                        ? Session::Accepted{session.oversized_line(item.text, MAX_LINE_BYTES), {}}
+                        : session.accept(item.text);
+    if (accepted.reply && !write_line(*accepted.reply)) {
       spdlog::info("serve: standard output closed");
+      calls.stop();
+      session.cancel_all();
       break;
     }
+    if (accepted.work) calls.push(std::move(accepted.work), 1);
   }
-  // Wakes the reader when the worker stopped first, and lets a waiting push
-  // return.
+  // End of input: the accepted calls are still answered.
+  calls.close();
+  worker.join();
+  // Nothing waits for a first index still running: the client is gone, so is the server (the
+  // index write is one transaction, and the next start indexes again).
+  if (!host.ready_within(STOP_GRACE)) {
+    spdlog::info("serve: input ended during the first index: exiting without it");
+    spdlog::default_logger()->flush();
+    std::_Exit(0);
+  }
+  // Wakes the reader when the dispatcher stopped first, and lets a waiting push return.
   [[maybe_unused]] auto woke = ::write(wake[1], "x", 1);
   inbox.stop();
   reader.join();
