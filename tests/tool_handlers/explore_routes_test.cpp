@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "fakes/fake_repository.h"
 #include "orvane_tamsel/mcp_responses.h"
 #include "orvane_tamsel/tool_handlers/explore_internal.h"
@@ -187,40 +185,6 @@ TEST(ExploreRoutes, TestsOfSymbolsAndFiles) {
 
   Draft missing("q", TESTS);
   EXPECT_FALSE(tests(repo, missing, "src/app/gone.py", standard));
-}
-
-TEST(ExploreRoutes, TestsRouteSaysWhenNothingIsTestedAndWhereToLookNext) {
-  fakes::FakeRepository repo;
-  auto cart = fakes::symbol(1, "shop.Cart", "class", 1, 9);
-  repo.by_fqn["shop.Cart"] = cart;
-  repo.paths[1] = "shop.py";
-  repo.symbols_by_file[9] = {cart, fakes::symbol(2, "shop.Cart.total", "method", 3, 9)};
-  Draft untested("q", TESTS);
-  ASSERT_TRUE(tests(repo, untested, "shop.Cart", standard));
-  ASSERT_EQ(untested.notes.size(), 1u);
-  EXPECT_NE(untested.notes[0].find("No test calls shop.Cart or its members"), std::string::npos);
-  auto steps = descriptions(untested);
-  EXPECT_EQ(steps.front(), "The test files of shop.py, ranked");
-  EXPECT_NE(std::find(steps.begin(), steps.end(), "Every caller of shop.Cart"), steps.end());
-  EXPECT_EQ(untested.steps.back()["arguments"],
-            Json({{"action", "code"}, {"query", "Cart"}}));  // the name wherever it is written
-
-  repo.neighbours = {fakes::neighbour(100, "test_total", "t.py", 5)};
-  Draft tested("q", TESTS);
-  tests(repo, tested, "shop.Cart", standard);
-  EXPECT_TRUE(tested.notes.empty());
-  EXPECT_EQ(tested.steps.size(), 1u);
-
-  repo.files["src/cart.py"] = {4, "src/cart.py"};
-  Draft file("q", TESTS);
-  ASSERT_TRUE(tests(repo, file, "src/cart.py", standard));
-  ASSERT_EQ(file.notes.size(), 1u);
-  EXPECT_NE(file.notes[0].find("No test is known for src/cart.py"), std::string::npos);
-  EXPECT_EQ(file.steps.back()["arguments"], Json({{"action", "related"}, {"path", "src/cart.py"}}));
-  repo.tests_for["src/cart.py"].tests.push_back({"tests/test_cart.py"});
-  Draft covered("q", TESTS);
-  tests(repo, covered, "src/cart.py", standard);
-  EXPECT_TRUE(covered.notes.empty());
 }
 
 TEST(ExploreRoutes, QuestionHitsNeighboursAndScope) {

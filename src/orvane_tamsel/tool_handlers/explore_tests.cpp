@@ -27,14 +27,6 @@ Draft& tests_of_file(index::Repository& repository, Draft& draft, const std::str
   draft.capped = found.total_count > depth.listed;
   draft.steps.push_back(step("tests", "Every test of " + path + ", ranked, with why",
                              Json{{"action", "for_file"}, {"path", path}}));
-  if (found.tests.empty()) {
-    // An empty list reads like an answer cut short; say it and where tests may still be found.
-    draft.notes.push_back("No test is known for " + path +
-                          ": no test file imports it, calls into it or is named after it. The "
-                          "code that imports it may be tested: see its related files");
-    draft.steps.push_back(step("file", "The imports and related files of " + path,
-                               Json{{"action", "related"}, {"path", path}}));
-  }
   return draft;
 }
 
@@ -76,17 +68,6 @@ Draft& tests_of_symbol(index::Repository& repository, Draft& draft, const index:
   draft.capped = distinct.size() > static_cast<std::size_t>(depth.listed);
   draft.steps.push_back(step("tests", "The test files of " + path + ", ranked",
                              Json{{"action", "for_file"}, {"path", path}}));
-  if (distinct.empty()) {
-    // Tests may still reach it through the code that calls it, or name it without a call.
-    draft.notes.push_back("No test calls " + symbol.fqn +
-                          (ids.size() > 1 ? " or its members" : "") +
-                          " directly. A test may still reach it through its callers, or its "
-                          "file's tests may cover it: see the next steps");
-    draft.steps.push_back(step("symbol", "Every caller of " + symbol.fqn,
-                               Json{{"action", "callers"}, {"fqn", symbol.fqn}}));
-    draft.steps.push_back(step("search", "Where " + symbol.name + " is written, tests included",
-                               Json{{"action", "code"}, {"query", symbol.name}}));
-  }
   return draft;
 }
 
