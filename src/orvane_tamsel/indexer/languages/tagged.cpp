@@ -400,8 +400,8 @@ std::string Extraction::doc_text(std::string_view raw) const {
     for (std::string_view tag : {"@brief", "\\brief"}) {
       if (head.starts_with(tag) && head.size() > tag.size() &&
           (head[tag.size()] == ' ' || head[tag.size()] == '\t')) {
-        head.remove_prefix(tag.size());
-        lines[first] = std::string(head.substr(head.find_first_not_of(" \t")));
+        auto words = head.find_first_not_of(" \t", tag.size());
+        lines[first] = words == std::string_view::npos ? "" : std::string(head.substr(words));
         break;
       }
     }
