@@ -100,18 +100,18 @@ class Rules : public tagged::Extraction {
   // A type's header, as a function's: `type Client struct`, `type List[T any] interface`,
   // `type ID = string`, `type HandlerFunc func(w Writer)`. Fields and methods are its body.
   std::string signature_of(TSNode host) const override {
-    TSNode spec = host;
-    for (std::uint32_t i = 0; is(spec, "type_declaration") && i < ts_node_named_child_count(host);
+    TSNode named = host;
+    for (std::uint32_t i = 0; is(named, "type_declaration") && i < ts_node_named_child_count(host);
          ++i) {
       TSNode c = ts_node_named_child(host, i);
-      if (is(c, "type_spec") || is(c, "type_alias")) spec = c;
+      if (is(c, "type_spec") || is(c, "type_alias")) named = c;
     }
-    if (!is(spec, "type_spec") && !is(spec, "type_alias"))
+    if (!is(named, "type_spec") && !is(named, "type_alias"))
       return tagged::Extraction::signature_of(host);
-    TSNode type = ts_node_child_by_field_name(spec, "type", 4);
+    TSNode type = ts_node_child_by_field_name(named, "type", 4);
     bool body = is(type, "struct_type") || is(type, "interface_type");
-    auto head =
-        flatten(ts_node_start_byte(spec), body ? ts_node_start_byte(type) : ts_node_end_byte(spec));
+    auto head = flatten(ts_node_start_byte(named),
+                        body ? ts_node_start_byte(type) : ts_node_end_byte(named));
     if (body) head += is(type, "struct_type") ? " struct" : " interface";
     return bounded("type " + head);
   }
