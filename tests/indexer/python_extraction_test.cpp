@@ -86,7 +86,7 @@ TEST(PythonExtraction, SymbolsCarryFqnKindLinesSignatureAndDocstring) {
   const auto* cart = symbol(f, "shop.cart.Cart");
   ASSERT_NE(cart, nullptr);
   EXPECT_EQ(cart->kind, "class");
-  EXPECT_EQ(cart->signature, "class Cart:");
+  EXPECT_EQ(cart->signature, "class Cart");
   EXPECT_EQ(cart->docstring, "A shopping cart holding items.");
   EXPECT_EQ(cart->start_line, 10);
   EXPECT_EQ(cart->end_line, 30);
@@ -95,7 +95,7 @@ TEST(PythonExtraction, SymbolsCarryFqnKindLinesSignatureAndDocstring) {
   ASSERT_NE(add, nullptr);
   EXPECT_EQ(add->kind, "method");
   EXPECT_EQ(add->parent_fqn, "shop.cart.Cart");
-  EXPECT_EQ(add->signature, "def add(self, name, price, quantity=1):");
+  EXPECT_EQ(add->signature, "def add(self, name, price, quantity=1)");
   EXPECT_EQ(add->docstring, "Add an item to the cart.");
   EXPECT_FALSE(symbol(f, "shop.cart.Cart.subtotal")->docstring.has_value());
 

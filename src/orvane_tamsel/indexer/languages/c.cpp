@@ -241,16 +241,34 @@ std::optional<tagged::Definition> Rules::define_variable(const tagged::Tag& tag,
 
 std::optional<tagged::Definition> Rules::define_macro(const tagged::Tag& tag,
                                                       tagged::Definition def) {
-  // an include guard (`#ifndef X` `#define X` around the header) names nothing
-  TSNode parent = ts_node_parent(tag.node);
-  if (is(tag.node, "preproc_def") &&
-      ts_node_is_null(ts_node_child_by_field_name(tag.node, "value", 5)) &&
-      is(parent, "preproc_ifdef") && field_text(parent, "name") == def.name) {
-    return std::nullopt;
-  }
+  if (is_include_guard(tag.node, def.name)) return std::nullopt;
   def.kind = "macro";
   def.unscoped = true;  // the preprocessor knows no namespace
   return def;
+}
+
+// `#ifndef X` first in a header, `#define X` (or `X 1`) first inside it: it keeps the header from
+// being read twice and names nothing a reader asks for.
+bool Rules::is_include_guard(TSNode node, std::string_view name) const {
+  if (!is_header() || !is(node, "preproc_def")) return false;
+  auto value = field_text(node, "value");
+  auto bare = std::string_view(value).substr(0, value.find_last_not_of(" \t\r\n") + 1);
+  if (!bare.empty() && bare != "1") return false;
+  TSNode guard = ts_node_parent(node);
+  if (!is(guard, "preproc_ifdef") || field_text(guard, "name") != name ||
+      !is(ts_node_child(guard, 0), "#ifndef") || !is(ts_node_parent(guard), "translation_unit")) {
+    return false;
+  }
+  auto first_code = [&](TSNode parent, std::uint32_t from) {
+    for (std::uint32_t i = from; i < ts_node_named_child_count(parent); ++i) {
+      TSNode c = ts_node_named_child(parent, i);
+      if (!is_comment(c)) return c;
+    }
+    return TSNode{};
+  };
+  // the #ifndef's named children: its name, then what it holds
+  return ts_node_eq(first_code(ts_node_parent(guard), 0), guard) &&
+         ts_node_eq(first_code(guard, 1), node);
 }
 
 // A function declared without a body keeps its ";": the index merges such a declaration into
@@ -265,10 +283,8 @@ std::string Rules::signature_of(TSNode host) const {
       is(init, "init_declarator") ? ts_node_child_by_field_name(init, "value", 5) : TSNode{};
   if (!ts_node_is_null(value)) {
     // a variable's header stops before its value, which may be long (a table, a query)
-    auto a = ts_node_start_byte(host);
-    std::string head(src_.substr(a, ts_node_start_byte(value) - a));
-    while (!head.empty() && (head.back() == ' ' || head.back() == '=' || head.back() == '\n'))
-      head.pop_back();
+    auto head = flatten(ts_node_start_byte(host), ts_node_start_byte(value));
+    while (!head.empty() && (head.back() == ' ' || head.back() == '=')) head.pop_back();
     return head;
   }
   if (is(inner, "declaration") || is(inner, "field_declaration")) {
@@ -280,11 +296,13 @@ std::string Rules::signature_of(TSNode host) const {
 
 std::string Rules::declared_signature(TSNode host) const {
   if (is(host, "preproc_def") || is(host, "preproc_function_def")) {
+    // the name and parameters; a value, which may run over many lines, is left out
     auto value = ts_node_child_by_field_name(host, "value", 5);
-    if (!ts_node_is_null(value)) {
-      auto a = ts_node_start_byte(host);
-      return std::string(src_.substr(a, ts_node_start_byte(value) - a)) + "...";
-    }
+    auto head =
+        flatten(ts_node_start_byte(host),
+                ts_node_is_null(value) ? ts_node_end_byte(host) : ts_node_start_byte(value));
+    if (head.starts_with("# ")) head.erase(1, 1);  // `#  define` as `#define`
+    return ts_node_is_null(value) ? head : head + " ...";
   }
   // a template or typedef holds the part with the body: its head, then that part's header
   for (std::uint32_t i = 0; i < ts_node_named_child_count(host); ++i) {

@@ -43,6 +43,7 @@ class Rules : public tagged::Extraction {
   // The declaration or definition a function declarator belongs to, or a null node.
   TSNode function_host() const;
   bool is_header() const;
+  bool is_include_guard(TSNode node, std::string_view name) const;
   // A function declarator in a block whose parameters are bare names, `T x(y);`: the grammar
   // reads a variable constructed from arguments as a local prototype.
   bool reads_as_construction(TSNode declarator) const;

@@ -117,9 +117,10 @@ bool Extraction::take(const TSQueryMatch& m) {
   if (caps.has(DECORATED)) {
     decorators_[ts_node_start_byte(caps.node[DECORATED])] = caps.at(OUTER);
   } else if (caps.has(HEADER)) {
+    // one line, up to the colon that opens the body
     TSNode h = caps.node[HEADER], c = caps.at(COLON);
     auto a = ts_node_start_byte(h);
-    signatures_[a] = std::string(src_.substr(a, ts_node_end_byte(c) - a));
+    signatures_[a] = flatten(a, ts_node_start_byte(c));
   } else if (caps.has(DOCSTRING)) {
     std::uint32_t key = caps.has(DOC_OWNER) ? ts_node_start_byte(caps.node[DOC_OWNER]) : UINT32_MAX;
     docstrings_.emplace(key, string_body(caps.node[DOCSTRING]));

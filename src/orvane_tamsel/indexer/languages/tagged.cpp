@@ -1,6 +1,7 @@
 #include "orvane_tamsel/indexer/languages/tagged.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -29,6 +30,20 @@ const TSQuery* query_for(const utils::Language& language) {
 
 bool is_null(TSNode n) {
   return n.id == nullptr;
+}
+
+// The row a node's text ends on: a node that takes its line's end (a directive, a line comment
+// in some grammars) ends at the next row's start, which it does not reach.
+std::uint32_t last_row(TSNode n) {
+  auto end = ts_node_end_point(n);
+  return end.column == 0 && end.row > ts_node_start_point(n).row ? end.row - 1 : end.row;
+}
+
+// A comment line with no word: a rule (`----`), a group's opening or closing mark (`@{`, `}`).
+bool is_mark(std::string_view line) {
+  return std::none_of(line.begin(), line.end(), [](char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) != 0 || (c & 0x80) != 0;
+  });
 }
 
 }  // namespace
@@ -158,26 +173,27 @@ void Extraction::enter(TSNode node) {
     Frame& parent = frames_.back();
     // whether the comment run before the node ends on the line before it or on its own line
     auto run_reaches = [&] {
-      return !is_null(parent.run_last) &&
-             ts_node_end_point(parent.run_last).row + 1 >= ts_node_start_point(node).row;
+      return !is_null(parent.run_reach) &&
+             last_row(parent.run_reach) + 1 >= ts_node_start_point(node).row;
     };
     if (keeps_doc(node)) {
       // the comment run stays open for the definition after it
+      if (run_reaches()) parent.run_reach = node;
     } else if (is_comment(node)) {
-      bool trailing = !is_null(parent.last_code) &&
-                      ts_node_start_point(node).row == ts_node_end_point(parent.last_code).row;
+      bool trailing =
+          !is_null(parent.last_code) && ts_node_start_point(node).row == last_row(parent.last_code);
       if (trailing) {
-        parent.run_first = parent.run_last = TSNode{};
+        parent.run_first = parent.run_last = parent.run_reach = TSNode{};
       } else {
         if (!run_reaches()) parent.run_first = node;
-        parent.run_last = node;
+        parent.run_last = parent.run_reach = node;
       }
     } else {
       if (run_reaches()) {
         frame.doc_first = parent.run_first;
         frame.doc_last = parent.run_last;
       }
-      parent.run_first = parent.run_last = TSNode{};
+      parent.run_first = parent.run_last = parent.run_reach = TSNode{};
       parent.last_code = node;
     }
   }
@@ -267,27 +283,80 @@ std::string Extraction::signature_of(TSNode host) const {
                  ts_node_is_null(body) ? ts_node_end_byte(host) : ts_node_start_byte(body));
 }
 
+std::vector<std::pair<std::uint32_t, std::uint32_t>> Extraction::comments_between(
+    std::uint32_t a, std::uint32_t b) const {
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> out;
+  // only the nodes that overlap the bytes are entered
+  std::vector<TSNode> stack{ts_node_descendant_for_byte_range(root_, a, b)};
+  while (!stack.empty()) {
+    TSNode n = stack.back();
+    stack.pop_back();
+    if (is_comment(n)) {
+      out.emplace_back(ts_node_start_byte(n), ts_node_end_byte(n));
+      continue;
+    }
+    std::size_t first = stack.size();
+    TSTreeCursor cursor = ts_tree_cursor_new(n);
+    for (bool more = ts_tree_cursor_goto_first_child(&cursor); more;
+         more = ts_tree_cursor_goto_next_sibling(&cursor)) {
+      TSNode c = ts_tree_cursor_current_node(&cursor);
+      if (ts_node_start_byte(c) >= b) break;
+      if (ts_node_end_byte(c) > a && ts_node_child_count(c) + is_comment(c) > 0) stack.push_back(c);
+    }
+    ts_tree_cursor_delete(&cursor);
+    std::reverse(stack.begin() + static_cast<std::ptrdiff_t>(first), stack.end());
+  }
+  return out;
+}
+
 std::string Extraction::flatten(std::uint32_t a, std::uint32_t b) const {
+  std::string_view raw = src_.substr(a, b - a);
+  // most headers hold no comment: the tree is searched only when one may stand there
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> comments;
+  if (raw.find("//") != std::string_view::npos || raw.find("/*") != std::string_view::npos ||
+      raw.find('#') != std::string_view::npos) {
+    comments = comments_between(a, b);
+  }
   std::string out;
-  bool space = false;
-  for (char c : src_.substr(a, b - a)) {
-    if (c == ' ' || c == '\t' || c == '\n' || c == '\r') {
+  bool space = false, broken = false;  // white space before the next character; a line break in it
+  auto comment = comments.begin();
+  for (std::uint32_t i = a; i < b; ++i) {
+    while (comment != comments.end() && comment->second <= i) ++comment;
+    if (comment != comments.end() && comment->first <= i) {
+      i = comment->second - 1;
       space = !out.empty();
       continue;
     }
-    if (space) out.push_back(' ');
-    space = false;
+    char c = src_[i];
+    // a backslash ending a line continues it (macros, Python)
+    bool continuation =
+        c == '\\' && (src_.substr(i + 1, 1) == "\n" || src_.substr(i + 1, 2) == "\r\n");
+    if (c == ' ' || c == '\t' || c == '\n' || c == '\r' || continuation) {
+      space = !out.empty();
+      broken = broken || c == '\n' || continuation;
+      continue;
+    }
+    // `f(\n  a,\n)` reads `f(a,)`: a line broken inside brackets leaves no space at their edges
+    bool edge = space && broken &&
+                (c == ')' || c == ']' || c == '}' || out.back() == '(' || out.back() == '[' ||
+                 out.back() == '{');
+    if (space && !edge) out.push_back(' ');
+    space = broken = false;
     out.push_back(c);
   }
   while (!out.empty() && (out.back() == ';' || out.back() == '{' || out.back() == ' ')) {
     out.pop_back();
   }
-  if (out.size() > MAX_SIGNATURE) {
+  return bounded(std::move(out));
+}
+
+std::string Extraction::bounded(std::string s) {
+  if (s.size() > MAX_SIGNATURE) {
     std::size_t cut = MAX_SIGNATURE;
-    while (cut > 0 && (static_cast<unsigned char>(out[cut]) & 0xC0) == 0x80) --cut;
-    out.resize(cut);
+    while (cut > 0 && (static_cast<unsigned char>(s[cut]) & 0xC0) == 0x80) --cut;
+    s.resize(cut);
   }
-  return out;
+  return s;
 }
 
 // Comment markers (`//`, `///`, `/**`, ` * `, `*/`) go; the words and line breaks stay.
@@ -312,6 +381,8 @@ std::string Extraction::doc_text(std::string_view raw) const {
     } else if (l.starts_with("/*")) {
       l.remove_prefix(2);
       while (!l.empty() && (l.front() == '*' || l.front() == '!')) l.remove_prefix(1);
+    } else if (l.starts_with("**")) {  // a block whose lines start with `**`
+      while (!l.empty() && l.front() == '*') l.remove_prefix(1);
     } else if (l.starts_with("*")) {
       l.remove_prefix(1);
     }
@@ -319,9 +390,22 @@ std::string Extraction::doc_text(std::string_view raw) const {
     lines.emplace_back(l);
     start = end + 1;
   }
-  while (!lines.empty() && lines.back().empty()) lines.pop_back();
+  // rules and group marks around the words are no part of them
+  while (!lines.empty() && is_mark(lines.back())) lines.pop_back();
   std::size_t first = 0;
-  while (first < lines.size() && lines[first].empty()) ++first;
+  while (first < lines.size() && is_mark(lines[first])) ++first;
+  if (first < lines.size()) {
+    // a leading `@brief` says what the words already are
+    std::string_view head = lines[first];
+    for (std::string_view tag : {"@brief", "\\brief"}) {
+      if (head.starts_with(tag) && head.size() > tag.size() &&
+          (head[tag.size()] == ' ' || head[tag.size()] == '\t')) {
+        auto words = head.find_first_not_of(" \t", tag.size());
+        lines[first] = words == std::string_view::npos ? "" : std::string(head.substr(words));
+        break;
+      }
+    }
+  }
   std::string out;
   for (std::size_t i = first; i < lines.size(); ++i) {
     if (i > first) out.push_back('\n');

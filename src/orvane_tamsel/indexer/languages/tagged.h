@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "orvane_tamsel/indexer/parsed_file.h"
@@ -45,9 +46,10 @@ struct Frame {
   std::string scope;  // the fqn part this node adds for what it holds (namespace, class)
   std::size_t symbol = static_cast<std::size_t>(-1);  // index into ParsedFile::symbols
   TSNode doc_first{}, doc_last{};                     // the comments right before this node, if any
-  // for the children: the comment run being collected and the last non-comment (its end row is
+  // for the children: the comment run being collected, the last node it reaches down to (its
+  // last comment or a node that keeps it attached) and the last non-comment (its end row is
   // read only when a comment follows: most nodes never need it)
-  TSNode run_first{}, run_last{};
+  TSNode run_first{}, run_last{}, run_reach{};
   TSNode last_code{};
 };
 
@@ -95,8 +97,11 @@ class Extraction {
   // The fqn prefix of top-level names (Go: the package), or empty.
   virtual std::string top_prefix() const { return {}; }
   virtual std::string signature_of(TSNode host) const;
-  // The source between two bytes on one line, whitespace collapsed, trailing `{`/`;` dropped.
+  // The source between two bytes as one line: comments left out, runs of white space (line
+  // continuations too) one space, a trailing `{`/`;` dropped, bounded in length.
   std::string flatten(std::uint32_t from, std::uint32_t to) const;
+  // A signature cut to its bound on a character boundary.
+  static std::string bounded(std::string signature);
   // Comment node types (Java and Rust split line and block comments).
   virtual bool is_comment(TSNode n) const { return is(n, "comment"); }
   // Nodes between a doc comment and its definition that keep the comment attached (attributes).
@@ -137,6 +142,9 @@ class Extraction {
 
  private:
   void collect_tags();
+  // The comments between two bytes, as byte ranges in order.
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> comments_between(std::uint32_t from,
+                                                                        std::uint32_t to) const;
   void enter(TSNode node);
   void define_symbol(const Tag& tag);
 

@@ -97,6 +97,25 @@ class Rules : public tagged::Extraction {
     return std::nullopt;
   }
 
+  // A type's header, as a function's: `type Client struct`, `type List[T any] interface`,
+  // `type ID = string`, `type HandlerFunc func(w Writer)`. Fields and methods are its body.
+  std::string signature_of(TSNode host) const override {
+    TSNode named = host;
+    for (std::uint32_t i = 0; is(named, "type_declaration") && i < ts_node_named_child_count(host);
+         ++i) {
+      TSNode c = ts_node_named_child(host, i);
+      if (is(c, "type_spec") || is(c, "type_alias")) named = c;
+    }
+    if (!is(named, "type_spec") && !is(named, "type_alias"))
+      return tagged::Extraction::signature_of(host);
+    TSNode type = ts_node_child_by_field_name(named, "type", 4);
+    bool body = is(type, "struct_type") || is(type, "interface_type");
+    auto head = flatten(ts_node_start_byte(named),
+                        body ? ts_node_start_byte(type) : ts_node_end_byte(named));
+    if (body) head += is(type, "struct_type") ? " struct" : " interface";
+    return bounded("type " + head);
+  }
+
   void visit(TSNode node) override {
     if (!ts_node_is_named(node)) return;
     std::string_view type = ts_node_type(node);  // once: most nodes are none of these
