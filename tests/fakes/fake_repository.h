@@ -125,6 +125,9 @@ class FakeRepository : public index::Repository {
   std::vector<index::ScoredSymbol> search_text(const std::string&, int, bool) override {
     return unscripted<std::vector<index::ScoredSymbol>>("search_text");
   }
+  std::vector<index::TermShares> term_shares(const std::vector<std::string>&, bool) override {
+    return unscripted<std::vector<index::TermShares>>("term_shares");
+  }
   std::map<index::SymbolId, std::int64_t> caller_counts(
       const std::vector<index::SymbolId>&) override {
     return unscripted<std::map<index::SymbolId, std::int64_t>>("caller_counts");

@@ -233,6 +233,33 @@ TEST(SqliteRepository, TextSearchSubwordsStemmingAndSuggestions) {
   EXPECT_GE(ranked.front().score, ranked.back().score);
   EXPECT_THROW(index.search_text("name:(", 10, false), std::exception);
 
+  // One search's term shares rank every subset of the terms exactly as a search of its own.
+  std::vector<std::string> terms{"discount", "cart", "price", "test"};
+  for (bool tests : {false, true}) {
+    auto rows = index.term_shares(terms, tests);
+    for (const auto& [subset, match] : std::vector<std::pair<std::vector<int>, std::string>>{
+             {{0, 1, 2, 3}, R"("discount" OR "cart" OR "price" OR "test")"},
+             {{1, 2}, R"("cart" OR "price")"},
+             {{0, 1}, R"("discount" AND "cart")"}}) {
+      std::map<index::SymbolId, double> summed;
+      for (const auto& row : rows) {
+        ASSERT_EQ(row.shares.size(), terms.size());
+        double sum = 0;
+        int said = 0;
+        for (int i : subset) {
+          sum += row.shares[i];
+          said += row.shares[i] > 0;
+        }
+        bool all =
+            match.find("AND") == std::string::npos || said == static_cast<int>(subset.size());
+        if (said > 0 && all) summed[row.id] = sum;
+      }
+      auto scored = index.search_text(match, 1000, tests);
+      ASSERT_EQ(scored.size(), summed.size()) << match;
+      for (const auto& hit : scored) EXPECT_EQ(summed[hit.id], hit.score) << match;
+    }
+  }
+
   EXPECT_EQ(index.similar_paths("src/shop/crat.py", 3).front(), "src/shop/cart.py");
   EXPECT_EQ(index.similar_paths("pr", 3).front(), "src/shop/pricing.py");
   EXPECT_NO_THROW(index.similar_paths(std::string("ca\0\0rt.py", 9), 3));  // NUL ends FTS strings

@@ -73,6 +73,7 @@ class FakeIndex : public Repository {
   std::vector<std::string> similar_paths(const std::string&, int) override { return {}; }
   std::optional<std::string> skip_reason(const std::string&) override { return std::nullopt; }
   std::vector<ScoredSymbol> search_text(const std::string&, int, bool) override { return {}; }
+  std::vector<TermShares> term_shares(const std::vector<std::string>&, bool) override { return {}; }
   std::map<SymbolId, std::int64_t> caller_counts(const std::vector<SymbolId>&) override {
     return {};
   }

@@ -14,4 +14,13 @@ double cosine(const std::vector<float>& a, const std::vector<float>& b) {
   return na > 0 && nb > 0 ? dot / std::sqrt(na * nb) : 0.0;
 }
 
+std::vector<double> Embedder::text_similarities(const std::string& asked,
+                                                const std::vector<std::string>& texts) {
+  const auto a = embed(asked);
+  std::vector<double> out;
+  out.reserve(texts.size());
+  for (const auto& text : texts) out.push_back(cosine(a, embed(text)));
+  return out;
+}
+
 }  // namespace orvane_tamsel::index

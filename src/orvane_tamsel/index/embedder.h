@@ -31,6 +31,9 @@ class Embedder {
                                             bool /*include_tests*/) {
     return {};
   }
+  // The cosine of the asked text's vector with each text's, in order.
+  virtual std::vector<double> text_similarities(const std::string& asked,
+                                                const std::vector<std::string>& texts);
   // The cosine of a vector of embed() with each symbol's, in order; 0 for a symbol without one.
   virtual std::vector<double> similarities(const std::vector<float>& /*asked*/,
                                            const std::vector<SymbolId>& ids) {

@@ -92,6 +92,12 @@ struct ScoredSymbol {
   double score = 0;  // larger is better
 };
 
+// A symbol that says some of the searched terms, with each term's share of its BM25 score.
+struct TermShares {
+  SymbolId id = 0;
+  std::vector<double> shares;  // in the order the terms were given
+};
+
 struct FileLink {
   std::string path;
   std::int64_t symbols = 0;  // distinct symbols involved
@@ -188,6 +194,11 @@ class Repository {
   // `name:discount`, `"apply discount"` and `fqn:"shop cart"` all match applyDiscount in shop.cart.
   virtual std::vector<ScoredSymbol> search_text(const std::string& match, int limit,
                                                 bool include_tests) = 0;
+  // Every symbol that says any of the terms (each a quoted phrase), in no order. The shares of a
+  // subset of the terms, summed in the terms' order, are the score search_text gives the symbol
+  // for those terms alone ("a" OR "b", or "a" AND "b"): one search ranks every subset.
+  virtual std::vector<TermShares> term_shares(const std::vector<std::string>& terms,
+                                              bool include_tests) = 0;
   // Evidence-backed callers per symbol.
   virtual std::map<SymbolId, std::int64_t> caller_counts(const std::vector<SymbolId>& ids) = 0;
   // The names of the production symbols that match, best first (search_text without the rows).

@@ -1,6 +1,7 @@
 #include "orvane_tamsel/index/sqlite_repository.h"
 
 #include <algorithm>
+#include <cstring>
 #include <mutex>
 #include <set>
 #include <stdexcept>
@@ -11,6 +12,7 @@
 #include "orvane_tamsel/index/similarity.h"
 #include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/index/stats.h"
+#include "orvane_tamsel/index/term_scores.h"
 #include "orvane_tamsel/utils/unicode.h"
 
 namespace orvane_tamsel::index {
@@ -126,7 +128,9 @@ std::string short_name(const std::string& fqn, const std::string& module) {
 class SqliteRepository : public Repository {
  public:
   SqliteRepository(std::filesystem::path root, std::unique_ptr<Database> db)
-      : root_(std::move(root)), db_(std::move(db)) {}
+      : root_(std::move(root)), db_(std::move(db)) {
+    add_term_scores(db_->handle());
+  }
 
   std::optional<FileRecord> get_file_by_path(const std::string& path) override {
     std::lock_guard lock(mutex_);
@@ -392,6 +396,28 @@ class SqliteRepository : public Repository {
     st.bind(1, match).bind(2, include_tests).bind(3, limit);
     while (st.step()) scored.push_back({st.integer(0), st.real(1)});
     return scored;
+  }
+
+  std::vector<TermShares> term_shares(const std::vector<std::string>& terms,
+                                      bool include_tests) override {
+    std::lock_guard lock(mutex_);
+    std::vector<TermShares> rows;
+    std::string match;
+    for (const auto& t : terms) match += (match.empty() ? "\"" : " OR \"") + t + "\"";
+    if (match.empty()) return rows;
+    // The weights are the table's rank weights (schema), so that the shares add up to its bm25.
+    auto st = db_->prepare(
+        "SELECT t.rowid, term_scores(symbol_text, 10.0, 4.0, 2.0, 1.0, 2.0) "
+        "FROM symbol_text t JOIN symbols s ON s.id = t.rowid "
+        "WHERE symbol_text MATCH ?1 AND (?2 OR s.is_test = 0)");
+    st.bind(1, match).bind(2, include_tests);
+    while (st.step()) {
+      auto bytes = st.blob(1);
+      std::vector<double> shares(bytes.size() / sizeof(double));
+      std::memcpy(shares.data(), bytes.data(), shares.size() * sizeof(double));
+      rows.push_back({st.integer(0), std::move(shares)});
+    }
+    return rows;
   }
 
   std::map<SymbolId, std::int64_t> caller_counts(const std::vector<SymbolId>& ids) override {

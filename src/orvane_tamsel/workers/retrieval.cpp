@@ -15,6 +15,7 @@
 #include "orvane_tamsel/utils/query_terms.h"
 #include "orvane_tamsel/workers/term_expansion.h"
 #include "orvane_tamsel/workers/term_match.h"
+#include "orvane_tamsel/workers/term_ranking.h"
 
 namespace orvane_tamsel::workers {
 
@@ -99,9 +100,8 @@ constexpr int CANDIDATES = 100;
 // is rare enough to rank it among the first CANDIDATES of the search over all the words: each pair
 // of the first PAIR_TERMS terms adds its best PAIR_CANDIDATES. Like a widened match, one found
 // only so scores PAIRED_WEIGHT times its pair's BM25 share; chosen on the tuning files (0.1 to
-// 0.8 and an addition to the text share tried: adding it lost top-1 there). Four terms, not six:
-// each pair is a search of its own (six pairs instead of fifteen, a few ms less per question on
-// Go's standard library), for one spent question fewer in the first five.
+// 0.8 and an addition to the text share tried: adding it lost top-1 there). Four terms, not six,
+// fitted when each pair was a search of its own: one spent question fewer in the first five.
 constexpr std::size_t PAIR_TERMS = 4;
 constexpr int PAIR_CANDIDATES = 20;
 constexpr double PAIRED_WEIGHT = 0.25;
@@ -275,40 +275,37 @@ std::set<std::string> compounds_of(const std::vector<std::string>& terms) {
   return compounds;
 }
 
+// The text search's candidate lists, signals 1 and 1b below.
+struct TextHits {
+  std::vector<index::ScoredSymbol> bm25;
+  std::vector<index::ScoredSymbol> widened;
+  std::map<index::SymbolId, double> paired;
+};
+
 // Signal 1: BM25 over the symbol text table, over the question's own words and over them widened
-// with the code base's own words for them (the name signals keep to what was asked).
-std::pair<std::vector<index::ScoredSymbol>, std::vector<index::ScoredSymbol>> text_hits(
-    index::Repository& repository, const Question& q) {
-  using detail::match_expression;
-  auto bm25 = repository.search_text(match_expression(q.terms), CANDIDATES, q.include_tests);
+// with the code base's own words for them (the name signals keep to what was asked); and signal
+// 1b: symbols that say two of the question's words, pair by pair, each with its best BM25 share
+// among the pairs that found it (a question in many plain words ranks first what says one rare
+// word often; what says two of them is found here). One search ranks them all.
+TextHits text_hits(index::Repository& repository, const Question& q) {
   auto searched = q.terms;
   for (auto& w : detail::expansions(repository, q.terms)) searched.push_back(std::move(w));
-  std::vector<index::ScoredSymbol> widened;
-  if (searched.size() > q.terms.size()) {
-    widened = repository.search_text(match_expression(searched), CANDIDATES, q.include_tests);
-  }
-  return {std::move(bm25), std::move(widened)};
-}
-
-// Signal 1b: symbols that say two of the question's words, pair by pair, each with its best BM25
-// share among the pairs that found it. A question in many plain words ranks first what says one
-// rare word often; what says two of them is found here.
-std::map<index::SymbolId, double> paired_hits(index::Repository& repository, const Question& q) {
-  std::map<index::SymbolId, double> paired;
+  const auto rows = repository.term_shares(searched, q.include_tests);
+  TextHits hits;
+  hits.bm25 = rank_any(rows, q.terms.size(), CANDIDATES);
+  if (searched.size() > q.terms.size()) hits.widened = rank_any(rows, searched.size(), CANDIDATES);
   const std::size_t n = std::min(q.terms.size(), detail::PAIR_TERMS);
   for (std::size_t i = 0; i < n; ++i) {
     for (std::size_t j = i + 1; j < n; ++j) {
-      auto hits = repository.search_text("\"" + q.terms[i] + "\" AND \"" + q.terms[j] + "\"",
-                                         detail::PAIR_CANDIDATES, q.include_tests);
-      const double top = hits.empty() ? 0.0 : hits.front().score;
-      for (const auto& hit : hits) {
-        double share = top > 0 ? hit.score / top : 0.0;
-        auto& best = paired[hit.id];
-        best = std::max(best, share);
+      auto pair = rank_both(rows, i, j, detail::PAIR_CANDIDATES);
+      const double top = pair.empty() ? 0.0 : pair.front().score;
+      for (const auto& hit : pair) {
+        auto& best = hits.paired[hit.id];
+        best = std::max(best, top > 0 ? hit.score / top : 0.0);
       }
     }
   }
-  return paired;
+  return hits;
 }
 
 // Signal 2: symbols whose name is one of the words as written (and its lower-cased form), or two
@@ -566,15 +563,18 @@ void read_head(index::Repository& repository, index::Embedder* word_senses, cons
   auto callers = repository.caller_counts(head);
   std::set<std::string> term_set(q.terms.begin(), q.terms.end());
   auto weights = stem_weights(repository, q.terms, term_set);
-  std::vector<float> asked;
-  if (word_senses) asked = word_senses->embed(q.query);
+  std::vector<double> senses;
+  if (word_senses) {
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < count; ++i) {
+      names.push_back(detail::inside_module(candidates[i].symbol->fqn, *candidates[i].path));
+    }
+    senses = word_senses->text_similarities(q.query, names);
+  }
   for (std::size_t i = 0; i < count; ++i) {
     auto& c = candidates[i];
     read_features(c, q, term_set, weights, callers.count(c.id) ? callers[c.id] : 0);
-    if (!asked.empty()) {
-      c.inputs.senses =
-          index::cosine(asked, word_senses->embed(detail::inside_module(c.symbol->fqn, *c.path)));
-    }
+    if (!senses.empty()) c.inputs.senses = senses[i];
   }
   mark_holders(q, candidates, count);
 }
@@ -650,10 +650,10 @@ std::vector<Candidate> gather(index::Repository& repository, index::Embedder* em
           embedder->nearest(meaning.asked, detail::MEANING_CANDIDATES, q.include_tests);
     }
   }
-  auto [bm25, widened] = text_hits(repository, q);
+  auto text = text_hits(repository, q);
   auto exact = exact_names(repository, q);
-  auto fused = detail::fuse(bm25, widened, named_symbols(repository, q, exact),
-                            paired_hits(repository, q), meaning);
+  auto fused = detail::fuse(text.bm25, text.widened, named_symbols(repository, q, exact),
+                            text.paired, meaning);
   std::vector<index::SymbolId> ids;
   for (const auto& [id, parts] : fused) ids.push_back(id);
   found = repository.symbols_with_paths(ids);

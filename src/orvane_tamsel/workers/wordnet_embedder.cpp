@@ -157,9 +157,10 @@ std::filesystem::path WordNetEmbedder::default_dictionary() {
 // The senses of a word: its first senses in each part of speech (under its dictionary form),
 // their derivationally related senses at half weight, and the word itself, so that two spellings
 // of one word always meet.
-const std::vector<std::pair<std::uint32_t, float>>& WordNetEmbedder::concepts(
-    const std::string& word) {
+const WordNetEmbedder::Senses& WordNetEmbedder::concepts(const std::string& word) {
   if (auto it = cache_.find(word); it != cache_.end()) return it->second;
+  if (cache_.size() >= MAX_CACHED) cache_.clear();
+  if (utils::query_terms(word).empty()) return cache_[word];
   std::map<std::uint32_t, float> out;
   out[dimension(std::hash<std::string>{}(word))] = 1.0F;
   for (std::size_t p = 0; p < 4 && files_->ok; ++p) {
@@ -208,20 +209,18 @@ const std::vector<std::pair<std::uint32_t, float>>& WordNetEmbedder::concepts(
       }
     }
   }
-  if (cache_.size() >= MAX_CACHED) cache_.clear();
   auto& slot = cache_[word];
   slot.assign(out.begin(), out.end());
   return slot;
 }
 
-std::vector<float> WordNetEmbedder::embed(const std::string& text) {
-  std::vector<float> v(DIMENSIONS, 0.0F);
+WordNetEmbedder::Senses WordNetEmbedder::unit(const std::string& text) {
   std::set<std::string> words;
   std::string token;
   auto flush = [&] {
     for (auto& w : index::subwords(token)) {
       bool letters = std::all_of(w.begin(), w.end(), [](char c) { return c >= 'a' && c <= 'z'; });
-      if (letters && w.size() >= MIN_WORD && !utils::query_terms(w).empty()) words.insert(w);
+      if (letters && w.size() >= MIN_WORD) words.insert(w);
     }
     token.clear();
   };
@@ -233,16 +232,47 @@ std::vector<float> WordNetEmbedder::embed(const std::string& text) {
     }
   }
   flush();
-  std::lock_guard lock(mutex_);
+  std::map<std::uint32_t, float> sum;
   for (const auto& w : words) {
-    for (const auto& [d, weight] : concepts(w)) v[d] += weight;
+    for (const auto& [d, weight] : concepts(w)) sum[d] += weight;
   }
   double norm = 0;
-  for (float x : v) norm += static_cast<double>(x) * x;
+  for (const auto& [d, x] : sum) norm += static_cast<double>(x) * x;
+  Senses out(sum.begin(), sum.end());
   if (norm > 0) {
-    for (auto& x : v) x = static_cast<float>(x / std::sqrt(norm));
+    for (auto& [d, x] : out) x = static_cast<float>(x / std::sqrt(norm));
   }
+  return out;
+}
+
+std::vector<float> WordNetEmbedder::embed(const std::string& text) {
+  std::vector<float> v(DIMENSIONS, 0.0F);
+  std::lock_guard lock(mutex_);
+  for (const auto& [d, x] : unit(text)) v[d] = x;
   return v;
+}
+
+// Summed in dimension order as index::cosine sums the dense vectors, so the figures are the same.
+std::vector<double> WordNetEmbedder::text_similarities(const std::string& asked,
+                                                       const std::vector<std::string>& texts) {
+  std::lock_guard lock(mutex_);
+  const auto a = unit(asked);
+  double na = 0;
+  for (const auto& [d, x] : a) na += static_cast<double>(x) * x;
+  std::vector<double> out;
+  out.reserve(texts.size());
+  for (const auto& text : texts) {
+    const auto b = unit(text);
+    double dot = 0, nb = 0;
+    auto i = a.begin();
+    for (const auto& [d, x] : b) {
+      nb += static_cast<double>(x) * x;
+      while (i != a.end() && i->first < d) ++i;
+      if (i != a.end() && i->first == d) dot += static_cast<double>(i->second) * x;
+    }
+    out.push_back(na > 0 && nb > 0 ? dot / std::sqrt(na * nb) : 0.0);
+  }
+  return out;
 }
 
 std::shared_ptr<index::Embedder> word_sense_embedder() {

@@ -24,6 +24,9 @@ class WordNetEmbedder : public index::Embedder {
   // A unit vector of DIMENSIONS values over the text's words (code names split into sub-words);
   // all zeros when no word is known.
   std::vector<float> embed(const std::string& text) override;
+  // The same cosines as embed's vectors give, from the few senses each text has.
+  std::vector<double> text_similarities(const std::string& asked,
+                                        const std::vector<std::string>& texts) override;
 
   static constexpr std::size_t DIMENSIONS = 1024;
   static std::filesystem::path default_dictionary();
@@ -33,7 +36,11 @@ class WordNetEmbedder : public index::Embedder {
   std::unique_ptr<Files> files_;
   std::mutex mutex_;
   std::map<std::string, std::vector<std::pair<std::uint32_t, float>>, std::less<>> cache_;
-  const std::vector<std::pair<std::uint32_t, float>>& concepts(const std::string& word);
+  using Senses = std::vector<std::pair<std::uint32_t, float>>;  // by dimension, ascending
+  // Empty for a word the question terms leave out ("the", "and").
+  const Senses& concepts(const std::string& word);
+  // embed's vector without its zeros; called with mutex_ held.
+  Senses unit(const std::string& text);
 };
 
 // The WordNet embedder when its dictionary is installed, else null.
