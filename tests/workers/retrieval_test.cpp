@@ -55,6 +55,14 @@ TEST(NameLookup, PathsAndNames) {
   EXPECT_EQ(dotted("a#b"), "a.b");
   EXPECT_EQ(guessed_name("Cart.total"), "total");
   EXPECT_EQ(guessed_name("shop::Cart#"), "");
+  // a name written with the inline namespaces a compiler prints finds the symbol without them
+  EXPECT_TRUE(names_through_inline_scopes("std.__cxx11.basic_string", "std.basic_string"));
+  EXPECT_TRUE(names_through_inline_scopes("std.chrono._V2.system_clock.now",
+                                          "std.chrono.system_clock.now"));
+  EXPECT_FALSE(names_through_inline_scopes("std.basic_string", "std.basic_string"));
+  EXPECT_FALSE(names_through_inline_scopes("std.__cxx11.basic_string", "basic_string"));
+  EXPECT_FALSE(names_through_inline_scopes("std.__cxx11.basic_string", "boost.basic_string"));
+  EXPECT_FALSE(names_through_inline_scopes("a.b.c.f", "a.c.b.f"));
 }
 
 TEST(RetrievalSettings, MissingDefaultMalformedNamesTheLine) {

@@ -19,14 +19,16 @@ std::vector<std::pair<index::Symbol, std::string>> symbols_named(index::Reposito
     std::string dotted = workers::dotted(target);
     if (dotted != name) {
       std::string tail = "." + dotted;
-      std::vector<index::Symbol> kept;
+      std::vector<index::Symbol> kept, inline_scoped;
       for (auto& s : found) {
         std::string full = "." + s.fqn;
         if (full.size() >= tail.size() &&
             full.compare(full.size() - tail.size(), tail.size(), tail) == 0)
           kept.push_back(std::move(s));
+        else if (workers::names_through_inline_scopes(dotted, s.fqn))
+          inline_scoped.push_back(std::move(s));
       }
-      found = std::move(kept);
+      found = kept.empty() ? std::move(inline_scoped) : std::move(kept);
     }
   }
   if (found.size() > NAMESAKES) found.resize(NAMESAKES);

@@ -16,6 +16,8 @@ namespace {
 // Most call sites or references read for one symbol.
 constexpr int MAX_SITES = 500;
 constexpr int MAX_MENTIONS = 50;
+// Symbols of the same name read when a qualified name is not found as written.
+constexpr int MAX_NAMESAKES = 50;
 
 struct Found {
   index::Symbol symbol;
@@ -25,6 +27,16 @@ struct Found {
 Found find_symbol(index::Repository& repository, const std::string& given) {
   auto fqn = workers::dotted(given);
   auto symbol = repository.get_symbol_by_fqn(fqn);
+  if (!symbol || !symbol->id) {
+    // written with the inline namespaces a compiler prints (`std::__cxx11::basic_string`)
+    auto named = repository.search_symbols({workers::guessed_name(given)}, true, MAX_NAMESAKES);
+    for (auto& s : named.symbols) {
+      if (workers::names_through_inline_scopes(fqn, s.fqn)) {
+        symbol = std::move(s);
+        break;
+      }
+    }
+  }
   if (!symbol || !symbol->id) {
     Json details = Json::object();
     // The names explore would suggest for the same miss.

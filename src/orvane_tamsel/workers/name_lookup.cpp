@@ -77,4 +77,24 @@ std::string guessed_name(std::string_view name) {
   return at == std::string::npos ? d : d.substr(at + 1);
 }
 
+bool names_through_inline_scopes(std::string_view written, std::string_view fqn) {
+  auto split = [](std::string_view s) {
+    std::vector<std::string_view> parts;
+    for (std::size_t at = 0;;) {
+      auto dot = s.find('.', at);
+      parts.push_back(s.substr(at, dot == std::string_view::npos ? dot : dot - at));
+      if (dot == std::string_view::npos) return parts;
+      at = dot + 1;
+    }
+  };
+  auto w = split(written), f = split(fqn);
+  if (f.size() < 2 || f.size() >= w.size() || f.front() != w.front() || f.back() != w.back())
+    return false;
+  std::size_t i = 0;
+  for (const auto& part : w) {
+    if (i < f.size() && part == f[i]) ++i;
+  }
+  return i == f.size();
+}
+
 }  // namespace orvane_tamsel::workers

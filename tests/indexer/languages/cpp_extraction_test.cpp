@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -8,6 +9,7 @@
 #include <tuple>
 
 #include "indexer/indexed_fixture.h"
+#include "orvane_tamsel/indexer/languages/cpp/preparse.h"
 
 namespace {
 
@@ -78,6 +80,88 @@ TEST(CppExtraction, SymbolsCallersAndTests) {
   components = repo.index().components_of({"src/shop/cart.cpp", "src/shop/ledger/book.cpp"});
   EXPECT_EQ(components["src/shop/cart.cpp"], "shop");
   EXPECT_EQ(components["src/shop/ledger/book.cpp"], "shop.ledger");
+}
+
+// Names keep their namespaces when macros the grammar cannot expand open them (libstdc++'s
+// versioned namespaces) or decorate a class or function (export macros); inline namespaces add
+// nothing. Calls resolve through using-declarations and -directives at file, namespace and
+// function scope, and not when two namespaces in scope declare the name.
+TEST(CppExtraction, MacroNamespacesAndUsings) {
+  indexer_test::IndexedFixture repo("cpp_scopes");
+  auto& index = repo.index();
+  for (const char* fqn : {"std.vector", "std._Vector_base", "std.basic_string",
+                          "std.chrono.system_clock", "testing.Cardinality"}) {
+    auto s = index.get_symbol_by_fqn(fqn);
+    ASSERT_TRUE(s.has_value()) << fqn;
+    EXPECT_TRUE(s->kind == "class" || s->kind == "struct") << fqn << " " << s->kind;
+  }
+  EXPECT_FALSE(index.get_symbol_by_fqn("vector").has_value());
+  // the specialization's members are its own, not functions named after the class
+  auto vectors = repo.rows("SELECT kind FROM symbols WHERE fqn = 'std.vector'");
+  EXPECT_EQ(std::set<std::string>(vectors.begin(), vectors.end()), std::set<std::string>{"class"});
+  // a conditional around part of a header leaves the function whole
+  EXPECT_EQ(repo.callees("std.vector.flip"), std::set<std::string>{"std.vector._M_flip_all"});
+  EXPECT_EQ(repo.callees("std.vector.push_back"),
+            std::set<std::string>{"std.vector._M_realloc_insert"});
+  EXPECT_EQ(repo.callees("std.basic_string.empty"), std::set<std::string>{"std.basic_string.size"});
+  EXPECT_EQ(repo.symbol("std.chrono.system_clock.now").kind, "method");
+  EXPECT_EQ(repo.symbol("testing.Between").kind, "function");
+
+  EXPECT_EQ(repo.callees("testing.AtLeast"),
+            (std::set<std::string>{"testing.Between", "testing.internal.Clamp"}));
+  EXPECT_EQ(repo.callees("AtLeastHolds"),
+            (std::set<std::string>{"testing.AtLeast", "testing.Cardinality.IsSatisfiedByCallCount",
+                                   "GMOCK_AT_LEAST_ONCE"}));  // a macro is in no namespace
+  EXPECT_EQ(repo.callees("BetweenHolds"),
+            (std::set<std::string>{"testing.Between", "testing.internal.Clamp",
+                                   "testing.Cardinality.IsSatisfiedByCallCount"}));
+  EXPECT_EQ(repo.callees("both"), std::set<std::string>{"geo.perimeter"});
+  // a name a using brings in resolves as a name of the file's own scope does
+  auto evidence = repo.rows(
+      "SELECT DISTINCT s.evidence FROM call_sites s JOIN symbols c ON c.id = s.callee_id "
+      "JOIN symbols r ON r.id = s.caller_id WHERE r.fqn IN ('AtLeastHolds', 'BetweenHolds') "
+      "AND c.kind = 'function'");
+  EXPECT_EQ(evidence, std::vector<std::string>{"include"});
+}
+
+// What the parse is given: the same bytes and lines, decorations and the fragment branches of a
+// conditional blanked, directives, comments and strings as written; untouched text gives "".
+TEST(CppExtraction, PreparseBlanksInPlace) {
+  using orvane_tamsel::indexer::cpp::closing_brace;
+  using orvane_tamsel::indexer::cpp::preparse;
+  EXPECT_EQ(preparse("namespace a {\nint f();\n}\n"), "");
+  const std::string src =
+      "#define GTEST_API_ __attribute__((visibility(\"default\")))\n"
+      "class GTEST_API_ Foo {};\n"
+      "const char* s = \"_GLIBCXX_NOEXCEPT\";  // _GLIBCXX_NOEXCEPT\n"
+      "void f() _GLIBCXX_NOEXCEPT_IF(noexcept(g(1)));\n"
+      "#if __cplusplus >= 201103L\n"
+      "void h(int a)\n"
+      "#else\n"
+      "void h(long a)\n"
+      "#endif\n"
+      "{ }\n"
+      "#if 0\n"
+      "broken(\n"
+      "#else\n"
+      "int k()\n"
+      "#endif\n"
+      "{ return 1; }\n";
+  auto out = preparse(src);
+  ASSERT_EQ(out.size(), src.size());
+  EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), std::count(src.begin(), src.end(), '\n'));
+  EXPECT_NE(out.find("#define GTEST_API_ __attribute__"), std::string::npos);
+  EXPECT_NE(out.find("class " + std::string(11, ' ') + "Foo {};"), std::string::npos);
+  EXPECT_NE(out.find("\"_GLIBCXX_NOEXCEPT\";  // _GLIBCXX_NOEXCEPT"), std::string::npos);
+  EXPECT_NE(out.find("void f()" + std::string(37, ' ') + ";"), std::string::npos);
+  EXPECT_NE(out.find("void h(int a)"), std::string::npos);
+  EXPECT_EQ(out.find("void h(long a)"), std::string::npos);
+  EXPECT_EQ(out.find("#if"), std::string::npos);
+  EXPECT_EQ(out.find("broken"), std::string::npos);
+  EXPECT_NE(out.find("int k()"), std::string::npos);
+  // a brace in a comment, a literal or a directive closes nothing
+  std::string text = "{ /* } */ \"}\" '}'\n#define X }\n}";
+  EXPECT_EQ(closing_brace(text, 1), text.size() - 1);
 }
 
 // What a definition takes from its declaration must not depend on the order of updates: after

@@ -249,6 +249,7 @@ std::optional<tagged::Definition> Rules::define_macro(const tagged::Tag& tag,
     return std::nullopt;
   }
   def.kind = "macro";
+  def.unscoped = true;  // the preprocessor knows no namespace
   return def;
 }
 

@@ -72,7 +72,7 @@ bool Extraction::is_callable(const ParsedSymbol& s) const {
 }
 
 ParsedFile Extraction::run() {
-  auto tree = skeleton::parse(language_, path_, src_);
+  auto tree = skeleton::parse(language_, path_, parse_input());
   root_ = ts_tree_root_node(tree.get());
   out_ = skeleton::file_record(language_, path_, module_, src_);
   out_.symbols.push_back(skeleton::module_symbol(out_));
@@ -210,7 +210,7 @@ void Extraction::define_symbol(const Tag& tag) {
 
   std::string prefix = top_prefix();
   std::size_t parent = 0;
-  for (std::size_t i = 0; i < host; ++i) {
+  for (std::size_t i = 0; i < host && !def->unscoped; ++i) {
     prefix = join(prefix, frames_[i].scope);
     if (frames_[i].symbol != NONE) parent = frames_[i].symbol;
   }

@@ -35,6 +35,7 @@ struct Definition {
   std::vector<std::string> qualifier;  // written scopes: C++ `Cls::m`, a Go method's receiver type
   TSNode host{};                       // the node whose lines, signature and doc the symbol takes
   bool opens_scope = false;            // names inside the host get this symbol's fqn as prefix
+  bool unscoped = false;               // no enclosing scope adds to its fqn (a C++ macro)
   bool is_test = false;
 };
 
@@ -70,6 +71,9 @@ class Extraction {
  protected:
   static constexpr std::size_t NONE = static_cast<std::size_t>(-1);
 
+  // The text the grammar parses; by default the source. A language may blank what its grammar
+  // misreads, byte for byte, so that every node still points into the source.
+  virtual std::string_view parse_input() { return src_; }
   // The compiled query tags come from; by default the language's query files as one.
   virtual const TSQuery* tag_query() const;
   // Every match of the query, before it is read as a tag: true when the rules took it whole (a

@@ -7,3 +7,7 @@
 ; Initialized variables; the rules keep those of declarations at file or namespace scope.
 ; (Rooted at the declarator: a pattern rooted at `declaration` takes milliseconds to compile.)
 (init_declarator declarator: [(identifier) @name (pointer_declarator declarator: (identifier) @name) (array_declarator declarator: (identifier) @name)]) @definition.constant
+; A specialization of a class template (`class vector<bool, A> {...}`) holds its members as the
+; template does.
+(class_specifier name: (template_type name: (type_identifier) @name) body: (_)) @definition.class
+(struct_specifier name: (template_type name: (type_identifier) @name) body: (_)) @definition.class

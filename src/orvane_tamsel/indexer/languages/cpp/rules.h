@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "orvane_tamsel/indexer/languages/c.h"
+#include "orvane_tamsel/indexer/languages/cpp/preparse.h"
 
 namespace orvane_tamsel::indexer::cpp::detail {
 
@@ -70,9 +71,64 @@ class Rules : public c::Rules {
  protected:
   bool scoped_types() const override { return true; }
 
+  std::string_view parse_input() override {
+    blanked_ = preparse(src_);
+    return blanked_.empty() ? src_ : std::string_view(blanked_);
+  }
+  std::uint32_t closing_brace(std::uint32_t from) const {
+    return static_cast<std::uint32_t>(
+        cpp::closing_brace(blanked_.empty() ? src_ : std::string_view(blanked_), from));
+  }
+
+  // An inline namespace (an ABI version: `std::chrono::_V2`) adds nothing: its names are
+  // written, and looked up, as the enclosing namespace's.
   std::string scope_of(TSNode node) override {
-    if (!is(node, "namespace_definition")) return {};
+    if (ts_node_has_error(root_)) close_misread_namespaces(node);
+    if (!is(node, "namespace_definition") || is(ts_node_child(node, 0), "inline")) return {};
+    if (ts_node_has_error(root_)) {
+      TSNode body = ts_node_child_by_field_name(node, "body", 4);
+      if (!ts_node_is_null(body))
+        namespace_ends_.push_back({node, closing_brace(ts_node_start_byte(body) + 1)});
+    }
     return dotted(split_qualified(field_text(node, "name")));
+  }
+
+  // Where the grammar recovered from a misread, a namespace's node may run past the brace that
+  // closes it in the text: what follows that brace is in no namespace of it. And in a stretch
+  // read as an ERROR node, a namespace opened there scopes its following siblings.
+  void close_misread_namespaces(TSNode node) {
+    auto at = ts_node_start_byte(node);
+    while (!namespace_ends_.empty() && at >= namespace_ends_.back().end) {
+      for (auto& f : frames_) {
+        if (ts_node_eq(f.node, namespace_ends_.back().node)) f.scope.clear();
+      }
+      namespace_ends_.pop_back();
+    }
+    if (!frames_.empty() && is(frames_.back().node, "ERROR"))
+      frames_.back().scope = unread_namespaces(frames_.back().node, at);
+  }
+
+  // In a stretch the grammar could not read (an ERROR node) `namespace n {` stays tokens among
+  // its children: what follows, up to the `}` that matches the brace in the text, is in n. The
+  // namespaces open at a byte among the children of `error`.
+  std::string unread_namespaces(TSNode error, std::uint32_t at) {
+    if (!ts_node_eq(error, error_node_)) {
+      error_node_ = error;
+      error_namespaces_.clear();
+      std::uint32_t n = ts_node_child_count(error);
+      for (std::uint32_t i = 0; i + 2 < n; ++i) {
+        TSNode brace = ts_node_child(error, i + 2);
+        if (!is(ts_node_child(error, i), "namespace") || !is(brace, "{")) continue;
+        auto name = dotted(split_qualified(text(ts_node_child(error, i + 1))));
+        auto from = ts_node_end_byte(brace);
+        error_namespaces_.push_back({name, from, closing_brace(from)});
+      }
+    }
+    std::string scope;
+    for (const auto& ns : error_namespaces_) {
+      if (at >= ns.from && at < ns.to) scope = join(scope, ns.name);
+    }
+    return scope;
   }
 
   std::optional<tagged::Definition> define(const tagged::Tag& tag) override {
@@ -328,6 +384,18 @@ class Rules : public c::Rules {
   }
 
  private:
+  struct UnreadNamespace {
+    std::string name;
+    std::uint32_t from = 0, to = 0;
+  };
+  struct NamespaceEnd {
+    TSNode node;
+    std::uint32_t end = 0;  // the byte of the brace that closes it in the text
+  };
+  std::vector<NamespaceEnd> namespace_ends_;  // innermost last
+  TSNode error_node_{};
+  std::vector<UnreadNamespace> error_namespaces_;
+  std::string blanked_;  // the source as parsed, when preparse() blanked some of it
   // By callable: each local's type as an expression ("" when declared but unknown).
   std::unordered_map<std::size_t, std::map<std::string, TypeExpr, std::less<>>> typed_;
   struct Using {
