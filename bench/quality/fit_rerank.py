@@ -3,12 +3,12 @@
 
 Reads, per question, every fused candidate with the rerank's inputs (tamsel_quality --dump, run
 here for each set; cached under bench/out/quality/dumps), replays the retriever's ranking offline
-and compares, on the same held-out folds, BM25 alone, the fused score alone, the weights fitted
-before, and weights fitted by coordinate ascent on MRR@10 with the action preference on every
-class of a how-question (broad) or only on a class whose function in the head names more of it
-(narrow), and variants of the latter.
+and compares, on held-out folds only, BM25 alone, the fused score alone, the weights shipped before
+and weights fitted by coordinate ascent on MRR@10 in a few ways (which inputs, from which start,
+how the question files weigh). Folds: every question written before the fourth untouched set ->
+that set (the questions written later by someone else), leave one corpus out, leave one file out.
 
-Usage: bench/quality/fit_rerank.py [--build DIR] [--redump] [--only METHOD,...]
+Usage: bench/quality/fit_rerank.py [--build DIR] [--redump] [--only METHOD,...] [--quick]
 Prints the figures of every fold and, last, the weights fitted on all questions.
 """
 import argparse
@@ -23,24 +23,29 @@ ROOT = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
 Q = os.path.join(ROOT, "bench", "quality")
 OUT = os.path.join(ROOT, "bench", "out", "quality")
 
-# (set, corpus, index copy, file, tuning or spent, written after the weights of 2026-11-27 were
-# fitted). Only files read and spent are here; a set still untouched is never dumped.
+# (set, corpus, index copy, file, tuning or spent, generation: 0 for the tuning files, n for the
+# n-th untouched set, written later by someone else). Only files read and spent are here; a set
+# still untouched is never dumped.
 SETS = [
-    ("stdlib", "stdlib", "stdlib", "questions.tsv", "tuning", False),
-    ("stdlib_r4", "stdlib", "stdlib", "questions_round4.tsv", "tuning", False),
-    ("stdlib_u1", "stdlib", "stdlib", "questions_untouched_stdlib.tsv", "spent", False),
-    ("stdlib_u2", "stdlib", "stdlib", "questions_untouched2_stdlib.tsv", "spent", False),
-    ("django", "django", "django", "questions_django.tsv", "tuning", False),
-    ("django_r4", "django", "django", "questions_django_round4.tsv", "tuning", False),
-    ("django_u1", "django", "django", "questions_untouched_django.tsv", "spent", False),
-    ("django_u2", "django", "django", "questions_untouched2_django.tsv", "spent", False),
-    ("go", "go", "go", "questions_go.tsv", "tuning", False),
-    ("go_u1", "go", "go", "questions_untouched_go.tsv", "spent", False),
-    ("go_u2", "go", "go", "questions_untouched2_go.tsv", "spent", False),
-    ("stdlib_u3", "stdlib", "stdlib", "questions_untouched3_stdlib.tsv", "spent", True),
-    ("django_u3", "django", "django", "questions_untouched3_django.tsv", "spent", True),
-    ("go_u3", "go", "go", "questions_untouched3_go.tsv", "spent", True),
+    ("stdlib", "stdlib", "stdlib", "questions.tsv", "tuning", 0),
+    ("stdlib_r4", "stdlib", "stdlib", "questions_round4.tsv", "tuning", 0),
+    ("stdlib_u1", "stdlib", "stdlib", "questions_untouched_stdlib.tsv", "spent", 1),
+    ("stdlib_u2", "stdlib", "stdlib", "questions_untouched2_stdlib.tsv", "spent", 2),
+    ("django", "django", "django", "questions_django.tsv", "tuning", 0),
+    ("django_r4", "django", "django", "questions_django_round4.tsv", "tuning", 0),
+    ("django_u1", "django", "django", "questions_untouched_django.tsv", "spent", 1),
+    ("django_u2", "django", "django", "questions_untouched2_django.tsv", "spent", 2),
+    ("go", "go", "go", "questions_go.tsv", "tuning", 0),
+    ("go_u1", "go", "go", "questions_untouched_go.tsv", "spent", 1),
+    ("go_u2", "go", "go", "questions_untouched2_go.tsv", "spent", 2),
+    ("stdlib_u3", "stdlib", "stdlib", "questions_untouched3_stdlib.tsv", "spent", 3),
+    ("django_u3", "django", "django", "questions_untouched3_django.tsv", "spent", 3),
+    ("go_u3", "go", "go", "questions_untouched3_go.tsv", "spent", 3),
+    ("stdlib_u4", "stdlib", "stdlib", "questions_untouched4_stdlib.tsv", "spent", 4),
+    ("django_u4", "django", "django", "questions_untouched4_django.tsv", "spent", 4),
+    ("go_u4", "go", "go", "questions_untouched4_go.tsv", "spent", 4),
 ]
+
 
 # The inputs in the order tamsel_quality --dump writes them.
 INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", "docstring",
@@ -49,7 +54,7 @@ INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", 
 IX = {name: i for i, name in enumerate(INPUTS)}
 
 RERANKED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "thing",
-            "exported", "meaning", "senses"]
+            "exported", "meaning", "senses", "paired"]
 DEPTH = 10  # MRR@10, top-1, top-5 as tamsel_quality counts them
 
 
@@ -88,7 +93,7 @@ def load():
                     if key not in seen:
                         seen.add(key)
                         rows.append(c)
-                questions.append({"set": name, "corpus": corpus, "kind": kind, "later": later,
+                questions.append({"set": name, "corpus": corpus, "kind": kind, "generation": later,
                                   "rows": rows, "text": q["question"],
                                   "expected": set(q["expected"]), "bm25": q["bm25"]})
     width = max(len(q["rows"]) for q in questions)
@@ -185,24 +190,10 @@ def model_scores(w, data):
     last = np.minimum(depth, valid.sum(1)) - 1
     bottom = sorted_fused[np.arange(n), np.maximum(last, 0)]
     spread = np.where(top > bottom, top - bottom, 1.0)
-    if w.get("by_place", 0) == 1:
-        # The head's places instead of its scores: 1 for the first down to 0 for the last.
-        model = 1.0 - pos / np.maximum(last, 1)[:, None]
-    elif w.get("by_place", 0) == 2:
-        # The fused score against the first's: the gaps as fusion made them.
-        model = fused / np.where(top > 0, top, 1.0)[:, None]
-    elif w.get("by_place", 0) == 3:
-        # Spread over the first ten only, the rest of the head below 0.
-        low = sorted_fused[np.arange(n), np.minimum(9, np.maximum(last, 0))]
-        model = (fused - low[:, None]) / np.where(top > low, top - low, 1.0)[:, None]
-    else:
-        model = (fused - bottom[:, None]) / spread[:, None]
+    model = (fused - bottom[:, None]) / spread[:, None]
     for name in RERANKED + ["test", "spelled"]:
         if w.get(name, 0):
-            value = x[..., IX[name]]
-            if name == "callers" and w.get("callers_cap"):
-                value = np.minimum(value, w["callers_cap"])
-            model = model + w[name] * value
+            model = model + w[name] * x[..., IX[name]]
     if w.get("holder", 0):
         model = model + w["holder"] * holders(w, data, head)
     return model, head, pos
@@ -232,129 +223,112 @@ def mrr(p):
 
 
 GRID = [-1.0, -0.6, -0.4, -0.2, -0.1, -0.05, 0.0, 0.05, 0.1, 0.2, 0.3, 0.4, 0.6, 0.8, 1.0, 1.5]
-FUSE_GRID = [0.0, 0.1, 0.25, 0.5, 0.8, 1.0, 1.5, 2.0]
-DEPTHS = [10, 20, 30, 60, 100, 200]
+DEPTHS = [10, 20, 30, 60, 100]
 
 
-def fit(start, names, data, passes=2):
-    """Coordinate ascent on MRR@10: each weight in turn set to the best value of its grid, a few
-    passes; a change must gain, so ties keep the value already held."""
+def trim(w, data):
+    """The candidates in w's fused order, cut to the deepest head tried: with the fusion held,
+    nothing past it can reach the first ten, and the fits run on a third of the width."""
+    _, order, pos = fused_order(w, data["x"], data["valid"])
+    order = order[:, :max(DEPTHS)]
+    out = {k: np.take_along_axis(data[k], order[..., None] if data[k].ndim == 3 else order, 1)
+           for k in ["x", "valid", "hit"]}
+    pj = np.take_along_axis(pos, data["pj"], 1)
+    pk = np.take_along_axis(pos, data["pk"], 1)
+    kept = data["pvalid"] & (pj < max(DEPTHS)) & (pk < max(DEPTHS))
+    out.update(pj=np.where(kept, pj, 0), pk=np.where(kept, pk, 0), pown=data["pown"],
+               pvalid=kept)
+    return out
+
+
+def fit(start, names, data, weights, passes=3):
+    """Coordinate ascent on MRR@10 (each question counting `weights`): each weight in turn set to
+    the best value of its grid, a few passes; a change must gain, so ties keep the value held."""
+    def score(w):
+        p = places(w, data)
+        return float((np.where(p > 0, 1.0 / np.maximum(p, 1), 0) * weights).sum())
     w = dict(start)
-    best = mrr(places(w, data))
+    best = score(w)
     for _ in range(passes):
         moved = False
         for name in names:
-            grid = DEPTHS if name == "depth" else FUSE_GRID if name.startswith("fuse_") else GRID
-            for v in grid:
+            for v in DEPTHS if name == "depth" else GRID:
                 trial = dict(w, **{name: v})
-                score = mrr(places(trial, data))
-                if score > best + 1e-9:
-                    best, w, moved = score, trial, True
+                s = score(trial)
+                if s > best + 1e-9:
+                    best, w, moved = s, trial, True
         if not moved:
             break
     return w
 
 
-def head_inputs(w, data, columns):
-    """The fused score spread over the head (0..1) as the first column beside the reranked
-    features (holder: the narrow action preference), and which candidates are in the head,
-    under w's fusion and depth."""
-    x, valid = data["x"], data["valid"]
-    fused, _, pos = fused_order(w, x, valid)
-    head = (pos < int(w["depth"])) & valid
-    top = np.where(head, fused, -np.inf).max(1)
-    bottom = np.where(head, fused, np.inf).min(1)
-    spread = np.where(top > bottom, top - bottom, 1.0)
-    spread_fused = np.where(head, (fused - bottom[:, None]) / spread[:, None], 0.0)
-    cols = [spread_fused] + [holders(w, data, head).astype(float) if name == "holder"
-                             else x[..., IX[name]] for name in columns]
-    return np.stack(cols, axis=-1), head
-
-
-def fit_pairwise(start, columns, data, l2=0.01):
-    """The rerank's weights by a pairwise logistic loss: every expected answer in the head
-    against every other candidate in it, each question weighing the same, with an L2 penalty;
-    scaled so that the fused score keeps weight 1. Fusion and depth stay as in `start`."""
-    from scipy.optimize import minimize
-    feats, head = head_inputs(start, data, columns)
-    hit = data["hit"]
-    diffs, weights = [], []
-    for i in range(len(feats)):
-        good = np.flatnonzero(head[i] & hit[i])
-        bad = np.flatnonzero(head[i] & ~hit[i])
-        if len(good) == 0 or len(bad) == 0:
-            continue
-        d = (feats[i, good][:, None, :] - feats[i, bad][None, :, :]).reshape(-1, feats.shape[-1])
-        diffs.append(d)
-        weights.append(np.full(len(d), 1.0 / len(d)))
-    d, pw = np.concatenate(diffs), np.concatenate(weights)
-    nq = len(diffs)
-
-    def loss(v):
-        m = d @ v
-        value = (pw * np.logaddexp(0, -m)).sum() / nq + l2 * (v[1:] @ v[1:])
-        g = -(pw / (1 + np.exp(m))) @ d / nq
-        g[1:] += 2 * l2 * v[1:]
-        return value, g
-
-    v0 = np.array([1.0] + [start.get(name, 0.0) for name in columns])
-    v = minimize(loss, v0, jac=True, method="L-BFGS-B").x
-    scale = v[0] if v[0] > 0 else 1.0
-    return dict(start, **{name: float(v[k + 1] / scale) for k, name in enumerate(columns)})
-
-
-# The weights fitted on 2026-11-27 from the 426 questions written before the third untouched set
-# (retrieval.cpp until the narrower action preference): the action preference hits every thing
-# listed for a how-question (`thing`).
+# The weights fitted on 2026-11-27 from 571 questions (every file before the fourth untouched
+# set), shipped until this fit: the action preference on a thing whose function in the head
+# names words of the question its own name lacks (holder_named 3, as retrieval.cpp does).
 SHIPPED = {
     "fuse_widened": 0.25, "fuse_named": 1.0, "fuse_meaning": 1.0, "fuse_paired": 0.25,
-    "in_name": 0.4, "whole": 0.0, "in_path": 0.2, "docstring": 0.3, "callers": 0.1,
-    "function": 0.05, "test": 0.0, "thing": -0.6, "exported": 0.4, "meaning": 0.8,
-    "senses": 0.1, "spelled": 1.0, "depth": 60, "holder": 0.0, "holder_named": 1,
+    "in_name": 0.4, "whole": 0.05, "in_path": 0.2, "docstring": 0.4, "callers": 0.1,
+    "function": 0.1, "test": 0.0, "thing": 0.0, "exported": 0.4, "meaning": 0.6,
+    "senses": 0.05, "spelled": 1.0, "paired": 0.0, "depth": 100, "holder": -1.0,
+    "holder_named": 3,
 }
-# The narrower preference: a thing loses only to a function it holds that is in the head and
-# names words of the question the thing's name lacks (holder_named 3, as retrieval.cpp does).
-NARROW = dict(SHIPPED, thing=0.0, holder=-0.6, holder_named=3)
 
 
 def fused_only():
     return dict(SHIPPED, **{k: 0.0 for k in RERANKED + ["holder"]})
 
 
-# The exact-name boost stays at 1 (see README: the sets barely spell names, so the fit cannot
-# weigh it, and bench/answers needs a spelled name first).
-# The pair search's weight (fuse_paired) stays as chosen with it, on the tuning files.
-FUSION = ["fuse_widened", "fuse_meaning"]
-BROAD_NAMES = FUSION + RERANKED + ["depth"]
-NARROW_COLUMNS = [k for k in RERANKED if k != "thing"] + ["holder"]
-NARROW_NAMES = FUSION + NARROW_COLUMNS + ["depth"]
-BOTH_NAMES = FUSION + RERANKED + ["holder", "depth"]
+# Held by hand: the exact-name boost and the spelled name at 1 (the sets barely spell names, and
+# bench/answers needs a spelled name first); the fusion as chosen with the pair search (the fits
+# run on the head it orders). The action preference's weight is held where stated: the fit would
+# drop it, and a how-question naming a method of a class should still list the method first.
+FITTED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "exported",
+          "meaning", "senses", "paired", "holder", "depth"]
+# What the question's words meet in names shifted most between the sets written first and those
+# written later (the expected symbol's edge over the others in the fused first 20, standard
+# library: name words +0.10 -> +0.01, whole name +0.11 -> -0.05).
+NAME_WORDS = ["in_name", "whole", "senses"]
+ZERO = dict(SHIPPED, **{k: 0.0 for k in FITTED if k != "depth"})
+UNNAMED = dict(SHIPPED, **{k: 0.0 for k in NAME_WORDS})
 
 
-def methods(train):
-    """The methods compared, each a function of the training questions giving weights."""
+def per_file(sets):
+    """Question weights under which every question file counts the same."""
+    names, counts = np.unique(sets, return_counts=True)
+    count = dict(zip(names, counts))
+    return np.array([1.0 / count[s] for s in sets])
+
+
+def methods():
+    """The methods compared: each gives weights from the training questions, their files."""
+    def fitted(start, names, by_file):
+        return lambda train, sets: fit(start, names, train,
+                                       per_file(sets) if by_file else np.ones(len(sets)))
+    without = [k for k in FITTED if k not in NAME_WORDS]
+    held = [k for k in without if k != "holder"]
     return {
         "BM25 alone": None,
-        "fused, no rerank": lambda: fused_only(),
-        "weights of 2026-11-27": lambda: dict(SHIPPED),
-        "broad, fitted": lambda: fit(SHIPPED, BROAD_NAMES, train),
-        "narrow, fitted": lambda: fit(NARROW, NARROW_NAMES, train),
-        "narrow, any function": lambda: fit(dict(NARROW, holder_named=0), NARROW_NAMES, train),
-        "narrow, own name meets": lambda: fit(dict(NARROW, holder_named=1), NARROW_NAMES, train),
-        "narrow, own name says more": lambda: fit(dict(NARROW, holder_named=2), NARROW_NAMES,
-                                                  train),
-        "broad + narrow, fitted": lambda: fit(NARROW, BOTH_NAMES, train),
-        "narrow, by place": lambda: fit(dict(NARROW, by_place=1), NARROW_NAMES, train),
-        "narrow, share of the first": lambda: fit(dict(NARROW, by_place=2), NARROW_NAMES, train),
-        "narrow, spread over ten": lambda: fit(dict(NARROW, by_place=3), NARROW_NAMES, train),
-        "narrow, callers capped at 2": lambda: fit(dict(NARROW, callers_cap=2), NARROW_NAMES,
-                                                   train),
-        "narrow, pairwise": lambda: fit_pairwise(NARROW, NARROW_COLUMNS, train),
+        "fused only": lambda train, sets: fused_only(),
+        "shipped before": lambda train, sets: dict(SHIPPED),
+        "refit from shipped": fitted(SHIPPED, FITTED, False),
+        "refit from zero": fitted(ZERO, FITTED, False),
+        "from zero per file": fitted(ZERO, FITTED, True),
+        "no name words": fitted(ZERO, without, False),
+        "no name words per file": fitted(ZERO, without, True),
+        "no name words per file action 1": fitted(dict(ZERO, holder=-1.0), held, True),
+        # From the weights shipped before: an input only one corpus has (Go's exported names)
+        # keeps its weight when that corpus is left out.
+        "no name words from shipped": fitted(UNNAMED, without, False),
+        "no name words from shipped per file": fitted(UNNAMED, without, True),
+        # Shipped: a little of the name words held, so that a name saying more of the question
+        # breaks a near tie (level with none on the folds).
+        "name words 0.1 per file": fitted(dict(UNNAMED, in_name=0.1), without, True),
     }
 
 
-# What a plain run compares (each fit takes about half a minute per fold).
-DEFAULT = ["fused, no rerank", "weights of 2026-11-27", "broad, fitted", "narrow, fitted"]
+CHOSEN = "name words 0.1 per file"
+DEFAULT = ["fused only", "shipped before", "refit from shipped", "no name words from shipped",
+           "no name words from shipped per file", CHOSEN]
 
 
 def main():
@@ -362,78 +336,70 @@ def main():
     parser.add_argument("--build", default=os.environ.get("TAMSEL_BUILD", "build"))
     parser.add_argument("--redump", action="store_true")
     parser.add_argument("--only", help="comma-separated methods to compare (default: "
-                        + ", ".join(DEFAULT) + "; the others are variants tried)")
+                        + ", ".join(DEFAULT) + ")")
+    parser.add_argument("--quick", action="store_true", help="no leave-one-file-out folds")
     args = parser.parse_args()
     dump(args.build, args.redump)
-    questions, data = load()
-    x, valid, hit = data["x"], data["valid"], data["hit"]
+    questions, full = load()
+    data = trim(SHIPPED, full)
     sets = np.array([q["set"] for q in questions])
     corpora = np.array([q["corpus"] for q in questions])
-    later = np.array([q["later"] for q in questions])
+    generation = np.array([q["generation"] for q in questions])
     bm25 = np.array([q["bm25"] for q in questions])
     chosen = args.only.split(",") if args.only else DEFAULT
+    later = generation == 4
     # What no weight can fix: questions whose expected symbol is not a candidate.
-    _, head = head_inputs(SHIPPED, data, [])
-    for name, m in [("written before set 3", ~later), ("set 3", later)]:
+    hit = full["hit"]
+    for name, m in [("written before set 4", ~later), ("set 4", later)]:
         print(f"{name}, {int(m.sum())} questions: expected among all candidates "
               f"{int(hit[m].any(1).sum())}, among the first {SHIPPED['depth']} by the fusion "
-              f"{int((hit[m] & head[m]).any(1).sum())}")
+              f"{int(data['hit'][m][:, :SHIPPED['depth']].any(1).sum())}")
 
-    folds = [("written before set 3 -> set 3", ~later, later)]
-    for c in ["stdlib", "django", "go"]:
-        folds.append((f"leave {c} out", corpora != c, corpora == c))
-    set_folds = [(s, sets != s, sets == s) for s, *_ in SETS]
+    def line(label, p):
+        f = figures(p)
+        return (f"{label:38s} top-1 {f['top1']:3d}/{f['n']} ({100 * f['top1'] / f['n']:.0f}%)  "
+                f"top-5 {f['top5']:3d} ({100 * f['top5'] / f['n']:.0f}%)  MRR@10 {f['mrr']:.3f}")
 
-    def run(title, fold_list, by_corpus=False):
+    def run(title, folds, by_corpus=False):
         print(f"\n== {title}", flush=True)
-        pooled = {}
-        for name, train_mask, test_mask in fold_list:
-            train, test = sub(data, train_mask), sub(data, test_mask)
-            for method, make in methods(train).items():
-                if chosen and method not in chosen and make is not None:
+        for method, make in methods().items():
+            if method not in chosen and make is not None:
+                continue
+            held = []
+            for train_mask, test_mask in folds:
+                if make is None:
+                    held.append(bm25[test_mask])
                     continue
-                p = bm25[test_mask] if make is None else places(make(), test)
-                pooled.setdefault(method, []).append(p)
-                if len(fold_list) <= 4:
-                    f = figures(p)
-                    print(f"  {name:32s} {method:28s} top-1 {f['top1']:3d}/{f['n']} "
-                          f"({100 * f['top1'] / f['n']:.0f}%)  top-5 {f['top5']:3d} "
-                          f"({100 * f['top5'] / f['n']:.0f}%)  MRR@10 {f['mrr']:.3f}", flush=True)
-                if by_corpus:
-                    for c in ["stdlib", "django", "go"]:
-                        f = figures(p[corpora[test_mask] == c])
-                        print(f"  {'':32s}   {c:26s} top-1 {f['top1']:3d}/{f['n']}  "
-                              f"top-5 {f['top5']:3d}  MRR@10 {f['mrr']:.3f}")
-        if len(fold_list) > 1:
-            print("  pooled over the folds' held-out questions:")
-            for method, ps in pooled.items():
-                f = figures(np.concatenate(ps))
-                print(f"    {method:28s} top-1 {f['top1']:3d}/{f['n']} "
-                      f"({100 * f['top1'] / f['n']:.0f}%)  top-5 {f['top5']:3d} "
-                      f"({100 * f['top5'] / f['n']:.0f}%)  MRR@10 {f['mrr']:.3f}", flush=True)
+                w = make(sub(data, train_mask), sets[train_mask])
+                held.append(places(w, sub(data, test_mask)))
+            p = np.concatenate(held)
+            test = np.concatenate([np.flatnonzero(t) for _, t in folds])
+            print("  " + line(method, p), flush=True)
+            if by_corpus:
+                for c in ["stdlib", "django", "go"]:
+                    print("    " + line(c, p[corpora[test] == c]))
 
     # The replay should give what the retriever gives: the shipped weights on every set.
     print("\n== replay check, shipped weights, all questions (compare: tamsel_quality totals)")
     for s, *_ in SETS:
         m = sets == s
-        f = figures(places(SHIPPED, sub(data, m)))
-        fb = figures(bm25[m])
+        f, fb = figures(places(SHIPPED, sub(data, m))), figures(bm25[m])
         print(f"  {s:10s} n {f['n']:3d}  hybrid top-1 {f['top1']:3d} top-5 {f['top5']:3d} "
               f"MRR {f['mrr']:.3f}   BM25 top-1 {fb['top1']:3d} top-5 {fb['top5']:3d}")
-    run("written before the third set, tested on it", folds[:1], by_corpus=True)
-    run("leave one corpus out", folds[1:])
-    run(f"leave one file out ({len(set_folds)} folds)", set_folds)
-    final = fit(NARROW, NARROW_NAMES, data)
-    print("\n== fitted on all questions")
-    print("  narrow:", json.dumps({k: final[k] for k in NARROW_NAMES + ["fuse_named"]}))
+    run("written before the fourth set, tested on it", [(~later, later)], by_corpus=True)
+    run("leave one corpus out, pooled", [(corpora != c, corpora == c)
+                                          for c in ["stdlib", "django", "go"]])
+    if not args.quick:
+        run(f"leave one file out ({len(SETS)} folds), pooled",
+            [(sets != s, sets == s) for s, *_ in SETS])
+    final = methods()[CHOSEN](data, sets)
+    print(f"\n== {CHOSEN}, fitted on all questions")
+    print("  " + json.dumps({k: final[k] for k in FITTED}))
     # In-sample, not a measure of quality: what tamsel_quality should print once retrieval.cpp
     # holds these weights.
-    print("  per set with the weights fitted on all questions (in-sample; compare tamsel_quality):")
+    print("  per set with these weights (in-sample; compare tamsel_quality):")
     for s, *_ in SETS:
-        m = sets == s
-        f = figures(places(final, sub(data, m)))
-        print(f"    {s:10s} n {f['n']:3d}  top-1 {f['top1']:3d} top-5 {f['top5']:3d} "
-              f"MRR {f['mrr']:.3f}")
+        print("    " + line(s, places(final, sub(data, sets == s))))
     print(f"\nreproduce: TAMSEL_BUILD={args.build} bench/quality/fit_rerank.py")
 
 
