@@ -31,28 +31,35 @@ export function repositoryCopy(sourceDir, name) {
 
 // A server process spoken to in raw lines: `next()` gives the next answer (a line with an id),
 // `notes` collects the notifications it sent, with the time each arrived.
+// Calls onLine with each newline-ended line the stream writes, as it arrives.
+export function eachLine(stream, onLine) {
+  let buffer = '';
+  stream.on('data', (chunk) => {
+    buffer += chunk.toString('utf8');
+    let at;
+    while ((at = buffer.indexOf('\n')) >= 0) {
+      const line = buffer.slice(0, at);
+      buffer = buffer.slice(at + 1);
+      onLine(line);
+    }
+  });
+}
+
 export function rawServer(binary, args, options = {}) {
   const child = spawn(binary, args, { stdio: ['pipe', 'pipe', 'pipe'], ...options });
   const answers = [];
   const waiters = [];
   const notes = [];
   let stderr = '';
-  let buffer = '';
-  child.stdout.on('data', (chunk) => {
-    buffer += chunk.toString('utf8');
-    let at;
-    while ((at = buffer.indexOf('\n')) >= 0) {
-      const line = buffer.slice(0, at);
-      buffer = buffer.slice(at + 1);
-      let message = null;
-      try { message = JSON.parse(line); } catch { /* kept as text */ }
-      if (message && !Array.isArray(message) && message.method && message.id === undefined) {
-        notes.push({ ...message, at: performance.now() });
-        continue;
-      }
-      answers.push(line);
-      while (waiters.length && answers.length) waiters.shift()(answers.shift());
+  eachLine(child.stdout, (line) => {
+    let message = null;
+    try { message = JSON.parse(line); } catch { /* kept as text */ }
+    if (message && !Array.isArray(message) && message.method && message.id === undefined) {
+      notes.push({ ...message, at: performance.now() });
+      return;
     }
+    answers.push(line);
+    while (waiters.length && answers.length) waiters.shift()(answers.shift());
   });
   child.stderr.on('data', (chunk) => { stderr += chunk.toString('utf8'); });
   const exited = new Promise((resolve) => child.on('exit', (code, signal) => resolve({ code, signal })));

@@ -6,7 +6,7 @@
 import { spawn } from 'node:child_process';
 import { readFileSync } from 'node:fs';
 import { performance } from 'node:perf_hooks';
-import { check, repositoryCopy } from './harness.mjs';
+import { check, eachLine, repositoryCopy } from './harness.mjs';
 
 const REQUESTS = Number(process.env.TAMSEL_LOAD_REQUESTS ?? 10000);
 const SECONDS = Number(process.env.TAMSEL_LOAD_SECONDS ?? 90);
@@ -42,25 +42,18 @@ export default async function loadTest(binary, sourceDir) {
   let warmRss = 0;
   let onAllAnswered;
   const allAnswered = new Promise((resolve) => { onAllAnswered = resolve; });
-  let buffer = '';
-  child.stdout.on('data', (chunk) => {
-    buffer += chunk.toString('utf8');
-    let at;
-    while ((at = buffer.indexOf('\n')) >= 0) {
-      const line = buffer.slice(0, at);
-      buffer = buffer.slice(at + 1);
-      let message;
-      try { message = JSON.parse(line); } catch { failures.push(line.slice(0, 200)); continue; }
-      if (message.error || message.result?.isError) failures.push(line.slice(0, 300));
-      if (pending.has(message.id)) {
-        pending.get(message.id)(message);
-        continue;
-      }
-      answers.set(message.id, (answers.get(message.id) ?? 0) + 1);
-      answered += 1;
-      if (answered === WARM) warmRss = residentMb(child.pid);
-      if (answered === REQUESTS) onAllAnswered();
+  eachLine(child.stdout, (line) => {
+    let message;
+    try { message = JSON.parse(line); } catch { failures.push(line.slice(0, 200)); return; }
+    if (message.error || message.result?.isError) failures.push(line.slice(0, 300));
+    if (pending.has(message.id)) {
+      pending.get(message.id)(message);
+      return;
     }
+    answers.set(message.id, (answers.get(message.id) ?? 0) + 1);
+    answered += 1;
+    if (answered === WARM) warmRss = residentMb(child.pid);
+    if (answered === REQUESTS) onAllAnswered();
   });
   const send = (id, method, params) =>
     child.stdin.write(`${JSON.stringify({ jsonrpc: '2.0', id, method, ...(params ? { params } : {}) })}\n`);
