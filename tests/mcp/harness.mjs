@@ -62,7 +62,14 @@ export function rawServer(binary, args, options = {}) {
     while (waiters.length && answers.length) waiters.shift()(answers.shift());
   });
   child.stderr.on('data', (chunk) => { stderr += chunk.toString('utf8'); });
-  const exited = new Promise((resolve) => child.on('exit', (code, signal) => resolve({ code, signal })));
+  // A binary that cannot be started fails its test instead of the whole run.
+  const exited = new Promise((resolve) => {
+    child.on('exit', (code, signal) => resolve({ code, signal }));
+    child.on('error', (error) => {
+      stderr += `${error}`;
+      resolve({ code: null, signal: null, error });
+    });
+  });
   const next = (seconds = 30) => new Promise((resolve, reject) => {
     if (answers.length) return resolve(answers.shift());
     const timer = setTimeout(() => reject(new Error(`no answer within ${seconds} s`)), seconds * 1000);

@@ -1,6 +1,6 @@
 // A repository the server cannot open: it still speaks the protocol, and every tool call says
 // which path and why, as does its standard error.
-import { chmodSync, mkdtempSync, rmSync, writeFileSync } from 'node:fs';
+import { chmodSync, copyFileSync, mkdtempSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { check, INITIALIZE, rawServer, request } from './harness.mjs';
@@ -40,8 +40,16 @@ export default async function unopenableRepoTest(binary) {
     chmodSync(dir, 0o755);
     const locked = mkdtempSync(join(dir, 'locked-'));
     chmodSync(locked, 0o000);
-    const asNobody = process.getuid?.() === 0 ? { uid: 65534, gid: 65534 } : {};
-    await speaksAndSaysWhy(binary, 'an unreadable folder', locked, /cannot be read/, asNobody);
+    let runner = binary;
+    let asNobody = {};
+    if (process.getuid?.() === 0) {
+      // nobody may not reach the binary where it was built or installed (a private temp folder).
+      runner = join(dir, 'tamsel');
+      copyFileSync(binary, runner);
+      chmodSync(runner, 0o755);
+      asNobody = { uid: 65534, gid: 65534 };
+    }
+    await speaksAndSaysWhy(runner, 'an unreadable folder', locked, /cannot be read/, asNobody);
   } finally {
     rmSync(dir, { recursive: true, force: true });
   }
