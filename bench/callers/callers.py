@@ -41,6 +41,15 @@ CORPORA = {
                     small=True),
     "lang_js": dict(language="javascript", server="tsserver", source="tests/data/lang_js",
                     small=True),
+    # googletest and googlemock with their own tests, flags as their CMake build gives them.
+    "gtest": dict(language="cpp", server="clangd", source="/usr/src/googletest",
+                  flags=["-xc++", "-std=c++17", "-Igoogletest/include", "-Igoogletest",
+                         "-Igooglemock/include", "-Igooglemock"]),
+    # The tree-sitter runtime that package-lock.json pins, flags as its binding.gyp gives them.
+    "tsrt": dict(language="c", server="clangd",
+                 source="node_modules/tree-sitter/vendor/tree-sitter/lib",
+                 flags=["-xc", "-std=c11", "-Isrc", "-Iinclude", "-D_POSIX_C_SOURCE=200112L",
+                        "-D_DEFAULT_SOURCE"]),
     "lang_cpp": dict(language="cpp", server="clangd", source="tests/data/lang_cpp", small=True),
     "lang_c": dict(language="c", server="clangd", source="tests/data/lang_c", small=True),
     "lang_rust": dict(language="rust", server="rust-analyzer", source="tests/data/lang_rust",
@@ -75,8 +84,9 @@ def prepare_copy(name, corpus_def, out):
     subprocess.run(["tar", "xf", "-", "-C", str(dest)], stdin=pack.stdout, check=True)
     pack.wait()
     if corpus_def["server"] == "clangd":
-        (root / "compile_flags.txt").write_text("-xc++\n-std=c++20\n-Iinclude\n"
-                                                if corpus_def["language"] == "cpp" else "-Iinclude\n")
+        flags = corpus_def.get("flags") or (["-xc++", "-std=c++20", "-Iinclude"]
+                                            if corpus_def["language"] == "cpp" else ["-Iinclude"])
+        (root / "compile_flags.txt").write_text("".join(f + "\n" for f in flags))
     if corpus_def["server"] == "tsserver":
         # Without a project file the server sees only the open files and what they import.
         (root / "tsconfig.json").write_text(json.dumps({"compilerOptions": {
@@ -115,7 +125,9 @@ def start_server(corpus_def, root, out):
                           log=logf, init_options={"tsserver": {
                               "path": str(REPO / "node_modules/typescript/lib")}})
     if kind == "clangd":
-        return lsp.Server(["clangd", "--background-index", "-j=1"], root, log=logf)
+        # Every file is opened and kept open, so the index of open files holds every reference;
+        # a background index would parse each file a second time.
+        return lsp.Server(["clangd", "--background-index=false", "-j=1"], root, log=logf)
     if kind == "rust-analyzer":
         # Debian's rust-web-analyzer; `cargo metadata` runs offline (no dependencies), and the
         # standard library's sources come from rust-web-src (macros such as assert_eq!, Box).
@@ -138,10 +150,10 @@ class Cache:
         self.dirty = 0
 
     def get(self, table, key):
-        return self.data[table].get(key, "missing")
+        return self.data.setdefault(table, {}).get(key, "missing")
 
     def put(self, table, key, value):
-        self.data[table][key] = value
+        self.data.setdefault(table, {})[key] = value
         self.dirty += 1
         if self.dirty >= 10:
             self.save()
@@ -176,8 +188,10 @@ class Session:
                 for rel in self.files:
                     path = str(self.server_root / rel)
                     self.server.open(path, LANGUAGE_ID[self.corpus_def["language"]])
-                    self.server.request("textDocument/documentSymbol",
-                                        {"textDocument": {"uri": lsp.uri(path)}}, 300)
+                    found = self.server.request("textDocument/documentSymbol",
+                                                {"textDocument": {"uri": lsp.uri(path)}}, 300)
+                    self.cache.put("symbols", rel, found or [])
+                    self.inactive(rel)
             if self.corpus_def["server"] in ("pyright", "rust-analyzer") and self.probe:
                 self._wait_until_ready()
         return self.server
@@ -273,6 +287,31 @@ class Session:
         self.cache.put("definition", key, places)
         return places
 
+    def inactive(self, rel):
+        """0-based lines of a C or C++ file in a branch of #if the build leaves out.
+
+        clangd marks them as semantic tokens of type `comment` (it marks no real comments).
+        """
+        hit = self.cache.get("inactive", rel)
+        if hit != "missing":
+            return hit
+        s = self._server()
+        legend = s.capabilities["semanticTokensProvider"]["legend"]["tokenTypes"]
+        try:
+            with self._opened(rel) as doc:
+                data = (s.request("textDocument/semanticTokens/full", {"textDocument": doc},
+                                  300) or {}).get("data", [])
+        except RuntimeError as e:  # a file clangd was not given
+            log(f"  semantic tokens of {rel}: {e}")
+            data = []
+        lines, line = set(), 0
+        for i in range(0, len(data), 5):
+            line += data[i]
+            if legend[data[i + 3]] == "comment":
+                lines.add(line)
+        self.cache.put("inactive", rel, sorted(lines))
+        return sorted(lines)
+
     def symbols(self, rel):
         hit = self.cache.get("symbols", rel)
         if hit != "missing":
@@ -300,7 +339,8 @@ def map_corpus(corpus_def, files, root, session):
             got = code_map.go_file(rel, (root / rel).read_text(errors="replace"), test)
         else:
             got = code_map.from_document_symbols(rel, session.symbols(rel), test,
-                                                 (root / rel).read_text(errors="replace"))
+                                                 (root / rel).read_text(errors="replace"),
+                                                 corpus_def["language"])
         if got is None:
             unparsed += 1
             continue
@@ -364,21 +404,26 @@ def reaches(places, d):
 
 
 def is_call(root, rel, line, col):
-    """Whether the name at (line, col) is called there: followed by ( or by [types](."""
+    """Whether the name at (line, col) is called: followed by (, [types]( or <types>(."""
     try:
         text = (root / rel).read_text(errors="replace").split("\n")[line][col:]
     except (IndexError, OSError):
         return True
-    return re.match(r"\w+\s*(\[[^\]]*\]\s*)?\(", text) is not None
+    return re.match(r"\w+\s*(\[[^\]]*\]\s*|<[^<>;]*>\s*)?\(", text) is not None
 
 
 def direct_sites(session, d, sites, root):
     """The server's call sites that call d itself, with how many were left out and why.
 
-    gopls lists every reference, not only calls (a function passed as a value), and also calls
-    through an interface method that d implements: dynamic dispatch, which no static index links.
-    Both are counted apart; a site counts when it is a call and its go-to-definition reaches d.
+    gopls and clangd list every reference, not only calls (a function passed as a value); gopls
+    also lists calls through an interface method that d implements: dynamic dispatch, which no
+    static index links. Both are counted apart; a site counts when it is a call and (for gopls)
+    its go-to-definition reaches d.
     """
+    if session.corpus_def["server"] == "clangd":
+        # clangd lists every reference inside a function: `.read = f` or `qsort(..., f)` too.
+        calls = [s for s in sites if is_call(root, *s)]
+        return calls, 0, len(sites) - len(calls)
     if session.corpus_def["server"] != "gopls":
         return sites, 0, 0
     calls = [s for s in sites if is_call(root, *s)]
@@ -515,6 +560,11 @@ def measure(name, corpus_def, args):
                 # Files for another platform are outside gopls's view: neither side counts them.
                 s["other_platform"] += sum(1 for f, _ in got if f not in buildable)
                 got = [(f, l) for f, l in got if f in buildable]
+            if corpus_def["server"] == "clangd":
+                # Nor does clangd parse a branch of #if that this build leaves out.
+                inactive = {f: set(session.inactive(f)) for f in {f for f, _ in got}}
+                s["other_platform"] += sum(1 for f, l in got if l in inactive[f])
+                got = [(f, l) for f, l in got if l not in inactive[f]]
             truth = {pair(maps, f, l) for f, l, _ in sites}
             by_pair = {}
             for f, l in got:
@@ -601,7 +651,7 @@ def main():
         print("| corpus | server | sampled of product defs | callers (server + confirmed) | "
               "recall | product | in tests (callers) | precision | strict precision | "
               "extras confirmed/refuted/unconfirmed | tests route | unknown to server/index | "
-              "left out: through an interface / not a call / other platform | seconds |")
+              "left out: through an interface / not a call / other platform or #if | seconds |")
         print("| --- " * 14 + "|")
         print("\n".join(rows))
         cmd = ["bench/callers/run", "--tamsel", args.tamsel, "--sample", str(args.sample)]
