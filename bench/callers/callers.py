@@ -5,6 +5,7 @@ Usage: callers.py --tamsel BIN [--corpus NAME ...] [--sample N] [--out DIR] [--c
 
 import argparse
 import contextlib
+import functools
 import json
 import os
 import pathlib
@@ -24,6 +25,7 @@ REPO = HERE.parent.parent
 NODE_BIN = REPO / "node_modules" / ".bin"
 GOROOT_SRC = pathlib.Path("/usr/share/go-1.19/src")
 SEED = 19
+UNPLACED = "<unplaced>"  # a call site the server listed in no file it names
 
 # name: where it comes from, its language, which server answers, how much of it is sampled.
 CORPORA = {
@@ -178,6 +180,7 @@ class Session:
         # package again and pyright check the whole file.
         self.never_open = corpus_def["server"] in ("gopls", "pyright")
         self.probe = None  # a definition to ask until the server has found the workspace's files
+        self.texts, self.maps = {}, {}
         self.loaded = False
 
     def _server(self):
@@ -262,10 +265,57 @@ class Session:
             for call in calls or []:
                 rel = self._rel(call["from"]["uri"])
                 for r in call.get("fromRanges") or [call["from"]["selectionRange"]]:
-                    if rel is not None:
-                        sites.append([rel, r["start"]["line"], r["start"]["character"]])
+                    site = [rel, r["start"]["line"], r["start"]["character"]]
+                    if self.corpus_def["server"] == "clangd":
+                        site = self._placed(d, call["from"], site)
+                    if site[0] is not None:
+                        sites.append(site)
         self.cache.put("incoming", key, sites)
         return sites
+
+    def _lines(self, rel):
+        if rel not in self.texts:
+            self.texts[rel] = (self.server_root / rel).read_text(errors="replace").split("\n")
+        return self.texts[rel]
+
+    def _line(self, rel, line):
+        lines = self._lines(rel)
+        return lines[line] if 0 <= line < len(lines) else ""
+
+    def _placed(self, d, caller, site):
+        """Where a call clangd lists really is.
+
+        clangd 14 gives the caller's file with the ranges of the file the call is in: for a caller
+        declared inside a macro (every TEST body, the TEST macro's own calls) that is the macro's
+        header. A site that lies in a function of the caller's name (by the benchmark's map; or
+        outside every function, for a caller that is a variable's initializer) is
+        taken as it is; another is looked for at the same line and column in the corpus's files,
+        where d's name (or else a macro's) starts there inside a function of that name; when no
+        file or several have it, the site is kept as UNPLACED and counted apart.
+        """
+        rel, line, col = site
+        name = re.split(r"::|\.", caller["name"])[-1]
+
+        def fits(f, word):
+            text = self._line(f, line)
+            return (re.match(word, text[col:]) and (col == 0 or not re.match(r"\w", text[col - 1]))
+                    and re.split(r"::|\.", self._enclosing(f, line))[-1] in (name, "<module>"))
+
+        if rel is not None and fits(rel, r"\w"):
+            return site
+        for word in (re.escape(d.name) + r"\b", r"\w+\s*\("):
+            found = [f for f in self.files if fits(f, word)]
+            if found:
+                return [found[0], line, col] if len(found) == 1 else [UNPLACED, line, col]
+        return [UNPLACED, line, col]
+
+    def _enclosing(self, rel, line):
+        if rel not in self.maps:
+            got = code_map.from_document_symbols(rel, self.symbols(rel), False,
+                                                 "\n".join(self._lines(rel)),
+                                                 self.corpus_def["language"])
+            self.maps[rel] = got[1]
+        return self.maps[rel].enclosing(line)
 
     def definition(self, rel, line, col):
         key = f"{rel}:{line}:{col}"
@@ -403,13 +453,25 @@ def reaches(places, d):
     return any(target == d.file and d.start <= line <= d.end for target, line in places)
 
 
+@functools.lru_cache(maxsize=256)
+def file_lines(path):
+    return pathlib.Path(path).read_text(errors="replace").split("\n")
+
+
+def line_at(root, rel, line):
+    try:
+        return file_lines(str(root / rel))[line]
+    except (IndexError, OSError):
+        return ""
+
+
 def is_call(root, rel, line, col):
     """Whether the name at (line, col) is called: followed by (, [types]( or <types>(."""
     try:
         text = (root / rel).read_text(errors="replace").split("\n")[line][col:]
     except (IndexError, OSError):
         return True
-    return re.match(r"\w+\s*(\[[^\]]*\]\s*|<[^<>;]*>\s*)?\(", text) is not None
+    return re.match(r"\w+\s*(\[[^\]]*\]\s*|<([^<>;]|<[^<>;]*>)*>\s*)?\(", text) is not None
 
 
 def direct_sites(session, d, sites, root):
@@ -422,7 +484,7 @@ def direct_sites(session, d, sites, root):
     """
     if session.corpus_def["server"] == "clangd":
         # clangd lists every reference inside a function: `.read = f` or `qsort(..., f)` too.
-        calls = [s for s in sites if is_call(root, *s)]
+        calls = [s for s in sites if s[0] != UNPLACED and is_call(root, *s)]
         return calls, 0, len(sites) - len(calls)
     if session.corpus_def["server"] != "gopls":
         return sites, 0, 0
@@ -542,7 +604,7 @@ def measure(name, corpus_def, args):
         s = dict(defs=len(chosen), unknown_server=0, unknown_index=0, truth=0, found=0,
                  truth_test=0, found_test=0, index_pairs=0, confirmed=0, refuted=0,
                  unconfirmed=0, once=0, once_ok=0, dispatched=0, not_calls=0,
-                 other_platform=0)
+                 other_platform=0, macro_only=0, macro_only_found=0, unplaced=0)
         extras, misses, missed = [], [], []
         for d in chosen:
             sites = session.incoming(d)
@@ -553,6 +615,7 @@ def measure(name, corpus_def, args):
             if got is None:
                 s["unknown_index"] += 1
                 got = []
+            s["unplaced"] += sum(1 for site in sites if site[0] == UNPLACED)
             sites, dispatched, not_calls = direct_sites(session, d, list(sites), root)
             s["dispatched"] += dispatched
             s["not_calls"] += not_calls
@@ -583,6 +646,12 @@ def measure(name, corpus_def, args):
                     extras.append(("refuted" if verdict == "no" else "unconfirmed", d, p,
                                    where[0][1] + 1))
             found = truth & set(by_pair)
+            if corpus_def["server"] == "clangd":
+                # Pairs whose every call comes from a macro's body (EXPECT_EQ, LOG): said apart.
+                spelled = {pair(maps, f, l) for f, l, _ in sites
+                           if re.search(r"\b" + re.escape(d.name) + r"\b", line_at(root, f, l))}
+                s["macro_only"] += len(truth - spelled)
+                s["macro_only_found"] += len(found - spelled)
             missed += [(d, p) for p in sorted(truth - found)]
             tests = {p for p in truth if code_map.is_test_path(p[0], corpus_def["language"])}
             s["truth"] += len(truth)
@@ -647,6 +716,12 @@ def main():
         if s:
             rows.append(report(name, CORPORA[name], s))
             log(rows[-1])
+            if s["unplaced"]:
+                log(f"  {name}: {s['unplaced']} of the 'not a call' sites could not be placed")
+            if s["macro_only"]:
+                log(f"  {name}: {s['macro_only']} callers call only from a macro's body, "
+                    f"{s['macro_only_found']} of them found; recall without them "
+                    f"{ratio(s['found'] - s['macro_only_found'], s['truth'] - s['macro_only'])}")
     if rows:
         print("| corpus | server | sampled of product defs | callers (server + confirmed) | "
               "recall | product | in tests (callers) | precision | strict precision | "

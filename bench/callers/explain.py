@@ -53,17 +53,26 @@ def main():
 
     def index_rows(rel, line):
         return db.execute(
-            "SELECT c.evidence, c.target_fqn, c.receiver, coalesce(s.fqn, '-') FROM call_sites c "
-            "JOIN files f ON f.id = c.file_id LEFT JOIN symbols s ON s.id = c.callee_id "
+            "SELECT c.evidence, c.target_fqn, c.receiver, c.member, coalesce(s.fqn || ' at ' || sf.path || "
+            "':' || s.start_line, '-') FROM call_sites c JOIN files f ON f.id = c.file_id "
+            "LEFT JOIN symbols s ON s.id = c.callee_id LEFT JOIN files sf ON sf.id = s.file_id "
             "WHERE f.path = ? AND c.line = ?", (rel, line + 1)).fetchall()
+
+    def show(row, name):
+        evidence, target, receiver, member, callee = row
+        if name in (target, member, callee) or name in f"{target} {callee}":
+            print(f"      index: {evidence} target={target} receiver={receiver} member={member} "
+                  f"callee={callee}")
 
     incoming = {}
     for key, sites in cache["incoming"].items():
         rel, line, _ = key.rsplit(":", 2)
         incoming[(rel, int(line) + 1)] = sites or []
     for row in open(args.out / f"{args.name}.details.txt"):
-        kind, definition, rest = row.rstrip("\n").split("\t")
         print(row.rstrip("\n"))
+        if row.startswith("tests route"):
+            continue
+        kind, definition, rest = row.rstrip("\n").split("\t")
         drel, dline = definition.split()[0].rsplit(":", 1)
         name = definition.split()[1].split(".")[-1].split("::")[-1]
         if kind == "missed":
@@ -72,17 +81,14 @@ def main():
                 if rel == caller_file and pair_of(rel, line) == caller and \
                         callers.is_call(root, rel, line, col):
                     print(f"    {rel}:{line + 1}: {line_of(rel, line)}")
-                    for ev, target, receiver, callee in index_rows(rel, line):
-                        if name in target or name in callee:
-                            print(f"      index: {ev} target={target} receiver={receiver} "
-                                  f"callee={callee}")
+                    for row in index_rows(rel, line):
+                        show(row, name)
         elif kind.startswith("extra"):
             rel, line = rest[3:].split(" ", 1)[0].rsplit(":", 1)
             line = int(line) - 1
             print(f"    {rel}:{line + 1}: {line_of(rel, line)}")
-            for ev, target, receiver, callee in index_rows(rel, line):
-                if name in target or name in callee:
-                    print(f"      index: {ev} target={target} receiver={receiver} callee={callee}")
+            for row in index_rows(rel, line):
+                show(row, name)
             for key, places in cache["definition"].items():
                 krel, kline, _ = key.rsplit(":", 2)
                 if krel == rel and int(kline) == line:
