@@ -121,7 +121,11 @@ def from_document_symbols(rel, symbols, test, text, language=None):
 
     def visit(items, prefix, in_function):
         for s in items or []:
-            qualified = s["name"].split("(")[0].split("<")[0]
+            qualified = s["name"]
+            while "<" in qualified and re.search(r"<[^<>]*>", qualified):
+                # `FunctionMocker<R (Args...)>::InvokeWith`: template arguments out, not the name
+                qualified = re.sub(r"<[^<>]*>", "", qualified)
+            qualified = qualified.split("(")[0].split("<")[0]
             name = qualified.split("::")[-1]
             # An out-of-line `Cls::m` keeps its class: every TEST body is a `..._Test::TestBody`.
             label = prefix + (qualified if c_like else name)
