@@ -549,14 +549,22 @@ def explore_tests(tamsel, root, db, d, test_sites):
         answer = json.loads(out.stdout)
     except json.JSONDecodeError:
         return False
+    def extent_end(item):
+        row = db.execute("SELECT max(s.end_line) FROM symbols s JOIN files f ON f.id = s.file_id "
+                         "WHERE f.path = ? AND s.start_line = ?",
+                         (item.get("file"), item.get("line")))
+        return (row.fetchone() or [None])[0] or item.get("line", 0)
+
     symbols = answer.get("symbols") or []
-    if not symbols or symbols[0].get("file") != d.file or \
-            not d.start <= symbols[0].get("line", 0) - 1 <= d.end:
+    if not symbols or symbols[0].get("file") != d.file:
+        return False
+    # The first symbol starts within d, or its extent holds d's name: the index starts a C++
+    # template at `template <...>`, clangd after it.
+    first = symbols[0].get("line", 0)
+    if not d.start <= first - 1 <= d.end and not first <= d.line + 1 <= extent_end(symbols[0]):
         return False
     for t in answer.get("tests") or []:
-        row = db.execute("SELECT max(s.end_line) FROM symbols s JOIN files f ON f.id = s.file_id "
-                         "WHERE f.path = ? AND s.start_line = ?", (t.get("file"), t.get("line")))
-        end = (row.fetchone() or [None])[0] or t.get("line", 0)
+        end = extent_end(t)
         if any(f == t.get("file") and t.get("line", 0) <= line + 1 <= end
                for f, line in test_sites):
             return True
