@@ -5,6 +5,7 @@ Usage: callers.py --tamsel BIN [--corpus NAME ...] [--sample N] [--out DIR] [--c
 
 import argparse
 import contextlib
+import functools
 import json
 import os
 import pathlib
@@ -24,6 +25,7 @@ REPO = HERE.parent.parent
 NODE_BIN = REPO / "node_modules" / ".bin"
 GOROOT_SRC = pathlib.Path("/usr/share/go-1.19/src")
 SEED = 19
+UNPLACED = "<unplaced>"  # a call site the server listed in no file it names
 
 # name: where it comes from, its language, which server answers, how much of it is sampled.
 CORPORA = {
@@ -41,6 +43,15 @@ CORPORA = {
                     small=True),
     "lang_js": dict(language="javascript", server="tsserver", source="tests/data/lang_js",
                     small=True),
+    # googletest and googlemock with their own tests, flags as their CMake build gives them.
+    "gtest": dict(language="cpp", server="clangd", source="/usr/src/googletest",
+                  flags=["-xc++", "-std=c++17", "-Igoogletest/include", "-Igoogletest",
+                         "-Igooglemock/include", "-Igooglemock"]),
+    # The tree-sitter runtime that package-lock.json pins, flags as its binding.gyp gives them.
+    "tsrt": dict(language="c", server="clangd",
+                 source="node_modules/tree-sitter/vendor/tree-sitter/lib",
+                 flags=["-xc", "-std=c11", "-Isrc", "-Iinclude", "-D_POSIX_C_SOURCE=200112L",
+                        "-D_DEFAULT_SOURCE"]),
     "lang_cpp": dict(language="cpp", server="clangd", source="tests/data/lang_cpp", small=True),
     "lang_c": dict(language="c", server="clangd", source="tests/data/lang_c", small=True),
     "lang_rust": dict(language="rust", server="rust-analyzer", source="tests/data/lang_rust",
@@ -75,8 +86,9 @@ def prepare_copy(name, corpus_def, out):
     subprocess.run(["tar", "xf", "-", "-C", str(dest)], stdin=pack.stdout, check=True)
     pack.wait()
     if corpus_def["server"] == "clangd":
-        (root / "compile_flags.txt").write_text("-xc++\n-std=c++20\n-Iinclude\n"
-                                                if corpus_def["language"] == "cpp" else "-Iinclude\n")
+        flags = corpus_def.get("flags") or (["-xc++", "-std=c++20", "-Iinclude"]
+                                            if corpus_def["language"] == "cpp" else ["-Iinclude"])
+        (root / "compile_flags.txt").write_text("".join(f + "\n" for f in flags))
     if corpus_def["server"] == "tsserver":
         # Without a project file the server sees only the open files and what they import.
         (root / "tsconfig.json").write_text(json.dumps({"compilerOptions": {
@@ -115,7 +127,9 @@ def start_server(corpus_def, root, out):
                           log=logf, init_options={"tsserver": {
                               "path": str(REPO / "node_modules/typescript/lib")}})
     if kind == "clangd":
-        return lsp.Server(["clangd", "--background-index", "-j=1"], root, log=logf)
+        # Every file is opened and kept open, so the index of open files holds every reference;
+        # a background index would parse each file a second time.
+        return lsp.Server(["clangd", "--background-index=false", "-j=1"], root, log=logf)
     if kind == "rust-analyzer":
         # Debian's rust-web-analyzer; `cargo metadata` runs offline (no dependencies), and the
         # standard library's sources come from rust-web-src (macros such as assert_eq!, Box).
@@ -138,10 +152,10 @@ class Cache:
         self.dirty = 0
 
     def get(self, table, key):
-        return self.data[table].get(key, "missing")
+        return self.data.setdefault(table, {}).get(key, "missing")
 
     def put(self, table, key, value):
-        self.data[table][key] = value
+        self.data.setdefault(table, {})[key] = value
         self.dirty += 1
         if self.dirty >= 10:
             self.save()
@@ -166,6 +180,7 @@ class Session:
         # package again and pyright check the whole file.
         self.never_open = corpus_def["server"] in ("gopls", "pyright")
         self.probe = None  # a definition to ask until the server has found the workspace's files
+        self.texts, self.maps = {}, {}
         self.loaded = False
 
     def _server(self):
@@ -176,8 +191,10 @@ class Session:
                 for rel in self.files:
                     path = str(self.server_root / rel)
                     self.server.open(path, LANGUAGE_ID[self.corpus_def["language"]])
-                    self.server.request("textDocument/documentSymbol",
-                                        {"textDocument": {"uri": lsp.uri(path)}}, 300)
+                    found = self.server.request("textDocument/documentSymbol",
+                                                {"textDocument": {"uri": lsp.uri(path)}}, 300)
+                    self.cache.put("symbols", rel, found or [])
+                    self.inactive(rel)
             if self.corpus_def["server"] in ("pyright", "rust-analyzer") and self.probe:
                 self._wait_until_ready()
         return self.server
@@ -248,10 +265,57 @@ class Session:
             for call in calls or []:
                 rel = self._rel(call["from"]["uri"])
                 for r in call.get("fromRanges") or [call["from"]["selectionRange"]]:
-                    if rel is not None:
-                        sites.append([rel, r["start"]["line"], r["start"]["character"]])
+                    site = [rel, r["start"]["line"], r["start"]["character"]]
+                    if self.corpus_def["server"] == "clangd":
+                        site = self._placed(d, call["from"], site)
+                    if site[0] is not None:
+                        sites.append(site)
         self.cache.put("incoming", key, sites)
         return sites
+
+    def _lines(self, rel):
+        if rel not in self.texts:
+            self.texts[rel] = (self.server_root / rel).read_text(errors="replace").split("\n")
+        return self.texts[rel]
+
+    def _line(self, rel, line):
+        lines = self._lines(rel)
+        return lines[line] if 0 <= line < len(lines) else ""
+
+    def _placed(self, d, caller, site):
+        """Where a call clangd lists really is.
+
+        clangd 14 gives the caller's file with the ranges of the file the call is in: for a caller
+        declared inside a macro (every TEST body, the TEST macro's own calls) that is the macro's
+        header. A site that lies in a function of the caller's name (by the benchmark's map; or
+        outside every function, for a caller that is a variable's initializer) is
+        taken as it is; another is looked for at the same line and column in the corpus's files,
+        where d's name (or else a macro's) starts there inside a function of that name; when no
+        file or several have it, the site is kept as UNPLACED and counted apart.
+        """
+        rel, line, col = site
+        name = re.split(r"::|\.", caller["name"])[-1]
+
+        def fits(f, word):
+            text = self._line(f, line)
+            return (re.match(word, text[col:]) and (col == 0 or not re.match(r"\w", text[col - 1]))
+                    and re.split(r"::|\.", self._enclosing(f, line))[-1] in (name, "<module>"))
+
+        if rel is not None and fits(rel, r"\w"):
+            return site
+        for word in (re.escape(d.name) + r"\b", r"\w+\s*\("):
+            found = [f for f in self.files if fits(f, word)]
+            if found:
+                return [found[0], line, col] if len(found) == 1 else [UNPLACED, line, col]
+        return [UNPLACED, line, col]
+
+    def _enclosing(self, rel, line):
+        if rel not in self.maps:
+            got = code_map.from_document_symbols(rel, self.symbols(rel), False,
+                                                 "\n".join(self._lines(rel)),
+                                                 self.corpus_def["language"])
+            self.maps[rel] = got[1]
+        return self.maps[rel].enclosing(line)
 
     def definition(self, rel, line, col):
         key = f"{rel}:{line}:{col}"
@@ -272,6 +336,31 @@ class Session:
             places.append([target, rng["start"]["line"]])
         self.cache.put("definition", key, places)
         return places
+
+    def inactive(self, rel):
+        """0-based lines of a C or C++ file in a branch of #if the build leaves out.
+
+        clangd marks them as semantic tokens of type `comment` (it marks no real comments).
+        """
+        hit = self.cache.get("inactive", rel)
+        if hit != "missing":
+            return hit
+        s = self._server()
+        legend = s.capabilities["semanticTokensProvider"]["legend"]["tokenTypes"]
+        try:
+            with self._opened(rel) as doc:
+                data = (s.request("textDocument/semanticTokens/full", {"textDocument": doc},
+                                  300) or {}).get("data", [])
+        except RuntimeError as e:  # a file clangd was not given
+            log(f"  semantic tokens of {rel}: {e}")
+            data = []
+        lines, line = set(), 0
+        for i in range(0, len(data), 5):
+            line += data[i]
+            if legend[data[i + 3]] == "comment":
+                lines.add(line)
+        self.cache.put("inactive", rel, sorted(lines))
+        return sorted(lines)
 
     def symbols(self, rel):
         hit = self.cache.get("symbols", rel)
@@ -300,7 +389,8 @@ def map_corpus(corpus_def, files, root, session):
             got = code_map.go_file(rel, (root / rel).read_text(errors="replace"), test)
         else:
             got = code_map.from_document_symbols(rel, session.symbols(rel), test,
-                                                 (root / rel).read_text(errors="replace"))
+                                                 (root / rel).read_text(errors="replace"),
+                                                 corpus_def["language"])
         if got is None:
             unparsed += 1
             continue
@@ -363,22 +453,39 @@ def reaches(places, d):
     return any(target == d.file and d.start <= line <= d.end for target, line in places)
 
 
+@functools.lru_cache(maxsize=256)
+def file_lines(path):
+    return pathlib.Path(path).read_text(errors="replace").split("\n")
+
+
+def line_at(root, rel, line):
+    try:
+        return file_lines(str(root / rel))[line]
+    except (IndexError, OSError):
+        return ""
+
+
 def is_call(root, rel, line, col):
-    """Whether the name at (line, col) is called there: followed by ( or by [types](."""
+    """Whether the name at (line, col) is called: followed by (, [types]( or <types>(."""
     try:
         text = (root / rel).read_text(errors="replace").split("\n")[line][col:]
     except (IndexError, OSError):
         return True
-    return re.match(r"\w+\s*(\[[^\]]*\]\s*)?\(", text) is not None
+    return re.match(r"\w+\s*(\[[^\]]*\]\s*|<([^<>;]|<[^<>;]*>)*>\s*)?\(", text) is not None
 
 
 def direct_sites(session, d, sites, root):
     """The server's call sites that call d itself, with how many were left out and why.
 
-    gopls lists every reference, not only calls (a function passed as a value), and also calls
-    through an interface method that d implements: dynamic dispatch, which no static index links.
-    Both are counted apart; a site counts when it is a call and its go-to-definition reaches d.
+    gopls and clangd list every reference, not only calls (a function passed as a value); gopls
+    also lists calls through an interface method that d implements: dynamic dispatch, which no
+    static index links. Both are counted apart; a site counts when it is a call and (for gopls)
+    its go-to-definition reaches d.
     """
+    if session.corpus_def["server"] == "clangd":
+        # clangd lists every reference inside a function: `.read = f` or `qsort(..., f)` too.
+        calls = [s for s in sites if s[0] != UNPLACED and is_call(root, *s)]
+        return calls, 0, len(sites) - len(calls)
     if session.corpus_def["server"] != "gopls":
         return sites, 0, 0
     calls = [s for s in sites if is_call(root, *s)]
@@ -442,14 +549,22 @@ def explore_tests(tamsel, root, db, d, test_sites):
         answer = json.loads(out.stdout)
     except json.JSONDecodeError:
         return False
+    def extent_end(item):
+        row = db.execute("SELECT max(s.end_line) FROM symbols s JOIN files f ON f.id = s.file_id "
+                         "WHERE f.path = ? AND s.start_line = ?",
+                         (item.get("file"), item.get("line")))
+        return (row.fetchone() or [None])[0] or item.get("line", 0)
+
     symbols = answer.get("symbols") or []
-    if not symbols or symbols[0].get("file") != d.file or \
-            not d.start <= symbols[0].get("line", 0) - 1 <= d.end:
+    if not symbols or symbols[0].get("file") != d.file:
+        return False
+    # The first symbol starts within d, or its extent holds d's name: the index starts a C++
+    # template at `template <...>`, clangd after it.
+    first = symbols[0].get("line", 0)
+    if not d.start <= first - 1 <= d.end and not first <= d.line + 1 <= extent_end(symbols[0]):
         return False
     for t in answer.get("tests") or []:
-        row = db.execute("SELECT max(s.end_line) FROM symbols s JOIN files f ON f.id = s.file_id "
-                         "WHERE f.path = ? AND s.start_line = ?", (t.get("file"), t.get("line")))
-        end = (row.fetchone() or [None])[0] or t.get("line", 0)
+        end = extent_end(t)
         if any(f == t.get("file") and t.get("line", 0) <= line + 1 <= end
                for f, line in test_sites):
             return True
@@ -497,7 +612,7 @@ def measure(name, corpus_def, args):
         s = dict(defs=len(chosen), unknown_server=0, unknown_index=0, truth=0, found=0,
                  truth_test=0, found_test=0, index_pairs=0, confirmed=0, refuted=0,
                  unconfirmed=0, once=0, once_ok=0, dispatched=0, not_calls=0,
-                 other_platform=0)
+                 other_platform=0, macro_only=0, macro_only_found=0, unplaced=0)
         extras, misses, missed = [], [], []
         for d in chosen:
             sites = session.incoming(d)
@@ -508,6 +623,7 @@ def measure(name, corpus_def, args):
             if got is None:
                 s["unknown_index"] += 1
                 got = []
+            s["unplaced"] += sum(1 for site in sites if site[0] == UNPLACED)
             sites, dispatched, not_calls = direct_sites(session, d, list(sites), root)
             s["dispatched"] += dispatched
             s["not_calls"] += not_calls
@@ -515,6 +631,11 @@ def measure(name, corpus_def, args):
                 # Files for another platform are outside gopls's view: neither side counts them.
                 s["other_platform"] += sum(1 for f, _ in got if f not in buildable)
                 got = [(f, l) for f, l in got if f in buildable]
+            if corpus_def["server"] == "clangd":
+                # Nor does clangd parse a branch of #if that this build leaves out.
+                inactive = {f: set(session.inactive(f)) for f in {f for f, _ in got}}
+                s["other_platform"] += sum(1 for f, l in got if l in inactive[f])
+                got = [(f, l) for f, l in got if l not in inactive[f]]
             truth = {pair(maps, f, l) for f, l, _ in sites}
             by_pair = {}
             for f, l in got:
@@ -533,6 +654,12 @@ def measure(name, corpus_def, args):
                     extras.append(("refuted" if verdict == "no" else "unconfirmed", d, p,
                                    where[0][1] + 1))
             found = truth & set(by_pair)
+            if corpus_def["server"] == "clangd":
+                # Pairs whose every call comes from a macro's body (EXPECT_EQ, LOG): said apart.
+                spelled = {pair(maps, f, l) for f, l, _ in sites
+                           if re.search(r"\b" + re.escape(d.name) + r"\b", line_at(root, f, l))}
+                s["macro_only"] += len(truth - spelled)
+                s["macro_only_found"] += len(found - spelled)
             missed += [(d, p) for p in sorted(truth - found)]
             tests = {p for p in truth if code_map.is_test_path(p[0], corpus_def["language"])}
             s["truth"] += len(truth)
@@ -597,11 +724,17 @@ def main():
         if s:
             rows.append(report(name, CORPORA[name], s))
             log(rows[-1])
+            if s["unplaced"]:
+                log(f"  {name}: {s['unplaced']} of the 'not a call' sites could not be placed")
+            if s["macro_only"]:
+                log(f"  {name}: {s['macro_only']} callers call only from a macro's body, "
+                    f"{s['macro_only_found']} of them found; recall without them "
+                    f"{ratio(s['found'] - s['macro_only_found'], s['truth'] - s['macro_only'])}")
     if rows:
         print("| corpus | server | sampled of product defs | callers (server + confirmed) | "
               "recall | product | in tests (callers) | precision | strict precision | "
               "extras confirmed/refuted/unconfirmed | tests route | unknown to server/index | "
-              "left out: through an interface / not a call / other platform | seconds |")
+              "left out: through an interface / not a call / other platform or #if | seconds |")
         print("| --- " * 14 + "|")
         print("\n".join(rows))
         cmd = ["bench/callers/run", "--tamsel", args.tamsel, "--sample", str(args.sample)]

@@ -102,15 +102,33 @@ def go_file(rel, text, test):
 FUNCTION_KINDS = {6, 9, 12}  # method, constructor, function
 
 
-def from_document_symbols(rel, symbols, test, text):
+def has_body(lines, rng):
+    """Whether a C or C++ symbol's range holds a body (declarations, `= default` do not)."""
+    start, end = rng["start"], rng["end"]
+    if end["line"] >= len(lines):
+        return False
+    if start["line"] == end["line"]:
+        return "{" in lines[start["line"]][start["character"]:end["character"]]
+    part = [lines[start["line"]][start["character"]:]] + lines[start["line"] + 1:end["line"]]
+    return "{" in "\n".join(part + [lines[end["line"]][:end["character"]]])
+
+
+def from_document_symbols(rel, symbols, test, text, language=None):
     """Definitions and ranges from an LSP textDocument/documentSymbol answer (hierarchical)."""
     defs, ranges = [], []
     lines = text.split("\n")
+    c_like = language in ("c", "cpp")
 
     def visit(items, prefix, in_function):
         for s in items or []:
-            name = s["name"].split("(")[0].split("<")[0].split("::")[-1]
-            label = prefix + name
+            qualified = s["name"]
+            while "<" in qualified and re.search(r"<[^<>]*>", qualified):
+                # `FunctionMocker<R (Args...)>::InvokeWith`: template arguments out, not the name
+                qualified = re.sub(r"<[^<>]*>", "", qualified)
+            qualified = qualified.split("(")[0].split("<")[0]
+            name = qualified.split("::")[-1]
+            # An out-of-line `Cls::m` keeps its class: every TEST body is a `..._Test::TestBody`.
+            label = prefix + (qualified if c_like else name)
             kids = s.get("children")
             if s["kind"] in FUNCTION_KINDS and "range" in s:
                 start, end = s["range"]["start"]["line"], s["range"]["end"]["line"]
@@ -120,8 +138,16 @@ def from_document_symbols(rel, symbols, test, text):
                     # Some servers select the whole declaration (an overload's implementation).
                     m = re.search(r"\b" + re.escape(name) + r"\b", lines[sel["line"]])
                     col = m.start() if m else col
-                defs.append(Def(rel, name, label, sel["line"], col, start, end, test,
-                                not in_function and start < end, start == end))
+                if c_like:
+                    # Constructors, destructors and operators are called by syntax, not by name
+                    # (as Python's dunders); one-line bodies count, declarations do not.
+                    declaration = not has_body(lines, s["range"])
+                    sampled = (not in_function and not declaration and s["kind"] != 9 and
+                               not name.startswith(("operator", "~")))
+                else:
+                    declaration, sampled = start == end, not in_function and start < end
+                defs.append(Def(rel, name, label, sel["line"], col, start, end, test, sampled,
+                                declaration))
                 ranges.append((start, end, label))
                 visit(kids, label + ".", True)
             else:
@@ -143,4 +169,4 @@ def is_test_path(rel, language):
         return True
     if language == "python":
         return name.startswith("test_") or name.endswith("_test.py") or name == "conftest.py"
-    return bool(re.search(r"(^test_|_test\.|\.test\.|\.spec\.|Test\.java$)", name))
+    return bool(re.search(r"(^test_|_test\.|_unittest\.|\.test\.|\.spec\.|Test\.java$)", name))

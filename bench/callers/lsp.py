@@ -40,11 +40,11 @@ class Server:
             "workspace": {"configuration": True, "workspaceFolders": True},
             "window": {"workDoneProgress": False},
         }
-        self.request("initialize", {
+        self.capabilities = (self.request("initialize", {
             "processId": os.getpid(), "rootUri": uri(root), "capabilities": caps,
             "workspaceFolders": [{"uri": uri(root), "name": pathlib.Path(root).name}],
             "initializationOptions": init_options or {},
-        }, timeout=600)
+        }, timeout=600) or {}).get("capabilities", {})
         self.notify("initialized", {})
         self.notify("workspace/didChangeConfiguration", {"settings": self.settings})
 
