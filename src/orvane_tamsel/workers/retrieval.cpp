@@ -144,6 +144,12 @@ constexpr double W_SPELLED = 1.0;
 // it holds is listed too and names more of the question: that function answers better (see
 // mark_holders).
 constexpr double W_ACTION = 0.6;
+// Public API in languages whose names do not say it by case: how many files import the symbol
+// (log2(1 + files), capped at 4), a package's own file importing it, and a name and module path
+// with no private (underscore) part.
+constexpr double W_IMPORTERS = 0.0;
+constexpr double W_REEXPORTED = 0.0;
+constexpr double W_PUBLIC = 0.0;
 
 // The question's vector from the embedder that holds the symbols', and the symbols nearest it.
 struct Meaning {
@@ -177,7 +183,9 @@ std::map<index::SymbolId, RerankInputs> fuse(
     parts[*symbol->id].named += 0.5 + 0.5 * (static_cast<double>(shared) + 1) / (most + 1);
   }
   if (meaning.asked.empty()) return parts;
-  for (const auto& hit : meaning.nearest) parts.emplace(hit.id, RerankInputs{});
+  for (std::size_t i = 0; i < meaning.nearest.size(); ++i) {
+    parts[meaning.nearest[i].id].nearest = static_cast<double>(i + 1);
+  }
   std::vector<index::SymbolId> ids;
   for (const auto& [id, p] : parts) ids.push_back(id);
   auto cosines = meaning.embedder->similarities(meaning.asked, ids);
@@ -454,6 +462,29 @@ bool exported(const std::string& inner, const std::string& path) {
   return true;
 }
 
+// A private part of a name or path: a leading underscore, but not a special name (`__init__`).
+bool private_part(std::string_view part) {
+  return part.starts_with('_') &&
+         !(part.size() > 4 && part.starts_with("__") && part.ends_with("__"));
+}
+
+// Public by convention where case says nothing: no part of the name inside its module, nor of
+// the module's path, is private (`_collections_abc`, `Field._check_choices`).
+bool public_name(std::string_view inner, std::string_view path) {
+  const auto* language = utils::language_for_path(path);
+  if (language == nullptr || language->exports_by_case) return false;
+  for (auto text : {inner, path}) {
+    std::size_t start = 0;
+    while (start <= text.size()) {
+      auto end = text.find_first_of("/.", start);
+      if (end == std::string_view::npos) end = text.size();
+      if (private_part(text.substr(start, end - start))) return false;
+      start = end + 1;
+    }
+  }
+  return true;
+}
+
 // Where a definition lives for telling answers apart: its file, or its folder where a folder is a
 // package, whose name may be defined once per platform in files of its own (cipher_asm.go,
 // cipher_s390x.go).
@@ -466,7 +497,7 @@ std::string_view home_of(std::string_view path) {
 
 // The decision model's features of one candidate, into its inputs.
 void read_features(Candidate& c, const Question& q, const std::set<std::string>& term_set,
-                   StemWeights& weights, std::int64_t callers) {
+                   StemWeights& weights, std::int64_t callers, const index::Importers& importers) {
   using namespace detail;
   const auto& s = *c.symbol;
   auto inner = inside_module(s.fqn, *c.path);
@@ -520,6 +551,9 @@ void read_features(Candidate& c, const Question& q, const std::set<std::string>&
   in.test = s.is_test;
   in.thing = q.asks_action && is_thing(s.kind);
   in.exported = exported(inner, *c.path);
+  in.importers = std::min(4.0, std::log2(1.0 + static_cast<double>(importers.files)));
+  in.reexported = importers.by_package;
+  in.public_name = public_name(inner, *c.path);
   in.spelled = std::any_of(q.words.begin(), q.words.end(), [&](const std::string& w) {
     return utils::reads_as_code(w) &&
            (w == s.name || (s.fqn.size() > w.size() && s.fqn.ends_with(w) &&
@@ -555,7 +589,8 @@ double model_score(const RerankInputs& in, double spread_fused) {
          W_DOCSTRING * in.docstring + W_CALLERS * in.callers + W_KIND * in.function +
          W_TEST * in.test - W_ACTION * in.holder + W_EXPORTED * in.exported +
          W_MEANING_RERANK * in.meaning + W_SENSES * in.senses + W_SPELLED * in.spelled +
-         W_PAIRED * in.paired;
+         W_PAIRED * in.paired + W_IMPORTERS * in.importers + W_REEXPORTED * in.reexported +
+         W_PUBLIC * in.public_name;
 }
 
 // Reads the decision model's features of the first `count` candidates.
@@ -564,6 +599,7 @@ void read_head(index::Repository& repository, index::Embedder* word_senses, cons
   std::vector<index::SymbolId> head;
   for (std::size_t i = 0; i < count; ++i) head.push_back(candidates[i].id);
   auto callers = repository.caller_counts(head);
+  auto importers = repository.importers(head);
   std::set<std::string> term_set(q.terms.begin(), q.terms.end());
   auto weights = stem_weights(repository, q.terms, term_set);
   std::vector<double> senses;
@@ -576,7 +612,9 @@ void read_head(index::Repository& repository, index::Embedder* word_senses, cons
   }
   for (std::size_t i = 0; i < count; ++i) {
     auto& c = candidates[i];
-    read_features(c, q, term_set, weights, callers.count(c.id) ? callers[c.id] : 0);
+    auto imported = importers.find(c.id);
+    read_features(c, q, term_set, weights, callers.count(c.id) ? callers[c.id] : 0,
+                  imported == importers.end() ? index::Importers{} : imported->second);
     if (!senses.empty()) c.inputs.senses = senses[i];
   }
   mark_holders(q, candidates, count);
