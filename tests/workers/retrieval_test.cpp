@@ -238,7 +238,8 @@ TEST(HybridRetriever, SaysTwoWordsBeyondTheOneWordHits) {
 
 TEST(HybridRetriever, ReadsWhatAPackageOffers) {
   indexer_test::TempRepo repo("shop");
-  repo.write("src/shop/__init__.py", "from .ledger import read_balance\n");
+  repo.write("src/shop/__init__.py", "from .ledger import read_balance\nfrom .audit import *\n");
+  repo.write("src/shop/audit.py", "def check_balance():\n    \"\"\"Audit the ledger.\"\"\"\n");
   repo.write("src/shop/ledger.py",
              "def read_balance(path):\n    \"\"\"Read the ledger balance.\"\"\"\n"
              "class Ledger:\n    def _balance(self):\n        \"\"\"The ledger balance.\"\"\"\n"
@@ -258,6 +259,8 @@ TEST(HybridRetriever, ReadsWhatAPackageOffers) {
   EXPECT_EQ(offered.reexported, 1);
   EXPECT_EQ(offered.public_name, 1);
   EXPECT_EQ(seen["shop.ledger.Ledger.__len__"].public_name, 1);  // a special name is API
+  EXPECT_EQ(seen["shop.audit.check_balance"].reexported, 1);     // by a star import
+  EXPECT_EQ(seen["shop.ledger.Ledger.__len__"].reexported, 0);   // not a top-level name
   for (const auto* hidden : {"shop.ledger.Ledger._balance", "shop._books.balance_of"}) {
     ASSERT_TRUE(seen.count(hidden)) << hidden;
     EXPECT_EQ(seen[hidden].public_name, 0) << hidden;

@@ -443,6 +443,14 @@ class SqliteRepository : public Repository {
         "GROUP BY j.value");
     st.bind(1, json_ids(ids));
     while (st.step()) out[st.integer(0)] = {st.integer(1), st.integer(2) != 0};
+    // `from .aggregates import *` in a package's file offers every top-level name of the module.
+    auto star = db_->prepare(
+        "SELECT j.value FROM json_each(?) j JOIN symbols s ON s.id = j.value "
+        "JOIN files m ON m.id = s.file_id WHERE s.parent_fqn = m.module AND EXISTS ("
+        "SELECT 1 FROM imports i JOIN files f ON f.id = i.file_id WHERE i.module = m.module AND "
+        "i.name = '*' AND (f.path = '__init__.py' OR f.path LIKE '%/__init__.py'))");
+    star.bind(1, json_ids(ids));
+    while (star.step()) out[star.integer(0)].by_package = true;
     return out;
   }
 
