@@ -161,20 +161,6 @@ TEST(SqliteRepository, EvidenceNeighboursFilterOrderAndOrigin) {
               ElementsAre("shop.pricing caller 1", "test_checkout.test_checkout caller 1"));
   EXPECT_EQ(index.caller_counts({total, add}),
             (std::map<index::SymbolId, std::int64_t>{{total, 3}, {add, 1}}));
-  // files importing by name; a package's own file offers what it imports
-  Shop offered({[] {
-    auto f = file("src/shop/__init__.py", "shop");
-    f.imports.push_back({1, "shop.cart", "Cart", ""});
-    return f;
-  }()});
-  auto importers =
-      offered.index->importers({offered.id("shop.cart.Cart"), offered.id("shop.cart.applyDiscount"),
-                                offered.id("shop.cart.Cart.add")});
-  ASSERT_EQ(importers.size(), 2u);
-  EXPECT_EQ(importers[offered.id("shop.cart.Cart")].files, 2);
-  EXPECT_TRUE(importers[offered.id("shop.cart.Cart")].by_package);
-  EXPECT_EQ(importers[offered.id("shop.cart.applyDiscount")].files, 2);
-  EXPECT_FALSE(importers[offered.id("shop.cart.applyDiscount")].by_package);
   auto sites = index.call_sites(add, index::CALLER, 5);
   ASSERT_EQ(sites.size(), 2u);
   EXPECT_EQ(sites[1].site_line, 8);
