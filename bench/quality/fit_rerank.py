@@ -5,10 +5,13 @@ Reads, per question, every fused candidate with the rerank's inputs (tamsel_qual
 here for each set; cached under bench/out/quality/dumps), replays the retriever's ranking offline
 and compares, on held-out folds only, BM25 alone, the fused score alone, the weights shipped before
 and weights fitted by coordinate ascent on MRR@10 in a few ways (which inputs, from which start,
-how the question files weigh). Folds: every question written before the fourth untouched set ->
+how the question files weigh). Folds: every question written before the fifth untouched set ->
 that set (the questions written later by someone else), leave one corpus out, leave one file out.
+--nearest N keeps, of the symbols found by meaning alone, the N nearest (the dump holds 60): what
+the retriever would gather with N.
 
 Usage: bench/quality/fit_rerank.py [--build DIR] [--redump] [--only METHOD,...] [--quick]
+       [--nearest N]
 Prints the figures of every fold and, last, the weights fitted on all questions.
 """
 import argparse
@@ -44,17 +47,20 @@ SETS = [
     ("stdlib_u4", "stdlib", "stdlib", "questions_untouched4_stdlib.tsv", "spent", 4),
     ("django_u4", "django", "django", "questions_untouched4_django.tsv", "spent", 4),
     ("go_u4", "go", "go", "questions_untouched4_go.tsv", "spent", 4),
+    ("stdlib_u5", "stdlib", "stdlib", "questions_untouched5_stdlib.tsv", "spent", 5),
+    ("django_u5", "django", "django", "questions_untouched5_django.tsv", "spent", 5),
+    ("go_u5", "go", "go", "questions_untouched5_go.tsv", "spent", 5),
 ]
 
 
 # The inputs in the order tamsel_quality --dump writes them.
 INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", "docstring",
           "callers", "function", "test", "thing", "exported", "senses", "spelled", "paired",
-          "own_name", "holder"]
+          "own_name", "holder", "nearest", "importers", "reexported", "public_name"]
 IX = {name: i for i, name in enumerate(INPUTS)}
 
 RERANKED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "thing",
-            "exported", "meaning", "senses", "paired"]
+            "exported", "meaning", "senses", "paired", "importers", "reexported", "public_name"]
 DEPTH = 10  # MRR@10, top-1, top-5 as tamsel_quality counts them
 
 
@@ -76,7 +82,7 @@ def home(path, corpus):
     return os.path.dirname(path) if corpus == "go" else path
 
 
-def load():
+def load(nearest=None):
     """Every question as padded arrays in a dict: inputs x [Q, C, F], valid and expected (hit)
     masks, and the pairs (pj, pk) of a thing and a function it holds (pown: the function's own
     name meets the question); plus the questions themselves."""
@@ -89,6 +95,10 @@ def load():
                 # in fused order stands for it.
                 seen, rows = set(), []
                 for c in q["candidates"]:
+                    f = c["f"]
+                    alone = not any(f[IX[k]] for k in ["text", "widened", "named", "paired"])
+                    if nearest is not None and alone and not 0 < f[IX["nearest"]] <= nearest:
+                        continue
                     key = (c["fqn"], home(c["path"], corpus))
                     if key not in seen:
                         seen.add(key)
@@ -262,15 +272,15 @@ def fit(start, names, data, weights, passes=3):
     return w
 
 
-# The weights fitted on 2026-11-27 from 571 questions (every file before the fourth untouched
+# The weights fitted on 2026-11-27 from 1,148 questions (every file before the fifth untouched
 # set), shipped until this fit: the action preference on a thing whose function in the head
 # names words of the question its own name lacks (holder_named 3, as retrieval.cpp does).
 SHIPPED = {
     "fuse_widened": 0.25, "fuse_named": 1.0, "fuse_meaning": 1.0, "fuse_paired": 0.25,
-    "in_name": 0.4, "whole": 0.05, "in_path": 0.2, "docstring": 0.4, "callers": 0.1,
-    "function": 0.1, "test": 0.0, "thing": 0.0, "exported": 0.4, "meaning": 0.6,
-    "senses": 0.05, "spelled": 1.0, "paired": 0.0, "depth": 100, "holder": -1.0,
-    "holder_named": 3,
+    "in_name": 0.1, "whole": 0.0, "in_path": 0.2, "docstring": 0.2, "callers": 0.1,
+    "function": 0.2, "test": 0.0, "thing": 0.0, "exported": 1.0, "meaning": 1.0,
+    "senses": 0.0, "spelled": 1.0, "paired": 0.2, "depth": 100, "holder": -0.6,
+    "holder_named": 3, "importers": 0.0, "reexported": 0.0, "public_name": 0.0,
 }
 
 
@@ -284,6 +294,8 @@ def fused_only():
 # drop it, and a how-question naming a method of a class should still list the method first.
 FITTED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "exported",
           "meaning", "senses", "paired", "holder", "depth"]
+# What a public API looks like where case does not say it (Python).
+PUBLIC = ["importers", "reexported", "public_name"]
 # What the question's words meet in names shifted most between the sets written first and those
 # written later (the expected symbol's edge over the others in the fused first 20, standard
 # library: name words +0.10 -> +0.01, whole name +0.11 -> -0.05).
@@ -323,12 +335,19 @@ def methods():
         # Shipped: a little of the name words held, so that a name saying more of the question
         # breaks a near tie (level with none on the folds).
         "name words 0.1 per file": fitted(dict(UNNAMED, in_name=0.1), without, True),
+        # The same from the weights shipped with it, and with the public-API inputs.
+        "refit shipped per file": fitted(SHIPPED, without, True),
+        "public API per file": fitted(SHIPPED, without + PUBLIC, True),
+        "public name per file": fitted(SHIPPED, without + ["public_name"], True),
+        # Shipped: only the new input fitted, every other weight held as shipped before.
+        "public name alone": fitted(SHIPPED, ["public_name"], True),
+        "public API alone": fitted(SHIPPED, PUBLIC, True),
     }
 
 
-CHOSEN = "name words 0.1 per file"
-DEFAULT = ["fused only", "shipped before", "refit from shipped", "no name words from shipped",
-           "no name words from shipped per file", CHOSEN]
+CHOSEN = "public name alone"
+DEFAULT = ["fused only", "shipped before", "refit shipped per file", "public API per file",
+           "public API alone", CHOSEN]
 
 
 def main():
@@ -338,19 +357,20 @@ def main():
     parser.add_argument("--only", help="comma-separated methods to compare (default: "
                         + ", ".join(DEFAULT) + ")")
     parser.add_argument("--quick", action="store_true", help="no leave-one-file-out folds")
+    parser.add_argument("--nearest", type=int, help="symbols found by meaning alone kept")
     args = parser.parse_args()
     dump(args.build, args.redump)
-    questions, full = load()
+    questions, full = load(args.nearest)
     data = trim(SHIPPED, full)
     sets = np.array([q["set"] for q in questions])
     corpora = np.array([q["corpus"] for q in questions])
     generation = np.array([q["generation"] for q in questions])
     bm25 = np.array([q["bm25"] for q in questions])
     chosen = args.only.split(",") if args.only else DEFAULT
-    later = generation == 4
+    later = generation == 5
     # What no weight can fix: questions whose expected symbol is not a candidate.
     hit = full["hit"]
-    for name, m in [("written before set 4", ~later), ("set 4", later)]:
+    for name, m in [("written before set 5", ~later), ("set 5", later)]:
         print(f"{name}, {int(m.sum())} questions: expected among all candidates "
               f"{int(hit[m].any(1).sum())}, among the first {SHIPPED['depth']} by the fusion "
               f"{int(data['hit'][m][:, :SHIPPED['depth']].any(1).sum())}")
@@ -386,15 +406,15 @@ def main():
         f, fb = figures(places(SHIPPED, sub(data, m))), figures(bm25[m])
         print(f"  {s:10s} n {f['n']:3d}  hybrid top-1 {f['top1']:3d} top-5 {f['top5']:3d} "
               f"MRR {f['mrr']:.3f}   BM25 top-1 {fb['top1']:3d} top-5 {fb['top5']:3d}")
-    run("written before the fourth set, tested on it", [(~later, later)], by_corpus=True)
+    run("written before the fifth set, tested on it", [(~later, later)], by_corpus=True)
     run("leave one corpus out, pooled", [(corpora != c, corpora == c)
-                                          for c in ["stdlib", "django", "go"]])
+                                          for c in ["stdlib", "django", "go"]], by_corpus=True)
     if not args.quick:
         run(f"leave one file out ({len(SETS)} folds), pooled",
             [(sets != s, sets == s) for s, *_ in SETS])
     final = methods()[CHOSEN](data, sets)
     print(f"\n== {CHOSEN}, fitted on all questions")
-    print("  " + json.dumps({k: final[k] for k in FITTED}))
+    print("  " + json.dumps({k: final[k] for k in FITTED + PUBLIC}))
     # In-sample, not a measure of quality: what tamsel_quality should print once retrieval.cpp
     # holds these weights.
     print("  per set with these weights (in-sample; compare tamsel_quality):")

@@ -132,6 +132,10 @@ class FakeRepository : public index::Repository {
       const std::vector<index::SymbolId>&) override {
     return unscripted<std::map<index::SymbolId, std::int64_t>>("caller_counts");
   }
+  std::map<index::SymbolId, index::Importers> importers(
+      const std::vector<index::SymbolId>&) override {
+    return unscripted<std::map<index::SymbolId, index::Importers>>("importers");
+  }
   std::vector<std::string> names_matching_text(const std::string&, int) override {
     return unscripted<std::vector<std::string>>("names_matching_text");
   }

@@ -236,6 +236,39 @@ TEST(HybridRetriever, SaysTwoWordsBeyondTheOneWordHits) {
   EXPECT_TRUE(one_word == all.end() || one_word->inputs.paired == 0);
 }
 
+TEST(HybridRetriever, ReadsWhatAPackageOffers) {
+  indexer_test::TempRepo repo("shop");
+  repo.write("src/shop/__init__.py", "from .ledger import read_balance\nfrom .audit import *\n");
+  repo.write("src/shop/audit.py", "def check_balance():\n    \"\"\"Audit the ledger.\"\"\"\n");
+  repo.write("src/shop/ledger.py",
+             "def read_balance(path):\n    \"\"\"Read the ledger balance.\"\"\"\n"
+             "class Ledger:\n    def _balance(self):\n        \"\"\"The ledger balance.\"\"\"\n"
+             "    def __len__(self):\n        \"\"\"The ledger's rows.\"\"\"\n");
+  repo.write("src/shop/report.py", "from shop.ledger import read_balance\n");
+  repo.write("src/shop/_books.py", "def balance_of(path):\n    \"\"\"A ledger balance.\"\"\"\n");
+  repo.write("src/vault/seal.go",
+             "package vault\n\n// Balance of the ledger.\nfunc Balance() {}\n");
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+  HybridRetriever retriever(*index, std::nullopt);
+  std::map<std::string, RerankInputs> seen;
+  for (const auto& c : retriever.candidates("ledger balance rows", false)) seen[c.fqn] = c.inputs;
+  ASSERT_TRUE(seen.count("shop.ledger.read_balance"));
+  const auto& offered = seen["shop.ledger.read_balance"];
+  EXPECT_EQ(offered.importers, std::log2(3.0));  // the package and report.py
+  EXPECT_EQ(offered.reexported, 1);
+  EXPECT_EQ(offered.public_name, 1);
+  EXPECT_EQ(seen["shop.ledger.Ledger.__len__"].public_name, 1);  // a special name is API
+  EXPECT_EQ(seen["shop.audit.check_balance"].reexported, 1);     // by a star import
+  EXPECT_EQ(seen["shop.ledger.Ledger.__len__"].reexported, 0);   // not a top-level name
+  for (const auto* hidden : {"shop.ledger.Ledger._balance", "shop._books.balance_of"}) {
+    ASSERT_TRUE(seen.count(hidden)) << hidden;
+    EXPECT_EQ(seen[hidden].public_name, 0) << hidden;
+    EXPECT_EQ(seen[hidden].reexported, 0) << hidden;
+  }
+  EXPECT_EQ(seen["vault.Balance"].public_name, 0);  // Go says it by case, another input
+}
+
 TEST(TermMatch, InflectionsAndRunTogetherNamesMeet) {
   using namespace orvane_tamsel::workers::detail;
   auto decompressor = fqn_stems("zipfile._get_decompressor");

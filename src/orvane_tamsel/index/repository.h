@@ -87,6 +87,13 @@ struct ImportRecord {
   std::optional<SymbolId> target_symbol;   // the indexed symbol it binds, when one
 };
 
+// Who imports a symbol by name: how many files, and whether a package's own file (`__init__.py`)
+// is one of them, which offers it as the package's API.
+struct Importers {
+  std::int64_t files = 0;
+  bool by_package = false;
+};
+
 struct ScoredSymbol {
   SymbolId id = 0;
   double score = 0;  // larger is better
@@ -201,6 +208,8 @@ class Repository {
                                               bool include_tests) = 0;
   // Evidence-backed callers per symbol.
   virtual std::map<SymbolId, std::int64_t> caller_counts(const std::vector<SymbolId>& ids) = 0;
+  // Files importing each symbol by name; ids nobody imports are left out.
+  virtual std::map<SymbolId, Importers> importers(const std::vector<SymbolId>& ids) = 0;
   // The names of the production symbols that match, best first (search_text without the rows).
   virtual std::vector<std::string> names_matching_text(const std::string& match, int limit) = 0;
   // How many symbols have each word in their name (matched as the text table matches it), and how

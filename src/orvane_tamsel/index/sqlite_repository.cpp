@@ -432,6 +432,28 @@ class SqliteRepository : public Repository {
     return counts;
   }
 
+  std::map<SymbolId, Importers> importers(const std::vector<SymbolId>& ids) override {
+    std::lock_guard lock(mutex_);
+    std::map<SymbolId, Importers> out;
+    if (ids.empty()) return out;
+    auto st = db_->prepare(
+        "SELECT j.value, count(DISTINCT i.file_id), max(f.path = '__init__.py' OR "
+        "f.path LIKE '%/__init__.py') FROM json_each(?) j "
+        "JOIN imports i ON i.target_symbol_id = j.value JOIN files f ON f.id = i.file_id "
+        "GROUP BY j.value");
+    st.bind(1, json_ids(ids));
+    while (st.step()) out[st.integer(0)] = {st.integer(1), st.integer(2) != 0};
+    // `from .aggregates import *` in a package's file offers every top-level name of the module.
+    auto star = db_->prepare(
+        "SELECT j.value FROM json_each(?) j JOIN symbols s ON s.id = j.value "
+        "JOIN files m ON m.id = s.file_id WHERE s.parent_fqn = m.module AND EXISTS ("
+        "SELECT 1 FROM imports i JOIN files f ON f.id = i.file_id WHERE i.module = m.module AND "
+        "i.name = '*' AND (f.path = '__init__.py' OR f.path LIKE '%/__init__.py'))");
+    star.bind(1, json_ids(ids));
+    while (star.step()) out[star.integer(0)].by_package = true;
+    return out;
+  }
+
   std::vector<std::string> names_matching_text(const std::string& match, int limit) override {
     std::lock_guard lock(mutex_);
     std::vector<std::string> names;

@@ -48,6 +48,12 @@ struct RerankInputs {
   double own_name = 0;  // share of the question's terms met by its own name (no owner's words)
   double holder = 0;    // a thing for a how-question holding a function in the head that names
                         // words of the question the thing's name lacks
+  double nearest = 0;   // place among the symbols nearest the question by meaning (1 first),
+                        // 0 when not among them
+  double importers = 0;    // log2(1 + files importing it by name), capped at 4
+  double reexported = 0;   // a package's own file (`__init__.py`) imports it: the package offers it
+  double public_name = 0;  // no part of its name or module path is private (leading underscore);
+                           // for names whose visibility is not their case
 };
 
 // A fused candidate with what the rerank reads of it.
