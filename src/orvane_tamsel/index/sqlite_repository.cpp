@@ -65,6 +65,7 @@ constexpr const char* TESTS_OF_FILE = R"sql(
     GROUP BY tf),
   named AS (SELECT id AS tf FROM files
             WHERE base IN ('test_' || ?2, ?2 || '_test', ?2 || '_unittest')),
+  -- below, CROSS JOIN keeps the planner from scanning every edge for the few functions followed
   first_hop AS (
     SELECT id FROM (
       SELECT e.caller_id AS id FROM target t JOIN edges e ON e.callee_id = t.id
@@ -79,11 +80,11 @@ constexpr const char* TESTS_OF_FILE = R"sql(
       WHERE p.id NOT IN (SELECT id FROM headers))
     LIMIT ?5),
   second_hop AS (
-    SELECT DISTINCT e.caller_id AS id FROM first_hop h JOIN edges e ON e.callee_id = h.id
+    SELECT DISTINCT e.caller_id AS id FROM first_hop h CROSS JOIN edges e ON e.callee_id = h.id
     JOIN symbols c ON c.id = e.caller_id
     WHERE e.file_id <> ?1 AND c.is_test = 0 LIMIT ?6),
   third_hop AS (
-    SELECT DISTINCT e.caller_id AS id FROM second_hop h JOIN edges e ON e.callee_id = h.id
+    SELECT DISTINCT e.caller_id AS id FROM second_hop h CROSS JOIN edges e ON e.callee_id = h.id
     JOIN symbols c ON c.id = e.caller_id
     WHERE e.file_id <> ?1 AND c.is_test = 0 LIMIT ?7),
   reached AS (
@@ -92,7 +93,7 @@ constexpr const char* TESTS_OF_FILE = R"sql(
                                      UNION ALL SELECT id, 3 FROM third_hop) GROUP BY id),
   reach_calls AS (
     SELECT e.file_id AS tf, r.id, r.hop, count(DISTINCT e.site_id) AS sites
-    FROM reached r JOIN edges e ON e.callee_id = r.id JOIN symbols c ON c.id = e.caller_id
+    FROM reached r CROSS JOIN edges e ON e.callee_id = r.id JOIN symbols c ON c.id = e.caller_id
     WHERE c.is_test = 1 GROUP BY e.file_id, r.id),
   -- the function named is the nearest, then the most called: the bare id is max()'s row
   reach AS (
