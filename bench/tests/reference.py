@@ -18,7 +18,9 @@ import subprocess
 import sys
 import tempfile
 
-STDLIB = pathlib.Path(os.__file__).parent
+# The library the benchmark indexes, run by its own interpreter (not whichever python3 is first).
+STDLIB = pathlib.Path("/usr/lib/python3.11")
+PYTHON = "/usr/bin/python3.11"
 HERE = pathlib.Path(__file__).resolve().parent
 SAMPLE = 96
 TIMEOUT = 120  # seconds per traced module
@@ -40,7 +42,7 @@ def trace(name, cache):
         return json.loads(out.read_text())
     with tempfile.TemporaryDirectory() as cwd:
         try:
-            subprocess.run(["nice", sys.executable, "-I", str(HERE / "trace_one.py"), name,
+            subprocess.run(["nice", PYTHON, "-I", str(HERE / "trace_one.py"), name,
                             str(out)], cwd=cwd, timeout=TIMEOUT, stdin=subprocess.DEVNULL,
                            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                            env={**os.environ, "TMPDIR": cwd})
