@@ -133,6 +133,12 @@ struct TestEvidence {
   // Calls through a test helper that calls the file: the sites, and the helper's fqn when known.
   std::int64_t helper_sites = 0;
   std::optional<std::string> helper;
+  // Calls of production code that calls the file (reach_hops 1) or calls such code (2, 3): the
+  // sites, the functions called, and the fqn of the nearest and most called of them.
+  std::int64_t reach_sites = 0;
+  std::int64_t reach_functions = 0;
+  std::int64_t reach_hops = 0;
+  std::optional<std::string> through;
   std::optional<std::string> imports;      // the module it imports the file as
   std::optional<std::string> named_after;  // the file name its own name follows
 };

@@ -26,6 +26,13 @@ constexpr int CANDIDATES_PER_SUGGESTION = 8;
 // Words whose counts and samples a reader keeps at most, per kind.
 constexpr std::size_t MAX_KEPT = 20000;
 
+// Production functions followed when tests reach a file through other code: the callers of the
+// file, their callers, and theirs (re.compile reaches re/_parser.py three calls away). A hub
+// (os.path.join) has thousands; the first ones say enough.
+constexpr int MAX_REACH_FIRST = 400;
+constexpr int MAX_REACH_SECOND = 1600;
+constexpr int MAX_REACH_THIRD = 3200;
+
 // The test files of a file (?1; its base name ?2, its module ?4) and their evidence, best first,
 // at most ?3; see get_tests_for.
 constexpr const char* TESTS_OF_FILE = R"sql(
@@ -44,32 +51,73 @@ constexpr const char* TESTS_OF_FILE = R"sql(
            min(h.id) AS helper
     FROM helpers h JOIN edges e ON e.callee_id = h.id
     WHERE e.file_id <> h.hf GROUP BY e.file_id),
+  headers AS (
+    SELECT g.id FROM files g
+    WHERE ?4 <> '' AND g.module = ?4 AND g.id <> ?1 AND g.language IN ('c', 'cpp')
+    UNION SELECT d.file_id FROM declarations d WHERE d.def_file_id = ?1 AND d.file_id <> ?1),
   imported AS (
     SELECT tf, min(module) AS module FROM (
       SELECT i.file_id AS tf, i.module FROM imports i WHERE i.target_file_id = ?1
       UNION ALL
       SELECT i.file_id, i.module FROM target t JOIN imports i ON i.target_symbol_id = t.id
       UNION ALL
-      SELECT i.file_id, i.module FROM files g JOIN imports i ON i.target_file_id = g.id
-      WHERE ?4 <> '' AND g.module = ?4 AND g.id <> ?1 AND g.language IN ('c', 'cpp'))
+      SELECT i.file_id, i.module FROM headers h JOIN imports i ON i.target_file_id = h.id)
     GROUP BY tf),
   named AS (SELECT id AS tf FROM files
             WHERE base IN ('test_' || ?2, ?2 || '_test', ?2 || '_unittest')),
+  -- below, CROSS JOIN keeps the planner from scanning every edge for the few functions followed
+  first_hop AS (
+    SELECT id FROM (
+      SELECT e.caller_id AS id FROM target t JOIN edges e ON e.callee_id = t.id
+      JOIN symbols c ON c.id = e.caller_id
+      WHERE e.file_id <> ?1 AND c.is_test = 0
+      -- C and C++ code that includes the file's header calls it, though often through a pointer
+      -- the index cannot follow (impl_->begin())
+      UNION
+      SELECT s.id FROM headers h JOIN imports i ON i.target_file_id = h.id
+      JOIN files p ON p.id = i.file_id AND p.is_test = 0 AND p.id <> ?1
+      JOIN symbols s ON s.file_id = p.id AND s.is_test = 0 AND s.kind IN ('function', 'method')
+      WHERE p.id NOT IN (SELECT id FROM headers))
+    LIMIT ?5),
+  second_hop AS (
+    SELECT DISTINCT e.caller_id AS id FROM first_hop h CROSS JOIN edges e ON e.callee_id = h.id
+    JOIN symbols c ON c.id = e.caller_id
+    WHERE e.file_id <> ?1 AND c.is_test = 0 LIMIT ?6),
+  third_hop AS (
+    SELECT DISTINCT e.caller_id AS id FROM second_hop h CROSS JOIN edges e ON e.callee_id = h.id
+    JOIN symbols c ON c.id = e.caller_id
+    WHERE e.file_id <> ?1 AND c.is_test = 0 LIMIT ?7),
+  reached AS (
+    SELECT id, min(hop) AS hop FROM (SELECT id, 1 AS hop FROM first_hop
+                                     UNION ALL SELECT id, 2 FROM second_hop
+                                     UNION ALL SELECT id, 3 FROM third_hop) GROUP BY id),
+  reach_calls AS (
+    SELECT e.file_id AS tf, r.id, r.hop, count(DISTINCT e.site_id) AS sites
+    FROM reached r CROSS JOIN edges e ON e.callee_id = r.id JOIN symbols c ON c.id = e.caller_id
+    WHERE c.is_test = 1 GROUP BY e.file_id, r.id),
+  -- the function named is the nearest, then the most called: the bare id is max()'s row
+  reach AS (
+    SELECT tf, count(*) AS fns, sum(sites) AS sites,
+           4 - max((4 - hop) * 1048576 + min(sites, 1048575)) / 1048576 AS hop, id AS first
+    FROM reach_calls GROUP BY tf),
   candidates AS (
     SELECT tf FROM calls UNION SELECT tf FROM via UNION SELECT tf FROM imported
-    UNION SELECT tf FROM named)
+    UNION SELECT tf FROM named UNION SELECT tf FROM reach)
   SELECT f.id, f.path, coalesce(c.syms, 0), coalesce(c.sites, 0), coalesce(v.sites, 0),
-         v.helper, i.module, n.tf IS NOT NULL, count(*) OVER ()
+         v.helper, i.module, n.tf IS NOT NULL, count(*) OVER (),
+         coalesce(r.sites, 0), r.first, r.hop, coalesce(r.fns, 0)
   FROM candidates k JOIN files f ON f.id = k.tf AND f.is_test = 1
   LEFT JOIN calls c ON c.tf = k.tf LEFT JOIN via v ON v.tf = k.tf
   LEFT JOIN imported i ON i.tf = k.tf LEFT JOIN named n ON n.tf = k.tf
+  LEFT JOIN reach r ON r.tf = k.tf
   WHERE EXISTS (SELECT 1 FROM symbols x WHERE x.file_id = f.id
                 AND x.kind IN ('function', 'method')
                 AND (x.name GLOB '[Tt]est*' OR x.signature GLOB 'TEST*(*'
                      OR x.signature GLOB 'TYPED_TEST*(*'
                      -- JUnit, Rust and describe/it tests are marked, not named
                      OR x.is_test = 1 AND f.language NOT IN ('python', 'c', 'cpp')))
-  ORDER BY 3 DESC, 4 DESC, 5 DESC, i.module IS NULL, 8 DESC, f.path
+  ORDER BY 3 DESC, 4 DESC, 5 DESC, i.module IS NULL, coalesce(r.hop, 4), 13 DESC, 10 DESC,
+           8 DESC, f.path
   LIMIT ?3)sql";
 
 constexpr const char* SYMBOL_COLUMNS =
@@ -318,19 +366,25 @@ class SqliteRepository : public Repository {
   // Test files (those defining test functions; helpers and conftest only pass evidence on) ranked
   // by evidence: distinct symbols of the file that their code calls, then those
   // call sites, then calls through a test helper that calls the file, then imports of the file,
-  // then a name like test_<name>.py or <name>_test.py; ties by path. A C or C++ source counts the
-  // includes of its header (the file of the same module) as imports of itself.
+  // then calls of production code one, two or three calls away from the file (fewest hops, then
+  // most such functions, then sites), then a name like test_<name>.py or <name>_test.py; ties by
+  // path. A C or C++ source counts the includes of the headers it implements (the file of the
+  // same module, those declaring what it defines) as imports of itself.
   TestsOfFile get_tests_for(const std::string& path) override {
     std::lock_guard lock(mutex_);
     TestsOfFile answer;
-    auto file = db_->prepare("SELECT id, is_test, module, base FROM files WHERE path = ?");
+    auto file =
+        db_->prepare("SELECT id, is_test, module, base, language FROM files WHERE path = ?");
     file.bind(1, path);
     if (!file.step() || file.integer(1) != 0) return answer;
     auto file_id = file.integer(0);
     auto module = file.text(2);
     auto base = file.text(3);
+    // A C or C++ test includes the header the file implements, which may be of another module.
+    bool by_header = file.text(4) == "c" || file.text(4) == "cpp";
     auto st = db_->prepare(TESTS_OF_FILE);
     st.bind(1, file_id).bind(2, base).bind(3, MAX_TESTS).bind(4, module);
+    st.bind(5, MAX_REACH_FIRST).bind(6, MAX_REACH_SECOND).bind(7, MAX_REACH_THIRD);
     auto names = db_->prepare(R"sql(
       SELECT s.fqn FROM edges e JOIN symbols s ON s.id = e.callee_id
       JOIN symbols c ON c.id = e.caller_id
@@ -354,8 +408,17 @@ class SqliteRepository : public Repository {
         if (helper.step()) test.helper = helper.text(0);
         helper.reset();
       }
+      // Direct calls say more; the path through other code is told only without them.
+      if (test.symbols_called == 0 && test.helper_sites == 0) test.reach_sites = st.integer(9);
+      if (test.reach_sites > 0) {
+        test.reach_hops = st.integer(11);
+        test.reach_functions = st.integer(12);
+        helper.bind(1, st.integer(10));
+        if (helper.step()) test.through = helper.text(0);
+        helper.reset();
+      }
       // `from shop import cart` and `from shop.cart import Cart` both import shop.cart
-      if (!st.is_null(6)) test.imports = module.empty() ? st.text(6) : module;
+      if (!st.is_null(6)) test.imports = module.empty() || by_header ? st.text(6) : module;
       if (st.integer(7) != 0) test.named_after = file_name;
       answer.tests.push_back(std::move(test));
       answer.total_count = st.integer(8);

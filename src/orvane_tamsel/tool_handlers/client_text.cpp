@@ -30,6 +30,16 @@ std::string test_reason(const index::TestEvidence& test) {
     parts.push_back("calls it through " + test.helper.value_or("a helper") + " (" +
                     plural(test.helper_sites, "call site") + ")");
   }
+  if (test.reach_sites > 0) {
+    std::string more = test.reach_functions > 1
+                           ? " and " + std::to_string(test.reach_functions - 1) + " more"
+                           : "";
+    std::string callees = test.reach_hops < 2 ? ""
+                          : more.empty()      ? " and its callees"
+                                              : ", and their callees";
+    parts.push_back("reaches it through " + test.through.value_or("other code") + more + callees +
+                    " (" + plural(test.reach_sites, "call site") + ")");
+  }
   if (test.imports) parts.push_back("imports " + *test.imports);
   if (test.named_after) parts.push_back("named after " + *test.named_after);
   return joined(parts, "; ");

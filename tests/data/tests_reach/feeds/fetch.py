@@ -1,0 +1,5 @@
+from feeds.load import load_all
+
+
+def fetch(urls):
+    return load_all(urls)

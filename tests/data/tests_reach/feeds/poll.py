@@ -1,0 +1,5 @@
+from feeds.fetch import fetch
+
+
+def poll(urls):
+    return fetch(urls)

@@ -1,0 +1,2 @@
+def split_words(text):
+    return text.split()

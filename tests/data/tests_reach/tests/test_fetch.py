@@ -1,0 +1,5 @@
+from feeds.fetch import fetch
+
+
+def test_fetch():
+    assert fetch(["A"]) == [["a"]]

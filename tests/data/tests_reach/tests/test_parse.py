@@ -1,0 +1,5 @@
+from feeds.parse import parse
+
+
+def test_parse():
+    assert parse("A b") == ["a", "b"]
