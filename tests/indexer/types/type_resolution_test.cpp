@@ -166,9 +166,9 @@ TEST(TypeResolution, AlternativesFilesReexportsAndProperties) {
   EXPECT_EQ(linked(r, "T:app.Client/factory()", "query"), "app.Db.query m result-type");
   EXPECT_EQ(linked(r, "T:app.Client/made()", "query"), "app.Db.query m result-type");
   EXPECT_EQ(linked(r, "T:app.Client/run", "query"), "-");  // a method, no property
-  // several returns: the known ones agree, unknown ones are passed over; a conflict is unknown
+  // several returns: unknown ones are passed over; of a Db or a Client, only a Db can query
   EXPECT_EQ(linked(r, "S:nowhere.f&T:app.Db&S:pkg.make", "query"), "app.Db.query m declared-type");
-  EXPECT_EQ(linked(r, "T:app.Db&T:app.Client", "query"), "-");
+  EXPECT_EQ(linked(r, "T:app.Db&T:app.Client", "query"), "app.Db.query m declared-type");
   EXPECT_EQ(linked(r, "S:nowhere.f&S:nowhere.g", "query"), "-");
 }
 
@@ -208,8 +208,9 @@ TEST(TypeResolution, AlternativesShareTheirNearestBaseAndCallsKeepTheirResults) 
   EXPECT_EQ(linked(r, "T:m.Client/setup#1", "setup"), "-");  // only a call has results
 }
 
-// A value that is one of several types (returns that disagree) calls each type's member, the
-// same one once; past MAX_UNION types, or when one type lacks the member, it calls none.
+// A value that is one of several types (returns that disagree) calls each type's member that
+// has one, the same one once; past MAX_UNION types it calls none. Without a member, the
+// receiver lists the methods read on each branch.
 TEST(TypeResolution, UnionsLinkEveryMemberOrNone) {
   FakeFacts facts;
   for (const char* c : {"m.A", "m.B", "m.C", "m.D", "m.E"}) {
@@ -233,6 +234,10 @@ TEST(TypeResolution, UnionsLinkEveryMemberOrNone) {
   EXPECT_EQ(linked(r, "T:m.Base&T:m.Sub", "run"), "m.Base.run m declared-type");
   EXPECT_EQ(linked(r, "S:m.pick&S:m.pick3", "run"), "too wide");
   EXPECT_EQ(linked(r, "S:m.pick5/run()", "close"), "too wide");
-  EXPECT_EQ(linked(r, "S:m.pick3&T:m.Odd", "run"), "-");  // Odd has no run
+  EXPECT_EQ(linked(r, "S:m.pick&T:m.Odd", "run"), "m.A.run m union, m.B.run m union");
+  EXPECT_EQ(linked(r, "T:m.Odd", "run"), "-");
+  EXPECT_EQ(linked(r, "T:m.A/run&S:m.pick/close", ""), "m.A.run m declared-type");
+  EXPECT_EQ(linked(r, "T:m.A/run&T:m.Out/close", ""), "m.A.run m union, m.Out.close m union");
+  EXPECT_EQ(linked(r, "T:m.A/run&S:m.pick5/run", ""), "too wide");
   EXPECT_EQ(linked(r, "T:m.A+T:m.B&T:m.C", "run"), "-");  // no base shared
 }

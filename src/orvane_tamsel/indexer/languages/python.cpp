@@ -614,7 +614,7 @@ void Extraction::resolve(TSNode callee, ParsedCall& call) const {
 
 // `f = self.m` (or `obj.m` with obj typed), then `f(...)`: the method read is what is called, as
 // the member of the value it was read from. Bound on two branches (`f = a.run` / `f = b.run`),
-// it is the member of either value.
+// it is the member of either value; to two methods, the receiver lists both reads.
 void Extraction::method_alias(TSNode callee, std::string_view name, ParsedCall& call) const {
   Typed t = name_type(callee, name, 0);
   if (t.empty() || t.expr.find_first_of("|+") != std::string::npos) return;
@@ -627,7 +627,12 @@ void Extraction::method_alias(TSNode callee, std::string_view name, ParsedCall& 
     if (slash == std::string_view::npos) return;
     auto m = part.substr(slash + 1);
     if (m.find_first_of("()#[") != std::string_view::npos) return;  // a result, not a method
-    if (!member.empty() && m != member) return;  // two methods: no one receiver names both
+    if (!member.empty() && m != member) {
+      // Two methods (`f = self.run_a` / `f = self.run_b`): each branch's read as it is.
+      call.member.clear();
+      call.receiver = std::move(t.expr);
+      return;
+    }
     member = m;
     if (!receiver.empty()) receiver.push_back('&');
     receiver.append(part.substr(0, slash));

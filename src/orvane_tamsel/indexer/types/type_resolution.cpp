@@ -436,29 +436,43 @@ std::vector<Resolution> TypeResolver::resolve(const TypeExpr& receiver, const st
                                               const std::string& evidence) {
   consulted_.clear();
   too_wide_ = false;
-  std::string derived;
-  auto type = evaluate(receiver, 0, &derived);
-  if (!type) return {};
-  if (type->wide) {
-    too_wide_ = true;
-    return {};
-  }
   std::vector<Resolution> out;
-  for (const auto& t : type->members.empty() ? std::vector<Type>{*type} : type->members) {
-    auto found = member_of(t, member);
-    if (found && !found->symbol) found = bound_method(*found->field_type);
-    // A type of the union without the member: the call is not known to reach the others'.
-    if (!found || !found->symbol) return {};
-    Resolution r{found->fqn, found->symbol->module,
-                 t.common            ? "common-base"
-                 : found->inherited  ? "inherited"
-                 : !evidence.empty() ? evidence
-                                     : derived};
-    bool seen = std::any_of(out.begin(), out.end(), [&](const Resolution& o) {
-      return o.target == r.target && o.module == r.module;
-    });
-    if (!seen) out.push_back(std::move(r));
+  // No member: a name bound to methods read off values, "&" between the branches' methods.
+  std::vector<std::pair<std::string, std::string>> reads;  // (value, method)
+  if (!member.empty()) {
+    reads.emplace_back(receiver, member);
+  } else {
+    for (std::size_t at = 0; at < receiver.size();) {
+      auto amp = std::min(receiver.find('&', at), receiver.size());
+      auto part = receiver.substr(at, amp - at);
+      auto slash = part.rfind('/');
+      if (slash == std::string::npos || part.find('|') != std::string::npos) return {};
+      reads.emplace_back(part.substr(0, slash), part.substr(slash + 1));
+      at = amp + 1;
+    }
   }
+  for (const auto& [value, name] : reads) {
+    std::string derived;
+    auto type = evaluate(value, 0, &derived);
+    if (type && type->wide) too_wide_ = true;
+    if (!type || type->wide) continue;
+    for (const auto& t : type->members.empty() ? std::vector<Type>{*type} : type->members) {
+      auto found = member_of(t, name);
+      if (found && !found->symbol) found = bound_method(*found->field_type);
+      // A type of the union without the member is one the code rules out (`isinstance`).
+      if (!found || !found->symbol) continue;
+      Resolution r{found->fqn, found->symbol->module,
+                   t.common            ? "common-base"
+                   : found->inherited  ? "inherited"
+                   : !evidence.empty() ? evidence
+                                       : derived};
+      bool seen = std::any_of(out.begin(), out.end(), [&](const Resolution& o) {
+        return o.target == r.target && o.module == r.module;
+      });
+      if (!seen) out.push_back(std::move(r));
+    }
+  }
+  if (too_wide_) return {};  // linking the others would pick among the types arbitrarily
   if (out.size() > 1) {
     for (auto& r : out) r.evidence = UNION_EVIDENCE;
   }

@@ -47,12 +47,13 @@ class TypeResolver {
  public:
   explicit TypeResolver(TypeFacts& facts) : facts_(facts) {}
 
-  // The member `member` of the type `receiver` evaluates to: one per type when the receiver is
-  // one of several (evidence UNION_EVIDENCE), none when any step is unknown or ambiguous, or
-  // when the receiver may be one of more than MAX_UNION types (too_wide() then says so).
-  // `evidence` is the extractor's word on how the receiver's type is known (empty: derived from
-  // the expression). consulted() then holds every fqn looked up: the resolution may change when
-  // a symbol with one of them comes, goes or changes.
+  // The member `member` of the type `receiver` evaluates to: one per type that has it when the
+  // receiver is one of several (evidence UNION_EVIDENCE), none when any step is unknown or
+  // ambiguous, or when the receiver may be one of more than MAX_UNION types (too_wide() then
+  // says so). An empty `member` takes the receiver as methods read off values, joined by "&"
+  // ("T:a.A/run&T:a.B/stop"). `evidence` is the extractor's word on how the receiver's type is
+  // known (empty: derived from the expression). consulted() then holds every fqn looked up: the
+  // resolution may change when a symbol with one of them comes, goes or changes.
   std::vector<Resolution> resolve(const TypeExpr& receiver, const std::string& member,
                                   const std::string& evidence);
   const std::set<std::string>& consulted() const { return consulted_; }

@@ -87,7 +87,8 @@ INSERT INTO edges(site_id, caller_id, callee_id, file_id, line, derived)
   WHERE init IS NOT NULL;
 )sql";
 // A site that may reach several callees (names bound on different branches, a receiver of one of
-// several types) links each fallback of those ranks that names a symbol, besides its own callee.
+// several types) links each fallback of those ranks that names a symbol, besides its own callee,
+// and every definition its callee's name has in that file.
 constexpr const char* INSERT_OTHER_EDGES = R"sql(
 INSERT INTO edges(site_id, caller_id, callee_id, file_id, line)
   SELECT DISTINCT site, caller, callee, file_id, line FROM (
@@ -102,6 +103,15 @@ INSERT INTO edges(site_id, caller_id, callee_id, file_id, line)
       AND ((b.rank >= )sql" TAMSEL_ALSO_RANK R"sql( AND b.rank < )sql" TAMSEL_RECEIVER_RANK R"sql()
         OR b.rank >= )sql" TAMSEL_UNION_RANK R"sql()
   ) WHERE callee IS NOT NULL AND callee <> own;
+-- A Python function defined on two branches (`if win32: def f` / `else: def f`) is two symbols
+-- of one fqn in one file: a call reaches either.
+INSERT INTO edges(site_id, caller_id, callee_id, file_id, line)
+  SELECT c.id, c.caller_id, o.id, c.file_id, c.line
+  FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id
+  CROSS JOIN symbols k ON k.id = c.callee_id
+  CROSS JOIN symbols o ON o.fqn = k.fqn AND o.file_id = k.file_id AND o.id <> k.id
+  WHERE c.caller_id IS NOT NULL AND k.kind IN ('function', 'method') AND o.kind = k.kind
+    AND (SELECT language FROM files WHERE id = k.file_id) = 'python';
 )sql";
 
 // `from m import n` binds the symbol m.n or the module m.n; `import m` the module m.
