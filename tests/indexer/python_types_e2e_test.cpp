@@ -282,7 +282,8 @@ def entered():
 
 // A call that may reach several callees links each: a receiver one of several classes (returns
 // that disagree, a name bound on branches), a method read on either branch (the same or two),
-// an import tried before another, a function defined on either branch. More classes than a
+// an import tried before another, a function defined on either branch (not one defined twice
+// in a row). More classes than a
 // union links: none, and the site says why. An edit that takes the method from one class
 // unlinks the call from that one.
 TEST(PythonTypesEndToEnd, CallsThatMayReachSeveralCallees) {
@@ -300,21 +301,23 @@ TEST(PythonTypesEndToEnd, CallsThatMayReachSeveralCallees) {
   repo.write("pkg/shapes.py", shapes);
   repo.write("pkg/fast.py",
              "import sys\n\n\ndef loads(s):\n    pass\n\n\nif sys.platform == 'win32':\n"
-             "    def dump(s):\n        pass\nelse:\n    def dump(s):\n        return s\n");
+             "    def dump(s):\n        pass\nelse:\n    def dump(s):\n        return s\n\n\n"
+             "def again(s):\n    pass\n\n\ndef again(s):\n    return s\n");
   repo.write("pkg/slow.py", "def loads(s):\n    pass\n");
-  repo.write("pkg/use.py",
-             "from pkg.shapes import compile, compile_more, Leaf, Node, Star\n"
-             "try:\n    from pkg.fast import loads, dump\nexcept ImportError:\n"
-             "    from pkg.slow import loads\n\n\n"
-             "def run(flag, node):\n    compile(flag).match(node)\n"
-             "    compile_more(flag).match(node)\n    loads(node)\n    dump(node)\n"
-             "    if flag:\n        f = Leaf().match\n    else:\n        f = Node().match\n"
-             "    f(node)\n    x = Star()\n    if flag:\n        x = Leaf()\n    x.match(node)\n"
-             "    y = Star()\n    if flag:\n        y = Leaf()\n    else:\n        y = Node()\n"
-             "    y.match(node)\n\n\n"
-             "class Runner:\n    def a(self):\n        pass\n\n    def b(self):\n        pass\n\n"
-             "    def go(self, flag):\n        if flag:\n            step = self.a\n        else:\n"
-             "            step = self.b\n        step()\n");
+  repo.write(
+      "pkg/use.py",
+      "from pkg.shapes import compile, compile_more, Leaf, Node, Star\n"
+      "try:\n    from pkg.fast import loads, dump, again\nexcept ImportError:\n"
+      "    from pkg.slow import loads\n\n\n"
+      "def run(flag, node):\n    compile(flag).match(node)\n"
+      "    compile_more(flag).match(node)\n    loads(node)\n    dump(node)\n    again(node)\n"
+      "    if flag:\n        f = Leaf().match\n    else:\n        f = Node().match\n"
+      "    f(node)\n    x = Star()\n    if flag:\n        x = Leaf()\n    x.match(node)\n"
+      "    y = Star()\n    if flag:\n        y = Leaf()\n    else:\n        y = Node()\n"
+      "    y.match(node)\n\n\n"
+      "class Runner:\n    def a(self):\n        pass\n\n    def b(self):\n        pass\n\n"
+      "    def go(self, flag):\n        if flag:\n            step = self.a\n        else:\n"
+      "            step = self.b\n        step()\n");
   repo.update();
   auto methods = [&] {
     auto rows = repo.rows(
@@ -327,7 +330,7 @@ TEST(PythonTypesEndToEnd, CallsThatMayReachSeveralCallees) {
             (std::set<std::string>{"pkg.shapes.Leaf.match x4", "pkg.shapes.Node.match x3",
                                    "pkg.shapes.Star.match x2", "pkg.shapes.compile x1",
                                    "pkg.shapes.compile_more x1", "pkg.fast.loads x1",
-                                   "pkg.slow.loads x1", "pkg.fast.dump x2"}));
+                                   "pkg.slow.loads x1", "pkg.fast.dump x2", "pkg.fast.again x1"}));
   EXPECT_EQ(repo.callees("pkg.use.Runner.go"),
             (std::set<std::string>{"pkg.use.Runner.a", "pkg.use.Runner.b"}));
   EXPECT_EQ(repo.rows("SELECT line FROM call_sites WHERE evidence = 'union-too-wide'"),
@@ -337,7 +340,8 @@ TEST(PythonTypesEndToEnd, CallsThatMayReachSeveralCallees) {
   EXPECT_EQ(methods(),
             (std::set<std::string>{"pkg.shapes.Leaf.match x4", "pkg.shapes.Node.match x3",
                                    "pkg.shapes.compile x1", "pkg.shapes.compile_more x1",
-                                   "pkg.fast.loads x1", "pkg.slow.loads x1", "pkg.fast.dump x2"}));
+                                   "pkg.fast.loads x1", "pkg.slow.loads x1", "pkg.fast.dump x2",
+                                   "pkg.fast.again x1"}));
 }
 
 }  // namespace

@@ -73,6 +73,11 @@ struct ParsedSymbol {
   std::vector<std::pair<std::string, TypeExpr>> fields;
 };
 
+// The field a function or method defined more than once in its file on branches that exclude
+// each other (`if win32: def f` / `else: def f`) lists: a call of its fqn reaches every one so
+// marked.
+inline constexpr const char* ON_BRANCHES = "#branches";
+
 struct ParsedImport {
   std::int64_t line = 0;
   std::string module;  // absolute dotted module (relative imports already resolved)

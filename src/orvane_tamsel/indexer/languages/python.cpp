@@ -247,6 +247,18 @@ void Extraction::defined(std::size_t symbol, const tagged::Tag& tag) {
   if (s.kind != "variable") {
     TSNode outer = enclosing_def(tag.node);
     def_fqn_[ts_node_start_byte(tag.node)] = s.fqn;
+    // Defined again where that may not run (`if win32: def f` / `else: def f`): either is the
+    // one called, and they share the fqn.
+    if (auto old = lookup_here(outer, s.name);
+        old && old->fqn == s.fqn && s.kind != "class" && conditional(tag.node, outer)) {
+      for (auto& other : out_.symbols) {
+        if (other.fqn != s.fqn || other.kind != s.kind) continue;
+        if (std::none_of(other.fields.begin(), other.fields.end(),
+                         [](const auto& f) { return f.first == ON_BRANCHES; })) {
+          other.fields.emplace_back(ON_BRANCHES, "S:" + s.fqn);
+        }
+      }
+    }
     bind(outer, s.name,
          {s.fqn, ts_node_is_null(outer) ? "same-file" : "same-scope", s.kind == "class"});
     if (s.kind == "class") class_nodes_.emplace_back(tag.node, symbol);
@@ -389,6 +401,8 @@ void Extraction::bind_import(TSNode stmt, TSNode scope, const std::string& name,
     b.also = std::move(old->also);
     b.also.push_back(old->fqn);
     std::erase(b.also, b.fqn);
+    std::sort(b.also.begin(), b.also.end());
+    b.also.erase(std::unique(b.also.begin(), b.also.end()), b.also.end());
   } else if (old && old->evidence == "same-file") {
     b.shadowed = old->fqn;
   }
