@@ -100,6 +100,7 @@ std::optional<ParsedTypeExpr> parse_type_expr(std::string_view text) {
 
 std::vector<const TypeSymbol*> TypeResolver::find(const std::string& fqn,
                                                   const std::vector<std::string>& scopes) {
+  ++work_;
   consulted_.insert(fqn);
   std::vector<const TypeSymbol*> out;
   for (const auto& s : facts_.lookup(fqn)) {
@@ -129,7 +130,7 @@ std::vector<const TypeSymbol*> TypeResolver::find_start(std::string& fqn,
 
 std::optional<TypeResolver::Type> TypeResolver::evaluate(const TypeExpr& text, int depth,
                                                          std::string* evidence) {
-  if (depth > MAX_DEPTH) return std::nullopt;
+  if (depth > MAX_DEPTH || work_ > MAX_WORK) return std::nullopt;
   if (next_plus(text, 0) != std::string::npos) return common_base(text, depth);
   // Values that may each be the one (a function's returns): the value is one of those known.
   std::vector<Type> known;
@@ -436,6 +437,7 @@ std::vector<Resolution> TypeResolver::resolve(const TypeExpr& receiver, const st
                                               const std::string& evidence) {
   consulted_.clear();
   too_wide_ = false;
+  work_ = 0;
   std::vector<Resolution> out;
   // No member: a name bound to methods read off values, "&" between the branches' methods.
   std::vector<std::pair<std::string, std::string>> reads;  // (value, method)

@@ -66,6 +66,9 @@ class TypeResolver {
   // How many types a value may be one of for a call on it to link each type's member; past
   // that, linking every one would list more false callers than true ones.
   static constexpr std::size_t MAX_UNION = 4;
+  // How many symbol lookups one resolution may make: every type of a union is followed, and
+  // unions within unions multiply the work; past this the receiver is unknown.
+  static constexpr std::size_t MAX_WORK = 2000;
 
  private:
   struct Type {
@@ -120,6 +123,7 @@ class TypeResolver {
   TypeFacts& facts_;
   std::set<std::string> consulted_;
   bool too_wide_ = false;
+  std::size_t work_ = 0;  // lookups of this resolution
 };
 
 }  // namespace orvane_tamsel::indexer::types
