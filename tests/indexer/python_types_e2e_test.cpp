@@ -280,4 +280,68 @@ def entered():
                       "entered:45 pkg.parts.Special.special"}));
 }
 
+// A call that may reach several callees links each: a receiver one of several classes (returns
+// that disagree, a name bound on branches), a method read on either branch (the same or two),
+// an import tried before another, a function defined on either branch (not one defined twice
+// in a row). More classes than a
+// union links: none, and the site says why. An edit that takes the method from one class
+// unlinks the call from that one.
+TEST(PythonTypesEndToEnd, CallsThatMayReachSeveralCallees) {
+  indexer_test::IndexedFixture repo("");
+  std::string shapes;
+  for (const char* c : {"Leaf", "Node", "Star", "Not", "Extra"}) {
+    shapes += std::string("class ") + c + ":\n    def match(self, node):\n        pass\n\n\n";
+  }
+  shapes +=
+      "def compile(kind):\n    if kind == 1:\n        return Leaf()\n    if kind == 2:\n"
+      "        return Node()\n    return Star()\n\n\n"
+      "def compile_more(kind):\n    if kind:\n        return compile(kind)\n"
+      "    return Not() if kind is None else Extra()\n";
+  repo.write("pkg/__init__.py", "");
+  repo.write("pkg/shapes.py", shapes);
+  repo.write("pkg/fast.py",
+             "import sys\n\n\ndef loads(s):\n    pass\n\n\nif sys.platform == 'win32':\n"
+             "    def dump(s):\n        pass\nelse:\n    def dump(s):\n        return s\n\n\n"
+             "def again(s):\n    pass\n\n\ndef again(s):\n    return s\n");
+  repo.write("pkg/slow.py", "def loads(s):\n    pass\n");
+  repo.write(
+      "pkg/use.py",
+      "from pkg.shapes import compile, compile_more, Leaf, Node, Star\n"
+      "try:\n    from pkg.fast import loads, dump, again\nexcept ImportError:\n"
+      "    from pkg.slow import loads\n\n\n"
+      "def run(flag, node):\n    compile(flag).match(node)\n"
+      "    compile_more(flag).match(node)\n    loads(node)\n    dump(node)\n    again(node)\n"
+      "    if flag:\n        f = Leaf().match\n    else:\n        f = Node().match\n"
+      "    f(node)\n    x = Star()\n    if flag:\n        x = Leaf()\n    x.match(node)\n"
+      "    y = Star()\n    if flag:\n        y = Leaf()\n    else:\n        y = Node()\n"
+      "    y.match(node)\n\n\n"
+      "class Runner:\n    def a(self):\n        pass\n\n    def b(self):\n        pass\n\n"
+      "    def go(self, flag):\n        if flag:\n            step = self.a\n        else:\n"
+      "            step = self.b\n        step()\n");
+  repo.update();
+  auto methods = [&] {
+    auto rows = repo.rows(
+        "SELECT e.fqn || ' x' || count(*) FROM edges g JOIN symbols r ON r.id = g.caller_id "
+        "JOIN symbols e ON e.id = g.callee_id WHERE r.fqn = 'pkg.use.run' AND e.kind <> 'class' "
+        "GROUP BY e.fqn");
+    return std::set<std::string>(rows.begin(), rows.end());
+  };
+  EXPECT_EQ(methods(),
+            (std::set<std::string>{"pkg.shapes.Leaf.match x4", "pkg.shapes.Node.match x3",
+                                   "pkg.shapes.Star.match x2", "pkg.shapes.compile x1",
+                                   "pkg.shapes.compile_more x1", "pkg.fast.loads x1",
+                                   "pkg.slow.loads x1", "pkg.fast.dump x2", "pkg.fast.again x1"}));
+  EXPECT_EQ(repo.callees("pkg.use.Runner.go"),
+            (std::set<std::string>{"pkg.use.Runner.a", "pkg.use.Runner.b"}));
+  EXPECT_EQ(repo.rows("SELECT line FROM call_sites WHERE evidence = 'union-too-wide'"),
+            std::vector<std::string>{"10"});
+  repo.write("pkg/shapes.py", shapes.replace(shapes.find("Star:\n") + 6, 39, "    pass\n"));
+  repo.update();
+  EXPECT_EQ(methods(),
+            (std::set<std::string>{"pkg.shapes.Leaf.match x4", "pkg.shapes.Node.match x3",
+                                   "pkg.shapes.compile x1", "pkg.shapes.compile_more x1",
+                                   "pkg.fast.loads x1", "pkg.slow.loads x1", "pkg.fast.dump x2",
+                                   "pkg.fast.again x1"}));
+}
+
 }  // namespace

@@ -66,6 +66,9 @@ namespace orvane_tamsel::indexer {
 
 // Fallback ranks stored from here on mark names equally near (ParsedCall::equally_near).
 inline constexpr std::int64_t EQUALLY_NEAR_RANK = 1000000;
+// Fallback ranks stored from here on (up to types::RECEIVER_RANK) mark names the call may reach
+// as well (ParsedCall::also): each that names a symbol gets an edge of its own.
+inline constexpr std::int64_t ALSO_RANK = 1500000;
 
 // What the writer offers a hook besides the database.
 class LinkingContext {

@@ -35,9 +35,10 @@ namespace orvane_tamsel::indexer {
 // Alternatives are joined by "|", nearest first: the first whose start names a symbol counts
 // (a pytest fixture of the nearest conftest.py that defines it, e.g.
 // "S:conftest.client@:tests:api:conftest.py|S:conftest.client@:tests:conftest.py").
-// Values joined by "&" (each a list of alternatives) are what a function may return: those the
-// writer can evaluate must agree, the others are passed over ("T:a.Box&S:a.f" is a Box when f's
-// result is unknown or a Box).
+// Values joined by "&" (each a list of alternatives) are what a function may return, or what
+// the bindings of a name that reach a use hold: the value is one of those the writer can
+// evaluate, the others are passed over ("T:a.Box&S:a.f" is a Box when f's result is unknown or
+// a Box, and a Box or a Bag when f gives a Bag); a call on it links the member of each type.
 // Types joined by "+" (binding loosest) are alternatives a value is one of (a module name
 // assigned a different class per platform): each must evaluate, and the value has the nearest
 // base they all share (evidence "common-base").
@@ -71,6 +72,11 @@ struct ParsedSymbol {
   // called, gives an instance of it.
   std::vector<std::pair<std::string, TypeExpr>> fields;
 };
+
+// The field a function or method defined more than once in its file on branches that exclude
+// each other (`if win32: def f` / `else: def f`) lists: a call of its fqn reaches every one so
+// marked.
+inline constexpr const char* ON_BRANCHES = "#branches";
 
 struct ParsedImport {
   std::int64_t line = 0;
@@ -113,6 +119,9 @@ struct ParsedCall {
   // Fallbacks from this index on are equally near (a C++ global name and what using-directives
   // bring in beside it): when the site sees two of them, it makes no edge.
   std::size_t equally_near = static_cast<std::size_t>(-1);
+  // Fallbacks from this index on are what the call may reach as well (a name bound on either
+  // branch of a `try` or an `if`): the site links each of them that names a symbol.
+  std::size_t also = static_cast<std::size_t>(-1);
 };
 
 struct ParsedFile {

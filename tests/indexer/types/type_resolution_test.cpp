@@ -26,8 +26,12 @@ class FakeFacts : public TypeFacts {
 
 std::string linked(TypeResolver& r, const std::string& receiver, const std::string& member,
                    const std::string& evidence = {}) {
-  auto found = r.resolve(receiver, member, evidence);
-  return found ? found->target + " " + found->module + " " + found->evidence : "-";
+  std::string out;
+  for (const auto& found : r.resolve(receiver, member, evidence)) {
+    out += (out.empty() ? "" : ", ") + found.target + " " + found.module + " " + found.evidence;
+  }
+  if (r.too_wide()) out += "too wide";
+  return out.empty() ? "-" : out;
 }
 
 TEST(TypeResolution, ChainsThroughResultsFieldsAndAttributes) {
@@ -162,9 +166,9 @@ TEST(TypeResolution, AlternativesFilesReexportsAndProperties) {
   EXPECT_EQ(linked(r, "T:app.Client/factory()", "query"), "app.Db.query m result-type");
   EXPECT_EQ(linked(r, "T:app.Client/made()", "query"), "app.Db.query m result-type");
   EXPECT_EQ(linked(r, "T:app.Client/run", "query"), "-");  // a method, no property
-  // several returns: the known ones agree, unknown ones are passed over; a conflict is unknown
+  // several returns: unknown ones are passed over; of a Db or a Client, only a Db can query
   EXPECT_EQ(linked(r, "S:nowhere.f&T:app.Db&S:pkg.make", "query"), "app.Db.query m declared-type");
-  EXPECT_EQ(linked(r, "T:app.Db&T:app.Client", "query"), "-");
+  EXPECT_EQ(linked(r, "T:app.Db&T:app.Client", "query"), "app.Db.query m declared-type");
   EXPECT_EQ(linked(r, "S:nowhere.f&S:nowhere.g", "query"), "-");
 }
 
@@ -202,4 +206,38 @@ TEST(TypeResolution, AlternativesShareTheirNearestBaseAndCallsKeepTheirResults) 
             "m.Client.setup m result-type");
   EXPECT_EQ(linked(r, "T:m.Client/setup()#3", "setup"), "-");
   EXPECT_EQ(linked(r, "T:m.Client/setup#1", "setup"), "-");  // only a call has results
+}
+
+// A value that is one of several types (returns that disagree) calls each type's member that
+// has one, the same one once; past MAX_UNION types it calls none. Without a member, the
+// receiver lists the methods read on each branch.
+TEST(TypeResolution, UnionsLinkEveryMemberOrNone) {
+  FakeFacts facts;
+  for (const char* c : {"m.A", "m.B", "m.C", "m.D", "m.E"}) {
+    facts.add(c, "class");
+    facts.add(std::string(c) + ".run", "method", "T:m.Out");
+  }
+  facts.add("m.Base", "class");
+  facts.add("m.Base.run", "method");
+  facts.add("m.Sub", "class").bases = {"m.Base"};
+  facts.add("m.Out", "class");
+  facts.add("m.Out.close", "method");
+  facts.add("m.pick", "function", "T:m.A&T:m.B&S:m.unknown");
+  facts.add("m.pick3", "function", "T:m.C&T:m.D&T:m.E");
+  facts.add("m.pick5", "function", "S:m.pick&S:m.pick3");
+  facts.add("m.Odd", "class");
+  TypeResolver r(facts);
+  EXPECT_EQ(linked(r, "S:m.pick", "run"), "m.A.run m union, m.B.run m union");
+  EXPECT_EQ(linked(r, "S:m.pick&T:m.A", "run"), "m.A.run m union, m.B.run m union");
+  // Steps go through each type, and agree again: one result.
+  EXPECT_EQ(linked(r, "S:m.pick/run()", "close"), "m.Out.close m result-type");
+  EXPECT_EQ(linked(r, "T:m.Base&T:m.Sub", "run"), "m.Base.run m declared-type");
+  EXPECT_EQ(linked(r, "S:m.pick&S:m.pick3", "run"), "too wide");
+  EXPECT_EQ(linked(r, "S:m.pick5/run()", "close"), "too wide");
+  EXPECT_EQ(linked(r, "S:m.pick&T:m.Odd", "run"), "m.A.run m union, m.B.run m union");
+  EXPECT_EQ(linked(r, "T:m.Odd", "run"), "-");
+  EXPECT_EQ(linked(r, "T:m.A/run&S:m.pick/close", ""), "m.A.run m declared-type");
+  EXPECT_EQ(linked(r, "T:m.A/run&T:m.Out/close", ""), "m.A.run m union, m.Out.close m union");
+  EXPECT_EQ(linked(r, "T:m.A/run&S:m.pick5/run", ""), "too wide");
+  EXPECT_EQ(linked(r, "T:m.A+T:m.B&T:m.C", "run"), "-");  // no base shared
 }

@@ -247,6 +247,18 @@ void Extraction::defined(std::size_t symbol, const tagged::Tag& tag) {
   if (s.kind != "variable") {
     TSNode outer = enclosing_def(tag.node);
     def_fqn_[ts_node_start_byte(tag.node)] = s.fqn;
+    // Defined again where that may not run (`if win32: def f` / `else: def f`): either is the
+    // one called, and they share the fqn.
+    if (auto old = lookup_here(outer, s.name);
+        old && old->fqn == s.fqn && s.kind != "class" && conditional(tag.node, outer)) {
+      for (auto& other : out_.symbols) {
+        if (other.fqn != s.fqn || other.kind != s.kind) continue;
+        if (std::none_of(other.fields.begin(), other.fields.end(),
+                         [](const auto& f) { return f.first == ON_BRANCHES; })) {
+          other.fields.emplace_back(ON_BRANCHES, "S:" + s.fqn);
+        }
+      }
+    }
     bind(outer, s.name,
          {s.fqn, ts_node_is_null(outer) ? "same-file" : "same-scope", s.kind == "class"});
     if (s.kind == "class") class_nodes_.emplace_back(tag.node, symbol);
@@ -367,23 +379,45 @@ void Extraction::collect_imports() {
         out_.imports.push_back({at, base, dotted, alias});
         const auto& bound = alias.empty() ? dotted : alias;
         if (!defined_later(scope, bound, at)) {
-          Binding b{join_dotted(base, dotted), "import"};
-          if (auto old = lookup_here(scope, bound); old && old->evidence == "same-file") {
-            b.shadowed = old->fqn;
-          }
-          bind(scope, bound, std::move(b));
+          bind_import(stmt, scope, bound, {join_dotted(base, dotted), "import"});
         }
       } else {
         out_.imports.push_back({at, dotted, "", alias});
         if (!alias.empty()) {
-          bind(scope, alias, {dotted, "module-attribute"});
+          bind_import(stmt, scope, alias, {dotted, "module-attribute"});
         } else {
           auto head = dotted.substr(0, dotted.find('.'));
-          bind(scope, head, {head, "module-attribute"});
+          bind_import(stmt, scope, head, {head, "module-attribute"});
         }
       }
     }
   }
+}
+
+void Extraction::bind_import(TSNode stmt, TSNode scope, const std::string& name, Binding b) {
+  auto old = lookup_here(scope, name);
+  if (old && old->fqn != b.fqn && conditional(stmt, scope)) {
+    // `try: from _c import f` / `except ImportError: from _py import f`: either is called.
+    b.also = std::move(old->also);
+    b.also.push_back(old->fqn);
+    std::erase(b.also, b.fqn);
+    std::sort(b.also.begin(), b.also.end());
+    b.also.erase(std::unique(b.also.begin(), b.also.end()), b.also.end());
+  } else if (old && old->evidence == "same-file") {
+    b.shadowed = old->fqn;
+  }
+  bind(scope, name, std::move(b));
+}
+
+bool Extraction::conditional(TSNode stmt, TSNode scope) const {
+  for (TSNode n = ts_node_parent(stmt); !ts_node_is_null(n) && !ts_node_eq(n, scope);
+       n = ts_node_parent(n)) {
+    if (is_type(n, "try_statement") || is_type(n, "if_statement") || is_type(n, "for_statement") ||
+        is_type(n, "while_statement")) {
+      return true;
+    }
+  }
+  return false;
 }
 
 void Extraction::collect_locals() {
@@ -552,6 +586,11 @@ void Extraction::resolve(TSNode callee, ParsedCall& call) const {
         call.target = join_dotted(call.target, parts[k]);
       call.evidence = parts.size() == 1 && b->is_class ? "constructor" : b->evidence;
       if (parts.size() == 1 && !b->shadowed.empty()) call.fallbacks.push_back(b->shadowed);
+      if (!b->also.empty()) call.also = call.fallbacks.size();
+      for (auto fqn : b->also) {
+        for (std::size_t k = 1; k < parts.size(); ++k) fqn = join_dotted(fqn, parts[k]);
+        call.fallbacks.push_back(std::move(fqn));
+      }
       // `Cls.method()`: the method may be inherited, from a base in another file.
       if (parts.size() == 2 && !binding_type(*b).empty()) {
         call.receiver = binding_type(*b).expr;
@@ -588,15 +627,33 @@ void Extraction::resolve(TSNode callee, ParsedCall& call) const {
 }
 
 // `f = self.m` (or `obj.m` with obj typed), then `f(...)`: the method read is what is called, as
-// the member of the value it was read from.
+// the member of the value it was read from. Bound on two branches (`f = a.run` / `f = b.run`),
+// it is the member of either value; to two methods, the receiver lists both reads.
 void Extraction::method_alias(TSNode callee, std::string_view name, ParsedCall& call) const {
   Typed t = name_type(callee, name, 0);
-  auto slash = t.expr.rfind('/');
-  if (slash == std::string::npos || t.expr.find_first_of("|&+") != std::string::npos) return;
-  auto member = std::string_view(t.expr).substr(slash + 1);
-  if (member.find_first_of("()#[") != std::string_view::npos) return;  // a result, not a method
+  if (t.empty() || t.expr.find_first_of("|+") != std::string::npos) return;
+  std::string receiver;
+  std::string_view member;
+  for (std::size_t at = 0; at <= t.expr.size();) {
+    auto amp = std::min(t.expr.find('&', at), t.expr.size());
+    auto part = std::string_view(t.expr).substr(at, amp - at);
+    auto slash = part.rfind('/');
+    if (slash == std::string_view::npos) return;
+    auto m = part.substr(slash + 1);
+    if (m.find_first_of("()#[") != std::string_view::npos) return;  // a result, not a method
+    if (!member.empty() && m != member) {
+      // Two methods (`f = self.run_a` / `f = self.run_b`): each branch's read as it is.
+      call.member.clear();
+      call.receiver = std::move(t.expr);
+      return;
+    }
+    member = m;
+    if (!receiver.empty()) receiver.push_back('&');
+    receiver.append(part.substr(0, slash));
+    at = amp + 1;
+  }
   call.member = member;
-  call.receiver = t.expr.substr(0, slash);
+  call.receiver = std::move(receiver);
 }
 
 // A name bound nowhere in the file may come from a module it star-imports (the last first, as

@@ -42,7 +42,8 @@ struct Site {
 class Evaluations {
  public:
   struct Result {
-    std::optional<Resolution> found;
+    std::vector<Resolution> found;
+    bool too_wide = false;
     std::vector<const std::string*> consulted;  // interned
   };
 
@@ -54,6 +55,7 @@ class Evaluations {
     auto [it, fresh] = results_.try_emplace(std::move(key));
     if (fresh) {
       it->second.found = resolver_.resolve(s.receiver, s.member, s.evidence);
+      it->second.too_wide = resolver_.too_wide();
       for (const auto& fqn : resolver_.consulted())
         it->second.consulted.push_back(&*names_.insert(fqn).first);
     }
@@ -85,8 +87,9 @@ class TargetBacking {
     while (!named && fallbacks_.step()) named = !facts.lookup(fallbacks_.text(0)).empty();
     fallbacks_.reset();
     if (named) return false;
-    if (auto found = resolver.resolve(receiver, member, {})) {
-      add_.bind(1, id).bind(2, RECEIVER_RANK).bind(3, found->target).run();
+    // One fallback: a receiver of several types backs no target.
+    if (auto found = resolver.resolve(receiver, member, {}); found.size() == 1) {
+      add_.bind(1, id).bind(2, RECEIVER_RANK).bind(3, found.front().target).run();
     }
     return true;
   }
@@ -123,6 +126,8 @@ void resolve_receivers(index::Database& db, bool bulk) {
   auto clear_deps = db.prepare("DELETE FROM type_deps WHERE file_id = ?");
   auto add_dep = db.prepare("INSERT OR IGNORE INTO type_deps VALUES(?, ?)");
   auto relink = db.prepare("INSERT OR IGNORE INTO relink VALUES(?)");
+  auto clear_members = db.prepare("DELETE FROM call_fallbacks WHERE site_id = ? AND rank >= ?");
+  auto add_member = db.prepare("INSERT OR REPLACE INTO call_fallbacks VALUES(?, ?, ?)");
   // What each file's sites consulted: a file is evaluated again when one of them changes.
   std::map<std::int64_t, std::set<const std::string*>> deps;
   // A full build has listed every site that names a target already: most receiver sites.
@@ -142,22 +147,39 @@ void resolve_receivers(index::Database& db, bool bulk) {
     const auto& result = evaluations.of(s);
     deps[s.file_id].insert(result.consulted.begin(), result.consulted.end());
     const auto& found = result.found;
+    // Unlinked, the site says why when it is known: the receiver may be one of too many types.
+    const std::string& unlinked_evidence = result.too_wide ? UNION_TOO_WIDE : s.evidence;
     if (!bulk && !s.to_link) {
-      // Evaluated again for an affected name: only a changed result is written and linked.
+      // Evaluated again for an affected name: only a changed result is written and linked. A
+      // union's other members are not read back: it is written again.
       const auto& scope = s.scope;
-      bool same = found ? s.target == found->target && s.linked_evidence == found->evidence &&
-                              scope == found->module
-                        : s.target.empty() && s.linked_evidence == s.evidence && scope.empty();
+      bool same = found.size() == 1
+                      ? s.target == found[0].target && s.linked_evidence == found[0].evidence &&
+                            scope == found[0].module
+                  : found.empty()
+                      ? s.target.empty() && s.linked_evidence == unlinked_evidence && scope.empty()
+                      : false;
       if (same) continue;
     }
-    if (!bulk) clear_scopes.bind(1, s.id).run();
-    if (found) {
-      set_target.bind(1, found->target).bind(2, found->evidence).bind(3, s.id).run();
-      add_scope.bind(1, s.id).bind(2, found->module).run();
-    } else if (!bulk) {
-      set_target.bind(1, "").bind(2, s.evidence).bind(3, s.id).run();
+    if (!bulk) {
+      clear_scopes.bind(1, s.id).run();
+      clear_members.bind(1, s.id).bind(2, UNION_RANK).run();
     }
-    if ((found || !bulk) && !listed(s)) relink.bind(1, s.id).run();
+    for (std::size_t i = 0; i < found.size(); ++i) {
+      add_scope.bind(1, s.id).bind(2, found[i].module).run();
+      if (i == 0) {
+        set_target.bind(1, found[i].target).bind(2, found[i].evidence).bind(3, s.id).run();
+      } else {
+        add_member.bind(1, s.id)
+            .bind(2, UNION_RANK + static_cast<std::int64_t>(i))
+            .bind(3, found[i].target)
+            .run();
+      }
+    }
+    if (found.empty() && (!bulk || result.too_wide)) {
+      set_target.bind(1, "").bind(2, unlinked_evidence).bind(3, s.id).run();
+    }
+    if ((!found.empty() || !bulk) && !listed(s)) relink.bind(1, s.id).run();
   }
   for (const auto& [file_id, fqns] : deps) {
     if (!bulk && files[file_id]) clear_deps.bind(1, file_id).run();

@@ -12,6 +12,9 @@ namespace orvane_tamsel::indexer::types {
 inline constexpr const char* BACKS_TARGET = "target";
 // The fallback rank of what such a receiver finds: after every fallback the parser gave.
 inline constexpr std::int64_t RECEIVER_RANK = 2000000;
+// Fallback ranks from here on are the members of the other types of a receiver that is one of
+// several (the target is the first type's): each links as well.
+inline constexpr std::int64_t UNION_RANK = 3000000;
 
 // Resolves the receiver sites of the batch: on a full build (`bulk`) all of them; otherwise the
 // new ones (in the `relink` table) and those of files whose last evaluations consulted an fqn in

@@ -100,6 +100,7 @@ std::optional<ParsedTypeExpr> parse_type_expr(std::string_view text) {
 
 std::vector<const TypeSymbol*> TypeResolver::find(const std::string& fqn,
                                                   const std::vector<std::string>& scopes) {
+  ++work_;
   consulted_.insert(fqn);
   std::vector<const TypeSymbol*> out;
   for (const auto& s : facts_.lookup(fqn)) {
@@ -129,24 +130,44 @@ std::vector<const TypeSymbol*> TypeResolver::find_start(std::string& fqn,
 
 std::optional<TypeResolver::Type> TypeResolver::evaluate(const TypeExpr& text, int depth,
                                                          std::string* evidence) {
-  if (depth > MAX_DEPTH) return std::nullopt;
+  if (depth > MAX_DEPTH || work_ > MAX_WORK) return std::nullopt;
   if (next_plus(text, 0) != std::string::npos) return common_base(text, depth);
-  // Values that may each be the one (a function's returns): those known must agree.
-  std::optional<Type> agreed;
-  std::string agreed_evidence;
+  // Values that may each be the one (a function's returns): the value is one of those known.
+  std::vector<Type> known;
+  std::string first_evidence;
   for (std::size_t at = 0; at < text.size();) {
     auto amp = std::min(text.find('&', at), text.size());
     std::string part_evidence;
     auto t = alternatives(std::string_view(text).substr(at, amp - at), depth, &part_evidence);
-    if (t && agreed && !(*t == *agreed)) return std::nullopt;
-    if (t && !agreed) {
-      agreed = t;
-      agreed_evidence = std::move(part_evidence);
+    if (t && t->wide) return t;  // passed over, it would leave the others to be picked
+    if (t) {
+      if (known.empty()) first_evidence = std::move(part_evidence);
+      known.push_back(std::move(*t));
     }
     at = amp + 1;
   }
-  if (agreed && evidence) *evidence = std::move(agreed_evidence);
-  return agreed;
+  if (known.empty()) return std::nullopt;
+  if (evidence) *evidence = std::move(first_evidence);
+  return one_of(known);
+}
+
+TypeResolver::Type TypeResolver::one_of(const std::vector<Type>& types) {
+  std::vector<Type> flat;
+  for (const auto& t : types) {
+    if (t.wide) return t;
+    for (const auto& m : t.members.empty() ? std::vector<Type>{t} : t.members) {
+      if (std::find(flat.begin(), flat.end(), m) == flat.end()) flat.push_back(m);
+    }
+  }
+  if (flat.size() == 1) return flat.front();
+  Type out;
+  if (flat.size() > MAX_UNION) {
+    out.wide = true;
+  } else {
+    std::sort(flat.begin(), flat.end());
+    out.members = std::move(flat);
+  }
+  return out;
 }
 
 std::optional<TypeResolver::Type> TypeResolver::alternatives(std::string_view text, int depth,
@@ -203,7 +224,8 @@ std::optional<TypeResolver::Type> TypeResolver::common_base(std::string_view tex
   for (std::size_t at = 0; at <= text.size();) {
     auto plus = std::min(next_plus(text, at), text.size());
     auto t = evaluate(std::string(text.substr(at, plus - at)), depth + 1, nullptr);
-    if (!t || t->elements > 0 || t->above) return std::nullopt;  // each must be known
+    // Each must be known, and be one type.
+    if (!t || t->elements > 0 || t->above || t->wide || !t->members.empty()) return std::nullopt;
     if (std::find(types.begin(), types.end(), *t) == types.end()) types.push_back(*t);
     at = plus + 1;
   }
@@ -263,7 +285,8 @@ std::optional<TypeResolver::Type> TypeResolver::as_type(const std::string& fqn,
 }
 
 std::optional<TypeResolver::Found> TypeResolver::member_of(const Type& t, const std::string& name) {
-  if (t.elements > 0) return std::nullopt;  // a container has no members to look up
+  // A container has no members to look up; those of a union are each member's.
+  if (t.elements > 0 || t.wide || !t.members.empty()) return std::nullopt;
   std::vector<Type> level{t};
   std::set<Type> seen{t};
   int depth = 0;
@@ -320,6 +343,16 @@ std::optional<TypeResolver::Found> TypeResolver::member_of(const Type& t, const 
 
 std::optional<TypeResolver::Type> TypeResolver::step(const Type& t, const ParsedTypeExpr::Step& s,
                                                      int depth) {
+  if (t.wide) return t;
+  if (!t.members.empty()) {  // each type takes the step: all must, or the value is unknown
+    std::vector<Type> next;
+    for (const auto& m : t.members) {
+      auto u = step(m, s, depth);
+      if (!u) return std::nullopt;
+      next.push_back(std::move(*u));
+    }
+    return one_of(next);
+  }
   if (s.name == "[]") {
     if (s.call || t.elements == 0) return std::nullopt;
     return Type{t.fqn, t.module, t.elements - 1};
@@ -400,20 +433,52 @@ std::optional<TypeResolver::Found> TypeResolver::bound_method(const TypeExpr& fi
   return found;
 }
 
-std::optional<Resolution> TypeResolver::resolve(const TypeExpr& receiver, const std::string& member,
-                                                const std::string& evidence) {
+std::vector<Resolution> TypeResolver::resolve(const TypeExpr& receiver, const std::string& member,
+                                              const std::string& evidence) {
   consulted_.clear();
-  std::string derived;
-  auto type = evaluate(receiver, 0, &derived);
-  if (!type) return std::nullopt;
-  auto found = member_of(*type, member);
-  if (found && !found->symbol) found = bound_method(*found->field_type);
-  if (!found || !found->symbol) return std::nullopt;
-  return Resolution{found->fqn, found->symbol->module,
-                    type->common        ? "common-base"
-                    : found->inherited  ? "inherited"
-                    : !evidence.empty() ? evidence
-                                        : derived};
+  too_wide_ = false;
+  work_ = 0;
+  std::vector<Resolution> out;
+  // No member: a name bound to methods read off values, "&" between the branches' methods.
+  std::vector<std::pair<std::string, std::string>> reads;  // (value, method)
+  if (!member.empty()) {
+    reads.emplace_back(receiver, member);
+  } else {
+    for (std::size_t at = 0; at < receiver.size();) {
+      auto amp = std::min(receiver.find('&', at), receiver.size());
+      auto part = receiver.substr(at, amp - at);
+      auto slash = part.rfind('/');
+      if (slash == std::string::npos || part.find('|') != std::string::npos) return {};
+      reads.emplace_back(part.substr(0, slash), part.substr(slash + 1));
+      at = amp + 1;
+    }
+  }
+  for (const auto& [value, name] : reads) {
+    std::string derived;
+    auto type = evaluate(value, 0, &derived);
+    if (type && type->wide) too_wide_ = true;
+    if (!type || type->wide) continue;
+    for (const auto& t : type->members.empty() ? std::vector<Type>{*type} : type->members) {
+      auto found = member_of(t, name);
+      if (found && !found->symbol) found = bound_method(*found->field_type);
+      // A type of the union without the member is one the code rules out (`isinstance`).
+      if (!found || !found->symbol) continue;
+      Resolution r{found->fqn, found->symbol->module,
+                   t.common            ? "common-base"
+                   : found->inherited  ? "inherited"
+                   : !evidence.empty() ? evidence
+                                       : derived};
+      bool seen = std::any_of(out.begin(), out.end(), [&](const Resolution& o) {
+        return o.target == r.target && o.module == r.module;
+      });
+      if (!seen) out.push_back(std::move(r));
+    }
+  }
+  if (too_wide_) return {};  // linking the others would pick among the types arbitrarily
+  if (out.size() > 1) {
+    for (auto& r : out) r.evidence = UNION_EVIDENCE;
+  }
+  return out;
 }
 
 }  // namespace orvane_tamsel::indexer::types

@@ -38,22 +38,37 @@ struct Resolution {
   std::string evidence;
 };
 
+// The evidence of a site whose receiver is one of several types: it links the member of each.
+inline constexpr const char* UNION_EVIDENCE = "union";
+// The evidence of a site left unlinked because its receiver may be one of too many types.
+inline constexpr const char* UNION_TOO_WIDE = "union-too-wide";
+
 class TypeResolver {
  public:
   explicit TypeResolver(TypeFacts& facts) : facts_(facts) {}
 
-  // The member `member` of the type `receiver` evaluates to, or nothing when any step is
-  // unknown or ambiguous. `evidence` is the extractor's word on how the receiver's type is known
-  // (empty: derived from the expression). consulted() then holds every fqn looked up: the
+  // The member `member` of the type `receiver` evaluates to: one per type that has it when the
+  // receiver is one of several (evidence UNION_EVIDENCE), none when any step is unknown or
+  // ambiguous, or when the receiver may be one of more than MAX_UNION types (too_wide() then
+  // says so). An empty `member` takes the receiver as methods read off values, joined by "&"
+  // ("T:a.A/run&T:a.B/stop"). `evidence` is the extractor's word on how the receiver's type is
+  // known (empty: derived from the expression). consulted() then holds every fqn looked up: the
   // resolution may change when a symbol with one of them comes, goes or changes.
-  std::optional<Resolution> resolve(const TypeExpr& receiver, const std::string& member,
-                                    const std::string& evidence);
+  std::vector<Resolution> resolve(const TypeExpr& receiver, const std::string& member,
+                                  const std::string& evidence);
   const std::set<std::string>& consulted() const { return consulted_; }
+  bool too_wide() const { return too_wide_; }
 
   // How many expressions deep a type is followed (a result type naming another function's
   // result, a field of a field), and how many levels of bases a member is looked for on.
   static constexpr int MAX_DEPTH = 8;
   static constexpr int MAX_BASE_DEPTH = 4;
+  // How many types a value may be one of for a call on it to link each type's member; past
+  // that, linking every one would list more false callers than true ones.
+  static constexpr std::size_t MAX_UNION = 4;
+  // How many symbol lookups one resolution may make: every type of a union is followed, and
+  // unions within unions multiply the work; past this the receiver is unknown.
+  static constexpr std::size_t MAX_WORK = 2000;
 
  private:
   struct Type {
@@ -61,15 +76,20 @@ class TypeResolver {
     int elements = 0;     // a container of `elements` levels around the named type
     bool above = false;   // members are looked up on its bases only (`super()`)
     bool common = false;  // the common base of alternatives ("+"), not the value's own class
+    // A value that is one of these types (the returns "&" lists disagree), each without members.
+    std::vector<Type> members{};
+    bool wide = false;  // one of more than MAX_UNION types: known to be unknown
     bool operator<(const Type& o) const {
-      return std::tie(fqn, module, elements, above) <
-             std::tie(o.fqn, o.module, o.elements, o.above);
+      return std::tie(fqn, module, elements, above, members, wide) <
+             std::tie(o.fqn, o.module, o.elements, o.above, o.members, o.wide);
     }
     bool operator==(const Type& o) const {
-      return std::tie(fqn, module, elements, above) ==
-             std::tie(o.fqn, o.module, o.elements, o.above);
+      return std::tie(fqn, module, elements, above, members, wide) ==
+             std::tie(o.fqn, o.module, o.elements, o.above, o.members, o.wide);
     }
   };
+  // The value that is one of `types` (flattened, each once): the one itself when they agree.
+  static Type one_of(const std::vector<Type>& types);
   struct Found {
     const TypeSymbol* symbol = nullptr;  // null: a field of `owner` (with `field_type`)
     std::string fqn;
@@ -102,6 +122,8 @@ class TypeResolver {
 
   TypeFacts& facts_;
   std::set<std::string> consulted_;
+  bool too_wide_ = false;
+  std::size_t work_ = 0;  // lookups of this resolution
 };
 
 }  // namespace orvane_tamsel::indexer::types

@@ -1,8 +1,11 @@
 // A batch: beginning it, linking what it changed at commit, and keeping the summary's counts.
 
+#include <string_view>
+
 #include "orvane_tamsel/index/rollback.h"
 #include "orvane_tamsel/index/schema.h"
 #include "orvane_tamsel/index/sqlite_meaning.h"
+#include "orvane_tamsel/indexer/types/receiver_stage.h"
 #include "orvane_tamsel/indexer/writer/batch_writer.h"
 
 namespace orvane_tamsel::indexer::writer {
@@ -41,6 +44,14 @@ INSERT INTO reimport SELECT id FROM imports;
   "call_sites.id AND (k.module = f.module OR (f.module <> '' AND "                       \
   "substr(k.module, -length(f.module) - 1) = '.' || f.module))))"
 #define TAMSEL_BODY_FIRST "s.start_line - s.end_line"
+#define TAMSEL_ALSO_RANK "1500000"
+#define TAMSEL_RECEIVER_RANK "2000000"
+#define TAMSEL_UNION_RANK "3000000"
+#define TAMSEL_ON_BRANCHES "#branches"
+static_assert(ALSO_RANK == 1500000 && types::RECEIVER_RANK == 2000000 &&
+                  types::UNION_RANK == 3000000,
+              "TAMSEL_ALSO_RANK, TAMSEL_RECEIVER_RANK, TAMSEL_UNION_RANK");
+static_assert(std::string_view(ON_BRANCHES) == TAMSEL_ON_BRANCHES, "TAMSEL_ON_BRANCHES");
 constexpr const char* DELETE_RELINKED_EDGES =
     "DELETE FROM edges WHERE site_id IN (SELECT site_id FROM relink)";
 // The sites of files a plug-in links itself (linked_apart) are left alone.
@@ -78,6 +89,34 @@ INSERT INTO edges(site_id, caller_id, callee_id, file_id, line, derived)
     FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id CROSS JOIN symbols k ON k.id = c.callee_id
     WHERE k.kind = 'class' AND c.caller_id IS NOT NULL)
   WHERE init IS NOT NULL;
+)sql";
+// A site that may reach several callees (names bound on different branches, a receiver of one of
+// several types) links each fallback of those ranks that names a symbol, besides its own callee,
+// and every other definition of its callee on a branch of its file.
+constexpr const char* INSERT_OTHER_EDGES = R"sql(
+INSERT INTO edges(site_id, caller_id, callee_id, file_id, line)
+  SELECT DISTINCT site, caller, callee, file_id, line FROM (
+    SELECT call_sites.id AS site, call_sites.caller_id AS caller, call_sites.callee_id AS own,
+      call_sites.file_id, call_sites.line,
+      (SELECT s.id FROM symbols s WHERE s.fqn = b.fqn AND s.kind <> 'module'
+        AND )sql" TAMSEL_IN_SCOPE R"sql( ORDER BY )sql" TAMSEL_BODY_FIRST R"sql(, s.id LIMIT 1)
+        AS callee
+    FROM relink r CROSS JOIN call_sites ON call_sites.id = r.site_id
+    CROSS JOIN call_fallbacks b ON b.site_id = call_sites.id
+    WHERE call_sites.callee_id IS NOT NULL AND call_sites.caller_id IS NOT NULL
+      AND ((b.rank >= )sql" TAMSEL_ALSO_RANK R"sql( AND b.rank < )sql" TAMSEL_RECEIVER_RANK R"sql()
+        OR b.rank >= )sql" TAMSEL_UNION_RANK R"sql()
+  ) WHERE callee IS NOT NULL AND callee <> own;
+-- A Python function defined on two branches (`if win32: def f` / `else: def f`) is two symbols
+-- of one fqn in one file, both marked (ON_BRANCHES): a call reaches either.
+INSERT INTO edges(site_id, caller_id, callee_id, file_id, line)
+  SELECT c.id, c.caller_id, o.id, c.file_id, c.line
+  FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id
+  CROSS JOIN symbols k ON k.id = c.callee_id
+  CROSS JOIN symbols o ON o.fqn = k.fqn AND o.file_id = k.file_id AND o.id <> k.id
+  WHERE c.caller_id IS NOT NULL AND o.kind = k.kind
+    AND instr(k.fields, ')sql" TAMSEL_ON_BRANCHES R"sql(' || char(9)) > 0
+    AND instr(o.fields, ')sql" TAMSEL_ON_BRANCHES R"sql(' || char(9)) > 0;
 )sql";
 
 // `from m import n` binds the symbol m.n or the module m.n; `import m` the module m.
@@ -165,6 +204,7 @@ void BatchWriter::link() {
   db.exec(CONSTRUCTION);
   for (auto& p : plugins) p->after_linking(*this);
   db.exec(INSERT_EDGES);
+  db.exec(INSERT_OTHER_EDGES);
   if (stored_calls) {
     auto linked = relinked_resolved_count() - resolved_before;
     resolved_delta += linked;

@@ -28,6 +28,15 @@ std::string site_key(std::optional<std::int64_t> caller, const std::string& evid
   return key;
 }
 
+namespace {
+
+std::int64_t fallback_rank(const ParsedCall& call, std::size_t i) {
+  auto base = i >= call.also ? ALSO_RANK : i >= call.equally_near ? EQUALLY_NEAR_RANK : 1;
+  return static_cast<std::int64_t>(i) + base;
+}
+
+}  // namespace
+
 void BatchWriter::write_sites(FileWrite& w) {
   for (const auto& call : w.file.calls) {
     bool typed = call.target.empty() && !call.receiver.empty();
@@ -40,9 +49,10 @@ void BatchWriter::write_sites(FileWrite& w) {
     if (auto it = w.ids.find(call.caller_fqn); it != w.ids.end()) caller = it->second;
     std::string fallbacks;
     for (std::size_t i = 0; i < call.fallbacks.size(); ++i) {
-      auto rank = static_cast<std::int64_t>(i) + (i >= call.equally_near ? EQUALLY_NEAR_RANK : 1);
       if (i) fallbacks.push_back(' ');
-      fallbacks.append(std::to_string(rank)).append(":").append(call.fallbacks[i]);
+      fallbacks.append(std::to_string(fallback_rank(call, i)))
+          .append(":")
+          .append(call.fallbacks[i]);
     }
     if (!w.kept_sites.empty()) {
       std::set<std::string> modules(call.scope_modules.begin(), call.scope_modules.end());
@@ -77,8 +87,10 @@ void BatchWriter::write_sites(FileWrite& w) {
     if (!bulk) mark_relink.bind(1, site).run();
     if (typed) continue;  // its scope is what evaluating the receiver finds
     for (std::size_t i = 0; i < call.fallbacks.size(); ++i) {
-      auto rank = static_cast<std::int64_t>(i) + (i >= call.equally_near ? EQUALLY_NEAR_RANK : 1);
-      insert_fallback.bind(1, site).bind(2, rank).bind(3, call.fallbacks[i]).run();
+      insert_fallback.bind(1, site)
+          .bind(2, fallback_rank(call, i))
+          .bind(3, call.fallbacks[i])
+          .run();
     }
     for (const auto& module : call.scope_modules) insert_scope.bind(1, site).bind(2, module).run();
   }

@@ -95,6 +95,9 @@ struct Binding {
   // An import that rebinds a function or class defined above it (`try: from _c import f`): the
   // definition, for when the imported one is not in the repository.
   std::string shadowed;
+  // What the name was bound to before a binding that may not run (in a `try`, an `if` branch, a
+  // loop): the call may reach those too.
+  std::vector<std::string> also;
 };
 
 // What a scope says of the types of its names (or a class of its instances' attributes).
@@ -185,6 +188,10 @@ class Extraction : public tagged::Extraction {
   std::string relative_base(std::size_t level) const;
 
   void collect_imports();
+  // Binds a name an import binds; one bound before stays a possibility when this may not run.
+  void bind_import(TSNode stmt, TSNode scope, const std::string& name, Binding b);
+  // Whether a statement in `scope` may not run each time the scope does.
+  bool conditional(TSNode stmt, TSNode scope) const;
   bool defined_later(TSNode scope, const std::string& name, std::int64_t at) const;
   std::optional<Binding> lookup_here(TSNode scope, const std::string& name) const;
 
@@ -297,6 +304,7 @@ class Extraction : public tagged::Extraction {
   // A module name assigned differing known types in several places: the alternatives ("+").
   Typed alternatives(const TypeFacts& facts, std::string_view name, int depth) const;
   Typed nearest_binding_type(TSNode def, TSNode at, std::string_view name, int depth) const;
+  bool always_rebinds(TSNode n, TSNode at, const std::vector<TSNode>& reaching) const;
 
   // A name bound to a class is that class; an imported name is whatever the name is there.
   static Typed binding_type(const Binding& b) {

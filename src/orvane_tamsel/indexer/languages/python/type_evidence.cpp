@@ -15,7 +15,8 @@ namespace {
 
 constexpr int MAX_TYPE_DEPTH = 12;  // links followed from one expression to the names it uses
 
-// How many returns of differing types a function's result lists for the writer to agree on.
+// How many values of differing types (a function's returns, a name's bindings) an expression
+// lists as possible for the writer: more, and it is unknown.
 constexpr std::size_t MAX_RETURNS = 4;
 // How many classes a module name may be chosen among for the writer to find their common base.
 constexpr std::size_t MAX_ALTERNATIVES = 8;
@@ -298,8 +299,10 @@ Typed Extraction::alternatives(const TypeFacts& facts, std::string_view name, in
   return out;
 }
 
-// The value of the binding of `name` in `def` that comes last before `at` (the use not inside
-// it: `x = x.next()`), when that binding is an assignment of a value; otherwise nothing.
+// The values of the bindings of `name` in `def` that may reach `at` (the use not inside them:
+// `x = x.next()`): the last before it, and the ones before that while it may not run (a branch
+// of an `if` or a `try`, a loop's body) unless the branches all bind. Those known are the
+// possible values ("&"): the writer links a call on them to each one's member.
 Typed Extraction::nearest_binding_type(TSNode def, TSNode at, std::string_view name,
                                        int depth) const {
   if (binding_sites_.empty()) {
@@ -313,24 +316,87 @@ Typed Extraction::nearest_binding_type(TSNode def, TSNode at, std::string_view n
   auto sites = binding_sites_.find({scope_key(def), std::string(name)});
   if (sites == binding_sites_.end()) return {};
   auto use = ts_node_start_byte(at);
-  std::optional<std::uint32_t> best;
+  std::vector<TSNode> before;
   for (TSNode n : sites->second) {
     auto start = ts_node_start_byte(n);
-    if (start >= use || (best && start <= *best)) continue;
+    if (start >= use) continue;
     auto v = bound_values_.find(start);
     if (v != bound_values_.end() && ts_node_start_byte(v->second) <= use &&
         use < ts_node_end_byte(v->second)) {
       continue;
     }
-    best = start;
+    before.push_back(n);
   }
-  if (!best) return {};
-  auto v = bound_values_.find(*best);
-  if (v == bound_values_.end() || is_type(v->second, "none")) return {};
-  auto key = ts_node_start_byte(v->second);
-  if (auto c = value_types_.find(key); c != value_types_.end()) return c->second;
-  value_types_[key] = {};
-  return value_types_[key] = value_type(v->second, depth + 1);
+  std::sort(before.begin(), before.end(),
+            [](TSNode a, TSNode b) { return ts_node_start_byte(a) < ts_node_start_byte(b); });
+  std::vector<TSNode> reaching;
+  std::vector<Typed> types;
+  for (auto it = before.rbegin(); it != before.rend(); ++it) {
+    reaching.push_back(*it);
+    auto v = bound_values_.find(ts_node_start_byte(*it));
+    if (v != bound_values_.end() && !is_type(v->second, "none")) {
+      auto key = ts_node_start_byte(v->second);
+      auto c = value_types_.find(key);
+      if (c == value_types_.end()) {
+        value_types_[key] = {};
+        c = value_types_.insert_or_assign(key, value_type(v->second, depth + 1)).first;
+      }
+      const Typed& t = c->second;
+      if (!t.empty() && std::none_of(types.begin(), types.end(),
+                                     [&](const Typed& k) { return k.expr == t.expr; })) {
+        types.push_back(t);
+      }
+    }
+    if (always_rebinds(*it, at, reaching)) break;
+  }
+  if (types.empty() || types.size() > MAX_RETURNS) return {};
+  if (types.size() == 1) return types.front();
+  Typed out = types.front();
+  for (std::size_t i = 1; i < types.size(); ++i) {
+    if (types[i].expr.find('+') != std::string::npos || out.expr.find('+') != std::string::npos) {
+      return {};  // "+" binds loosest: see possible()
+    }
+    out.expr.append("&").append(types[i].expr);
+  }
+  return out;
+}
+
+// Whether the binding `n` (or, when it sits in a branch, the bindings `reaching` of every branch
+// of that statement) runs on every way to `at`: what was bound before cannot reach it.
+bool Extraction::always_rebinds(TSNode n, TSNode at, const std::vector<TSNode>& reaching) const {
+  auto use = ts_node_start_byte(at);
+  auto holds = [](TSNode outer, std::uint32_t byte) {
+    return ts_node_start_byte(outer) <= byte && byte < ts_node_end_byte(outer);
+  };
+  // The outermost statement that may skip `n` and does not hold the use.
+  TSNode branching{};
+  for (TSNode p = ts_node_parent(n); !ts_node_is_null(p) && !holds(p, use); p = ts_node_parent(p)) {
+    if (is_type(p, "if_statement") || is_type(p, "try_statement") || is_type(p, "for_statement") ||
+        is_type(p, "while_statement") || is_type(p, "match_statement")) {
+      branching = p;
+    }
+  }
+  if (ts_node_is_null(branching)) return true;
+  // An `if` with an `else`, or a `try` whose body and handlers each bind the name.
+  bool is_if = is_type(branching, "if_statement");
+  if (!is_if && !is_type(branching, "try_statement")) return false;
+  bool has_else = !is_if;
+  for (std::uint32_t i = 0; i < ts_node_named_child_count(branching); ++i) {
+    TSNode branch = ts_node_named_child(branching, i);
+    const char* field = ts_node_field_name_for_named_child(branching, i);
+    bool body = field != nullptr &&
+                (std::strcmp(field, "consequence") == 0 || std::strcmp(field, "body") == 0);
+    if (is_type(branch, "else_clause")) {
+      has_else = true;
+      if (!is_if) continue;  // a try's `else` runs after its body, which binds already
+    } else if (!body && !is_type(branch, "elif_clause") && !is_type(branch, "except_clause")) {
+      continue;
+    }
+    bool binds = std::any_of(reaching.begin(), reaching.end(),
+                             [&](TSNode r) { return holds(branch, ts_node_start_byte(r)); });
+    if (!binds) return false;
+  }
+  return has_else;
 }
 
 // What local evidence says of the type of an expression's value.
@@ -413,7 +479,7 @@ Typed Extraction::entered_type(TSNode pattern, int depth) const {
   return {then(v.expr, "/__enter__()"), "result-type"};
 }
 
-// `a or b`, `a if c else b`: either value, so the known ones must agree (see "&").
+// `a or b`, `a if c else b`: either value (see "&").
 Typed Extraction::either_type(TSNode e, int depth) const {
   bool cond = is_type(e, "conditional_expression");
   TSNode sides[2] = {cond ? ts_node_named_child(e, 0) : ts_node_child_by_field_name(e, "left", 4),
@@ -511,8 +577,8 @@ std::string Extraction::result_type(TSNode fn) const {
   return r == returns_.end() ? "" : possible(r->second, 0).expr;
 }
 
-// The values whose type evidence gives, as possible values ("&"): the writer takes the type those
-// it can evaluate agree on (`return cls(...)` beside `return cls.load(...)`); the others, as
+// The values whose type evidence gives, as possible values ("&"): the writer takes the types of
+// those it can evaluate (`return cls(...)` beside `return cls.load(...)`: one); the others, as
 // pyright does with values it cannot type, are passed over.
 Typed Extraction::possible(const std::vector<TSNode>& values, int depth) const {
   std::vector<Typed> types;
