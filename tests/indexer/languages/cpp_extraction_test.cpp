@@ -9,6 +9,7 @@
 #include <tuple>
 
 #include "indexer/indexed_fixture.h"
+#include "orvane_tamsel/indexer/languages/c_family/parameters.h"
 #include "orvane_tamsel/indexer/languages/cpp/preparse.h"
 
 namespace {
@@ -215,6 +216,48 @@ TEST(CppExtraction, DeclarationAndDefinitionFollowEdits) {
   same_as_clean("the declaration's doc edited");
   std::filesystem::remove(repo.root() / "src/shop/cart.cpp");
   same_as_clean("the definition's file removed");
+}
+
+// An overload takes the doc of its own declaration; aliases are types with what they alias in
+// the signature; prototypes decorated as glibc decorates them are not lost.
+TEST(CppExtraction, OverloadsAliasesAndDecoratedPrototypes) {
+  indexer_test::IndexedFixture repo("cpp_decls");
+  EXPECT_EQ(
+      repo.rows("SELECT signature || ' | ' || coalesce(docstring, '-') FROM symbols "
+                "WHERE fqn IN ('geo.scale', 'geo.Shape.grow') AND kind <> 'module' ORDER BY 1"),
+      (std::vector<std::string>{"void Shape::grow(Pair<int> by) | -",
+                                "void grow(Length by); | Grows the shape.",
+                                "void scale(const char* axis, double factor) | Scales one axis.",
+                                "void scale(double f) | Scales by a fraction.",
+                                "void scale(int f) | Scales by a whole factor."}));
+  for (auto [fqn, signature] : std::vector<std::pair<std::string, std::string>>{
+           {"geo.Length", "using Length = double"},
+           {"geo.Pair", "template <class T> using Pair = std::pair<T, T>"},
+           {"geo.ShapeRef", "typedef struct Shape* ShapeRef"},
+           {"geo.OnScaled", "typedef void (*OnScaled)(int code)"}}) {
+    auto s = repo.symbol(fqn);
+    EXPECT_EQ(s.kind, "type") << fqn;
+    EXPECT_EQ(s.signature.value_or(""), signature);
+  }
+  for (const char* name : {"snprintf", "strdup", "strlen", "dgettext", "read", "fopen"}) {
+    auto s = repo.symbol(name);
+    EXPECT_EQ(s.kind, "function") << name;
+    EXPECT_TRUE(s.docstring.has_value()) << name;
+  }
+
+  // parameter names, defaults, qualifiers and `(void)` do not tell overloads apart; types do
+  using orvane_tamsel::indexer::c_family::same_parameters;
+  EXPECT_TRUE(same_parameters("void f(const ns::Point& = {});", "void A::f(const Point &p)", "f"));
+  EXPECT_TRUE(same_parameters("int f(void);", "int f()", "f"));
+  EXPECT_TRUE(same_parameters("void f(Foo, unsigned long, char[]);",
+                              "void f(Foo a, unsigned long n, char buf[])", "f"));
+  EXPECT_FALSE(same_parameters("void f(Foo*);", "void f(Bar*)", "f"));
+  EXPECT_FALSE(same_parameters("void f(const Foo&);", "void f(const Bar& b)", "f"));
+  EXPECT_FALSE(same_parameters("void f(V<Foo>);", "void f(V<Bar> v)", "f"));
+  EXPECT_FALSE(same_parameters("void f(int);", "void f(int a, int b)", "f"));
+  EXPECT_FALSE(same_parameters("bool operator==(A);", "bool operator==(B)", "operator=="));
+  EXPECT_TRUE(same_parameters("void f(int a, long b, ", "void f(long)", "f"))
+      << "a list cut short merges by name";
 }
 
 }  // namespace

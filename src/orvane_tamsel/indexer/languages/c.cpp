@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "orvane_tamsel/indexer/languages/cpp.h"
+#include "orvane_tamsel/indexer/languages/cpp/preparse.h"
 
 namespace orvane_tamsel::indexer::c {
 
@@ -106,6 +107,11 @@ ParsedFile extract(const utils::Language& language, std::string_view path, std::
   }
   Rules rules(language, path, module, content);
   return rules.run();
+}
+
+std::string_view Rules::parse_input() {
+  blanked_ = cpp::blank_macros(src_);
+  return blanked_.empty() ? src_ : std::string_view(blanked_);
 }
 
 bool Rules::is_header() const {
@@ -215,6 +221,8 @@ std::optional<tagged::Definition> Rules::define_type(const tagged::Tag& tag,
     return def;
   }
   def.kind = "type";
+  // an alias template's head and doc come before `template <...>`
+  if (is(ts_node_parent(node), "template_declaration")) def.host = ts_node_parent(node);
   TSNode type = ts_node_child_by_field_name(node, "type", 4);
   bool anonymous = ts_node_is_null(ts_node_child_by_field_name(type, "name", 4));
   if (anonymous && !ts_node_is_null(ts_node_child_by_field_name(type, "body", 4))) {

@@ -395,7 +395,6 @@ class Rules : public c::Rules {
   std::vector<NamespaceEnd> namespace_ends_;  // innermost last
   TSNode error_node_{};
   std::vector<UnreadNamespace> error_namespaces_;
-  std::string blanked_;  // the source as parsed, when preparse() blanked some of it
   // By callable: each local's type as an expression ("" when declared but unknown).
   std::unordered_map<std::size_t, std::map<std::string, TypeExpr, std::less<>>> typed_;
   struct Using {
