@@ -113,6 +113,9 @@ struct ParsedCall {
   // Fallbacks from this index on are equally near (a C++ global name and what using-directives
   // bring in beside it): when the site sees two of them, it makes no edge.
   std::size_t equally_near = static_cast<std::size_t>(-1);
+  // C and C++: how many arguments the call passes, -1 when not counted. Among candidates of
+  // one name (overloads, or two libraries' functions), those whose parameters fit win.
+  std::int64_t arguments = -1;
 };
 
 struct ParsedFile {

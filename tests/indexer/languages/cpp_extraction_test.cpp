@@ -244,6 +244,19 @@ TEST(CppExtraction, OverloadsAliasesAndDecoratedPrototypes) {
     EXPECT_EQ(s.kind, "function") << name;
     EXPECT_TRUE(s.docstring.has_value()) << name;
   }
+  EXPECT_EQ(repo.symbol("fscanf").kind, "function");
+  EXPECT_EQ(repo.rows("SELECT target_fqn FROM call_sites WHERE target_fqn LIKE '\\_\\_%' ESCAPE '\\'"),
+            std::vector<std::string>{})
+      << "attributes call nothing";
+  EXPECT_FALSE(repo.index().get_symbol_by_fqn("__REDIRECT").has_value());
+  // the arguments pick among namesakes of two headers, where one name alone links nothing; a
+  // default or `...` fits fewer or more
+  EXPECT_EQ(repo.rows("SELECT DISTINCT e.line || ' ' || c.signature FROM edges e "
+                      "JOIN symbols c ON c.id = e.callee_id JOIN symbols r ON r.id = e.caller_id "
+                      "WHERE r.fqn = 'match.check' ORDER BY e.line"),
+            (std::vector<std::string>{"7 inline void Log(const char* format, ...)",
+                                      "8 template <typename T> int Eq(T x)", "9 inline int Eq()",
+                                      "10 inline int Near(int lo, int hi = 0)"}));
 
   // parameter names, defaults, qualifiers and `(void)` do not tell overloads apart; types do
   using orvane_tamsel::indexer::c_family::same_parameters;

@@ -179,6 +179,9 @@ std::optional<tagged::Definition> Rules::define_function(const tagged::Tag& tag,
   // A prototype in a source file repeats a definition; headers and class bodies declare.
   if (!body && !member && !is_header()) return std::nullopt;
   if (!body && reads_as_construction(node)) return std::nullopt;
+  // glibc's `__REDIRECT (fscanf, (...), __isoc99_fscanf)` declares its first argument, which
+  // the plain prototype in the other branch of its conditional names too
+  if (def.name.starts_with("__REDIRECT")) return std::nullopt;
   if (std::find(GTEST_MACROS.begin(), GTEST_MACROS.end(), def.name) != GTEST_MACROS.end() && body) {
     TSNode params = ts_node_child_by_field_name(node, "parameters", 10);
     std::vector<std::string> parts;
@@ -341,6 +344,8 @@ void Rules::visit(TSNode node) {
     auto bol = src_.rfind('\n', ts_node_start_byte(node));
     auto first = src_.find_first_not_of(" \t", bol == std::string_view::npos ? 0 : bol + 1);
     if (first != std::string_view::npos && src_[first] == '#') return;
+    // `__attribute__ ((__format__ (__printf__, 3, 4)))` calls nothing
+    if (frame_of_type("attribute_specifier") != NONE) return;
     add_call(node, ts_node_child_by_field_name(node, "function", 8));
     return;
   }
@@ -355,8 +360,18 @@ void Rules::visit(TSNode node) {
   out_.imports.push_back({line(node), module, std::string(raw), ""});
 }
 
+std::int64_t Rules::argument_count(TSNode call) const {
+  TSNode args = ts_node_child_by_field_name(call, "arguments", 9);
+  if (!is(call, "call_expression") || !is(args, "argument_list")) return -1;
+  std::int64_t n = 0;
+  for (std::uint32_t i = 0; i < ts_node_named_child_count(args); ++i)
+    n += is_comment(ts_node_named_child(args, i)) ? 0 : 1;
+  return n;
+}
+
 void Rules::resolve(const tagged::PendingCall& pending, ParsedCall& call) {
   if (!is(pending.callee, "identifier")) return;  // through a pointer or a field
+  call.arguments = argument_count(pending.call);
   call.target = text(pending.callee);
   call.evidence = defined_.count(call.target) != 0 ? "same-file" : "include";
   call.scope_modules = visible_modules();

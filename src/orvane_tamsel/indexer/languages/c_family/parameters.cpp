@@ -93,23 +93,22 @@ ParameterType type_of(std::string_view p) {
   return t;
 }
 
-void same_parameters_sql(sqlite3_context* ctx, int, sqlite3_value** argv) {
-  auto text = [&](int i) {
-    auto p = sqlite3_value_text(argv[i]);
-    return p == nullptr ? std::string_view()
-                        : std::string_view(reinterpret_cast<const char*>(p),
-                                           static_cast<std::size_t>(sqlite3_value_bytes(argv[i])));
-  };
-  sqlite3_result_int(ctx, same_parameters(text(0), text(1), text(2)) ? 1 : 0);
+bool has_default(std::string_view p) {
+  int depth = 0;
+  for (char c : p) {
+    depth += (c == '(' || c == '<' || c == '[') ? 1 : (c == ')' || c == '>' || c == ']') ? -1 : 0;
+    if (c == '=' && depth == 0) return true;
+  }
+  return false;
 }
 
-}  // namespace
-
-std::optional<std::vector<ParameterType>> parameter_types(std::string_view sig,
-                                                          std::string_view name) {
+// The parameters of `name` in its signature as written, `(void)` none; nullopt when no list of
+// it can be read (an operator, a list cut short).
+std::optional<std::vector<std::string_view>> parameters(std::string_view sig,
+                                                        std::string_view name) {
   auto open = list_start(sig, name);
   if (open == std::string_view::npos) return std::nullopt;
-  std::vector<ParameterType> out;
+  std::vector<std::string_view> out;
   int depth = 0;
   auto from = open + 1;
   for (auto i = open; i < sig.size(); ++i) {
@@ -117,16 +116,53 @@ std::optional<std::vector<ParameterType>> parameter_types(std::string_view sig,
     if (c == '(' || c == '<' || c == '[' || c == '{') ++depth;
     if (c == ')' || c == '>' || c == ']' || c == '}') --depth;
     if ((c == ',' && depth == 1) || depth == 0) {
-      auto type = type_of(sig.substr(from, i - from));
-      if (!type.empty() || c == ',') out.push_back(std::move(type));
+      auto p = sig.substr(from, i - from);
+      if (p.find_first_not_of(' ') != std::string_view::npos || c == ',') out.push_back(p);
       from = i + 1;
     }
     if (depth == 0) {
-      if (out.size() == 1 && out[0] == ParameterType{"void"}) out.clear();
+      if (out.size() == 1 && type_of(out[0]) == ParameterType{"void"}) out.clear();
       return out;
     }
   }
-  return std::nullopt;  // the list does not close: cut short
+  return std::nullopt;
+}
+
+std::string_view text_arg(sqlite3_value* v) {
+  auto p = sqlite3_value_text(v);
+  return p == nullptr ? std::string_view()
+                      : std::string_view(reinterpret_cast<const char*>(p),
+                                         static_cast<std::size_t>(sqlite3_value_bytes(v)));
+}
+
+void same_parameters_sql(sqlite3_context* ctx, int, sqlite3_value** argv) {
+  sqlite3_result_int(ctx, same_parameters(text_arg(argv[0]), text_arg(argv[1]), text_arg(argv[2])));
+}
+
+void fits_sql(sqlite3_context* ctx, int, sqlite3_value** argv) {
+  sqlite3_result_int(ctx, fits(text_arg(argv[0]), text_arg(argv[1]), sqlite3_value_int64(argv[2])));
+}
+
+}  // namespace
+
+std::optional<std::vector<ParameterType>> parameter_types(std::string_view sig,
+                                                          std::string_view name) {
+  auto list = parameters(sig, name);
+  if (!list) return std::nullopt;
+  std::vector<ParameterType> out;
+  for (auto p : *list) out.push_back(type_of(p));
+  return out;
+}
+
+bool fits(std::string_view signature, std::string_view name, std::int64_t arguments) {
+  auto list = parameters(signature, name);
+  if (arguments < 0 || !list) return true;
+  std::int64_t required = 0;
+  for (auto p : *list) {
+    if (p.find("...") != std::string_view::npos) return arguments >= required;  // variadic
+    if (!has_default(p)) ++required;
+  }
+  return arguments >= required && arguments <= static_cast<std::int64_t>(list->size());
 }
 
 bool same_parameters(std::string_view a, std::string_view b, std::string_view name) {
@@ -136,9 +172,10 @@ bool same_parameters(std::string_view a, std::string_view b, std::string_view na
 }
 
 void register_parameter_functions(sqlite3* db) {
-  sqlite3_create_function(db, "c_same_parameters", 3,
-                          SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS, nullptr,
-                          same_parameters_sql, nullptr, nullptr);
+  constexpr int flags = SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS;
+  sqlite3_create_function(db, "c_same_parameters", 3, flags, nullptr, same_parameters_sql, nullptr,
+                          nullptr);
+  sqlite3_create_function(db, "c_fits", 3, flags, nullptr, fits_sql, nullptr, nullptr);
 }
 
 }  // namespace orvane_tamsel::indexer::c_family

@@ -1,6 +1,7 @@
 #pragma once
 // The parameter lists of C and C++ signatures as stored, compared to tell overloads apart.
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,7 +24,13 @@ std::optional<std::vector<ParameterType>> parameter_types(std::string_view signa
 // list cannot be read.
 bool same_parameters(std::string_view a, std::string_view b, std::string_view name);
 
-// `same_parameters(a, b, name)` as the SQL function c_same_parameters on a connection.
+// Whether a call passing `arguments` may call the function `name` of that signature: as many as
+// it has parameters, fewer when the last have defaults, more when it is variadic. True when the
+// count (-1) or the list is unknown.
+bool fits(std::string_view signature, std::string_view name, std::int64_t arguments);
+
+// `same_parameters(a, b, name)` and `fits(signature, name, arguments)` as the SQL functions
+// c_same_parameters and c_fits on a connection.
 void register_parameter_functions(sqlite3* db);
 
 }  // namespace orvane_tamsel::indexer::c_family

@@ -284,6 +284,7 @@ class Rules : public c::Rules {
     std::string scope = pending.caller == 0 ? "" : prefix_of(pending.caller);
     std::string cls = in_method || fixture ? scope : "";
     std::vector<std::string> candidates, brought;
+    call.arguments = argument_count(pending.call);
     if (is(callee, "identifier") || is(callee, "qualified_identifier") ||
         is(callee, "type_identifier") || is(callee, "template_type")) {
       auto written = text(callee);

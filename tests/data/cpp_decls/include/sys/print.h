@@ -32,6 +32,16 @@ extern FILE *fopen (const char *__restrict __filename,
 		    const char *__restrict __modes)
   __attribute_malloc__ __attr_dealloc (fclose, 1) __wur;
 
+/* Read formatted input from STREAM.  */
+#ifdef __REDIRECT
+extern int __REDIRECT (fscanf, (FILE *__restrict __stream,
+				const char *__restrict __format, ...),
+		       __isoc99_fscanf) __wur;
+#else
+extern int fscanf (FILE *__restrict __stream,
+		   const char *__restrict __format, ...) __wur;
+#endif
+
 __END_DECLS
 
 #endif
