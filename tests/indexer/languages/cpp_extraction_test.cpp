@@ -245,8 +245,9 @@ TEST(CppExtraction, OverloadsAliasesAndDecoratedPrototypes) {
     EXPECT_TRUE(s.docstring.has_value()) << name;
   }
   EXPECT_EQ(repo.symbol("fscanf").kind, "function");
-  EXPECT_EQ(repo.rows("SELECT target_fqn FROM call_sites WHERE target_fqn LIKE '\\_\\_%' ESCAPE '\\'"),
-            std::vector<std::string>{})
+  EXPECT_EQ(
+      repo.rows("SELECT target_fqn FROM call_sites WHERE target_fqn LIKE '\\_\\_%' ESCAPE '\\'"),
+      std::vector<std::string>{})
       << "attributes call nothing";
   EXPECT_FALSE(repo.index().get_symbol_by_fqn("__REDIRECT").has_value());
   // the arguments pick among namesakes of two headers, where one name alone links nothing; a
@@ -257,6 +258,21 @@ TEST(CppExtraction, OverloadsAliasesAndDecoratedPrototypes) {
             (std::vector<std::string>{"7 inline void Log(const char* format, ...)",
                                       "8 template <typename T> int Eq(T x)", "9 inline int Eq()",
                                       "10 inline int Near(int lo, int hi = 0)"}));
+  using orvane_tamsel::indexer::c_family::fits;
+  EXPECT_TRUE(fits("int Near(int lo, int hi = f(1, 2))", "Near", 1));
+  EXPECT_FALSE(fits("int Near(int lo, int hi = f(1, 2))", "Near", 3));
+  EXPECT_TRUE(fits("void Log(const char* format, ...)", "Log", 4));
+  EXPECT_FALSE(fits("void Log(const char* format, ...)", "Log", 0));
+  EXPECT_TRUE(fits("void Emit(Args&&... args)", "Emit", 0));
+  EXPECT_FALSE(fits("int f(void)", "f", 1));
+  // an edit that only changes a call's arguments links it anew
+  repo.write("src/match/check.cpp",
+             "#include \"match/matchers.h\"\n#include \"match/pair_matchers.h\"\n"
+             "namespace match {\nint check() { return Eq(); }\n}\n");
+  repo.update();
+  EXPECT_EQ(repo.rows("SELECT c.signature FROM edges e JOIN symbols c ON c.id = e.callee_id "
+                      "JOIN symbols r ON r.id = e.caller_id WHERE r.fqn = 'match.check'"),
+            std::vector<std::string>{"inline int Eq()"});
 
   // parameter names, defaults, qualifiers and `(void)` do not tell overloads apart; types do
   using orvane_tamsel::indexer::c_family::same_parameters;
