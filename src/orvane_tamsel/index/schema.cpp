@@ -81,7 +81,9 @@ CREATE TABLE call_sites(
   -- the target and the receiver only backs it (what it finds is the last fallback).
   receiver TEXT NOT NULL DEFAULT '',
   member TEXT NOT NULL DEFAULT '',
-  receiver_evidence TEXT NOT NULL DEFAULT '');
+  receiver_evidence TEXT NOT NULL DEFAULT '',
+  -- the arguments a C or C++ call passes, -1 when not counted
+  arguments INTEGER NOT NULL DEFAULT -1);
 CREATE INDEX call_sites_file ON call_sites(file_id);
 CREATE TABLE call_fallbacks(
   site_id INTEGER NOT NULL,

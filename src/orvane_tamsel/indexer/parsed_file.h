@@ -122,6 +122,9 @@ struct ParsedCall {
   // Fallbacks from this index on are what the call may reach as well (a name bound on either
   // branch of a `try` or an `if`): the site links each of them that names a symbol.
   std::size_t also = static_cast<std::size_t>(-1);
+  // C and C++: how many arguments the call passes, -1 when not counted. Among candidates of
+  // one name (overloads, or two libraries' functions), those whose parameters fit win.
+  std::int64_t arguments = -1;
 };
 
 struct ParsedFile {

@@ -9,6 +9,7 @@
 #include <tuple>
 
 #include "indexer/indexed_fixture.h"
+#include "orvane_tamsel/indexer/languages/c_family/parameters.h"
 #include "orvane_tamsel/indexer/languages/cpp/preparse.h"
 
 namespace {
@@ -215,6 +216,77 @@ TEST(CppExtraction, DeclarationAndDefinitionFollowEdits) {
   same_as_clean("the declaration's doc edited");
   std::filesystem::remove(repo.root() / "src/shop/cart.cpp");
   same_as_clean("the definition's file removed");
+}
+
+// An overload takes the doc of its own declaration; aliases are types with what they alias in
+// the signature; prototypes decorated as glibc decorates them are not lost.
+TEST(CppExtraction, OverloadsAliasesAndDecoratedPrototypes) {
+  indexer_test::IndexedFixture repo("cpp_decls");
+  EXPECT_EQ(
+      repo.rows("SELECT signature || ' | ' || coalesce(docstring, '-') FROM symbols "
+                "WHERE fqn IN ('geo.scale', 'geo.Shape.grow') AND kind <> 'module' ORDER BY 1"),
+      (std::vector<std::string>{"void Shape::grow(Pair<int> by) | -",
+                                "void grow(Length by); | Grows the shape.",
+                                "void scale(const char* axis, double factor) | Scales one axis.",
+                                "void scale(double f) | Scales by a fraction.",
+                                "void scale(int f) | Scales by a whole factor."}));
+  for (auto [fqn, signature] : std::vector<std::pair<std::string, std::string>>{
+           {"geo.Length", "using Length = double"},
+           {"geo.Pair", "template <class T> using Pair = std::pair<T, T>"},
+           {"geo.ShapeRef", "typedef struct Shape* ShapeRef"},
+           {"geo.OnScaled", "typedef void (*OnScaled)(int code)"}}) {
+    auto s = repo.symbol(fqn);
+    EXPECT_EQ(s.kind, "type") << fqn;
+    EXPECT_EQ(s.signature.value_or(""), signature);
+  }
+  for (const char* name : {"snprintf", "strdup", "strlen", "dgettext", "read", "fopen"}) {
+    auto s = repo.symbol(name);
+    EXPECT_EQ(s.kind, "function") << name;
+    EXPECT_TRUE(s.docstring.has_value()) << name;
+  }
+  EXPECT_EQ(repo.symbol("fscanf").kind, "function");
+  EXPECT_EQ(
+      repo.rows("SELECT target_fqn FROM call_sites WHERE target_fqn LIKE '\\_\\_%' ESCAPE '\\'"),
+      std::vector<std::string>{})
+      << "attributes call nothing";
+  EXPECT_FALSE(repo.index().get_symbol_by_fqn("__REDIRECT").has_value());
+  // the arguments pick among namesakes of two headers, where one name alone links nothing; a
+  // default or `...` fits fewer or more
+  EXPECT_EQ(repo.rows("SELECT DISTINCT e.line || ' ' || c.signature FROM edges e "
+                      "JOIN symbols c ON c.id = e.callee_id JOIN symbols r ON r.id = e.caller_id "
+                      "WHERE r.fqn = 'match.check' ORDER BY e.line"),
+            (std::vector<std::string>{"7 inline void Log(const char* format, ...)",
+                                      "8 template <typename T> int Eq(T x)", "9 inline int Eq()",
+                                      "10 inline int Near(int lo, int hi = 0)"}));
+  using orvane_tamsel::indexer::c_family::fits;
+  EXPECT_TRUE(fits("int Near(int lo, int hi = f(1, 2))", "Near", 1));
+  EXPECT_FALSE(fits("int Near(int lo, int hi = f(1, 2))", "Near", 3));
+  EXPECT_TRUE(fits("void Log(const char* format, ...)", "Log", 4));
+  EXPECT_FALSE(fits("void Log(const char* format, ...)", "Log", 0));
+  EXPECT_TRUE(fits("void Emit(Args&&... args)", "Emit", 0));
+  EXPECT_FALSE(fits("int f(void)", "f", 1));
+  // an edit that only changes a call's arguments links it anew
+  repo.write("src/match/check.cpp",
+             "#include \"match/matchers.h\"\n#include \"match/pair_matchers.h\"\n"
+             "namespace match {\nint check() { return Eq(); }\n}\n");
+  repo.update();
+  EXPECT_EQ(repo.rows("SELECT c.signature FROM edges e JOIN symbols c ON c.id = e.callee_id "
+                      "JOIN symbols r ON r.id = e.caller_id WHERE r.fqn = 'match.check'"),
+            std::vector<std::string>{"inline int Eq()"});
+
+  // parameter names, defaults, qualifiers and `(void)` do not tell overloads apart; types do
+  using orvane_tamsel::indexer::c_family::same_parameters;
+  EXPECT_TRUE(same_parameters("void f(const ns::Point& = {});", "void A::f(const Point &p)", "f"));
+  EXPECT_TRUE(same_parameters("int f(void);", "int f()", "f"));
+  EXPECT_TRUE(same_parameters("void f(Foo, unsigned long, char[]);",
+                              "void f(Foo a, unsigned long n, char buf[])", "f"));
+  EXPECT_FALSE(same_parameters("void f(Foo*);", "void f(Bar*)", "f"));
+  EXPECT_FALSE(same_parameters("void f(const Foo&);", "void f(const Bar& b)", "f"));
+  EXPECT_FALSE(same_parameters("void f(V<Foo>);", "void f(V<Bar> v)", "f"));
+  EXPECT_FALSE(same_parameters("void f(int);", "void f(int a, int b)", "f"));
+  EXPECT_FALSE(same_parameters("bool operator==(A);", "bool operator==(B)", "operator=="));
+  EXPECT_TRUE(same_parameters("void f(int a, long b, ", "void f(long)", "f"))
+      << "a list cut short merges by name";
 }
 
 }  // namespace

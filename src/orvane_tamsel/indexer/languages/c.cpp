@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "orvane_tamsel/indexer/languages/cpp.h"
+#include "orvane_tamsel/indexer/languages/cpp/preparse.h"
 
 namespace orvane_tamsel::indexer::c {
 
@@ -108,6 +109,11 @@ ParsedFile extract(const utils::Language& language, std::string_view path, std::
   return rules.run();
 }
 
+std::string_view Rules::parse_input() {
+  blanked_ = cpp::blank_macros(src_);
+  return blanked_.empty() ? src_ : std::string_view(blanked_);
+}
+
 bool Rules::is_header() const {
   for (std::string_view ext : {".h", ".hh", ".hpp", ".hxx", ".h++", ".inl"}) {
     if (path_.ends_with(ext)) return true;
@@ -173,6 +179,9 @@ std::optional<tagged::Definition> Rules::define_function(const tagged::Tag& tag,
   // A prototype in a source file repeats a definition; headers and class bodies declare.
   if (!body && !member && !is_header()) return std::nullopt;
   if (!body && reads_as_construction(node)) return std::nullopt;
+  // glibc's `__REDIRECT (fscanf, (...), __isoc99_fscanf)` declares its first argument, which
+  // the plain prototype in the other branch of its conditional names too
+  if (def.name.starts_with("__REDIRECT")) return std::nullopt;
   if (std::find(GTEST_MACROS.begin(), GTEST_MACROS.end(), def.name) != GTEST_MACROS.end() && body) {
     TSNode params = ts_node_child_by_field_name(node, "parameters", 10);
     std::vector<std::string> parts;
@@ -215,6 +224,8 @@ std::optional<tagged::Definition> Rules::define_type(const tagged::Tag& tag,
     return def;
   }
   def.kind = "type";
+  // an alias template's head and doc come before `template <...>`
+  if (is(ts_node_parent(node), "template_declaration")) def.host = ts_node_parent(node);
   TSNode type = ts_node_child_by_field_name(node, "type", 4);
   bool anonymous = ts_node_is_null(ts_node_child_by_field_name(type, "name", 4));
   if (anonymous && !ts_node_is_null(ts_node_child_by_field_name(type, "body", 4))) {
@@ -333,6 +344,8 @@ void Rules::visit(TSNode node) {
     auto bol = src_.rfind('\n', ts_node_start_byte(node));
     auto first = src_.find_first_not_of(" \t", bol == std::string_view::npos ? 0 : bol + 1);
     if (first != std::string_view::npos && src_[first] == '#') return;
+    // `__attribute__ ((__format__ (__printf__, 3, 4)))` calls nothing
+    if (frame_of_type("attribute_specifier") != NONE) return;
     add_call(node, ts_node_child_by_field_name(node, "function", 8));
     return;
   }
@@ -347,8 +360,18 @@ void Rules::visit(TSNode node) {
   out_.imports.push_back({line(node), module, std::string(raw), ""});
 }
 
+std::int64_t Rules::argument_count(TSNode call) const {
+  TSNode args = ts_node_child_by_field_name(call, "arguments", 9);
+  if (!is(call, "call_expression") || !is(args, "argument_list")) return -1;
+  std::int64_t n = 0;
+  for (std::uint32_t i = 0; i < ts_node_named_child_count(args); ++i)
+    n += is_comment(ts_node_named_child(args, i)) ? 0 : 1;
+  return n;
+}
+
 void Rules::resolve(const tagged::PendingCall& pending, ParsedCall& call) {
   if (!is(pending.callee, "identifier")) return;  // through a pointer or a field
+  call.arguments = argument_count(pending.call);
   call.target = text(pending.callee);
   call.evidence = defined_.count(call.target) != 0 ? "same-file" : "include";
   call.scope_modules = visible_modules();

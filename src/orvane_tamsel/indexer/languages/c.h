@@ -27,6 +27,7 @@ class Rules : public tagged::Extraction {
 
  protected:
   std::optional<tagged::Definition> define(const tagged::Tag& tag) override;
+  std::string_view parse_input() override;
   void visit(TSNode node) override;
   void resolve(const tagged::PendingCall& pending, ParsedCall& call) override;
   std::string signature_of(TSNode host) const override;
@@ -49,6 +50,10 @@ class Rules : public tagged::Extraction {
   bool reads_as_construction(TSNode declarator) const;
   // The file's own module: the index adds the modules of the files it includes.
   std::vector<std::string> visible_modules() const;
+  // The arguments a call expression passes; -1 for other sites (a construction).
+  std::int64_t argument_count(TSNode call) const;
+
+  std::string blanked_;  // the source as parsed, when decorating macros were blanked
 };
 
 }  // namespace orvane_tamsel::indexer::c

@@ -12,8 +12,10 @@ namespace orvane_tamsel::indexer::writer {
 std::string site_key(std::optional<std::int64_t> caller, const std::string& evidence,
                      const std::string& target, const std::string& fallbacks,
                      const std::string& scopes, const std::string& receiver,
-                     const std::string& member, const std::string& receiver_evidence) {
+                     const std::string& member, const std::string& receiver_evidence,
+                     std::int64_t arguments) {
   std::string key = caller ? std::to_string(*caller) : std::string("-");
+  if (arguments >= 0) key.append("(").append(std::to_string(arguments));
   if (!receiver.empty()) {
     for (const auto* part : {&receiver, &member, &receiver_evidence}) {
       key.push_back('\x1e');
@@ -62,7 +64,7 @@ void BatchWriter::write_sites(FileWrite& w) {
         scopes.append(m);
       }
       auto it = w.kept_sites.find(site_key(caller, call.evidence, call.target, fallbacks, scopes,
-                                           receiver, member, receiver_evidence));
+                                           receiver, member, receiver_evidence, call.arguments));
       if (it != w.kept_sites.end() && !it->second.empty()) {
         auto old = it->second.front();
         it->second.pop_front();
@@ -82,6 +84,7 @@ void BatchWriter::write_sites(FileWrite& w) {
         .bind(6, receiver)
         .bind(7, member)
         .bind(8, receiver_evidence)
+        .bind(9, call.arguments)
         .run();
     auto site = db.last_insert_id();
     if (!bulk) mark_relink.bind(1, site).run();

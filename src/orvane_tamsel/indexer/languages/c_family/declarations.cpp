@@ -9,13 +9,14 @@ namespace orvane_tamsel::indexer::c_family {
 namespace {
 
 // A C or C++ function declared without a body (its signature keeps the ";") and defined under
-// the same fqn is one entity: the definition stays, with the declaration's doc comment when it
-// has none, so that a method declared in its class and defined out of line is listed once. The
-// declaration is kept aside in `declarations`, so that an update gives the index a clean build
-// would: UNMERGE takes back what changed or gone files gave or received, and the declarations
-// whose definition was extracted again or removed return (`restored`) to be merged anew. The
-// MERGE_CANDIDATES_* statements fill `merged` (all of the index, or what the update touches);
-// `merged` drives the joins, as the planner would otherwise walk every C file's symbols.
+// the same fqn with the same parameter types (an overload is another function) is one entity: the
+// definition stays, with the declaration's doc comment when it has none, so that a method declared
+// in its class and defined out of line is listed once. The declaration is kept aside in
+// `declarations`, so that an update gives the index a clean build would: UNMERGE takes back what
+// changed or gone files gave or received, and the declarations whose definition was extracted again
+// or removed return (`restored`) to be merged anew. The MERGE_CANDIDATES_* statements fill `merged`
+// (all of the index, or what the update touches); `merged` drives the joins, as the planner would
+// otherwise walk every C file's symbols.
 constexpr const char* UNMERGE = R"sql(
 INSERT OR IGNORE INTO stale_docs
   SELECT d.def_id FROM changed_files c CROSS JOIN declarations d ON d.file_id = c.id
@@ -56,12 +57,14 @@ INSERT OR IGNORE INTO merged
   SELECT d.id, f.id FROM restored r CROSS JOIN symbols d ON d.id = r.id
   JOIN symbols f ON f.fqn = d.fqn AND f.kind = d.kind
   WHERE f.signature NOT GLOB '*;'
+    AND c_same_parameters(d.signature, f.signature, d.name)
   ORDER BY d.id, f.id;
 )sql";
 constexpr const char* MERGE_CANDIDATES_ALL = R"sql(
 INSERT OR IGNORE INTO merged
   SELECT d.id, f.id FROM symbols d JOIN symbols f ON f.fqn = d.fqn AND f.kind = d.kind
   WHERE d.signature GLOB '*;' AND f.signature NOT GLOB '*;'
+    AND c_same_parameters(d.signature, f.signature, d.name)
     AND d.kind IN ('function', 'method', 'constructor')
   ORDER BY d.id, f.id;
 )sql";
@@ -70,12 +73,14 @@ INSERT OR IGNORE INTO merged
   SELECT d.id, f.id FROM changed_files c CROSS JOIN symbols d ON d.file_id = c.id
   JOIN symbols f ON f.fqn = d.fqn AND f.kind = d.kind
   WHERE d.signature GLOB '*;' AND f.signature NOT GLOB '*;'
+    AND c_same_parameters(d.signature, f.signature, d.name)
     AND d.kind IN ('function', 'method', 'constructor')
   ORDER BY d.id, f.id;
 INSERT OR IGNORE INTO merged
   SELECT d.id, f.id FROM changed_files c CROSS JOIN symbols f ON f.file_id = c.id
   JOIN symbols d ON d.fqn = f.fqn AND d.kind = f.kind
   WHERE d.signature GLOB '*;' AND f.signature NOT GLOB '*;'
+    AND c_same_parameters(d.signature, f.signature, d.name)
     AND d.kind IN ('function', 'method', 'constructor')
   ORDER BY d.id, f.id;
 )sql";

@@ -12,6 +12,8 @@ namespace orvane_tamsel::indexer::c_family {
 namespace {
 
 #define TAMSEL_BODY_FIRST "s.start_line - s.end_line"
+// An overload or namesake whose parameters fit the arguments first.
+#define TAMSEL_FITS "c_fits(s.signature, s.name, o.arguments) DESC"
 // A C or C++ site (one whose file has `reach` rows) sees the files its file includes, directly
 // or through other headers (`reach_files`), and their modules (`reach`): a function declared in
 // a header is defined in a source file of the same module. Its own file first, then what the
@@ -23,17 +25,23 @@ namespace {
 #define TAMSEL_REACHED                                                                        \
   "EXISTS (SELECT 1 FROM files f JOIN reach r ON r.module = f.module WHERE f.id = s.file_id " \
   "AND r.origin = call_sites.file_id)"
-#define TAMSEL_C_CANDIDATES(where)                                                             \
-  "(SELECT s.id FROM symbols s WHERE s.fqn = call_sites.target_fqn AND s.kind <> 'module' "    \
-  "AND " where " ORDER BY " TAMSEL_BODY_FIRST                                                  \
-  ", s.id LIMIT 1), "                                                                          \
-  "(SELECT s.id FROM call_fallbacks b JOIN symbols s ON s.fqn = b.fqn AND s.kind <> 'module' " \
-  "WHERE b.site_id = call_sites.id AND " where " ORDER BY b.rank, " TAMSEL_BODY_FIRST          \
+// (`o` is the site again: an ORDER BY may not name the outer row.)
+#define TAMSEL_C_CANDIDATES(where)                                                                \
+  "(SELECT s.id FROM call_sites o JOIN symbols s ON s.fqn = call_sites.target_fqn "               \
+  "AND s.kind <> 'module' WHERE o.id = call_sites.id AND " where " ORDER BY " TAMSEL_FITS         \
+  ", " TAMSEL_BODY_FIRST                                                                          \
+  ", s.id LIMIT 1), "                                                                             \
+  "(SELECT s.id FROM call_sites o JOIN call_fallbacks b ON b.site_id = o.id "                     \
+  "JOIN symbols s ON s.fqn = b.fqn AND s.kind <> 'module' "                                       \
+  "WHERE o.id = call_sites.id AND " where " ORDER BY b.rank, " TAMSEL_FITS ", " TAMSEL_BODY_FIRST \
   ", s.id LIMIT 1)"
 #define TAMSEL_CALLEE_FQN "(SELECT fqn FROM symbols WHERE id = call_sites.callee_id)"
 // Fallback ranks from here on mark names equally near (EQUALLY_NEAR_RANK).
 #define TAMSEL_EQUALLY_NEAR "1000000"
 #define TAMSEL_CALLEE_FILE "(SELECT file_id FROM symbols WHERE id = call_sites.callee_id)"
+#define TAMSEL_FITTING                                                                    \
+  "c_fits(s.signature, s.name, call_sites.arguments) >= (SELECT c_fits(signature, name, " \
+  "call_sites.arguments) FROM symbols WHERE id = call_sites.callee_id)"
 constexpr const char* LINK_CALLS = R"sql(
 UPDATE call_sites SET callee_id = coalesce(
     )sql" TAMSEL_C_CANDIDATES("s.file_id = call_sites.file_id") R"sql(,
@@ -47,7 +55,8 @@ UPDATE call_sites SET callee_id = coalesce(
 constexpr const char* ONE_DEFINITION = R"sql(
 -- One definition or no edge: a C or C++ call whose name has bodies in two files of the tier it
 -- was found in (included files, or their modules' files) is ambiguous. Declarations of one
--- function do not count twice.
+-- function do not count twice, nor do bodies whose parameters do not fit the arguments when
+-- the callee's do.
 UPDATE call_sites SET callee_id = NULL
   WHERE id IN (SELECT site_id FROM relink) AND callee_id IS NOT NULL AND )sql" TAMSEL_C_SITE R"sql(
     AND )sql" TAMSEL_CALLEE_FILE R"sql( <> call_sites.file_id
@@ -55,10 +64,12 @@ UPDATE call_sites SET callee_id = NULL
                             AND r.file_id = )sql" TAMSEL_CALLEE_FILE R"sql()
       THEN (SELECT count(DISTINCT s.file_id) FROM symbols s
         WHERE s.fqn = )sql" TAMSEL_CALLEE_FQN R"sql( AND s.kind <> 'module'
-          AND s.signature NOT GLOB '*;' AND )sql" TAMSEL_INCLUDED R"sql()
+          AND s.signature NOT GLOB '*;' AND )sql" TAMSEL_FITTING R"sql( AND )sql" TAMSEL_INCLUDED
+                                       R"sql()
       ELSE (SELECT count(DISTINCT s.file_id) FROM symbols s
         WHERE s.fqn = )sql" TAMSEL_CALLEE_FQN R"sql( AND s.kind <> 'module'
-          AND s.signature NOT GLOB '*;' AND )sql" TAMSEL_REACHED R"sql() END > 1;
+          AND s.signature NOT GLOB '*;' AND )sql" TAMSEL_FITTING R"sql( AND )sql" TAMSEL_REACHED
+                                       R"sql() END > 1;
 )sql";
 // Only C++ marks fallbacks equally near.
 constexpr const char* EQUALLY_NEAR = R"sql(

@@ -1,5 +1,7 @@
 #include "orvane_tamsel/indexer/languages/c_family/linking.h"
 
+#include "orvane_tamsel/indexer/languages/c_family/parameters.h"
+
 namespace orvane_tamsel::indexer::c_family {
 
 namespace {
@@ -29,6 +31,7 @@ constexpr const char* CLEAR_TABLES =
 }  // namespace
 
 Linking::Linking(index::Database& db) {
+  register_parameter_functions(db.handle());
   db.exec(TABLES);
   old_declarations_ = db.prepare(
       "SELECT id, symbol_id, fqn, name, kind, start_line, end_line, signature, docstring, "

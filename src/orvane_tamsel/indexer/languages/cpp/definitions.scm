@@ -11,3 +11,7 @@
 ; template does.
 (class_specifier name: (template_type name: (type_identifier) @name) body: (_)) @definition.class
 (struct_specifier name: (template_type name: (type_identifier) @name) body: (_)) @definition.class
+; Type aliases, and typedefs of pointers and functions (the grammar's tags name only plain ones).
+(alias_declaration name: (type_identifier) @name) @definition.type
+(type_definition declarator: (pointer_declarator declarator: (type_identifier) @name)) @definition.type
+(type_definition declarator: (function_declarator declarator: (parenthesized_declarator (pointer_declarator declarator: (type_identifier) @name)))) @definition.type

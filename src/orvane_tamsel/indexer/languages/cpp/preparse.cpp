@@ -41,6 +41,29 @@ constexpr std::array<std::string_view, 5> LIBSTDCXX_CALLED = {
 // Export and visibility macros before a class's or a function's name (`class GTEST_API_ Foo`).
 constexpr std::array<std::string_view, 5> EXPORT_SUFFIXES = {"_API", "_API_", "_EXPORT", "_EXPORTS",
                                                              "_EXPORT_"};
+// glibc's attributes spelled as macros, mostly after a prototype's parameters
+// (`__THROW __nonnull ((1)) __wur;`), and its `extern "C"` brackets: read as names they turn
+// the prototype into an error the grammar drops. `__attribute__` itself the grammar knows.
+constexpr std::array<std::string_view, 11> GLIBC_PLAIN = {"__wur",
+                                                          "__nonnull",
+                                                          "__returns_nonnull",
+                                                          "__COLD",
+                                                          "__LEAF",
+                                                          "__BEGIN_DECLS",
+                                                          "__END_DECLS",
+                                                          "__extern_inline",
+                                                          "__fortify_function",
+                                                          "__extern_always_inline",
+                                                          "__fortified_attr_access"};
+
+bool glibc_decoration(std::string_view w) {
+  if (w.starts_with("__THROW") || w.starts_with("__attr_")) return true;
+  if (w.starts_with("__attribute_") && w != "__attribute__") return true;
+  for (std::string_view m : GLIBC_PLAIN) {
+    if (w == m) return true;
+  }
+  return false;
+}
 
 class Blanker {
  public:
@@ -111,9 +134,11 @@ class Blanker {
     auto start = i_;
     while (i_ < src_.size() && ident_char(src_[i_])) ++i_;
     std::string_view w = src_.substr(start, i_ - start);
-    if ((w[0] >= '0' && w[0] <= '9') || !macro_like(w)) return;
+    if (w[0] >= '0' && w[0] <= '9') return;
     auto after = src_.find_first_not_of(" \t\r\n", i_);
     char follow = after == std::string_view::npos ? '\0' : src_[after];
+    if (glibc_decoration(w)) return follow == '(' ? blank_call(start, after) : blank(start, i_);
+    if (!macro_like(w)) return;
     if (w.starts_with("_GLIBCXX")) {
       if (follow == '(' && ends_with_any(w, LIBSTDCXX_CALLED)) return blank_call(start, after);
       if (w.find("_NAMESPACE") != std::string_view::npos || ends_with_any(w, LIBSTDCXX_PLAIN))
@@ -277,6 +302,10 @@ class Conditionals {
 };
 
 }  // namespace
+
+std::string blank_macros(std::string_view source) {
+  return Blanker(source).run();
+}
 
 std::string preparse(std::string_view source) {
   auto out = Blanker(source).run();

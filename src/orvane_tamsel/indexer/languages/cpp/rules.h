@@ -284,6 +284,7 @@ class Rules : public c::Rules {
     std::string scope = pending.caller == 0 ? "" : prefix_of(pending.caller);
     std::string cls = in_method || fixture ? scope : "";
     std::vector<std::string> candidates, brought;
+    call.arguments = argument_count(pending.call);
     if (is(callee, "identifier") || is(callee, "qualified_identifier") ||
         is(callee, "type_identifier") || is(callee, "template_type")) {
       auto written = text(callee);
@@ -395,7 +396,6 @@ class Rules : public c::Rules {
   std::vector<NamespaceEnd> namespace_ends_;  // innermost last
   TSNode error_node_{};
   std::vector<UnreadNamespace> error_namespaces_;
-  std::string blanked_;  // the source as parsed, when preparse() blanked some of it
   // By callable: each local's type as an expression ("" when declared but unknown).
   std::unordered_map<std::size_t, std::map<std::string, TypeExpr, std::less<>>> typed_;
   struct Using {

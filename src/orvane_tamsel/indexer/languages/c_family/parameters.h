@@ -1,0 +1,36 @@
+#pragma once
+// The parameter lists of C and C++ signatures as stored, compared to tell overloads apart.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct sqlite3;
+
+namespace orvane_tamsel::indexer::c_family {
+
+// One parameter's type as tokens: its name, default value, `struct`/`class` elaborations and
+// namespace qualifiers left out, so that `const ns::Point& p = {}` reads as `const Point &`.
+using ParameterType = std::vector<std::string>;
+
+// The parameter types of the function `name` in its signature (`(void)` is none); nullopt when
+// no `name(...)` can be found in it (an operator, a macro-made header).
+std::optional<std::vector<ParameterType>> parameter_types(std::string_view signature,
+                                                          std::string_view name);
+
+// Whether two signatures of `name` may be one function: their parameter types agree, or either
+// list cannot be read.
+bool same_parameters(std::string_view a, std::string_view b, std::string_view name);
+
+// Whether a call passing `arguments` may call the function `name` of that signature: as many as
+// it has parameters, fewer when the last have defaults, more when it is variadic. True when the
+// count (-1) or the list is unknown.
+bool fits(std::string_view signature, std::string_view name, std::int64_t arguments);
+
+// `same_parameters(a, b, name)` and `fits(signature, name, arguments)` as the SQL functions
+// c_same_parameters and c_fits on a connection.
+void register_parameter_functions(sqlite3* db);
+
+}  // namespace orvane_tamsel::indexer::c_family
