@@ -81,7 +81,10 @@ CREATE TABLE call_sites(
   -- the target and the receiver only backs it (what it finds is the last fallback).
   receiver TEXT NOT NULL DEFAULT '',
   member TEXT NOT NULL DEFAULT '',
-  receiver_evidence TEXT NOT NULL DEFAULT '');
+  receiver_evidence TEXT NOT NULL DEFAULT '',
+  -- C++: the template arguments written on the callee's class (`int&` of
+  -- `DefaultValue<int&>::Exists()`), which pick among its specializations.
+  template_args TEXT NOT NULL DEFAULT '');
 CREATE INDEX call_sites_file ON call_sites(file_id);
 CREATE TABLE call_fallbacks(
   site_id INTEGER NOT NULL,

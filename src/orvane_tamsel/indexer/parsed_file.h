@@ -94,7 +94,7 @@ struct ParsedCall {
   std::vector<std::string> fallbacks;      // e.g. the same method on the bases, in lookup order
   std::string evidence;                    // same-scope, same-file, import, self, cls, super,
                                            // constructor, module-attribute, decorator, include,
-                                           // same-package, receiver, this
+                                           // same-package, receiver, this, unique-name
   std::vector<std::string> scope_modules;  // the own file's module, Go packages; for C and C++
                                            // the writer adds what the file's #includes reach
   // A call `<receiver>.member(...)` whose target local evidence cannot name: the receiver's type
@@ -113,6 +113,9 @@ struct ParsedCall {
   // Fallbacks from this index on are equally near (a C++ global name and what using-directives
   // bring in beside it): when the site sees two of them, it makes no edge.
   std::size_t equally_near = static_cast<std::size_t>(-1);
+  // C++: the template arguments written on the class that holds the target (`int&` of
+  // `DefaultValue<int&>::Exists()`): the index links the specialization they fit.
+  std::string template_args;
 };
 
 struct ParsedFile {

@@ -32,7 +32,8 @@ using Binding = std::tuple<std::string, std::string, std::string, std::string>;
 std::string site_key(std::optional<std::int64_t> caller, const std::string& evidence,
                      const std::string& target, const std::string& fallbacks,
                      const std::string& scopes, const std::string& receiver = {},
-                     const std::string& member = {}, const std::string& receiver_evidence = {});
+                     const std::string& member = {}, const std::string& receiver_evidence = {},
+                     const std::string& template_args = {});
 
 struct OldSite {
   std::int64_t id, line;

@@ -12,7 +12,8 @@ namespace orvane_tamsel::indexer::writer {
 std::string site_key(std::optional<std::int64_t> caller, const std::string& evidence,
                      const std::string& target, const std::string& fallbacks,
                      const std::string& scopes, const std::string& receiver,
-                     const std::string& member, const std::string& receiver_evidence) {
+                     const std::string& member, const std::string& receiver_evidence,
+                     const std::string& template_args) {
   std::string key = caller ? std::to_string(*caller) : std::string("-");
   if (!receiver.empty()) {
     for (const auto* part : {&receiver, &member, &receiver_evidence}) {
@@ -21,7 +22,7 @@ std::string site_key(std::optional<std::int64_t> caller, const std::string& evid
     }
     if (receiver_evidence != types::BACKS_TARGET) return key;
   }
-  for (const auto* part : {&evidence, &target, &fallbacks, &scopes}) {
+  for (const auto* part : {&evidence, &target, &fallbacks, &scopes, &template_args}) {
     key.push_back('\x1f');
     key.append(*part);
   }
@@ -51,8 +52,9 @@ void BatchWriter::write_sites(FileWrite& w) {
         if (!scopes.empty()) scopes.push_back(' ');
         scopes.append(m);
       }
-      auto it = w.kept_sites.find(site_key(caller, call.evidence, call.target, fallbacks, scopes,
-                                           receiver, member, receiver_evidence));
+      auto it =
+          w.kept_sites.find(site_key(caller, call.evidence, call.target, fallbacks, scopes,
+                                     receiver, member, receiver_evidence, call.template_args));
       if (it != w.kept_sites.end() && !it->second.empty()) {
         auto old = it->second.front();
         it->second.pop_front();
@@ -72,6 +74,7 @@ void BatchWriter::write_sites(FileWrite& w) {
         .bind(6, receiver)
         .bind(7, member)
         .bind(8, receiver_evidence)
+        .bind(9, call.template_args)
         .run();
     auto site = db.last_insert_id();
     if (!bulk) mark_relink.bind(1, site).run();

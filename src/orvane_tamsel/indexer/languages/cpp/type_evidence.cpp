@@ -139,7 +139,7 @@ TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
 
 // A local declared twice with two types (variables of one name in two blocks) is unknown.
 void Rules::declare(std::size_t fn, TSNode d, const TypeExpr& type) {
-  d = declared_name(d, false);
+  d = local_name(d, false);
   if (ts_node_is_null(d)) return;
   auto [it, fresh] = typed_[fn].try_emplace(std::string(text(d)), type);
   if (!fresh && it->second != type) it->second.clear();
