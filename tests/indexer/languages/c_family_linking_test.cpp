@@ -52,8 +52,9 @@ TEST(CFamilyLinking, SpecializationTheArgumentsFit) {
 }
 
 // A member called without `this->` from an out-of-line method, or a derived class's own,
-// is looked up on the class's bases; a local constructed as `T x(a, b);` has type T; a
-// `::template` member call names the member.
+// is looked up on the class's bases; a local constructed as `T x(a, b);` has type T, a loop
+// variable or subscript the element type of a sequence or pointer to pointers; a `::template`
+// member call names the member.
 TEST(CFamilyLinking, NamesInPlainSight) {
   indexer_test::IndexedFixture repo("cpp_lookup");
   EXPECT_EQ(repo.callees("dt.ForkingDeathTest.Wait"),
@@ -63,6 +64,8 @@ TEST(CFamilyLinking, NamesInPlainSight) {
   EXPECT_EQ(repo.callees("mm.Count"),
             (std::set<std::string>{"mm.MatchMatrix.MatchMatrix", "mm.MatchMatrix.NextGraph"}));
   EXPECT_EQ(repo.callees("mm.Apply"), std::set<std::string>{"mm.CallableTraits.Invoke"});
+  EXPECT_EQ(repo.callees("mm.Sum"),
+            (std::set<std::string>{"mm.MatchMatrix.Width", "mm.MatchMatrix.Height"}));
 }
 
 // A C function the includes do not reach links by its name when the repository's C files

@@ -6,6 +6,8 @@ class MatchMatrix {
  public:
   MatchMatrix(int lhs, int rhs) : lhs_(lhs), rhs_(rhs) {}
   bool NextGraph() { return lhs_ < rhs_; }
+  int Width() const { return lhs_; }
+  int Height() const { return rhs_; }
 
  private:
   int lhs_, rhs_;

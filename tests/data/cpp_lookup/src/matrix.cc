@@ -1,3 +1,5 @@
+#include <vector>
+
 #include "matrix.h"
 
 namespace mm {
@@ -7,6 +9,13 @@ int Count(int n) {
   int k = 0;
   while (graph.NextGraph()) ++k;
   return k;
+}
+
+// Elements of a sequence and of a pointer to pointers.
+int Sum(const std::vector<MatchMatrix*>& all, const MatchMatrix** some) {
+  int k = 0;
+  for (auto* m : all) k += m->Width();
+  return k + some[0]->Height() + static_cast<int>(all.size());
 }
 
 }  // namespace mm
