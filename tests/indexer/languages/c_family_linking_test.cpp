@@ -68,9 +68,10 @@ TEST(CFamilyLinking, NamesInPlainSight) {
             (std::set<std::string>{"mm.MatchMatrix.Width", "mm.MatchMatrix.Height"}));
 }
 
-// A C function the includes do not reach links by its name when the repository's C files
-// define it once outside a static; a file-local or twice-defined name stays unlinked, also
-// after an edit adds a second definition.
+// A C function declared in an included header links to its one body in a source file outside
+// a static, wherever it is; a file-local or twice-defined name stays unlinked, also after an edit
+// adds a second definition, and a site linked so takes the include's evidence once an include
+// reaches the body.
 TEST(CFamilyLinking, CFunctionByUniqueName) {
   indexer_test::IndexedFixture repo("c_unique");
   EXPECT_EQ(linked_lines(repo, "lang_delete"), std::set<std::string>{"query_run 3 unique-name"});
@@ -84,6 +85,10 @@ TEST(CFamilyLinking, CFunctionByUniqueName) {
   repo.write("src/tree.c", "static void lang_delete(void) {}\n");
   repo.update();
   EXPECT_EQ(linked_lines(repo, "lang_delete"), std::set<std::string>{"query_run 3 unique-name"});
+  repo.write("include/language.h", "void lang_delete(void);\n");
+  repo.write("include/api.h", "#include \"language.h\"\nint node_start(int n);\n");
+  repo.update();
+  EXPECT_EQ(linked_lines(repo, "lang_delete"), std::set<std::string>{"query_run 3 include"});
 }
 
 }  // namespace

@@ -60,11 +60,12 @@ UPDATE call_sites SET callee_id = NULL
         WHERE s.fqn = )sql" TAMSEL_CALLEE_FQN R"sql( AND s.kind <> 'module'
           AND s.signature NOT GLOB '*;' AND )sql" TAMSEL_REACHED R"sql() END > 1;
 )sql";
-// C has one namespace for functions: a name the includes do not reach, with exactly one body
-// in the repository's C source files outside a file-local (static) definition, is that function
-// (`ts_node_start_point`, declared in the public api.h, defined in node.c); a header's body is
-// seen only where it is included. Evidence says so. A site linked so is relinked as the parser
-// saw it.
+// C has one namespace for functions: a name declared in a file the site includes, with exactly
+// one body in the repository's C source files outside a file-local (static) definition, is that
+// function, wherever it is (`ts_node_start_point`, declared in the public api.h, defined in
+// node.c). A header's body is seen only where it is included, and a name the includes do not
+// declare (realloc from <stdlib.h>) is no repository function. Evidence says so. A site linked
+// so is relinked as the parser saw it.
 #define TAMSEL_C_FILE \
   "EXISTS (SELECT 1 FROM files g WHERE g.id = call_sites.file_id AND g.language = 'c')"
 #define TAMSEL_UNIQUE_BODY(what)                                                      \
@@ -82,6 +83,8 @@ UPDATE call_sites SET callee_id = )sql" TAMSEL_UNIQUE_BODY("min(s.id)") R"sql(,
     evidence = 'unique-name'
   WHERE id IN (SELECT site_id FROM relink) AND callee_id IS NULL AND target_fqn <> ''
     AND )sql" TAMSEL_C_FILE R"sql( AND )sql" TAMSEL_C_SITE R"sql(
+    AND EXISTS (SELECT 1 FROM reach_files r CROSS JOIN declarations d ON d.file_id = r.file_id
+      WHERE r.origin = call_sites.file_id AND d.fqn = call_sites.target_fqn)
     AND )sql" TAMSEL_UNIQUE_BODY("count(*)") R"sql( = 1;
 )sql";
 // Only C++ marks fallbacks equally near.
