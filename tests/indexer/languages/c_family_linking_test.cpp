@@ -51,16 +51,17 @@ TEST(CFamilyLinking, SpecializationTheArgumentsFit) {
   EXPECT_EQ(signatures[4], "template <class Element, int N> class DefaultValue<Element[N]>");
 }
 
-// A member called without `this->` from an out-of-line method, or a derived class's own,
-// is looked up on the class's bases; a local constructed as `T x(a, b);` has type T, a loop
-// variable or subscript the element type of a sequence or pointer to pointers; a `::template`
-// member call names the member.
+// A member called without `this->` from an out-of-line method, or a derived class's own, is
+// looked up on the class's bases, and a member of a typedef'd type on that type; a local built
+// as `T x(a, b);` has type T, a loop variable or subscript the element type of a sequence or of
+// a pointer to pointers; a `::template` member call names the member.
 TEST(CFamilyLinking, NamesInPlainSight) {
   indexer_test::IndexedFixture repo("cpp_lookup");
   EXPECT_EQ(repo.callees("dt.ForkingDeathTest.Wait"),
             (std::set<std::string>{"dt.DeathTestImpl.set_status", "dt.DeathTestImpl.status"}));
   EXPECT_EQ(repo.callees("dt.ForkingDeathTest.Done"),
             std::set<std::string>{"dt.DeathTestImpl.status"});
+  EXPECT_EQ(repo.callees("dt.Reset"), std::set<std::string>{"dt.DeathTestImpl.set_status"});
   EXPECT_EQ(repo.callees("mm.Count"),
             (std::set<std::string>{"mm.MatchMatrix.MatchMatrix", "mm.MatchMatrix.NextGraph"}));
   EXPECT_EQ(repo.callees("mm.Apply"), std::set<std::string>{"mm.CallableTraits.Invoke"});

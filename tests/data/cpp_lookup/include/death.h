@@ -17,4 +17,8 @@ class ForkingDeathTest : public DeathTestImpl {
   bool Done() { return status() != 0; }
 };
 
+typedef DeathTestImpl LegacyImpl;
+
+inline void Reset(LegacyImpl& impl) { impl.set_status(0); }
+
 }  // namespace dt

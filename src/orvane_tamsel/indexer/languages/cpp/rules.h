@@ -341,6 +341,9 @@ class Rules : public c::Rules {
       if (type == cls) {
         candidates.push_back(tagged::Extraction::join(type, member));
       } else {
+        // a type named by a typedef has no members of its own: the writer looks through it
+        call.receiver = type_expr(type, scope, ts_node_start_byte(pending.call));
+        call.member = member;
         for (auto& c : outwards(scope, type)) candidates.push_back(join(c, member));
         for (auto& b : brought_in(split_qualified(type), ts_node_start_byte(pending.call)))
           brought.push_back(join(b, member));

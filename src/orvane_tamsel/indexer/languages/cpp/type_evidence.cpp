@@ -218,6 +218,20 @@ void Rules::record_types(TSNode node) {
       out_.symbols[sym].type_of = type_expr(type, lookup_scope(), ts_node_start_byte(node));
     return;
   }
+  // `typedef TestSuite TestCase;`: TestCase's members are TestSuite's, found as on a base
+  bool alias = is(node, "type_definition") && !frames_.empty() && frames_.back().symbol != NONE &&
+               out_.symbols[frames_.back().symbol].kind == "type";
+  if (alias) {
+    TSNode type = ts_node_child_by_field_name(node, "type", 4);
+    if (!names_class(type)) return;
+    auto t = type_expr(text(type), lookup_scope(), ts_node_start_byte(node));
+    for (std::size_t at = 0; !t.empty() && at < t.size();) {
+      auto bar = std::min(t.find('|', at), t.size());
+      out_.symbols[frames_.back().symbol].bases.push_back(t.substr(at + 2, bar - at - 2));
+      at = bar + 1;
+    }
+    return;
+  }
   if (is(node, "base_class_clause")) {  // every candidate: those the index lacks are skipped
     auto sym = frames_.size() >= 2 ? frames_[frames_.size() - 2].symbol : NONE;
     if (sym == NONE) return;
