@@ -83,7 +83,10 @@ CREATE TABLE call_sites(
   member TEXT NOT NULL DEFAULT '',
   receiver_evidence TEXT NOT NULL DEFAULT '',
   -- the arguments a C or C++ call passes, -1 when not counted
-  arguments INTEGER NOT NULL DEFAULT -1);
+  arguments INTEGER NOT NULL DEFAULT -1,
+  -- C++: the template arguments written on the callee's class (`int&` of
+  -- `DefaultValue<int&>::Exists()`), which pick among its specializations.
+  template_args TEXT NOT NULL DEFAULT '');
 CREATE INDEX call_sites_file ON call_sites(file_id);
 CREATE TABLE call_fallbacks(
   site_id INTEGER NOT NULL,

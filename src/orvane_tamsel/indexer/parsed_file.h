@@ -100,7 +100,7 @@ struct ParsedCall {
   std::vector<std::string> fallbacks;      // e.g. the same method on the bases, in lookup order
   std::string evidence;                    // same-scope, same-file, import, self, cls, super,
                                            // constructor, module-attribute, decorator, include,
-                                           // same-package, receiver, this
+                                           // same-package, receiver, this, unique-name
   std::vector<std::string> scope_modules;  // the own file's module, Go packages; for C and C++
                                            // the writer adds what the file's #includes reach
   // A call `<receiver>.member(...)` whose target local evidence cannot name: the receiver's type
@@ -125,6 +125,9 @@ struct ParsedCall {
   // C and C++: how many arguments the call passes, -1 when not counted. Among candidates of
   // one name (overloads, or two libraries' functions), those whose parameters fit win.
   std::int64_t arguments = -1;
+  // C++: the template arguments written on the class that holds the target (`int&` of
+  // `DefaultValue<int&>::Exists()`): the index links the specialization they fit.
+  std::string template_args;
 };
 
 struct ParsedFile {

@@ -13,7 +13,7 @@ std::string site_key(std::optional<std::int64_t> caller, const std::string& evid
                      const std::string& target, const std::string& fallbacks,
                      const std::string& scopes, const std::string& receiver,
                      const std::string& member, const std::string& receiver_evidence,
-                     std::int64_t arguments) {
+                     std::int64_t arguments, const std::string& template_args) {
   std::string key = caller ? std::to_string(*caller) : std::string("-");
   if (arguments >= 0) key.append("(").append(std::to_string(arguments));
   if (!receiver.empty()) {
@@ -23,7 +23,7 @@ std::string site_key(std::optional<std::int64_t> caller, const std::string& evid
     }
     if (receiver_evidence != types::BACKS_TARGET) return key;
   }
-  for (const auto* part : {&evidence, &target, &fallbacks, &scopes}) {
+  for (const auto* part : {&evidence, &target, &fallbacks, &scopes, &template_args}) {
     key.push_back('\x1f');
     key.append(*part);
   }
@@ -64,7 +64,8 @@ void BatchWriter::write_sites(FileWrite& w) {
         scopes.append(m);
       }
       auto it = w.kept_sites.find(site_key(caller, call.evidence, call.target, fallbacks, scopes,
-                                           receiver, member, receiver_evidence, call.arguments));
+                                           receiver, member, receiver_evidence, call.arguments,
+                                           call.template_args));
       if (it != w.kept_sites.end() && !it->second.empty()) {
         auto old = it->second.front();
         it->second.pop_front();
@@ -85,6 +86,7 @@ void BatchWriter::write_sites(FileWrite& w) {
         .bind(7, member)
         .bind(8, receiver_evidence)
         .bind(9, call.arguments)
+        .bind(10, call.template_args)
         .run();
     auto site = db.last_insert_id();
     if (!bulk) mark_relink.bind(1, site).run();

@@ -71,6 +71,33 @@ UPDATE call_sites SET callee_id = NULL
           AND s.signature NOT GLOB '*;' AND )sql" TAMSEL_FITTING R"sql( AND )sql" TAMSEL_REACHED
                                        R"sql() END > 1;
 )sql";
+// C has one namespace for functions: a name declared in a file the site includes, with exactly
+// one body in the repository's C source files outside a file-local (static) definition, is that
+// function, wherever it is (`ts_node_start_point`, declared in the public api.h, defined in
+// node.c). A header's body is seen only where it is included, and a name the includes do not
+// declare (realloc from <stdlib.h>) is no repository function. Evidence says so. A site linked
+// so is relinked as the parser saw it.
+#define TAMSEL_C_FILE \
+  "EXISTS (SELECT 1 FROM files g WHERE g.id = call_sites.file_id AND g.language = 'c')"
+#define TAMSEL_UNIQUE_BODY(what)                                                      \
+  "(SELECT " what                                                                     \
+  " FROM symbols s JOIN files f ON f.id = s.file_id "                                 \
+  "WHERE s.fqn = call_sites.target_fqn AND s.kind = 'function' AND f.language = 'c' " \
+  "AND f.path NOT GLOB '*.h' AND s.signature NOT GLOB '*;' "                          \
+  "AND NOT (' ' || s.signature) GLOB '*[ *]static *')"
+constexpr const char* UNIQUE_NAME_AGAIN = R"sql(
+UPDATE call_sites SET evidence = 'include'
+  WHERE id IN (SELECT site_id FROM relink) AND evidence = 'unique-name';
+)sql";
+constexpr const char* UNIQUE_NAME = R"sql(
+UPDATE call_sites SET callee_id = )sql" TAMSEL_UNIQUE_BODY("min(s.id)") R"sql(,
+    evidence = 'unique-name'
+  WHERE id IN (SELECT site_id FROM relink) AND callee_id IS NULL AND target_fqn <> ''
+    AND )sql" TAMSEL_C_FILE R"sql( AND )sql" TAMSEL_C_SITE R"sql(
+    AND EXISTS (SELECT 1 FROM reach_files r CROSS JOIN declarations d ON d.file_id = r.file_id
+      WHERE r.origin = call_sites.file_id AND d.fqn = call_sites.target_fqn)
+    AND )sql" TAMSEL_UNIQUE_BODY("count(*)") R"sql( = 1;
+)sql";
 // Only C++ marks fallbacks equally near.
 constexpr const char* EQUALLY_NEAR = R"sql(
 -- Names equally near (a C++ global name and those using-directives bring in): two that the
@@ -160,9 +187,12 @@ void Linking::after_imports(LinkingContext& ctx) {
 void Linking::link_calls(LinkingContext& ctx) {
   if (!c_sites_) return;
   auto& db = ctx.database();
+  db.exec(UNIQUE_NAME_AGAIN);
   db.exec(LINK_CALLS);
   db.exec(ONE_DEFINITION);
   db.exec(EQUALLY_NEAR);
+  db.exec(UNIQUE_NAME);
+  link_specializations(db);
 }
 
 void Linking::after_linking(LinkingContext& ctx) {

@@ -25,7 +25,11 @@ inline std::vector<std::string> split_qualified(std::string_view s) {
       --depth;
       continue;
     }
-    if (depth > 0 || c == ' ' || c == '\n' || c == '\t') continue;
+    if (depth > 0) continue;
+    if (c == ' ' || c == '\n' || c == '\t') {
+      if (cur == "template") cur.clear();  // `::template Invoke<T>` names Invoke
+      continue;
+    }
     if (c == ':' && i + 1 < s.size() && s[i + 1] == ':') {
       if (!cur.empty()) parts.push_back(cur);  // a leading `::` names the global scope
       cur.clear();
@@ -170,7 +174,7 @@ class Rules : public c::Rules {
     if (!field && !is(node, "declaration") && !is(node, "parameter_declaration")) return;
     std::string type = class_of_type(field_text(node, "type"));
     if (type.empty()) return;
-    TSNode d = declared_name(ts_node_child_by_field_name(node, "declarator", 10), true);
+    TSNode d = local_name(ts_node_child_by_field_name(node, "declarator", 10), true);
     if (ts_node_is_null(d)) return;
     if (field) {
       auto body = frame_of_type("field_declaration_list");
@@ -300,6 +304,14 @@ class Rules : public c::Rules {
       // a construction names a class; the index links it to the class's constructor
       if (!is(pending.call, "call_expression")) call.evidence = "constructor";
       if (!written.starts_with("::")) brought = brought_in(parts, ts_node_start_byte(pending.call));
+      // a member of the class or of its bases, called without `this->`: when no name lookup
+      // finds a symbol, the index looks on the class and its bases
+      if (!cls.empty() && parts.size() == 1 && is(pending.call, "call_expression") &&
+          defined_.count(candidates.front()) == 0) {
+        call.receiver = "T:" + cls;
+        call.member = name;
+      }
+      call.template_args = class_template_args(callee);
     } else if (is(callee, "field_expression")) {
       TSNode object = ts_node_child_by_field_name(callee, "argument", 8);
       std::string member = field_text(callee, "field");
@@ -330,6 +342,9 @@ class Rules : public c::Rules {
       if (type == cls) {
         candidates.push_back(tagged::Extraction::join(type, member));
       } else {
+        // a type named by a typedef has no members of its own: the writer looks through it
+        call.receiver = type_expr(type, scope, ts_node_start_byte(pending.call));
+        call.member = member;
         for (auto& c : outwards(scope, type)) candidates.push_back(join(c, member));
         for (auto& b : brought_in(split_qualified(type), ts_node_start_byte(pending.call)))
           brought.push_back(join(b, member));
@@ -348,6 +363,31 @@ class Rules : public c::Rules {
       }
     }
     call.scope_modules = visible_modules();
+  }
+
+  // `DefaultValue<int&>::Exists`: `int&`, the arguments written on the class holding the name.
+  std::string class_template_args(TSNode callee) const {
+    while (is(callee, "qualified_identifier")) {
+      TSNode name = ts_node_child_by_field_name(callee, "name", 4);
+      if (!is(name, "qualified_identifier")) break;
+      callee = name;
+    }
+    TSNode scope = ts_node_child_by_field_name(callee, "scope", 5);
+    if (!is(callee, "qualified_identifier") || !is(scope, "template_type")) return {};
+    auto args = field_text(scope, "arguments");
+    return args.size() < 2 ? std::string() : args.substr(1, args.size() - 2);
+  }
+
+  // A class template specialization's signature keeps its template head: its parameters are
+  // what the arguments written at a call may stand for.
+  std::string signature_of(TSNode host) const override {
+    auto own = c::Rules::signature_of(host);
+    TSNode parent = ts_node_parent(host);
+    if ((!is(host, "class_specifier") && !is(host, "struct_specifier")) ||
+        !is(ts_node_child_by_field_name(host, "name", 4), "template_type") ||
+        !is(parent, "template_declaration"))
+      return own;
+    return flatten(ts_node_start_byte(parent), ts_node_start_byte(host)) + " " + own;
   }
 
   // What declarations say of types (type_evidence.cpp).
@@ -373,6 +413,13 @@ class Rules : public c::Rules {
       d = next;
     }
     return d;
+  }
+  // declared_name, and the variable of `T x(y);` in a block, which the grammar reads as a
+  // prototype (see constructions()).
+  TSNode local_name(TSNode d, bool members) const {
+    if (is(d, "function_declarator") && reads_as_construction(d))
+      d = ts_node_child_by_field_name(d, "declarator", 10);
+    return declared_name(d, members);
   }
   // A receiver whose type declarations describe (a result, a member declared in the class's
   // header, a chain): left to the writer.

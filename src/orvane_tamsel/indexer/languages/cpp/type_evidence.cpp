@@ -29,6 +29,30 @@ TypeExpr constructed(TypeExpr t) {
   return t;
 }
 
+// The element type a standard sequence is written with (`std::vector<TestSuite*>` gives
+// `TestSuite*`), or empty.
+std::string_view sequence_element(std::string_view written) {
+  for (std::string_view seq :
+       {"std::vector<", "std::list<", "std::deque<", "std::set<", "std::unordered_set<",
+        "std::multiset<", "std::array<", "std::span<", "std::initializer_list<"}) {
+    if (!written.starts_with(seq)) continue;
+    written.remove_prefix(seq.size());
+    int depth = 0;
+    std::size_t end = 0;
+    for (; end < written.size(); ++end) {
+      char c = written[end];
+      if (c == '<') ++depth;
+      if ((c == '>' && depth-- == 0) || (c == ',' && depth == 0)) break;
+    }
+    auto element = written.substr(0, end);
+    while (!element.empty() && (element.back() == '*' || element.back() == '&' ||
+                                element.back() == ' ' || element.back() == '\n'))
+      element.remove_suffix(1);
+    return element;
+  }
+  return {};
+}
+
 bool is_type_kind(const std::string& kind) {
   return kind == "class" || kind == "struct" || kind == "union" || kind == "enum" || kind == "type";
 }
@@ -44,6 +68,17 @@ std::string Rules::lookup_scope() const {
 
 TypeExpr Rules::type_expr(std::string_view written, const std::string& scope,
                           std::uint32_t at) const {
+  // a sequence of T: its elements are T (`/[]`)
+  if (auto element = sequence_element(written); !element.empty()) {
+    auto t = type_expr(element, scope, at);
+    TypeExpr out;
+    for (std::size_t i = 0; i < t.size();) {
+      auto bar = std::min(t.find('|', i), t.size());
+      out.append(out.empty() ? "" : "|").append(t, i, 2).append("[]").append(t, i + 2, bar - i - 2);
+      i = bar + 1;
+    }
+    return out;
+  }
   auto name = class_of_type(written);
   if (name.empty() || name == "auto") return {};
   std::vector<std::string> candidates;
@@ -83,6 +118,9 @@ TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
     // a member of the method's class, declared where the class is
     return in_method ? "T:" + prefix_of(fn) + "/" + name : TypeExpr{};
   }
+  if (is(e, "subscript_expression"))  // an element of a sequence
+    return step(expr_type(ts_node_child_by_field_name(e, "argument", 8), fn, depth + 1), "[]",
+                false);
   if (is(e, "field_expression")) {
     return step(expr_type(ts_node_child_by_field_name(e, "argument", 8), fn, depth + 1),
                 field_text(e, "field"), false);
@@ -138,10 +176,30 @@ TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
 }
 
 // A local declared twice with two types (variables of one name in two blocks) is unknown.
+// `T** p` and `T a[3]` hold T values (`p[0]->m()`); `T* p` is taken as T itself (`p->m()`).
 void Rules::declare(std::size_t fn, TSNode d, const TypeExpr& type) {
-  d = declared_name(d, false);
+  int pointers = 0, arrays = 0;
+  for (TSNode n = d; !ts_node_is_null(n) && !is(n, "identifier");
+       n = ts_node_child_by_field_name(n, "declarator", 10)) {
+    pointers += is(n, "pointer_declarator") ? 1 : 0;
+    arrays += is(n, "array_declarator") ? 1 : 0;
+  }
+  d = local_name(d, false);
   if (ts_node_is_null(d)) return;
-  auto [it, fresh] = typed_[fn].try_emplace(std::string(text(d)), type);
+  std::string levels;
+  for (int i = std::max(pointers - 1, 0) + arrays; i > 0; --i) levels += "[]";
+  TypeExpr held;
+  for (std::size_t i = 0; i < type.size();) {
+    auto bar = std::min(type.find('|', i), type.size());
+    auto alt = std::string_view(type).substr(i, bar - i);
+    if (!held.empty()) held.push_back('|');
+    if (alt.starts_with("T:"))
+      held.append("T:").append(levels).append(alt.substr(2));
+    else
+      held.append(alt);
+    i = bar + 1;
+  }
+  auto [it, fresh] = typed_[fn].try_emplace(std::string(text(d)), held);
   if (!fresh && it->second != type) it->second.clear();
 }
 
@@ -160,6 +218,20 @@ void Rules::record_types(TSNode node) {
       out_.symbols[sym].type_of = type_expr(type, lookup_scope(), ts_node_start_byte(node));
     return;
   }
+  // `typedef TestSuite TestCase;`: TestCase's members are TestSuite's, found as on a base
+  bool alias = is(node, "type_definition") && !frames_.empty() && frames_.back().symbol != NONE &&
+               out_.symbols[frames_.back().symbol].kind == "type";
+  if (alias) {
+    TSNode type = ts_node_child_by_field_name(node, "type", 4);
+    if (!names_class(type)) return;
+    auto t = type_expr(text(type), lookup_scope(), ts_node_start_byte(node));
+    for (std::size_t at = 0; !t.empty() && at < t.size();) {
+      auto bar = std::min(t.find('|', at), t.size());
+      out_.symbols[frames_.back().symbol].bases.push_back(t.substr(at + 2, bar - at - 2));
+      at = bar + 1;
+    }
+    return;
+  }
   if (is(node, "base_class_clause")) {  // every candidate: those the index lacks are skipped
     auto sym = frames_.size() >= 2 ? frames_[frames_.size() - 2].symbol : NONE;
     if (sym == NONE) return;
@@ -174,6 +246,16 @@ void Rules::record_types(TSNode node) {
         at = bar + 1;
       }
     }
+    return;
+  }
+  if (is(node, "for_range_loop")) {  // `for (auto* x : xs)`: x is an element of xs
+    auto fn = current_callable();
+    if (fn == 0) return;
+    auto written = field_text(node, "type");
+    auto t = written == "auto"
+                 ? step(expr_type(ts_node_child_by_field_name(node, "right", 5), fn), "[]", false)
+                 : type_expr(written, lookup_scope(), ts_node_start_byte(node));
+    declare(fn, ts_node_child_by_field_name(node, "declarator", 10), t);
     return;
   }
   bool field = is(node, "field_declaration");
