@@ -67,6 +67,12 @@ TEST(GoReceiverScopes, BuildConstraintsPickTheVariantThatBuilds) {
   EXPECT_FALSE(constraint_excludes("race && (("));
   EXPECT_EQ(build_constraint("// Copyright\n\n//go:build !race\n\npackage p\n"), "!race");
   EXPECT_EQ(build_constraint("package p\n\n//go:build ignore\n"), "");
+  // Older files: options on a line are alternatives, commas join, every line must hold.
+  auto plus = build_constraint("// +build linux,!cgo darwin\n// +build ignore\n\npackage p\n");
+  EXPECT_EQ(plus, "((linux && !cgo) || (darwin)) && ((ignore))");
+  EXPECT_TRUE(constraint_excludes(plus));
+  EXPECT_FALSE(constraint_excludes(build_constraint("// +build !windows,!plan9\n\npackage p\n")));
+  EXPECT_EQ(build_constraint("//go:build race\n// +build linux\n\npackage p\n"), "race");
 
   indexer_test::IndexedFixture repo("");
   repo.write("go.mod", "module example.com/m\n");

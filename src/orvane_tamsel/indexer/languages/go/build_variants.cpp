@@ -133,8 +133,34 @@ class Constraint {
 
 }  // namespace
 
+namespace {
+
+// An older `// +build` line as an expression: spaces separate alternatives, commas join tags
+// that must all hold (`linux,386 darwin,!cgo`).
+std::string plus_build_expression(std::string_view options) {
+  std::string expr;
+  for (std::size_t at = 0; at < options.size();) {
+    auto end = std::min(options.find_first_of(" \t", at), options.size());
+    auto option = options.substr(at, end - at);
+    at = end + 1;
+    if (option.empty()) continue;
+    std::string all;
+    for (std::size_t t = 0; t <= option.size();) {
+      auto comma = std::min(option.find(',', t), option.size());
+      all += (all.empty() ? "" : " && ") + std::string(option.substr(t, comma - t));
+      t = comma + 1;
+    }
+    expr += (expr.empty() ? "(" : " || (") + all + ")";
+  }
+  return expr;
+}
+
+}  // namespace
+
 std::string build_constraint(std::string_view content) {
-  // Constraints stand among the line comments and blank lines above the package clause.
+  // Constraints stand among the line comments and blank lines above the package clause. A
+  // `//go:build` line decides alone; older files say it in `// +build` lines, all of which hold.
+  std::string plus;
   for (std::size_t at = 0; at < content.size();) {
     auto end = std::min(content.find('\n', at), content.size());
     auto line = content.substr(at, end - at);
@@ -142,10 +168,14 @@ std::string build_constraint(std::string_view content) {
       line.remove_suffix(1);
     }
     if (line.starts_with("//go:build ")) return std::string(line.substr(11));
-    if (!line.empty() && !line.starts_with("//")) return "";
+    if (line.starts_with("// +build ")) {
+      auto expr = plus_build_expression(line.substr(10));
+      if (!expr.empty()) plus += (plus.empty() ? "(" : " && (") + expr + ")";
+    }
+    if (!line.empty() && !line.starts_with("//")) return plus;
     at = end + 1;
   }
-  return "";
+  return plus;
 }
 
 bool constraint_excludes(std::string_view expr) {

@@ -15,7 +15,8 @@ namespace orvane_tamsel::indexer::go {
 // than this machine's.
 bool builds_elsewhere(std::string_view path);
 
-// The expression of a Go file's `//go:build` line (above its package clause), or "".
+// The expression of a Go file's `//go:build` line, else of its older `// +build` lines (above
+// its package clause), or "".
 std::string build_constraint(std::string_view content);
 
 // Whether a `//go:build` expression excludes this machine's default build: its OS and
