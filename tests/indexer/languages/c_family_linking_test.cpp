@@ -4,7 +4,7 @@
 #include <string>
 
 #include "indexer/indexed_fixture.h"
-#include "orvane_tamsel/indexer/languages/c_family/specializations.h"
+#include "orvane_tamsel/indexer/languages/c_family/template_fit.h"
 
 namespace {
 

@@ -45,7 +45,7 @@ class Linking final : public LinkingPlugin {
   void prepare_includes(index::Database& db);
   void include_target_changed(const std::string& path);
   bool reach_includes(index::Database& db);
-  // specializations.cpp
+  // template_fit.cpp
   void link_specializations(index::Database& db);
 
   index::Statement old_declarations_, keep_declaration_, insert_symbol_, mark_new_text_,

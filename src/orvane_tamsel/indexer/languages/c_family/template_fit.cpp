@@ -1,7 +1,7 @@
 // A call written `Cls<args>::m()` links to m of the specialization of Cls that args fit best:
 // the specializations share the primary template's fqn, so name lookup alone took any of them.
 
-#include "orvane_tamsel/indexer/languages/c_family/specializations.h"
+#include "orvane_tamsel/indexer/languages/c_family/template_fit.h"
 
 #include <cctype>
 #include <set>
