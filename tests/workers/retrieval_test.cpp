@@ -248,6 +248,13 @@ TEST(HybridRetriever, ReadsWhatAPackageOffers) {
   repo.write("src/shop/_books.py", "def balance_of(path):\n    \"\"\"A ledger balance.\"\"\"\n");
   repo.write("src/vault/seal.go",
              "package vault\n\n// Balance of the ledger.\nfunc Balance() {}\n");
+  // Exported by case, but importable only inside the tree that holds the folder.
+  repo.write("src/vault/internal/books/books.go",
+             "package books\n\n// Tally of the ledger.\nfunc Tally() {}\n");
+  repo.write("src/vendor/ledgerlib/ledger.go",
+             "package ledgerlib\n\n// Rows of the ledger.\nfunc Rows() {}\n");
+  repo.write("src/vault/internals/open.go",
+             "package internals\n\n// Rows of the ledger, opened.\nfunc Rows() {}\n");
   indexer::update_index(repo.root());
   auto index = index::open_repository(repo.root());
   HybridRetriever retriever(*index, std::nullopt);
@@ -267,6 +274,12 @@ TEST(HybridRetriever, ReadsWhatAPackageOffers) {
     EXPECT_EQ(seen[hidden].reexported, 0) << hidden;
   }
   EXPECT_EQ(seen["vault.Balance"].public_name, 0);  // Go says it by case, another input
+  EXPECT_EQ(seen["vault.Balance"].exported, 1);
+  EXPECT_EQ(seen["internals.Rows"].exported, 1);  // a folder merely named like it
+  for (const auto* hidden : {"books.Tally", "ledgerlib.Rows"}) {
+    ASSERT_TRUE(seen.count(hidden)) << hidden;
+    EXPECT_EQ(seen[hidden].exported, 0) << hidden;
+  }
 }
 
 TEST(TermMatch, InflectionsAndRunTogetherNamesMeet) {

@@ -458,10 +458,18 @@ bool asks_action(const std::vector<std::string>& terms, const std::vector<std::s
   return first != "which" && (first != "what" || second == "happens");
 }
 
-// Visibility by case: every part of the name inside its package begins with an upper-case letter.
+// Visibility by case: every part of the name inside its package begins with an upper-case letter,
+// and the package is importable from outside its tree (no `internal` or `vendor` folder on its
+// path: Go lets only the folder's parent tree import those).
 bool exported(const std::string& inner, const std::string& path) {
   const auto* language = utils::language_for_path(path);
   if (language == nullptr || !language->exports_by_case) return false;
+  for (std::string_view folder : {"internal", "vendor"}) {
+    for (auto at = path.find(folder); at != std::string::npos; at = path.find(folder, at + 1)) {
+      const auto end = at + folder.size();
+      if ((at == 0 || path[at - 1] == '/') && end < path.size() && path[end] == '/') return false;
+    }
+  }
   bool start = true;
   for (char c : inner) {
     if (start && !(c >= 'A' && c <= 'Z')) return false;
