@@ -168,7 +168,45 @@ def pairwise_loss(s, head, hit, qw):
     return loss, g
 
 
-def train(scorer, base, X, head, hit, qw, objective, l2):
+def lambda_gradient(s, head, hit, qw):
+    """LambdaRank's pseudo-gradient for MRR@10: the best answer against every other candidate of
+    the head, each pair weighted by how much the reciprocal rank (0 past the tenth place) would
+    change if the two swapped places."""
+    pos_mask = hit & head
+    neg_mask = head & ~hit
+    ok = pos_mask.any(1) & neg_mask.any(1)
+    order = np.argsort(-np.where(head, s, -np.inf), axis=1, kind="stable")
+    rank = np.empty_like(order)
+    rank[np.arange(len(s))[:, None], order] = np.arange(1, s.shape[1] + 1)[None, :]
+    rr = np.where(rank <= fr.DEPTH, 1.0 / rank, 0.0)
+    best = np.argmax(np.where(pos_mask, s, -np.inf), 1)
+    rows = np.arange(len(s))
+    d = s[rows, best][:, None] - s
+    delta = np.abs(rr[rows, best][:, None] - rr)
+    lam = np.where(neg_mask, delta / (1 + np.exp(np.clip(d, -50, 50))), 0.0) * (qw * ok)[:, None]
+    g = lam.copy()
+    g[rows, best] -= lam.sum(1)
+    return 0.0, g
+
+
+def train_adam(scorer, base, X, head, hit, qw, l2, steps=300, rate=0.01):
+    """Adam on a pseudo-gradient (LambdaRank has no loss to hand L-BFGS)."""
+    f, theta = scorer
+    qw = qw / qw.sum()
+    m, v = np.zeros_like(theta), np.zeros_like(theta)
+    for t in range(1, steps + 1):
+        s, back = f(theta, base, X)
+        _, g = lambda_gradient(s, head, hit, qw)
+        grad = back(g) + 2 * l2 * theta
+        m = 0.9 * m + 0.1 * grad
+        v = 0.999 * v + 0.001 * grad * grad
+        theta = theta - rate * (m / (1 - 0.9 ** t)) / (np.sqrt(v / (1 - 0.999 ** t)) + 1e-8)
+    return theta
+
+
+def train(scorer, base, X, head, hit, qw, objective, l2, rate):
+    if objective is lambda_gradient:
+        return train_adam(scorer, base, X, head, hit, qw, l2, rate=rate)
     f, theta0 = scorer
     qw = qw / qw.sum()
 
@@ -182,13 +220,13 @@ def train(scorer, base, X, head, hit, qw, objective, l2):
 
 # ---- the models: each (train data, its question weights) -> a scoring function of test data
 
-def learned(names, objective, l2=1e-3, mlp=False):
+def learned(names, objective, l2=1e-3, mlp=False, seed=0, rate=0.01):
     def make(tr):
         X = stack(tr["inputs"], names, tr["head"])
         w0 = prior(names)
-        scorer = mlp_scorer(len(names), w0) if mlp else linear_scorer(len(names), w0)
+        scorer = mlp_scorer(len(names), w0, seed=seed) if mlp else linear_scorer(len(names), w0)
         theta = train(scorer, tr["base"], X, tr["head"], tr["data"]["hit"], tr["qw"], objective,
-                      l2)
+                      l2, rate)
 
         def score(te):
             return scorer[0](theta, te["base"], stack(te["inputs"], names, te["head"]))[0]
@@ -284,6 +322,18 @@ MODELS = {
     "listwise + interactions (L2 0.01)": learned(INTER, listwise_loss, l2=1e-2),
     "listwise + interactions (L2 0.1)": learned(INTER, listwise_loss, l2=1e-1),
     "MLP listwise (L2 0.01)": learned(LINEAR + EXTRA, listwise_loss, l2=1e-2, mlp=True),
+    "LambdaRank linear": learned(LINEAR, lambda_gradient),
+    "LambdaRank + interactions": learned(INTER, lambda_gradient),
+    "LambdaRank MLP": learned(LINEAR + EXTRA, lambda_gradient, mlp=True),
+    # The same from other random starts: how much of a gain is the start.
+    "LambdaRank MLP (seed 1)": learned(LINEAR + EXTRA, lambda_gradient, mlp=True, seed=1),
+    "LambdaRank MLP (seed 2)": learned(LINEAR + EXTRA, lambda_gradient, mlp=True, seed=2),
+    "LambdaRank + own name + place": learned(LINEAR + EXTRA, lambda_gradient),
+    # Adam moves every weight by about its rate a step however small the pseudo-gradient: smaller
+    # steps keep the linear weights nearer the shipped ones.
+    "LambdaRank linear (rate 0.002)": learned(LINEAR, lambda_gradient, rate=0.002),
+    "LambdaRank MLP (rate 0.002)": learned(LINEAR + EXTRA, lambda_gradient, mlp=True,
+                                           rate=0.002),
     "ascent: own name + place + by meaning": ascent(EXTRA),
     "ascent: interactions": ascent(EXTRA + KINDS + [k + "*asks" for k in ASKS]
                                    + [k + "*method" for k in ["in_name", "own_name", "meaning",
