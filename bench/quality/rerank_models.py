@@ -5,13 +5,13 @@ Every model scores the fused head (the first `depth` candidates by the shipped f
 same inputs the retriever reads; the rest keeps the fused order, as in fit_rerank.places. Models:
 the linear weights shipped and refitted by coordinate ascent (the baseline), linear weights fitted
 with a listwise (softmax over the head) or pairwise (every answer against every other candidate)
-objective, the same with a few interaction inputs or with weights of their own for Go, a small
-MLP (listwise, numpy) and small gradient-boosted trees (sklearn, pointwise). Folds: every question
-written before the newest spent set -> that set, and leave one corpus out. All sets here are
-spent: the figures are cross-validated, not untouched ones.
+objective or LambdaRank, the same with a few interaction inputs or with weights of their own for
+Go, the extra inputs by coordinate ascent, a small MLP (numpy) and small gradient-boosted trees
+(sklearn, pointwise). Folds: every question written before the newest spent set -> that set, and
+leave one corpus out. All sets here are spent: the figures are cross-validated, not untouched ones.
 
-Usage: bench/quality/rerank_models.py [--build DIR] [--only MODEL,...] [--final MODEL]
---final fits MODEL on every question and writes its parameters as C++ (rerank_model_data.h).
+Usage: bench/quality/rerank_models.py [--build DIR] [--only MODEL,...]
+The dumps are fit_rerank.py's (written by it when missing or older than the binary).
 """
 import argparse
 import os
