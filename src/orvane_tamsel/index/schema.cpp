@@ -142,6 +142,22 @@ CREATE INDEX declarations_def_file ON declarations(def_file_id);
 
 CREATE TABLE skipped(path TEXT PRIMARY KEY, reason TEXT NOT NULL) WITHOUT ROWID;
 
+-- Reference pages (*.rst, *.txt) and the Python names they document, with the symbol each was
+-- linked to (NULL: none found). doc_text is what a symbol's pages say, as its row of symbol_text
+-- holds it after its own docstring (symbols.docstring stays the source's).
+CREATE TABLE doc_pages(
+  path TEXT PRIMARY KEY,
+  size INTEGER NOT NULL,
+  mtime_ns INTEGER NOT NULL) WITHOUT ROWID;
+CREATE TABLE doc_names(
+  id INTEGER PRIMARY KEY,
+  path TEXT NOT NULL,
+  fqn TEXT NOT NULL,
+  text TEXT NOT NULL,
+  symbol_id INTEGER);
+CREATE INDEX doc_names_path ON doc_names(path);
+CREATE TABLE doc_text(symbol_id INTEGER PRIMARY KEY, text TEXT NOT NULL);
+
 -- Code symbols (no modules) for ranked text search; rowid = symbols.id.
 CREATE VIRTUAL TABLE symbol_text USING fts5(
   name, fqn, signature, docstring, path,
