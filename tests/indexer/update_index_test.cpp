@@ -43,7 +43,8 @@ std::multiset<std::string> dump(const fs::path& root) {
   index::Database db(root / ".tamsel" / "index.db", index::Database::Mode::read);
   for (const char* sql :
        {"SELECT 'text ' || coalesce(s.fqn, 'orphan') || ' ' || t.name || ' ' || t.fqn || ' ' || "
-        "coalesce(t.signature, '') || ' ' || coalesce(t.docstring, '') || ' ' || t.path "
+        "coalesce(t.signature, '') || ' ' || coalesce(t.docstring, '') || ' ' || t.path || ' ' || "
+        "coalesce(t.reference, '') "
         "FROM symbol_text t LEFT JOIN symbols s ON s.id = t.rowid",
         "SELECT 'gram ' || coalesce(s.fqn, 'orphan') || ' ' || g.name "
         "FROM name_grams g LEFT JOIN symbols s ON s.id = g.rowid"}) {
@@ -544,12 +545,12 @@ TEST(UpdateIndex, ReferencePagesReachTheSymbolsTheyDocument) {
              ".. currentmodule:: pkg\n\n.. class:: Queue()\n\n   .. method:: join()\n\n"
              "      Block until every item was processed.\n\n.. function:: missing()\n\n"
              "   Gone.\n");
-  // The symbol's docstring and its text row's, "NULL" for none.
+  // The symbol's docstring and what its text row holds from the pages, "NULL" for none.
   using Texts = std::pair<std::string, std::string>;
   auto texts = [&](const std::string& fqn) {
     index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
     auto st = db.prepare(
-        "SELECT coalesce(s.docstring, 'NULL'), coalesce(t.docstring, 'NULL') FROM symbols s "
+        "SELECT coalesce(s.docstring, 'NULL'), coalesce(t.reference, 'NULL') FROM symbols s "
         "JOIN symbol_text t ON t.rowid = s.id WHERE s.fqn = ?");
     st.bind(1, fqn);
     return st.step() ? Texts(st.text(0), st.text(1)) : Texts();
@@ -566,13 +567,13 @@ TEST(UpdateIndex, ReferencePagesReachTheSymbolsTheyDocument) {
              "class Queue:\n    \"\"\"FIFO.\"\"\"\n\n    def join(self):\n        pass\n");
   indexer::update_index(repo.root());
   EXPECT_EQ(texts("pkg.queues.Queue.join").second, "Block until every item was processed");
-  EXPECT_EQ(texts("pkg.queues.Queue").second, "FIFO.");
+  EXPECT_EQ(texts("pkg.queues.Queue"), Texts("FIFO.", "NULL"));
   EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
   repo.write("docs/queues.rst",
              ".. module:: pkg\n\n.. class:: Queue\n\n   A queue of tasks.\n\n"
              "   .. method:: join()\n\n      Wait for the workers.\n");
   indexer::update_index(repo.root());
-  EXPECT_EQ(texts("pkg.queues.Queue"), Texts("FIFO.", "FIFO.\nA queue of tasks"));
+  EXPECT_EQ(texts("pkg.queues.Queue"), Texts("FIFO.", "A queue of tasks"));
   EXPECT_EQ(texts("pkg.queues.Queue.join").second, "Wait for the workers");
   EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
 
@@ -588,7 +589,7 @@ TEST(UpdateIndex, ReferencePagesReachTheSymbolsTheyDocument) {
   EXPECT_EQ(indexer::update_index(repo.root()).documented_linked, 2);
   fs::remove(repo.root() / "docs/queues.rst");
   EXPECT_EQ(indexer::update_index(repo.root()).documented, 0);
-  EXPECT_EQ(texts("pkg.queues.Queue"), Texts("FIFO.", "FIFO."));
+  EXPECT_EQ(texts("pkg.queues.Queue"), Texts("FIFO.", "NULL"));
   EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
 }
 

@@ -88,8 +88,9 @@ std::map<std::int64_t, std::string> link_names(index::Database& db) {
   return text;
 }
 
-// Rewrites symbol_text.docstring of the symbols whose page text changed, and of those whose row
-// does not hold it (rewritten by the code batch); keeps doc_text as the rows now hold it.
+// Writes symbol_text.reference of the symbols whose page text changed, and of those whose row
+// does not hold it (written anew by the code batch); keeps doc_text as the rows now hold it.
+// Returns the files of the symbols whose page text changed.
 std::set<std::string> write_text(index::Database& db,
                                  const std::map<std::int64_t, std::string>& text) {
   std::map<std::int64_t, std::string> before;
@@ -97,24 +98,22 @@ std::set<std::string> write_text(index::Database& db,
   while (old.step()) before[old.integer(0)] = old.text(1);
   old.reset();
   auto row = db.prepare(
-      "SELECT s.docstring, t.docstring, f.path, t.rowid FROM symbols s "
-      "JOIN files f ON f.id = s.file_id LEFT JOIN symbol_text t ON t.rowid = s.id "
-      "WHERE s.id = ?");
-  auto update = db.prepare("UPDATE symbol_text SET docstring = ? WHERE rowid = ?");
+      "SELECT t.reference, f.path, t.rowid FROM symbols s JOIN files f ON f.id = s.file_id "
+      "LEFT JOIN symbol_text t ON t.rowid = s.id WHERE s.id = ?");
+  auto update = db.prepare("UPDATE symbol_text SET reference = ? WHERE rowid = ?");
   std::set<std::string> changed_files;
   // `page_text` null: the symbol's pages say nothing (any more).
   auto rewrite = [&](std::int64_t id, const std::string* page_text) {
     row.bind(1, id);
     if (!row.step()) return row.reset();
-    auto own = row.optional_text(0);
-    auto want = own;
-    if (page_text != nullptr) want = own ? *own + "\n" + *page_text : *page_text;
+    std::optional<std::string> want;
+    if (page_text != nullptr) want = *page_text;
     auto it = before.find(id);
-    bool text_changed = it == before.end() ? page_text != nullptr
-                                           : page_text == nullptr || it->second != *page_text;
-    if (text_changed) changed_files.insert(row.text(2));
-    bool has_row = !row.is_null(3);
-    auto now = row.optional_text(1);
+    if (it == before.end() ? page_text != nullptr : want != it->second) {
+      changed_files.insert(row.text(1));
+    }
+    bool has_row = !row.is_null(2);
+    auto now = row.optional_text(0);
     row.reset();
     if (has_row && now != want) update.bind(1, want).bind(2, id).run();
   };
