@@ -159,11 +159,12 @@ CREATE INDEX doc_names_path ON doc_names(path);
 CREATE TABLE doc_text(symbol_id INTEGER PRIMARY KEY, text TEXT NOT NULL);
 
 -- Code symbols (no modules) for ranked text search; rowid = symbols.id. reference: what the
--- reference pages say of the symbol (doc_text).
+-- reference pages say of the symbol (doc_text), weighed near the name: a page describes public
+-- API in the words users ask with.
 CREATE VIRTUAL TABLE symbol_text USING fts5(
   name, fqn, signature, docstring, path, reference,
   tokenize = 'porter unicode61 remove_diacritics 2');
-INSERT INTO symbol_text(symbol_text, rank) VALUES('rank', 'bm25(10.0, 4.0, 2.0, 1.0, 2.0, 1.0)');
+INSERT INTO symbol_text(symbol_text, rank) VALUES('rank', 'bm25(10.0, 4.0, 2.0, 1.0, 2.0, 8.0)');
 
 -- The words the repository writes as separate parts of its names, set by a full build: names
 -- written as one run of letters are split into them (and English words) in symbol_text.name.
