@@ -18,8 +18,18 @@ std::optional<std::int64_t> DocLinker::exact(const std::string& fqn) {
   return id;
 }
 
-std::optional<std::int64_t> DocLinker::link(const std::string& fqn) {
-  if (auto id = exact(fqn)) return id;
+const std::vector<std::pair<std::int64_t, std::string>>& DocLinker::named(const std::string& name) {
+  auto [it, added] = named_.try_emplace(name);
+  if (added) {
+    by_name_.bind(1, name);
+    while (by_name_.step()) it->second.emplace_back(by_name_.integer(0), by_name_.text(1));
+    by_name_.reset();
+  }
+  return it->second;
+}
+
+std::optional<std::int64_t> DocLinker::link(const std::string& fqn, bool exact_tried) {
+  if (auto id = exact_tried ? std::nullopt : exact(fqn)) return id;
   if (auto target = facts_.reexported(fqn); !target.empty()) {
     if (auto id = exact(target)) return id;
   }
@@ -30,20 +40,17 @@ std::optional<std::int64_t> DocLinker::link(const std::string& fqn) {
   auto top = fqn.substr(0, fqn.find('.'));
   // `a.B.m` ends with `.B.m`; a name right under its package, `json.dumps`, with `.dumps`.
   auto tail = fqn.substr(before == std::string::npos ? last : before);
-  by_name_.bind(1, fqn.substr(last + 1));
   std::optional<std::int64_t> found;
   bool several = false;
-  while (by_name_.step()) {
-    auto candidate = by_name_.text(1);
+  for (const auto& [id, candidate] : named(fqn.substr(last + 1))) {
     bool in_package = candidate.compare(0, top.size() + 1, top + ".") == 0;
     bool ends = candidate.size() > tail.size() &&
                 candidate.compare(candidate.size() - tail.size(), tail.size(), tail) == 0;
     if (!in_package || !ends) continue;
     several = found.has_value();
-    found = by_name_.integer(0);
+    found = id;
     if (several) break;
   }
-  by_name_.reset();
   return several ? std::nullopt : found;
 }
 
