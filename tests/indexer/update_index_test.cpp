@@ -43,7 +43,8 @@ std::multiset<std::string> dump(const fs::path& root) {
   index::Database db(root / ".tamsel" / "index.db", index::Database::Mode::read);
   for (const char* sql :
        {"SELECT 'text ' || coalesce(s.fqn, 'orphan') || ' ' || t.name || ' ' || t.fqn || ' ' || "
-        "coalesce(t.signature, '') || ' ' || coalesce(t.docstring, '') || ' ' || t.path "
+        "coalesce(t.signature, '') || ' ' || coalesce(t.docstring, '') || ' ' || t.path || ' ' || "
+        "coalesce(t.reference, '') "
         "FROM symbol_text t LEFT JOIN symbols s ON s.id = t.rowid",
         "SELECT 'gram ' || coalesce(s.fqn, 'orphan') || ' ' || g.name "
         "FROM name_grams g LEFT JOIN symbols s ON s.id = g.rowid"}) {
@@ -530,6 +531,65 @@ TEST(UpdateIndex, AKilledRunLeavesAnIndexTheNextRunCompletes) {
 
   auto after = indexer::update_index(repo.root());
   EXPECT_EQ(after.indexed, 301);
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
+}
+
+// What a reference page says of a name reaches the text row of the symbol it documents, through
+// the package's re-exports, and follows edits of the page and of the code as a clean build would;
+// the symbol's own docstring stays the source's.
+TEST(UpdateIndex, ReferencePagesReachTheSymbolsTheyDocument) {
+  indexer_test::TempRepo repo("shop");
+  repo.write("src/pkg/__init__.py", "from .queues import *\n");
+  repo.write("src/pkg/queues.py", "class Queue:\n    def join(self):\n        pass\n");
+  repo.write("docs/queues.rst",
+             ".. currentmodule:: pkg\n\n.. class:: Queue()\n\n   .. method:: join()\n\n"
+             "      Block until every item was processed.\n\n.. function:: missing()\n\n"
+             "   Gone.\n");
+  // The symbol's docstring and what its text row holds from the pages, "NULL" for none.
+  using Texts = std::pair<std::string, std::string>;
+  auto texts = [&](const std::string& fqn) {
+    index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
+    auto st = db.prepare(
+        "SELECT coalesce(s.docstring, 'NULL'), coalesce(t.reference, 'NULL') FROM symbols s "
+        "JOIN symbol_text t ON t.rowid = s.id WHERE s.fqn = ?");
+    st.bind(1, fqn);
+    return st.step() ? Texts(st.text(0), st.text(1)) : Texts();
+  };
+  auto report = indexer::update_index(repo.root());
+  EXPECT_EQ(std::tuple(report.documented, report.documented_linked), std::tuple(3, 2));
+  EXPECT_NE(indexer::summary_line(report).find("3 names in reference pages (2 linked"),
+            std::string::npos);
+  EXPECT_EQ(texts("pkg.queues.Queue.join"), Texts("NULL", "Block until every item was processed"));
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
+
+  // The code file re-indexed keeps the page's words; the page edited changes them.
+  repo.write("src/pkg/queues.py",
+             "class Queue:\n    \"\"\"FIFO.\"\"\"\n\n    def join(self):\n        pass\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(texts("pkg.queues.Queue.join").second, "Block until every item was processed");
+  EXPECT_EQ(texts("pkg.queues.Queue"), Texts("FIFO.", "NULL"));
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
+  repo.write("docs/queues.rst",
+             ".. module:: pkg\n\n.. class:: Queue\n\n   A queue of tasks.\n\n"
+             "   .. method:: join()\n\n      Wait for the workers.\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(texts("pkg.queues.Queue"), Texts("FIFO.", "A queue of tasks"));
+  EXPECT_EQ(texts("pkg.queues.Queue.join").second, "Wait for the workers");
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
+
+  // Without the re-export the one Queue.join of the package is still found; with a second one
+  // the name is ambiguous and links to neither.
+  repo.write("src/pkg/__init__.py", "");
+  EXPECT_EQ(indexer::update_index(repo.root()).documented_linked, 2);
+  repo.write("src/pkg/other.py", "class Queue:\n    def join(self):\n        pass\n");
+  EXPECT_EQ(indexer::update_index(repo.root()).documented_linked, 0);
+  EXPECT_EQ(texts("pkg.queues.Queue.join").second, "NULL");
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
+  fs::remove(repo.root() / "src/pkg/other.py");
+  EXPECT_EQ(indexer::update_index(repo.root()).documented_linked, 2);
+  fs::remove(repo.root() / "docs/queues.rst");
+  EXPECT_EQ(indexer::update_index(repo.root()).documented, 0);
+  EXPECT_EQ(texts("pkg.queues.Queue"), Texts("FIFO.", "NULL"));
   EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
 }
 

@@ -61,6 +61,9 @@ Json status_of(const fs::path& root) {
   out["symbols"] = stats.symbols;
   out["calls_resolved"] = stats.calls;
   out["calls_unresolved"] = stats.unresolved_calls;
+  // Names the reference pages document that no symbol was found for are counted, not hidden.
+  out["documented_names"] = stats.documented;
+  out["documented_names_linked"] = stats.documented_linked;
   // The last write of the index: the database or its log, whichever is newer.
   auto updated = fs::last_write_time(file);
   auto log = fs::path(file.string() + "-wal");

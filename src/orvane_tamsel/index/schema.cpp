@@ -142,11 +142,29 @@ CREATE INDEX declarations_def_file ON declarations(def_file_id);
 
 CREATE TABLE skipped(path TEXT PRIMARY KEY, reason TEXT NOT NULL) WITHOUT ROWID;
 
--- Code symbols (no modules) for ranked text search; rowid = symbols.id.
+-- Reference pages (*.rst, *.txt) and the Python names they document, with the symbol each was
+-- linked to (NULL: none found). doc_text is what a symbol's pages say, as symbol_text.reference
+-- holds it.
+CREATE TABLE doc_pages(
+  path TEXT PRIMARY KEY,
+  size INTEGER NOT NULL,
+  mtime_ns INTEGER NOT NULL) WITHOUT ROWID;
+CREATE TABLE doc_names(
+  id INTEGER PRIMARY KEY,
+  path TEXT NOT NULL,
+  fqn TEXT NOT NULL,
+  text TEXT NOT NULL,
+  symbol_id INTEGER);
+CREATE INDEX doc_names_path ON doc_names(path);
+CREATE TABLE doc_text(symbol_id INTEGER PRIMARY KEY, text TEXT NOT NULL);
+
+-- Code symbols (no modules) for ranked text search; rowid = symbols.id. reference: what the
+-- reference pages say of the symbol (doc_text), weighed near the name: a page describes public
+-- API in the words users ask with.
 CREATE VIRTUAL TABLE symbol_text USING fts5(
-  name, fqn, signature, docstring, path,
+  name, fqn, signature, docstring, path, reference,
   tokenize = 'porter unicode61 remove_diacritics 2');
-INSERT INTO symbol_text(symbol_text, rank) VALUES('rank', 'bm25(10.0, 4.0, 2.0, 1.0, 2.0)');
+INSERT INTO symbol_text(symbol_text, rank) VALUES('rank', 'bm25(10.0, 4.0, 2.0, 1.0, 2.0, 8.0)');
 
 -- The words the repository writes as separate parts of its names, set by a full build: names
 -- written as one run of letters are split into them (and English words) in symbol_text.name.

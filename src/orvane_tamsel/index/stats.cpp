@@ -12,9 +12,17 @@ IndexStats read_stats(Database& db) {
   stats.symbols = count("SELECT count(*) FROM symbols");
   stats.calls = count("SELECT count(*) FROM call_sites WHERE callee_id IS NOT NULL");
   stats.unresolved_calls = count("SELECT count(*) FROM call_sites WHERE callee_id IS NULL");
+  read_documented(db, stats);
   auto st = db.prepare("SELECT reason, count(*) FROM skipped GROUP BY reason");
   while (st.step()) stats.skipped[st.text(0)] = st.integer(1);
   return stats;
+}
+
+void read_documented(Database& db, IndexStats& stats) {
+  auto st = db.prepare("SELECT count(*), count(symbol_id) FROM doc_names");
+  if (!st.step()) return;
+  stats.documented = st.integer(0);
+  stats.documented_linked = st.integer(1);
 }
 
 }  // namespace orvane_tamsel::index

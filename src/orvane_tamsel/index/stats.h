@@ -7,5 +7,7 @@
 namespace orvane_tamsel::index {
 
 IndexStats read_stats(Database& db);
+// The names the reference pages document, and how many of them were linked.
+void read_documented(Database& db, IndexStats& stats);
 
 }  // namespace orvane_tamsel::index

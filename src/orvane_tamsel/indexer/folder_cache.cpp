@@ -11,7 +11,8 @@ namespace orvane_tamsel::indexer {
 
 namespace {
 
-constexpr char MAGIC[8] = {'t', 'm', 's', 'l', 'f', 'c', '0', '1'};
+// 02: folders list reference pages too.
+constexpr char MAGIC[8] = {'t', 'm', 's', 'l', 'f', 'c', '0', '2'};
 
 class Reader {
  public:

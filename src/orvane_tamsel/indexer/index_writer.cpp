@@ -87,6 +87,7 @@ index::IndexStats IndexWriter::stats() {
   stats.unresolved_calls = calls->second;
   auto skipped = impl_->db.prepare("SELECT reason, count(*) FROM skipped GROUP BY reason");
   while (skipped.step()) stats.skipped[skipped.text(0)] = skipped.integer(1);
+  index::read_documented(impl_->db, stats);
   return stats;
 }
 

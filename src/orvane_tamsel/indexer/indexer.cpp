@@ -22,6 +22,7 @@
 #include "orvane_tamsel/indexer/index_writer.h"
 #include "orvane_tamsel/indexer/meaning/meaning_pass.h"
 #include "orvane_tamsel/indexer/ordered_parse.h"
+#include "orvane_tamsel/indexer/reference_docs/reference_pass.h"
 #include "orvane_tamsel/indexer/walker.h"
 #include "orvane_tamsel/utils/unicode.h"
 
@@ -134,6 +135,8 @@ void finish_report(IndexReport& report, const index::IndexStats& stats,
   report.calls = stats.calls;
   report.unresolved_calls = stats.unresolved_calls;
   report.skipped = stats.skipped;
+  report.documented = stats.documented;
+  report.documented_linked = stats.documented_linked;
   report.seconds =
       std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
 }
@@ -242,7 +245,8 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
   IndexReport report;
   report.folders = std::move(walked.folders);
   // Nothing changed: no write transaction, so a check before every request stays cheap.
-  if (work.work.empty() && work.removed.empty() && writer.skipped() == walked.skipped) {
+  if (work.work.empty() && work.removed.empty() && writer.skipped() == walked.skipped &&
+      !reference_docs::pages_changed(writer.database(), walked.pages)) {
     // An index written before the meaning vectors existed gets them on its first check.
     if (!index::meaning_generation(writer.database())) {
       meaning::update_meaning(writer.database(), repository_root, {});
@@ -253,6 +257,12 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
   std::vector<std::string> written;
   write_changes(writer, repository_root, work, states, preparer, walked.skipped, report, written,
                 on_progress);
+  // Code that changed may link page names elsewhere; its symbols' text rows were written anew.
+  bool code_changed = !written.empty() || report.removed > 0;
+  for (auto& path : reference_docs::update_reference_docs(writer.database(), repository_root,
+                                                          walked.pages, code_changed)) {
+    written.push_back(std::move(path));
+  }
   meaning::update_meaning(writer.database(), repository_root, written);
   finish_report(report, writer.stats(), started);
   return report;
@@ -292,7 +302,13 @@ std::string summary_line(const IndexReport& report) {
   char secs[32];
   std::snprintf(secs, sizeof secs, "%.2f", report.seconds);
   out << ", " << report.symbols << " symbols, " << report.calls << " calls resolved, "
-      << report.unresolved_calls << " unresolved, " << secs << " s";
+      << report.unresolved_calls << " unresolved, ";
+  if (report.documented > 0) {
+    out << report.documented << " names in reference pages (" << report.documented_linked
+        << " linked to a symbol, " << report.documented - report.documented_linked
+        << " not found), ";
+  }
+  out << secs << " s";
   return out.str();
 }
 

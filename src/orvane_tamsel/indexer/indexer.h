@@ -28,6 +28,8 @@ struct IndexReport {
   std::int64_t symbols = 0;
   std::int64_t calls = 0;
   std::int64_t unresolved_calls = 0;
+  std::int64_t documented = 0;         // names the reference pages document
+  std::int64_t documented_linked = 0;  // ... linked to a symbol
   double seconds = 0;
   std::vector<std::string> folders;  // folders walked, to watch for the next change
 };

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "orvane_tamsel/indexer/ignore_rules.h"
+#include "orvane_tamsel/indexer/reference_docs/rest_directives.h"
 
 namespace orvane_tamsel::indexer {
 
@@ -56,8 +57,10 @@ class Walk {
     }
     rules_.add_file(root_ / ".git" / "info" / "exclude", "");
     dir(root_.string(), "", AT_FDCWD, root_.string());
-    std::sort(out_.files.begin(), out_.files.end(),
-              [](const auto& a, const auto& b) { return a.path < b.path; });
+    for (auto* files : {&out_.files, &out_.pages}) {
+      std::sort(files->begin(), files->end(),
+                [](const auto& a, const auto& b) { return a.path < b.path; });
+    }
     return std::move(out_);
   }
 
@@ -87,7 +90,8 @@ class Walk {
       } else if (type == DT_LNK) {
         entries.push_back({std::string(name), FolderEntry::symlink});
       } else if (type == DT_REG &&
-                 (utils::language_for_path(name) != nullptr || is_ignore_file(name))) {
+                 (utils::language_for_path(name) != nullptr || is_ignore_file(name) ||
+                  reference_docs::is_reference_page(name))) {
         entries.push_back({std::string(name), FolderEntry::file});
       }
     }
@@ -209,11 +213,19 @@ class Walk {
     }
     if (is_link && !fs::is_regular_file(status)) return;
     const auto* lang = utils::language_for_path(name);
-    if (lang == nullptr) return;
+    bool page = lang == nullptr && reference_docs::is_reference_page(name);
+    if (lang == nullptr && !page) return;
     struct stat st {};
     if (::fstatat(at, (at_prefix + name).c_str(), &st, 0) != 0)
       return skip_if_code(rel, "unreadable");
     if (!S_ISREG(st.st_mode)) return;
+    // A page too large to read is left out like any file no language reads.
+    if (page) {
+      if (st.st_size <= max_size_) {
+        out_.pages.push_back({rel, nullptr, static_cast<std::int64_t>(st.st_size), ns(st.st_mtim)});
+      }
+      return;
+    }
     if (std::find(lang->package_markers.begin(), lang->package_markers.end(), name) !=
         lang->package_markers.end()) {
       out_.packages.insert(parent);

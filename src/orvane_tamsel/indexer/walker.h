@@ -22,6 +22,7 @@ struct WalkedFile {
 
 struct WalkResult {
   std::vector<WalkedFile> files;               // sorted by path
+  std::vector<WalkedFile> pages;               // reference pages (no language), sorted by path
   std::map<std::string, std::string> skipped;  // path -> reason
   PackageDirs packages;
   std::vector<std::string> folders;  // folders entered, repository-relative ("" is the root)

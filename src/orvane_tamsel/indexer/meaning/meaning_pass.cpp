@@ -20,11 +20,12 @@ constexpr double CHANGED_SHARE = 0.25;
 
 // Production symbols only: tests, three in four symbols of Python's standard library, repeat
 // the names of what they test, which the text search finds, and their vectors would make every
-// reader load four times as much.
+// reader load four times as much. What the reference pages say of a symbol is part of its text.
 const std::string& symbol_select() {
   static const std::string sql =
-      "SELECT s.id, s.is_test, s.name, s.parent_fqn, coalesce(s.docstring, ''), "
-      "coalesce(s.signature, ''), s.file_id FROM symbols s WHERE " +
+      "SELECT s.id, s.is_test, s.name, s.parent_fqn, "
+      "coalesce(s.docstring, '') || coalesce(' ' || d.text, ''), coalesce(s.signature, ''), "
+      "s.file_id FROM symbols s LEFT JOIN doc_text d ON d.symbol_id = s.id WHERE " +
       index::production_symbol_sql("s");
   return sql;
 }

@@ -1,0 +1,35 @@
+#pragma once
+// Finds the symbol a reference page's dotted name documents.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "orvane_tamsel/index/sqlite_db.h"
+#include "orvane_tamsel/indexer/types/sql_type_facts.h"
+
+namespace orvane_tamsel::indexer::reference_docs {
+
+class DocLinker {
+ public:
+  explicit DocLinker(index::Database& db);
+  // The symbol's id: the exact fqn; else where the package's re-exports lead (`asyncio.Queue`
+  // is `asyncio.queues.Queue`); else the one symbol of the same top package whose fqn ends with
+  // the documented class and name. nullopt: none, or several. `exact_tried`: the caller looked
+  // the fqn up already.
+  std::optional<std::int64_t> link(const std::string& fqn, bool exact_tried = false);
+
+ private:
+  std::optional<std::int64_t> exact(const std::string& fqn);
+  // The symbols of a name, read once: pages document `get` or `close` of many classes.
+  const std::vector<std::pair<std::int64_t, std::string>>& named(const std::string& name);
+
+  types::SqlTypeFacts facts_;
+  index::Statement by_fqn_, by_name_;
+  std::unordered_map<std::string, std::vector<std::pair<std::int64_t, std::string>>> named_;
+};
+
+}  // namespace orvane_tamsel::indexer::reference_docs

@@ -1,0 +1,27 @@
+#pragma once
+// The Python objects a reStructuredText reference page documents, and the words it says of each.
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace orvane_tamsel::indexer::reference_docs {
+
+struct DocumentedName {
+  std::string fqn;   // dotted, with the page's current module and enclosing class
+  std::string text;  // the body in plain words: roles and markup dropped, at most MAX_WORDS
+};
+
+inline constexpr std::size_t MAX_WORDS = 80;
+
+// Whether a file of this name may hold reference pages (*.rst, and *.txt as Django keeps them).
+bool is_reference_page(std::string_view path);
+
+// Reads `.. module::` / `.. currentmodule::` and the object directives (class, function, method,
+// attribute, exception, data, decorator and their variants, with or without `py:`); a member
+// directive takes the class it is nested in, or else the class the page documented last. Names
+// whose body says nothing are listed too, with empty text.
+std::vector<DocumentedName> documented_names(std::string_view page);
+
+}  // namespace orvane_tamsel::indexer::reference_docs
