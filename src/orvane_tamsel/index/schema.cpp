@@ -140,6 +140,23 @@ CREATE INDEX declarations_file ON declarations(file_id);
 CREATE INDEX declarations_def ON declarations(def_id);
 CREATE INDEX declarations_def_file ON declarations(def_file_id);
 
+-- A C or C++ function-like macro of a file: its parameters and the calls its body makes, as
+-- written (indexer/languages/c_family/macro_bodies.h).
+CREATE TABLE macros(
+  file_id INTEGER NOT NULL,
+  name TEXT NOT NULL,
+  params TEXT NOT NULL,
+  calls TEXT NOT NULL);
+CREATE INDEX macros_file ON macros(file_id);
+-- A site made at a macro's use (origin) for a call its body makes, in the use's file.
+CREATE TABLE macro_sites(
+  site_id INTEGER PRIMARY KEY,
+  origin INTEGER NOT NULL,
+  file_id INTEGER NOT NULL,
+  macro TEXT NOT NULL);
+CREATE INDEX macro_sites_origin ON macro_sites(origin);
+CREATE INDEX macro_sites_file ON macro_sites(file_id);
+
 CREATE TABLE skipped(path TEXT PRIMARY KEY, reason TEXT NOT NULL) WITHOUT ROWID;
 
 -- Code symbols (no modules) for ranked text search; rowid = symbols.id.

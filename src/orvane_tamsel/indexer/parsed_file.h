@@ -130,6 +130,14 @@ struct ParsedCall {
   std::string template_args;
 };
 
+// A C or C++ function-like macro: its parameters and the calls its body makes, in the stored
+// forms of languages/c_family/macro_bodies.h.
+struct ParsedMacro {
+  std::string name;
+  std::string params;
+  std::string calls;
+};
+
 struct ParsedFile {
   std::string path;  // relative to the repository root, "/" separators
   std::string language;
@@ -139,6 +147,7 @@ struct ParsedFile {
   std::vector<ParsedSymbol> symbols;  // the module symbol first
   std::vector<ParsedImport> imports;
   std::vector<ParsedCall> calls;  // unresolved sites included, with an empty target
+  std::vector<ParsedMacro> macros;
 };
 
 }  // namespace orvane_tamsel::indexer

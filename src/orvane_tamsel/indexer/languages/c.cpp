@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 
+#include "orvane_tamsel/indexer/languages/c_family/macro_bodies.h"
 #include "orvane_tamsel/indexer/languages/cpp.h"
 #include "orvane_tamsel/indexer/languages/cpp/preparse.h"
 
@@ -255,6 +256,19 @@ std::optional<tagged::Definition> Rules::define_macro(const tagged::Tag& tag,
   if (is_include_guard(tag.node, def.name)) return std::nullopt;
   def.kind = "macro";
   def.unscoped = true;  // the preprocessor knows no namespace
+  if (is(tag.node, "preproc_function_def")) {
+    // a use of it links to what its body calls (c_family/macro_sites.cpp)
+    std::vector<std::string> params;
+    TSNode list = ts_node_child_by_field_name(tag.node, "parameters", 10);
+    for (std::uint32_t i = 0; i < ts_node_child_count(list); ++i) {
+      TSNode p = ts_node_child(list, i);
+      if (is(p, "identifier")) params.emplace_back(text(p));
+      if (is(p, "...")) params.emplace_back("__VA_ARGS__");
+    }
+    auto calls = c_family::calls_in_body(field_text(tag.node, "value"));
+    out_.macros.push_back(
+        {def.name, c_family::encode_params(params), c_family::encode_calls(calls)});
+  }
   return def;
 }
 

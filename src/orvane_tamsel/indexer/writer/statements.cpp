@@ -109,9 +109,13 @@ void Statements::prepare_site_rows(index::Database& db) {
   public_names = db.prepare(
       "SELECT name FROM symbols WHERE fqn > ?1 || '.' AND fqn < ?1 || '/' AND parent_fqn = ?1 "
       "AND kind <> 'module' AND substr(name, 1, 1) <> '_'");
-  file_sites = db.prepare("SELECT count(callee_id), count(*) FROM call_sites WHERE file_id = ?");
+  // Sites made at a macro's use for the calls its body makes are no calls of their own.
+  file_sites = db.prepare(
+      "SELECT count(callee_id), count(*) FROM call_sites WHERE file_id = ? AND evidence <> "
+      "'macro'");
   relinked_resolved = db.prepare(
-      "SELECT count(c.callee_id) FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id");
+      "SELECT count(c.callee_id) FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id "
+      "WHERE c.evidence <> 'macro'");
   file_language = db.prepare("SELECT language, module FROM files WHERE id = ?");
   for (const char* sql : {
            "DELETE FROM edges WHERE site_id IN (SELECT id FROM call_sites WHERE file_id = ?)",

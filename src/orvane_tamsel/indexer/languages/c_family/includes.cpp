@@ -91,7 +91,7 @@ UPDATE call_sites SET evidence = 'include'
 )sql";
 constexpr const char* UNIQUE_NAME = R"sql(
 UPDATE call_sites SET callee_id = )sql" TAMSEL_UNIQUE_BODY("min(s.id)") R"sql(,
-    evidence = 'unique-name'
+    evidence = CASE evidence WHEN 'macro' THEN evidence ELSE 'unique-name' END
   WHERE id IN (SELECT site_id FROM relink) AND callee_id IS NULL AND target_fqn <> ''
     AND )sql" TAMSEL_C_FILE R"sql( AND )sql" TAMSEL_C_SITE R"sql(
     AND EXISTS (SELECT 1 FROM reach_files r CROSS JOIN declarations d ON d.file_id = r.file_id
@@ -151,9 +151,6 @@ UPDATE imports SET target_file_id = (
 
 static_assert(EQUALLY_NEAR_RANK == 1000000, "TAMSEL_EQUALLY_NEAR");
 
-// How many #includes deep a call looks for its callee (a.c -> b.h -> c.h is two).
-constexpr int MAX_INCLUDE_DEPTH = 4;
-
 // Sites of files that include, within that depth, a file whose includes changed see other
 // headers now.
 constexpr const char* RELINK_INCLUDERS = R"sql(
@@ -181,6 +178,7 @@ void Linking::after_imports(LinkingContext& ctx) {
   // Includes are linked before calls: a C or C++ call sees what its file includes.
   db.exec(LINK_INCLUDES);
   if (!ctx.full_build()) relink_includers_.bind(1, MAX_INCLUDE_DEPTH).run();
+  make_macro_sites(ctx);
   c_sites_ = reach_includes(db);
 }
 
@@ -196,7 +194,9 @@ void Linking::link_calls(LinkingContext& ctx) {
 }
 
 void Linking::after_linking(LinkingContext& ctx) {
-  if (c_sites_) ctx.database().exec(CONSTRUCTORS);
+  if (!c_sites_) return;
+  ctx.database().exec(CONSTRUCTORS);
+  drop_unlinked_macro_sites(ctx);
 }
 
 // A C or C++ file that came or went may be what an #include elsewhere finds now: those
