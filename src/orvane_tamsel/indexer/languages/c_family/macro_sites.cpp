@@ -15,14 +15,13 @@ namespace orvane_tamsel::indexer::c_family {
 namespace {
 
 constexpr const char* MACRO_TABLES = R"sql(
-CREATE TEMP TABLE IF NOT EXISTS macro_origins(id INTEGER PRIMARY KEY);
 CREATE TEMP TABLE IF NOT EXISTS macro_dropped(id INTEGER PRIMARY KEY);
 )sql";
 
-// The sites made for the uses in macro_origins, or those in macro_dropped, with their rows.
-constexpr const char* DROP_ORIGINS_SITES = R"sql(
-INSERT OR IGNORE INTO macro_dropped SELECT site_id FROM macro_sites
-  WHERE origin IN (SELECT id FROM macro_origins);
+// The sites made for the uses linked again, or those in macro_dropped, with their rows.
+constexpr const char* DROP_RELINKED_SITES = R"sql(
+INSERT OR IGNORE INTO macro_dropped SELECT m.site_id FROM relink r
+  CROSS JOIN macro_sites m ON m.origin = r.site_id;
 )sql";
 constexpr const char* DROP_SITES = R"sql(
 DELETE FROM edges WHERE site_id IN (SELECT id FROM macro_dropped);
@@ -189,6 +188,12 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
   }
   changed_macros_.clear();
 
+  // every use linked again is expanded again, or no longer, when its name is no macro now
+  if (!ctx.full_build()) {
+    db.exec(DROP_RELINKED_SITES);
+    db.exec(DROP_SITES);
+  }
+
   struct Use {
     std::int64_t id, file_id, caller_id, line;
     std::string target, macro;
@@ -209,13 +214,6 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
     }
   }
   if (uses.empty()) return;
-  if (!ctx.full_build()) {
-    auto origin = db.prepare("INSERT OR IGNORE INTO macro_origins VALUES(?)");
-    for (const auto& u : uses) origin.bind(1, u.id).run();
-    db.exec(DROP_ORIGINS_SITES);
-    db.exec(DROP_SITES);
-    db.exec("DELETE FROM macro_origins");
-  }
 
   // What a file's #includes reach, nearest first (the order reach_includes walks them).
   auto targets_st = db.prepare(
