@@ -5,6 +5,7 @@
 #include <deque>
 #include <map>
 #include <set>
+#include <tuple>
 #include <unordered_map>
 
 #include "orvane_tamsel/indexer/languages/c_family/linking.h"
@@ -205,7 +206,8 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
         "WHERE c.evidence <> 'macro' AND c.target_fqn <> '' AND c.caller_id IS NOT NULL "
         "AND (c.id IN (SELECT site_id FROM relink) "
         "OR c.file_id IN (SELECT id FROM changed_files)) "
-        "AND c.file_id IN (SELECT id FROM files WHERE language IN ('c', 'cpp'))");
+        "AND c.file_id IN (SELECT id FROM files WHERE language IN ('c', 'cpp')) "
+        "ORDER BY c.file_id, c.line, c.id");
     while (st.step()) {
       auto macro = last_name(st.text(4));
       if (by_name.count(macro) == 0) continue;
@@ -271,6 +273,9 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
   auto mark_relink = db.prepare("INSERT OR IGNORE INTO relink VALUES(?)");
   auto insert_macro_site = db.prepare("INSERT INTO macro_sites VALUES(?, ?, ?, ?)");
   std::map<std::pair<std::int64_t, std::string>, std::vector<MacroCall>> expanded;
+  // A function using a macro ten times calls what it expands to from its first use: one site
+  // (its uses are linked again together, by the macro's name or their file).
+  std::set<std::tuple<std::int64_t, std::string, std::string, std::int64_t>> made;
   for (const auto& u : uses) {
     auto [it, fresh] = expanded.try_emplace({u.file_id, u.macro});
     if (fresh) {
@@ -287,7 +292,9 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
     }
     for (const auto& call : it->second) {
       auto names = candidates_for(call.callee, u.target, u.macro);
-      if (names.empty()) continue;
+      if (names.empty() ||
+          !made.emplace(u.caller_id, u.macro, names.front(), call.arguments).second)
+        continue;
       insert_site.bind(1, u.file_id)
           .bind(2, u.caller_id)
           .bind(3, u.line)
