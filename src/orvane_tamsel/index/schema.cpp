@@ -86,7 +86,10 @@ CREATE TABLE call_sites(
   arguments INTEGER NOT NULL DEFAULT -1,
   -- C++: the template arguments written on the callee's class (`int&` of
   -- `DefaultValue<int&>::Exists()`), which pick among its specializations.
-  template_args TEXT NOT NULL DEFAULT '');
+  template_args TEXT NOT NULL DEFAULT '',
+  -- C and C++: a letter per argument whose kind the text shows, which picks among overloads of
+  -- one arity: b a braced list, w a wide string literal, s a narrow one, ? any other; '' none.
+  argument_kinds TEXT NOT NULL DEFAULT '');
 CREATE INDEX call_sites_file ON call_sites(file_id);
 CREATE TABLE call_fallbacks(
   site_id INTEGER NOT NULL,

@@ -128,6 +128,8 @@ struct ParsedCall {
   // C++: the template arguments written on the class that holds the target (`int&` of
   // `DefaultValue<int&>::Exists()`): the index links the specialization they fit.
   std::string template_args;
+  // C and C++: the kinds of the arguments the call's text shows (see call_sites.argument_kinds).
+  std::string argument_kinds;
 };
 
 // A C or C++ function-like macro: its parameters and the calls its body makes, in the stored

@@ -383,9 +383,32 @@ std::int64_t Rules::argument_count(TSNode call) const {
   return n;
 }
 
+// One letter an argument: a braced list, a wide or a narrow string literal, or another
+// expression; "" when none shows its kind.
+std::string Rules::argument_kinds(TSNode call) const {
+  TSNode args = ts_node_child_by_field_name(call, "arguments", 9);
+  if (!is(call, "call_expression") || !is(args, "argument_list")) return {};
+  std::string kinds;
+  bool shown = false;
+  for (std::uint32_t i = 0; i < ts_node_named_child_count(args); ++i) {
+    TSNode a = ts_node_named_child(args, i);
+    if (is_comment(a)) continue;
+    char kind = '?';
+    if (is(a, "initializer_list")) kind = 'b';
+    if (is(a, "string_literal") || is(a, "concatenated_string") || is(a, "raw_string_literal")) {
+      auto t = text(a);
+      kind = t.starts_with("L") ? 'w' : t.starts_with("\"") || t.starts_with("u8") ? 's' : '?';
+    }
+    shown = shown || kind != '?';
+    kinds.push_back(kind);
+  }
+  return shown ? kinds : std::string();
+}
+
 void Rules::resolve(const tagged::PendingCall& pending, ParsedCall& call) {
   if (!is(pending.callee, "identifier")) return;  // through a pointer or a field
   call.arguments = argument_count(pending.call);
+  call.argument_kinds = argument_kinds(pending.call);
   call.target = text(pending.callee);
   call.evidence = defined_.count(call.target) != 0 ? "same-file" : "include";
   call.scope_modules = visible_modules();

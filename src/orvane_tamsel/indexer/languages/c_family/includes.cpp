@@ -13,7 +13,7 @@ namespace {
 
 #define TAMSEL_BODY_FIRST "s.start_line - s.end_line"
 // An overload or namesake whose parameters fit the arguments first.
-#define TAMSEL_FITS "c_fits(s.signature, s.name, o.arguments) DESC"
+#define TAMSEL_FITS "c_fits(s.signature, s.name, o.arguments, o.argument_kinds) DESC"
 // A C or C++ site (one whose file has `reach` rows) sees the files its file includes, directly
 // or through other headers (`reach_files`), and their modules (`reach`): a function declared in
 // a header is defined in a source file of the same module. Its own file first, then what the
@@ -39,9 +39,10 @@ namespace {
 // Fallback ranks from here on mark names equally near (EQUALLY_NEAR_RANK).
 #define TAMSEL_EQUALLY_NEAR "1000000"
 #define TAMSEL_CALLEE_FILE "(SELECT file_id FROM symbols WHERE id = call_sites.callee_id)"
-#define TAMSEL_FITTING                                                                    \
-  "c_fits(s.signature, s.name, call_sites.arguments) >= (SELECT c_fits(signature, name, " \
-  "call_sites.arguments) FROM symbols WHERE id = call_sites.callee_id)"
+#define TAMSEL_FITTING                                                                           \
+  "c_fits(s.signature, s.name, call_sites.arguments, call_sites.argument_kinds) >= (SELECT "     \
+  "c_fits(signature, name, call_sites.arguments, call_sites.argument_kinds) FROM symbols WHERE " \
+  "id = call_sites.callee_id)"
 constexpr const char* LINK_CALLS = R"sql(
 UPDATE call_sites SET callee_id = coalesce(
     )sql" TAMSEL_C_CANDIDATES("s.file_id = call_sites.file_id") R"sql(,
