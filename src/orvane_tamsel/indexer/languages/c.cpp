@@ -395,6 +395,10 @@ std::string Rules::argument_kinds(TSNode call) const {
     if (is_comment(a)) continue;
     char kind = '?';
     if (is(a, "initializer_list")) kind = 'b';
+    // `std::wstring(L"...")` is a wide string as well
+    if (is(a, "call_expression") &&
+        text(ts_node_child_by_field_name(a, "function", 8)).ends_with("wstring"))
+      kind = 'w';
     if (is(a, "string_literal") || is(a, "concatenated_string") || is(a, "raw_string_literal")) {
       auto t = text(a);
       kind = t.starts_with("L") ? 'w' : t.starts_with("\"") || t.starts_with("u8") ? 's' : '?';
