@@ -49,6 +49,7 @@ UPDATE call_sites SET callee_id = coalesce(
     )sql" TAMSEL_C_CANDIDATES(TAMSEL_INCLUDED) R"sql(,
     )sql" TAMSEL_C_CANDIDATES(TAMSEL_REACHED) R"sql()
   WHERE id IN (SELECT site_id FROM relink) AND )sql" TAMSEL_C_SITE R"sql(
+    AND id NOT IN (SELECT site_id FROM macro_copies)
     -- A site with no name and no fallbacks to look up links to nothing: left as it is when unlinked.
     AND (target_fqn <> '' OR callee_id IS NOT NULL
       OR EXISTS (SELECT 1 FROM call_fallbacks b WHERE b.site_id = call_sites.id));
@@ -94,6 +95,7 @@ constexpr const char* UNIQUE_NAME = R"sql(
 UPDATE call_sites SET callee_id = )sql" TAMSEL_UNIQUE_BODY("min(s.id)") R"sql(,
     evidence = CASE evidence WHEN 'macro' THEN evidence ELSE 'unique-name' END
   WHERE id IN (SELECT site_id FROM relink) AND callee_id IS NULL AND target_fqn <> ''
+    AND id NOT IN (SELECT site_id FROM macro_copies)
     AND )sql" TAMSEL_C_FILE R"sql( AND )sql" TAMSEL_C_SITE R"sql(
     AND EXISTS (SELECT 1 FROM reach_files r CROSS JOIN declarations d ON d.file_id = r.file_id
       WHERE r.origin = call_sites.file_id AND d.fqn = call_sites.target_fqn)
@@ -192,6 +194,7 @@ void Linking::link_calls(LinkingContext& ctx) {
   db.exec(EQUALLY_NEAR);
   db.exec(UNIQUE_NAME);
   link_specializations(db);
+  copy_macro_links(db);
 }
 
 void Linking::after_linking(LinkingContext& ctx) {

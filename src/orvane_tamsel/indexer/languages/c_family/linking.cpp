@@ -26,7 +26,8 @@ CREATE TEMP TABLE IF NOT EXISTS include_changed(id INTEGER PRIMARY KEY);
 
 constexpr const char* CLEAR_TABLES =
     "DELETE FROM restored; DELETE FROM stale_docs; DELETE FROM kept_declarations; "
-    "DELETE FROM reach; DELETE FROM reach_files; DELETE FROM include_changed;";
+    "DELETE FROM reach; DELETE FROM reach_files; DELETE FROM include_changed; "
+    "DELETE FROM macro_copies; DELETE FROM macro_dropped;";
 
 }  // namespace
 

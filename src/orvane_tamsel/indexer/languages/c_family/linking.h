@@ -57,6 +57,7 @@ class Linking final : public LinkingPlugin {
   void forget_macros(LinkingContext& ctx, std::int64_t file_id);
   void store_macros(LinkingContext& ctx, const ParsedFile& file, std::int64_t file_id);
   void make_macro_sites(LinkingContext& ctx);
+  void copy_macro_links(index::Database& db);
   void drop_unlinked_macro_sites(LinkingContext& ctx);
 
   index::Statement old_declarations_, keep_declaration_, insert_symbol_, mark_new_text_,

@@ -17,9 +17,19 @@ namespace {
 
 constexpr const char* MACRO_TABLES = R"sql(
 CREATE TEMP TABLE IF NOT EXISTS macro_dropped(id INTEGER PRIMARY KEY);
+-- A macro site of this batch that names what an earlier one of its file names (`rep`): linked
+-- as that one is, not looked up again.
+CREATE TEMP TABLE IF NOT EXISTS macro_copies(site_id INTEGER PRIMARY KEY, rep INTEGER NOT NULL);
 )sql";
 
 // The sites made for the uses linked again, or those in macro_dropped, with their rows.
+constexpr const char* COPY_LINKS = R"sql(
+UPDATE call_sites SET callee_id = (SELECT r.callee_id FROM macro_copies m
+    CROSS JOIN call_sites r ON r.id = m.rep WHERE m.site_id = call_sites.id)
+  WHERE id IN (SELECT site_id FROM macro_copies);
+DELETE FROM macro_copies;
+)sql";
+
 constexpr const char* DROP_RELINKED_SITES = R"sql(
 INSERT OR IGNORE INTO macro_dropped SELECT m.site_id FROM relink r
   CROSS JOIN macro_sites m ON m.origin = r.site_id;
@@ -273,6 +283,9 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
   auto mark_relink = db.prepare("INSERT OR IGNORE INTO relink VALUES(?)");
   auto insert_macro_site = db.prepare("INSERT INTO macro_sites VALUES(?, ?, ?, ?)");
   std::map<std::pair<std::int64_t, std::string>, std::vector<MacroCall>> expanded;
+  auto insert_copy = db.prepare("INSERT INTO macro_copies VALUES(?, ?)");
+  // the first site of a file with these names and this argument count
+  std::map<std::tuple<std::int64_t, std::vector<std::string>, std::int64_t>, std::int64_t> firsts;
   // A function using a macro ten times calls what it expands to from its first use: one site
   // (its uses are linked again together, by the macro's name or their file).
   std::set<std::tuple<std::int64_t, std::string, std::string, std::int64_t>> made;
@@ -302,14 +315,20 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
           .bind(5, call.arguments)
           .run();
       auto site = db.last_insert_id();
+      mark_relink.bind(1, site).run();
+      insert_macro_site.bind(1, site).bind(2, u.id).bind(3, u.file_id).bind(4, u.macro).run();
       for (std::size_t i = 1; i < names.size(); ++i) {
         insert_fallback.bind(1, site).bind(2, static_cast<std::int64_t>(i)).bind(3, names[i]).run();
       }
       copy_scopes.bind(1, site).bind(2, u.id).run();
-      mark_relink.bind(1, site).run();
-      insert_macro_site.bind(1, site).bind(2, u.id).bind(3, u.file_id).bind(4, u.macro).run();
+      auto [first, fresh_names] = firsts.try_emplace({u.file_id, names, call.arguments}, site);
+      if (!fresh_names) insert_copy.bind(1, site).bind(2, first->second).run();
     }
   }
+}
+
+void Linking::copy_macro_links(index::Database& db) {
+  db.exec(COPY_LINKS);
 }
 
 void Linking::drop_unlinked_macro_sites(LinkingContext& ctx) {
