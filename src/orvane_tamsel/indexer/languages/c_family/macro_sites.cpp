@@ -253,7 +253,8 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
     return it->second;
   };
   // The definitions of a macro a use in `file` sees: those of the file the name is written in,
-  // else of the first file the use's includes reach that has one, else the only file with one.
+  // else of the first file the use's includes reach that has one; a definition the use does not
+  // reach is another program's, as a function's would be.
   auto definitions = [&](std::string_view name, std::int64_t written_in,
                          std::int64_t file) -> std::optional<std::vector<const MacroBody*>> {
     auto it = by_name.find(std::string(name));
@@ -269,8 +270,6 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
     for (auto f : reached_from(file)) {
       if (auto seen = in_file(f); !seen.empty()) return seen;
     }
-    if (auto first = in_file(it->second.front()->file_id); first.size() == it->second.size())
-      return first;
     return std::vector<const MacroBody*>{};
   };
 
