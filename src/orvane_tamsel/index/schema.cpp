@@ -151,6 +151,7 @@ CREATE TABLE macros(
   params TEXT NOT NULL,
   calls TEXT NOT NULL);
 CREATE INDEX macros_file ON macros(file_id);
+CREATE INDEX macros_name ON macros(name);
 -- A site made at a macro's use (origin) for a call its body makes, in the use's file.
 CREATE TABLE macro_sites(
   site_id INTEGER PRIMARY KEY,

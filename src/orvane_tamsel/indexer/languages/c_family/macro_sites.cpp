@@ -163,8 +163,7 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
   }
   std::deque<MacroBody> bodies;
   std::unordered_map<std::string, std::vector<const MacroBody*>> by_name;
-  {
-    auto st = db.prepare("SELECT file_id, name, params, calls FROM macros");
+  auto read = [&](index::Statement& st) {
     while (st.step()) {
       auto& b = bodies.emplace_back();
       b.file_id = st.integer(0);
@@ -173,8 +172,26 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
       b.calls = decode_calls(st.text(3));
       by_name[b.name].push_back(&b);
     }
+    st.reset();
+  };
+  // A full build or a changed macro reads every body; an edit elsewhere only those its uses
+  // name (a system's headers hold some 160k macros).
+  bool every = ctx.full_build() || !changed_macros_.empty();
+  auto named_st = db.prepare("SELECT file_id, name, params, calls FROM macros WHERE name = ?");
+  std::set<std::string> asked;
+  auto named = [&](const std::string& name) -> const std::vector<const MacroBody*>* {
+    if (!every && asked.insert(name).second) {
+      named_st.bind(1, name);
+      read(named_st);
+    }
+    auto it = by_name.find(name);
+    return it == by_name.end() ? nullptr : &it->second;
+  };
+  if (every) {
+    auto st = db.prepare("SELECT file_id, name, params, calls FROM macros");
+    read(st);
+    if (bodies.empty()) return;
   }
-  if (bodies.empty()) return;
   if (!ctx.full_build() && !changed_macros_.empty()) {
     // the macros whose expansion reaches a changed one, and the sites naming them
     std::set<std::string> reaching = changed_macros_;
@@ -220,7 +237,7 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
         "ORDER BY c.file_id, c.line, c.id");
     while (st.step()) {
       auto macro = last_name(st.text(4));
-      if (by_name.count(macro) == 0) continue;
+      if (named(macro) == nullptr) continue;
       uses.push_back({st.integer(0), st.integer(1), st.integer(2), st.integer(3), st.text(4),
                       std::move(macro)});
     }
@@ -257,11 +274,11 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
   // reach is another program's, as a function's would be.
   auto definitions = [&](std::string_view name, std::int64_t written_in,
                          std::int64_t file) -> std::optional<std::vector<const MacroBody*>> {
-    auto it = by_name.find(std::string(name));
-    if (it == by_name.end()) return std::nullopt;
+    const auto* all = named(std::string(name));
+    if (all == nullptr) return std::nullopt;
     auto in_file = [&](std::int64_t f) {
       std::vector<const MacroBody*> out;
-      for (const auto* b : it->second) {
+      for (const auto* b : *all) {
         if (b->file_id == f) out.push_back(b);
       }
       return out;
