@@ -86,7 +86,10 @@ CREATE TABLE call_sites(
   arguments INTEGER NOT NULL DEFAULT -1,
   -- C++: the template arguments written on the callee's class (`int&` of
   -- `DefaultValue<int&>::Exists()`), which pick among its specializations.
-  template_args TEXT NOT NULL DEFAULT '');
+  template_args TEXT NOT NULL DEFAULT '',
+  -- C and C++: a letter per argument whose kind the text shows, which picks among overloads of
+  -- one arity: b a braced list, w a wide string literal, s a narrow one, ? any other; '' none.
+  argument_kinds TEXT NOT NULL DEFAULT '');
 CREATE INDEX call_sites_file ON call_sites(file_id);
 CREATE TABLE call_fallbacks(
   site_id INTEGER NOT NULL,
@@ -139,6 +142,24 @@ CREATE TABLE declarations(
 CREATE INDEX declarations_file ON declarations(file_id);
 CREATE INDEX declarations_def ON declarations(def_id);
 CREATE INDEX declarations_def_file ON declarations(def_file_id);
+
+-- A C or C++ function-like macro of a file: its parameters and the calls its body makes, as
+-- written (indexer/languages/c_family/macro_bodies.h).
+CREATE TABLE macros(
+  file_id INTEGER NOT NULL,
+  name TEXT NOT NULL,
+  params TEXT NOT NULL,
+  calls TEXT NOT NULL);
+CREATE INDEX macros_file ON macros(file_id);
+CREATE INDEX macros_name ON macros(name);
+-- A site made at a macro's use (origin) for a call its body makes, in the use's file.
+CREATE TABLE macro_sites(
+  site_id INTEGER PRIMARY KEY,
+  origin INTEGER NOT NULL,
+  file_id INTEGER NOT NULL,
+  macro TEXT NOT NULL);
+CREATE INDEX macro_sites_origin ON macro_sites(origin);
+CREATE INDEX macro_sites_file ON macro_sites(file_id);
 
 CREATE TABLE skipped(path TEXT PRIMARY KEY, reason TEXT NOT NULL) WITHOUT ROWID;
 

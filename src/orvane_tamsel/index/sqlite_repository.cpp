@@ -635,7 +635,9 @@ class SqliteRepository : public Repository {
     bool callers = relation == CALLER;
     std::string sql = R"sql(
       SELECT s.id, s.fqn, s.name, s.kind, sf.path, s.start_line, s.is_test, cf.path, e.line,
-             c.evidence
+             CASE c.evidence WHEN 'macro' THEN 'macro ' ||
+               coalesce((SELECT macro FROM macro_sites WHERE site_id = c.id), '')
+               ELSE c.evidence END
       FROM edges e JOIN call_sites c ON c.id = e.site_id
       JOIN symbols s ON s.id = )sql";
     sql += callers ? "e.caller_id" : "e.callee_id";

@@ -10,8 +10,10 @@ IndexStats read_stats(Database& db) {
   };
   stats.files = count("SELECT count(*) FROM files");
   stats.symbols = count("SELECT count(*) FROM symbols");
-  stats.calls = count("SELECT count(*) FROM call_sites WHERE callee_id IS NOT NULL");
-  stats.unresolved_calls = count("SELECT count(*) FROM call_sites WHERE callee_id IS NULL");
+  stats.calls =
+      count("SELECT count(*) FROM call_sites WHERE callee_id IS NOT NULL AND evidence <> 'macro'");
+  stats.unresolved_calls =
+      count("SELECT count(*) FROM call_sites WHERE callee_id IS NULL AND evidence <> 'macro'");
   read_documented(db, stats);
   auto st = db.prepare("SELECT reason, count(*) FROM skipped GROUP BY reason");
   while (st.step()) stats.skipped[st.text(0)] = st.integer(1);

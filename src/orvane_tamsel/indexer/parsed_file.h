@@ -128,6 +128,16 @@ struct ParsedCall {
   // C++: the template arguments written on the class that holds the target (`int&` of
   // `DefaultValue<int&>::Exists()`): the index links the specialization they fit.
   std::string template_args;
+  // C and C++: the kinds of the arguments the call's text shows (see call_sites.argument_kinds).
+  std::string argument_kinds;
+};
+
+// A C or C++ function-like macro: its parameters and the calls its body makes, in the stored
+// forms of languages/c_family/macro_bodies.h.
+struct ParsedMacro {
+  std::string name;
+  std::string params;
+  std::string calls;
 };
 
 struct ParsedFile {
@@ -139,6 +149,7 @@ struct ParsedFile {
   std::vector<ParsedSymbol> symbols;  // the module symbol first
   std::vector<ParsedImport> imports;
   std::vector<ParsedCall> calls;  // unresolved sites included, with an empty target
+  std::vector<ParsedMacro> macros;
 };
 
 }  // namespace orvane_tamsel::indexer

@@ -4,10 +4,12 @@
 #include <string>
 
 #include "indexer/indexed_fixture.h"
+#include "orvane_tamsel/indexer/languages/c_family/parameters.h"
 #include "orvane_tamsel/indexer/languages/c_family/template_fit.h"
 
 namespace {
 
+using orvane_tamsel::indexer::c_family::fit_score;
 using orvane_tamsel::indexer::c_family::specialization_fit;
 
 // Each caller with the line of the callee it links to, for callees of one fqn.
@@ -49,6 +51,22 @@ TEST(CFamilyLinking, SpecializationTheArgumentsFit) {
   ASSERT_EQ(signatures.size(), 5u);
   EXPECT_EQ(signatures[0], "class DefaultValue");
   EXPECT_EQ(signatures[4], "template <class Element, int N> class DefaultValue<Element[N]>");
+}
+
+// Among overloads of one arity, the one whose parameter suits what the call's text shows of an
+// argument: a braced list an initializer_list, a wide string a wstring, a narrow one a char
+// pointer (not a template, which takes it as it is); nothing shown leaves the first.
+TEST(CFamilyLinking, OverloadByArgumentKind) {
+  EXPECT_EQ(fit_score("int f(std::initializer_list<T> xs)", "f", 1, "b"), 2);
+  EXPECT_EQ(fit_score("int f(const T (&array)[N])", "f", 1, "b"), 1);
+  EXPECT_EQ(fit_score("int f(int a, const wchar_t* b)", "f", 2, "?w"), 2);
+  EXPECT_EQ(fit_score("int f(int a)", "f", 2, "?w"), 0);
+  indexer_test::IndexedFixture repo("cpp_lookup");
+  EXPECT_EQ(linked_lines(repo, "match.ElementsAreArray"),
+            (std::set<std::string>{"braced 16 include", "named 6 include"}));
+  EXPECT_EQ(linked_lines(repo, "match.StrNe"),
+            (std::set<std::string>{"wide 26 include", "narrow 21 include"}));
+  EXPECT_EQ(linked_lines(repo, "match.Named"), std::set<std::string>{"narrow 34 include"});
 }
 
 // A member called without `this->` from an out-of-line method, or a derived class's own, is

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 
+#include "orvane_tamsel/indexer/languages/c_family/macro_bodies.h"
 #include "orvane_tamsel/indexer/languages/cpp.h"
 #include "orvane_tamsel/indexer/languages/cpp/preparse.h"
 
@@ -255,6 +256,19 @@ std::optional<tagged::Definition> Rules::define_macro(const tagged::Tag& tag,
   if (is_include_guard(tag.node, def.name)) return std::nullopt;
   def.kind = "macro";
   def.unscoped = true;  // the preprocessor knows no namespace
+  if (is(tag.node, "preproc_function_def")) {
+    // a use of it links to what its body calls (c_family/macro_sites.cpp)
+    std::vector<std::string> params;
+    TSNode list = ts_node_child_by_field_name(tag.node, "parameters", 10);
+    for (std::uint32_t i = 0; i < ts_node_child_count(list); ++i) {
+      TSNode p = ts_node_child(list, i);
+      if (is(p, "identifier")) params.emplace_back(text(p));
+      if (is(p, "...")) params.emplace_back("__VA_ARGS__");
+    }
+    auto calls = c_family::calls_in_body(field_text(tag.node, "value"));
+    out_.macros.push_back(
+        {def.name, c_family::encode_params(params), c_family::encode_calls(calls)});
+  }
   return def;
 }
 
@@ -369,9 +383,36 @@ std::int64_t Rules::argument_count(TSNode call) const {
   return n;
 }
 
+// One letter an argument: a braced list, a wide or a narrow string literal, or another
+// expression; "" when none shows its kind.
+std::string Rules::argument_kinds(TSNode call) const {
+  TSNode args = ts_node_child_by_field_name(call, "arguments", 9);
+  if (!is(call, "call_expression") || !is(args, "argument_list")) return {};
+  std::string kinds;
+  bool shown = false;
+  for (std::uint32_t i = 0; i < ts_node_named_child_count(args); ++i) {
+    TSNode a = ts_node_named_child(args, i);
+    if (is_comment(a)) continue;
+    char kind = '?';
+    if (is(a, "initializer_list")) kind = 'b';
+    // `std::wstring(L"...")` is a wide string as well
+    if (is(a, "call_expression") &&
+        text(ts_node_child_by_field_name(a, "function", 8)).ends_with("wstring"))
+      kind = 'w';
+    if (is(a, "string_literal") || is(a, "concatenated_string") || is(a, "raw_string_literal")) {
+      auto t = text(a);
+      kind = t.starts_with("L") ? 'w' : t.starts_with("\"") || t.starts_with("u8") ? 's' : '?';
+    }
+    shown = shown || kind != '?';
+    kinds.push_back(kind);
+  }
+  return shown ? kinds : std::string();
+}
+
 void Rules::resolve(const tagged::PendingCall& pending, ParsedCall& call) {
   if (!is(pending.callee, "identifier")) return;  // through a pointer or a field
   call.arguments = argument_count(pending.call);
+  call.argument_kinds = argument_kinds(pending.call);
   call.target = text(pending.callee);
   call.evidence = defined_.count(call.target) != 0 ? "same-file" : "include";
   call.scope_modules = visible_modules();

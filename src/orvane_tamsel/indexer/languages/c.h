@@ -52,6 +52,8 @@ class Rules : public tagged::Extraction {
   std::vector<std::string> visible_modules() const;
   // The arguments a call expression passes; -1 for other sites (a construction).
   std::int64_t argument_count(TSNode call) const;
+  // What the text shows of the arguments' kinds (ParsedCall::argument_kinds).
+  std::string argument_kinds(TSNode call) const;
 
   std::string blanked_;  // the source as parsed, when decorating macros were blanked
 };

@@ -240,7 +240,8 @@ void BatchWriter::store_calls() {
   if (stored_calls) {
     calls = {stored_calls->first + resolved_delta, stored_calls->second + unresolved_delta};
   } else {
-    auto st = db.prepare("SELECT count(callee_id), count(*) FROM call_sites");
+    auto st =
+        db.prepare("SELECT count(callee_id), count(*) FROM call_sites WHERE evidence <> 'macro'");
     st.step();
     calls = {st.integer(0), st.integer(1) - st.integer(0)};
   }

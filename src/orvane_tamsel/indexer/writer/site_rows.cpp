@@ -13,7 +13,8 @@ std::string site_key(std::optional<std::int64_t> caller, const std::string& evid
                      const std::string& target, const std::string& fallbacks,
                      const std::string& scopes, const std::string& receiver,
                      const std::string& member, const std::string& receiver_evidence,
-                     std::int64_t arguments, const std::string& template_args) {
+                     std::int64_t arguments, const std::string& template_args,
+                     const std::string& argument_kinds) {
   std::string key = caller ? std::to_string(*caller) : std::string("-");
   if (arguments >= 0) key.append("(").append(std::to_string(arguments));
   if (!receiver.empty()) {
@@ -23,7 +24,8 @@ std::string site_key(std::optional<std::int64_t> caller, const std::string& evid
     }
     if (receiver_evidence != types::BACKS_TARGET) return key;
   }
-  for (const auto* part : {&evidence, &target, &fallbacks, &scopes, &template_args}) {
+  for (const auto* part :
+       {&evidence, &target, &fallbacks, &scopes, &template_args, &argument_kinds}) {
     key.push_back('\x1f');
     key.append(*part);
   }
@@ -65,7 +67,7 @@ void BatchWriter::write_sites(FileWrite& w) {
       }
       auto it = w.kept_sites.find(site_key(caller, call.evidence, call.target, fallbacks, scopes,
                                            receiver, member, receiver_evidence, call.arguments,
-                                           call.template_args));
+                                           call.template_args, call.argument_kinds));
       if (it != w.kept_sites.end() && !it->second.empty()) {
         auto old = it->second.front();
         it->second.pop_front();
@@ -87,6 +89,7 @@ void BatchWriter::write_sites(FileWrite& w) {
         .bind(8, receiver_evidence)
         .bind(9, call.arguments)
         .bind(10, call.template_args)
+        .bind(11, call.argument_kinds)
         .run();
     auto site = db.last_insert_id();
     if (!bulk) mark_relink.bind(1, site).run();

@@ -94,7 +94,8 @@ void Statements::prepare_file_rows(index::Database& db) {
 void Statements::prepare_site_rows(index::Database& db) {
   insert_site = db.prepare(
       "INSERT INTO call_sites(file_id, caller_id, line, evidence, target_fqn, receiver, member, "
-      "receiver_evidence, arguments, template_args) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+      "receiver_evidence, arguments, template_args, argument_kinds) "
+      "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
   insert_fallback = db.prepare("INSERT OR IGNORE INTO call_fallbacks VALUES(?, ?, ?)");
   insert_scope = db.prepare("INSERT OR IGNORE INTO call_scopes VALUES(?, ?)");
   insert_import =
@@ -109,9 +110,13 @@ void Statements::prepare_site_rows(index::Database& db) {
   public_names = db.prepare(
       "SELECT name FROM symbols WHERE fqn > ?1 || '.' AND fqn < ?1 || '/' AND parent_fqn = ?1 "
       "AND kind <> 'module' AND substr(name, 1, 1) <> '_'");
-  file_sites = db.prepare("SELECT count(callee_id), count(*) FROM call_sites WHERE file_id = ?");
+  // Sites made at a macro's use for the calls its body makes are no calls of their own.
+  file_sites = db.prepare(
+      "SELECT count(callee_id), count(*) FROM call_sites WHERE file_id = ? AND evidence <> "
+      "'macro'");
   relinked_resolved = db.prepare(
-      "SELECT count(c.callee_id) FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id");
+      "SELECT count(c.callee_id) FROM relink r CROSS JOIN call_sites c ON c.id = r.site_id "
+      "WHERE c.evidence <> 'macro'");
   file_language = db.prepare("SELECT language, module FROM files WHERE id = ?");
   for (const char* sql : {
            "DELETE FROM edges WHERE site_id IN (SELECT id FROM call_sites WHERE file_id = ?)",
@@ -137,7 +142,7 @@ void Statements::prepare_site_rows(index::Database& db) {
       "WHERE b.site_id = c.id AND b.rank < " TAMSEL_RECEIVER_RANK
       "), (SELECT group_concat(k.module, ' ') FROM call_scopes k "
       "WHERE k.site_id = c.id), c.receiver, c.member, c.receiver_evidence, c.arguments, "
-      "c.template_args "
+      "c.template_args, c.argument_kinds "
       "FROM call_sites c WHERE c.file_id = ? ORDER BY c.id");
   site_line = db.prepare("UPDATE call_sites SET line = ? WHERE id = ?");
   edge_line = db.prepare("UPDATE edges SET line = ? WHERE site_id = ?");

@@ -118,6 +118,7 @@ DELETE FROM merged;
 void Linking::before_put_file(LinkingContext& ctx, const ParsedFile&, std::int64_t file_id) {
   merged_before_.clear();
   if (!ctx.full_build()) read_merged(file_id);
+  forget_macros(ctx, file_id);
 }
 
 void Linking::read_merged(std::int64_t file_id) {

@@ -13,7 +13,7 @@ namespace {
 
 #define TAMSEL_BODY_FIRST "s.start_line - s.end_line"
 // An overload or namesake whose parameters fit the arguments first.
-#define TAMSEL_FITS "c_fits(s.signature, s.name, o.arguments) DESC"
+#define TAMSEL_FITS "c_fits(s.signature, s.name, o.arguments, o.argument_kinds) DESC"
 // A C or C++ site (one whose file has `reach` rows) sees the files its file includes, directly
 // or through other headers (`reach_files`), and their modules (`reach`): a function declared in
 // a header is defined in a source file of the same module. Its own file first, then what the
@@ -39,15 +39,17 @@ namespace {
 // Fallback ranks from here on mark names equally near (EQUALLY_NEAR_RANK).
 #define TAMSEL_EQUALLY_NEAR "1000000"
 #define TAMSEL_CALLEE_FILE "(SELECT file_id FROM symbols WHERE id = call_sites.callee_id)"
-#define TAMSEL_FITTING                                                                    \
-  "c_fits(s.signature, s.name, call_sites.arguments) >= (SELECT c_fits(signature, name, " \
-  "call_sites.arguments) FROM symbols WHERE id = call_sites.callee_id)"
+#define TAMSEL_FITTING                                                                           \
+  "c_fits(s.signature, s.name, call_sites.arguments, call_sites.argument_kinds) >= (SELECT "     \
+  "c_fits(signature, name, call_sites.arguments, call_sites.argument_kinds) FROM symbols WHERE " \
+  "id = call_sites.callee_id)"
 constexpr const char* LINK_CALLS = R"sql(
 UPDATE call_sites SET callee_id = coalesce(
     )sql" TAMSEL_C_CANDIDATES("s.file_id = call_sites.file_id") R"sql(,
     )sql" TAMSEL_C_CANDIDATES(TAMSEL_INCLUDED) R"sql(,
     )sql" TAMSEL_C_CANDIDATES(TAMSEL_REACHED) R"sql()
   WHERE id IN (SELECT site_id FROM relink) AND )sql" TAMSEL_C_SITE R"sql(
+    AND id NOT IN (SELECT site_id FROM macro_copies)
     -- A site with no name and no fallbacks to look up links to nothing: left as it is when unlinked.
     AND (target_fqn <> '' OR callee_id IS NOT NULL
       OR EXISTS (SELECT 1 FROM call_fallbacks b WHERE b.site_id = call_sites.id));
@@ -91,8 +93,9 @@ UPDATE call_sites SET evidence = 'include'
 )sql";
 constexpr const char* UNIQUE_NAME = R"sql(
 UPDATE call_sites SET callee_id = )sql" TAMSEL_UNIQUE_BODY("min(s.id)") R"sql(,
-    evidence = 'unique-name'
+    evidence = CASE evidence WHEN 'macro' THEN evidence ELSE 'unique-name' END
   WHERE id IN (SELECT site_id FROM relink) AND callee_id IS NULL AND target_fqn <> ''
+    AND id NOT IN (SELECT site_id FROM macro_copies)
     AND )sql" TAMSEL_C_FILE R"sql( AND )sql" TAMSEL_C_SITE R"sql(
     AND EXISTS (SELECT 1 FROM reach_files r CROSS JOIN declarations d ON d.file_id = r.file_id
       WHERE r.origin = call_sites.file_id AND d.fqn = call_sites.target_fqn)
@@ -151,9 +154,6 @@ UPDATE imports SET target_file_id = (
 
 static_assert(EQUALLY_NEAR_RANK == 1000000, "TAMSEL_EQUALLY_NEAR");
 
-// How many #includes deep a call looks for its callee (a.c -> b.h -> c.h is two).
-constexpr int MAX_INCLUDE_DEPTH = 4;
-
 // Sites of files that include, within that depth, a file whose includes changed see other
 // headers now.
 constexpr const char* RELINK_INCLUDERS = R"sql(
@@ -181,6 +181,7 @@ void Linking::after_imports(LinkingContext& ctx) {
   // Includes are linked before calls: a C or C++ call sees what its file includes.
   db.exec(LINK_INCLUDES);
   if (!ctx.full_build()) relink_includers_.bind(1, MAX_INCLUDE_DEPTH).run();
+  make_macro_sites(ctx);
   c_sites_ = reach_includes(db);
 }
 
@@ -193,10 +194,13 @@ void Linking::link_calls(LinkingContext& ctx) {
   db.exec(EQUALLY_NEAR);
   db.exec(UNIQUE_NAME);
   link_specializations(db);
+  copy_macro_links(db);
 }
 
 void Linking::after_linking(LinkingContext& ctx) {
-  if (c_sites_) ctx.database().exec(CONSTRUCTORS);
+  if (!c_sites_) return;
+  ctx.database().exec(CONSTRUCTORS);
+  drop_unlinked_macro_sites(ctx);
 }
 
 // A C or C++ file that came or went may be what an #include elsewhere finds now: those

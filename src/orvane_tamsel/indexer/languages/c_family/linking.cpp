@@ -26,7 +26,8 @@ CREATE TEMP TABLE IF NOT EXISTS include_changed(id INTEGER PRIMARY KEY);
 
 constexpr const char* CLEAR_TABLES =
     "DELETE FROM restored; DELETE FROM stale_docs; DELETE FROM kept_declarations; "
-    "DELETE FROM reach; DELETE FROM reach_files; DELETE FROM include_changed;";
+    "DELETE FROM reach; DELETE FROM reach_files; DELETE FROM include_changed; "
+    "DELETE FROM macro_copies; DELETE FROM macro_dropped;";
 
 }  // namespace
 
@@ -43,11 +44,14 @@ Linking::Linking(index::Database& db) {
       "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
   mark_new_text_ = db.prepare("INSERT OR IGNORE INTO new_text VALUES(?)");
   prepare_includes(db);
+  prepare_macros(db);
 }
 
 void Linking::begin_batch(LinkingContext& ctx) {
   ctx.database().exec(CLEAR_TABLES);
   merged_before_.clear();
+  macros_before_.clear();
+  changed_macros_.clear();
   c_sites_ = false;
 }
 
@@ -57,14 +61,18 @@ void Linking::end_batch(LinkingContext& ctx) {
 
 void Linking::after_put_file(LinkingContext& ctx, const WrittenFile& written) {
   merged_before_.clear();
+  store_macros(ctx, written.file, written.id);
   if (ctx.full_build()) return;
   if (written.is_new || written.bindings_changed) mark_include_changed_.bind(1, written.id).run();
   if (written.is_new) include_target_changed(written.file.path);
 }
 
-void Linking::before_remove_file(LinkingContext& ctx, std::int64_t, const std::string& path,
+void Linking::before_remove_file(LinkingContext& ctx, std::int64_t file_id, const std::string& path,
                                  const std::string&) {
   if (!ctx.full_build()) include_target_changed(path);
+  forget_macros(ctx, file_id);
+  for (const auto& [name, body] : macros_before_) changed_macros_.insert(name);
+  macros_before_.clear();
 }
 
 void Linking::after_relink(LinkingContext& ctx) {

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 #include <deque>
+#include <map>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -10,6 +12,9 @@
 #include "orvane_tamsel/indexer/linking_plugin.h"
 
 namespace orvane_tamsel::indexer::c_family {
+
+// How many #includes deep a call looks for its callee (a.c -> b.h -> c.h is two).
+inline constexpr int MAX_INCLUDE_DEPTH = 4;
 
 // A C or C++ call sees the files its file #includes, within a few levels, and their modules'
 // other files (a function declared in a header is defined in a source file of the same module);
@@ -47,11 +52,23 @@ class Linking final : public LinkingPlugin {
   bool reach_includes(index::Database& db);
   // template_fit.cpp
   void link_specializations(index::Database& db);
+  // macro_sites.cpp
+  void prepare_macros(index::Database& db);
+  void forget_macros(LinkingContext& ctx, std::int64_t file_id);
+  void store_macros(LinkingContext& ctx, const ParsedFile& file, std::int64_t file_id);
+  void make_macro_sites(LinkingContext& ctx);
+  void copy_macro_links(index::Database& db);
+  void drop_unlinked_macro_sites(LinkingContext& ctx);
 
   index::Statement old_declarations_, keep_declaration_, insert_symbol_, mark_new_text_,
       includers_of_, reimport_module_, mark_include_changed_, relink_includers_;
   // The declarations of the file being written that were merged when it was last written.
   std::unordered_map<std::string, std::deque<StoredSymbol>> merged_before_;
+  index::Statement old_macros_, clear_macros_, insert_macro_, drop_file_sites_;
+  // The macros of the file being written as stored before (name -> parameters and calls), and
+  // the names of macros that came, went or changed in the batch.
+  std::map<std::string, std::string> macros_before_;
+  std::set<std::string> changed_macros_;
   bool c_sites_ = false;  // the batch links sites of C or C++ files
 };
 

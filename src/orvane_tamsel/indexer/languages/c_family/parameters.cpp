@@ -143,6 +143,25 @@ void fits_sql(sqlite3_context* ctx, int, sqlite3_value** argv) {
   sqlite3_result_int(ctx, fits(text_arg(argv[0]), text_arg(argv[1]), sqlite3_value_int64(argv[2])));
 }
 
+void fit_score_sql(sqlite3_context* ctx, int, sqlite3_value** argv) {
+  sqlite3_result_int(ctx, fit_score(text_arg(argv[0]), text_arg(argv[1]),
+                                    sqlite3_value_int64(argv[2]), text_arg(argv[3])));
+}
+
+bool suits(char kind, const ParameterType& type) {
+  auto has = [&](std::string_view w) { return listed(w, type); };
+  switch (kind) {
+    case 'b':
+      return has("initializer_list");
+    case 'w':
+      return has("wchar_t") || has("wstring");
+    case 's':  // a std::string takes one by conversion, which a char pointer or a template beats
+      return has("char");
+    default:
+      return true;
+  }
+}
+
 }  // namespace
 
 std::optional<std::vector<ParameterType>> parameter_types(std::string_view sig,
@@ -165,6 +184,17 @@ bool fits(std::string_view signature, std::string_view name, std::int64_t argume
   return arguments >= required && arguments <= static_cast<std::int64_t>(list->size());
 }
 
+int fit_score(std::string_view signature, std::string_view name, std::int64_t arguments,
+              std::string_view kinds) {
+  if (!fits(signature, name, arguments)) return 0;
+  auto types = parameter_types(signature, name);
+  if (kinds.empty() || !types) return 1;
+  for (std::size_t i = 0; i < kinds.size(); ++i) {
+    if (i >= types->size() || !suits(kinds[i], (*types)[i])) return 1;
+  }
+  return 2;
+}
+
 bool same_parameters(std::string_view a, std::string_view b, std::string_view name) {
   auto pa = parameter_types(a, name);
   auto pb = parameter_types(b, name);
@@ -176,6 +206,7 @@ void register_parameter_functions(sqlite3* db) {
   sqlite3_create_function(db, "c_same_parameters", 3, flags, nullptr, same_parameters_sql, nullptr,
                           nullptr);
   sqlite3_create_function(db, "c_fits", 3, flags, nullptr, fits_sql, nullptr, nullptr);
+  sqlite3_create_function(db, "c_fits", 4, flags, nullptr, fit_score_sql, nullptr, nullptr);
 }
 
 }  // namespace orvane_tamsel::indexer::c_family

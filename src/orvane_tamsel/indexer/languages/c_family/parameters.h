@@ -29,8 +29,16 @@ bool same_parameters(std::string_view a, std::string_view b, std::string_view na
 // count (-1) or the list is unknown.
 bool fits(std::string_view signature, std::string_view name, std::int64_t arguments);
 
-// `same_parameters(a, b, name)` and `fits(signature, name, arguments)` as the SQL functions
-// c_same_parameters and c_fits on a connection.
+// How well a call fits the function `name` of that signature: 0 when it does not (fits()), 2 when
+// every argument whose kind it shows (ParsedCall::argument_kinds) suits its parameter's type (a
+// braced list an initializer_list, a wide string literal a wchar_t or wstring, a narrow one a
+// char), 1 otherwise.
+int fit_score(std::string_view signature, std::string_view name, std::int64_t arguments,
+              std::string_view kinds);
+
+// `same_parameters(a, b, name)`, `fits(signature, name, arguments)` and
+// `fit_score(signature, name, arguments, kinds)` as the SQL functions c_same_parameters, c_fits
+// and (with four arguments) c_fits on a connection.
 void register_parameter_functions(sqlite3* db);
 
 }  // namespace orvane_tamsel::indexer::c_family

@@ -289,6 +289,7 @@ class Rules : public c::Rules {
     std::string cls = in_method || fixture ? scope : "";
     std::vector<std::string> candidates, brought;
     call.arguments = argument_count(pending.call);
+    call.argument_kinds = argument_kinds(pending.call);
     if (is(callee, "identifier") || is(callee, "qualified_identifier") ||
         is(callee, "type_identifier") || is(callee, "template_type")) {
       auto written = text(callee);
