@@ -10,6 +10,7 @@
 
 #include "orvane_tamsel/indexer/languages/c_family/linking.h"
 #include "orvane_tamsel/indexer/languages/c_family/macro_bodies.h"
+#include "orvane_tamsel/indexer/languages/c_family/qualified_names.h"
 
 namespace orvane_tamsel::indexer::c_family {
 
@@ -50,40 +51,11 @@ INSERT OR IGNORE INTO macro_dropped SELECT m.site_id FROM relink r
   WHERE c.callee_id IS NULL OR (SELECT kind FROM symbols WHERE id = c.callee_id) = 'macro';
 )sql";
 
-// `::a::B<T>::template f` as its names, template arguments dropped.
-std::vector<std::string> names_of(std::string_view written) {
-  std::vector<std::string> parts;
-  std::string cur;
-  int depth = 0;
-  for (std::size_t i = 0; i < written.size(); ++i) {
-    char c = written[i];
-    if (c == '<') ++depth;
-    if (c == '>' && depth > 0) {
-      --depth;
-      continue;
-    }
-    if (depth > 0) continue;
-    if (c == ' ') {
-      if (cur == "template") cur.clear();
-      continue;
-    }
-    if (c == ':' && i + 1 < written.size() && written[i + 1] == ':') {
-      if (!cur.empty()) parts.push_back(cur);
-      cur.clear();
-      ++i;
-      continue;
-    }
-    cur.push_back(c);
-  }
-  if (!cur.empty()) parts.push_back(cur);
-  return parts;
-}
-
 // The names a call written at the use would try, nearest first: a name looked up from the
 // scope the use's own lookup started in (its target without the macro's name), outwards.
 std::vector<std::string> candidates_for(std::string_view written, const std::string& use_target,
                                         const std::string& macro) {
-  auto parts = names_of(written);
+  auto parts = split_qualified(written);
   if (parts.empty() || parts.front() == "std") return {};
   std::string name;
   for (const auto& p : parts) name += (name.empty() ? "" : ".") + p;

@@ -9,38 +9,12 @@
 #include <vector>
 
 #include "orvane_tamsel/indexer/languages/c.h"
+#include "orvane_tamsel/indexer/languages/c_family/qualified_names.h"
 #include "orvane_tamsel/indexer/languages/cpp/preparse.h"
 
 namespace orvane_tamsel::indexer::cpp::detail {
 
-// `a::B<int>::c` as its names, template arguments dropped.
-inline std::vector<std::string> split_qualified(std::string_view s) {
-  std::vector<std::string> parts;
-  std::string cur;
-  int depth = 0;
-  for (std::size_t i = 0; i < s.size(); ++i) {
-    char c = s[i];
-    if (c == '<') ++depth;
-    if (c == '>' && depth > 0) {
-      --depth;
-      continue;
-    }
-    if (depth > 0) continue;
-    if (c == ' ' || c == '\n' || c == '\t') {
-      if (cur == "template") cur.clear();  // `::template Invoke<T>` names Invoke
-      continue;
-    }
-    if (c == ':' && i + 1 < s.size() && s[i + 1] == ':') {
-      if (!cur.empty()) parts.push_back(cur);  // a leading `::` names the global scope
-      cur.clear();
-      ++i;
-      continue;
-    }
-    cur.push_back(c);
-  }
-  if (!cur.empty()) parts.push_back(cur);
-  return parts;
-}
+using c_family::split_qualified;
 
 inline std::string dotted(const std::vector<std::string>& parts) {
   std::string out;
