@@ -556,6 +556,7 @@ TEST(UpdateIndex, AnInterruptedFirstBuildResumesFromItsBatches) {
       {
         index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
         EXPECT_TRUE(index::build_unfinished(db));
+        EXPECT_TRUE(index::open_repository(repo.root())->partial());
         auto st = db.prepare("SELECT count(*), min(path) FROM files");
         ASSERT_TRUE(st.step());
         EXPECT_EQ(st.integer(0), 4);
@@ -571,8 +572,7 @@ TEST(UpdateIndex, AnInterruptedFirstBuildResumesFromItsBatches) {
       EXPECT_EQ(resumed.parsed, report.parsed - resumed.kept);
       EXPECT_EQ(resumed.calls, report.calls);
       EXPECT_EQ(dump(repo.root()), whole);
-      index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
-      EXPECT_FALSE(index::build_unfinished(db));
+      EXPECT_FALSE(index::open_repository(repo.root())->partial());
       EXPECT_FALSE(indexer::update_index(repo.root()).resumed);
     }
   }
