@@ -7,7 +7,9 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -15,6 +17,7 @@
 #include <vector>
 
 #include "indexer/temp_repo.h"
+#include "orvane_tamsel/index/schema.h"
 #include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
@@ -532,6 +535,47 @@ TEST(UpdateIndex, AKilledRunLeavesAnIndexTheNextRunCompletes) {
   auto after = indexer::update_index(repo.root());
   EXPECT_EQ(after.indexed, 301);
   EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
+}
+
+// A first build interrupted after two of its batches keeps their files and says it is
+// unfinished; the next run parses only the others and those changed since, and leaves what a
+// build in one go writes (calls linked across all files, declarations merged, components).
+TEST(UpdateIndex, AnInterruptedFirstBuildResumesFromItsBatches) {
+  for (const char* fixture : {"shop", "cpp_decls", "lang_mixed", "lang_go"}) {
+    for (bool edit : {false, true}) {
+      SCOPED_TRACE(std::string(fixture) + (edit ? ", a kept file edited" : ""));
+      indexer_test::TempRepo repo(fixture);
+      indexer::IndexOptions options;
+      options.batch_files = 2;
+      int batches = 0;
+      options.after_batch = [&](std::int64_t) {
+        if (++batches == 2) throw std::runtime_error("interrupted");
+      };
+      EXPECT_THROW(indexer::update_index(repo.root(), options), std::runtime_error);
+      std::string first;
+      {
+        index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
+        EXPECT_TRUE(index::build_unfinished(db));
+        EXPECT_TRUE(index::open_repository(repo.root())->partial());
+        auto st = db.prepare("SELECT count(*), min(path) FROM files");
+        ASSERT_TRUE(st.step());
+        EXPECT_EQ(st.integer(0), 4);
+        first = st.text(1);
+      }
+      if (edit) {
+        std::ofstream(repo.root() / first, std::ios::app) << "\n\n";
+      }
+      auto resumed = indexer::update_index(repo.root());
+      auto [whole, report] = clean_build(repo.root());
+      EXPECT_TRUE(resumed.resumed);
+      EXPECT_EQ(resumed.kept, edit ? 3 : 4);
+      EXPECT_EQ(resumed.parsed, report.parsed - resumed.kept);
+      EXPECT_EQ(resumed.calls, report.calls);
+      EXPECT_EQ(dump(repo.root()), whole);
+      EXPECT_FALSE(index::open_repository(repo.root())->partial());
+      EXPECT_FALSE(indexer::update_index(repo.root()).resumed);
+    }
+  }
 }
 
 // What a reference page says of a name reaches the text row of the symbol it documents, through

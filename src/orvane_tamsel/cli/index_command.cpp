@@ -9,6 +9,8 @@
 
 #include "orvane_tamsel/cli/commands.h"
 #include "orvane_tamsel/index/index_folder.h"
+#include "orvane_tamsel/index/schema.h"
+#include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/indexer/indexer.h"
 #include "orvane_tamsel/indexer/parse_floor.h"
 
@@ -41,6 +43,18 @@ void show_progress(const indexer::Progress& p, bool terminal) {
   }
 }
 
+bool interrupted_before(const std::filesystem::path& root) {
+  std::error_code ec;
+  auto file = index::index_file(root);
+  if (!std::filesystem::exists(file, ec)) return false;
+  try {
+    index::Database db(file, index::Database::Mode::read);
+    return index::build_unfinished(db);
+  } catch (const std::exception&) {
+    return false;  // the build says what is wrong with the index
+  }
+}
+
 }  // namespace
 
 void add_index_command(CLI::App& app, Action& action) {
@@ -69,6 +83,9 @@ void add_index_command(CLI::App& app, Action& action) {
       options.max_file_size = args->max_file_size;
       try {
         index::ensure_index_folder(root);
+        if (interrupted_before(root)) {
+          std::cerr << "resuming the interrupted first build: the files it stored are kept\n";
+        }
         auto report = indexer::update_index(
             root, options, [terminal](const indexer::Progress& p) { show_progress(p, terminal); });
         std::cerr << indexer::summary_line(report) << "\n";

@@ -52,6 +52,11 @@ Json status_of(const fs::path& root) {
   index::Database db(file, index::Database::Mode::read);
   auto stats = index::read_stats(db);
   out["indexed"] = true;
+  if (index::build_unfinished(db)) {
+    // Files are there, but their calls are not linked and the lookup tables are not built.
+    out["partial"] = true;
+    out["hint"] = "the first build was interrupted; run `tamsel index` to finish it";
+  }
   out["files"] = stats.files;
   Json languages = Json::object();
   auto by_language = db.prepare(

@@ -292,6 +292,16 @@ void restore_log(Database& db) {
   }
 }
 
+bool build_unfinished(Database& db) {
+  auto st = db.prepare("SELECT 1 FROM meta WHERE key = 'build_unfinished'");
+  return st.step();
+}
+
+void set_build_unfinished(Database& db, bool unfinished) {
+  db.exec(unfinished ? "INSERT OR REPLACE INTO meta VALUES('build_unfinished', '1')"
+                     : "DELETE FROM meta WHERE key = 'build_unfinished'");
+}
+
 std::filesystem::path index_file(const std::filesystem::path& repository_root) {
   return repository_root / ".tamsel" / "index.db";
 }

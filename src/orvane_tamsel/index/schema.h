@@ -34,6 +34,10 @@ void create_deferrable_indexes(Database& db);
 // the file had, where the log would take every page and copy it into the file again. Call
 // outside a transaction; another connection keeps the log (false).
 bool journal_first_build(Database& db);
+// A first build commits its files in batches and links them all at its end. Until then the index
+// holds files whose calls are not linked (partial), and the next build resumes from them.
+bool build_unfinished(Database& db);
+void set_build_unfinished(Database& db, bool unfinished);
 // Back to the log that readers and updates use; if another connection is in the way, the next
 // writer switches (prepare_for_writing).
 void restore_log(Database& db);

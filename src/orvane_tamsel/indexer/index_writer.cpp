@@ -1,5 +1,6 @@
 #include "orvane_tamsel/indexer/index_writer.h"
 
+#include "orvane_tamsel/index/schema.h"
 #include "orvane_tamsel/index/stats.h"
 #include "orvane_tamsel/indexer/writer/batch_writer.h"
 
@@ -60,6 +61,14 @@ void IndexWriter::set_skipped(const std::map<std::string, std::string>& path_to_
   impl_->db.exec("DELETE FROM skipped");
   auto st = impl_->db.prepare("INSERT OR REPLACE INTO skipped VALUES(?, ?)");
   for (const auto& [path, reason] : path_to_reason) st.bind(1, path).bind(2, reason).run();
+}
+
+bool IndexWriter::checkpoint() {
+  return impl_->checkpoint();
+}
+
+bool IndexWriter::unfinished() {
+  return index::build_unfinished(impl_->db);
 }
 
 void IndexWriter::commit() {

@@ -38,6 +38,11 @@ class IndexWriter {
   void touch_file(const std::string& path, const FileState& state);  // content unchanged
   void remove_file(const std::string& path);
   void set_skipped(const std::map<std::string, std::string>& path_to_reason);  // replaces all
+  // A first build's files so far are committed unlinked, and the index marked unfinished; false
+  // (nothing done) for an update, which stays one transaction.
+  bool checkpoint();
+  // An earlier first build was interrupted: the next batch links all files, kept and new.
+  bool unfinished();
   // Links call sites to symbols, refreshes derived tables, and commits.
   void commit();
   void rollback();

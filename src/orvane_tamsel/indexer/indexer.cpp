@@ -176,11 +176,12 @@ void prepare_languages(const fs::path& repository_root, const WalkResult& walked
   for (const auto& f : walked.files) preparer.start(*f.language);
 }
 
-// Parses the planned files on every core and writes them, in walk order, in one batch.
+// Parses the planned files on every core and writes them, in walk order, in one batch (a first
+// build commits on the way, unlinked).
 void write_changes(IndexWriter& writer, const fs::path& repository_root, Plan& plan,
                    const std::map<std::string, FileState>& states, LanguagePreparer& preparer,
                    std::map<std::string, std::string> skipped, IndexReport& report,
-                   std::vector<std::string>& written,
+                   std::vector<std::string>& written, const IndexOptions& options,
                    const std::function<void(const Progress&)>& on_progress) {
   const auto& work = plan.work;
   OrderedParse<Outcome> parse(
@@ -193,6 +194,8 @@ void write_changes(IndexWriter& writer, const fs::path& repository_root, Plan& p
       });
   try {
     writer.begin();
+    std::int64_t since_commit = 0;
+    auto committed = std::chrono::steady_clock::now();
     for (std::size_t i = 0; i < work.size(); ++i) {
       Outcome o = parse.take(i);
       const auto& path = work[i].file->path;
@@ -205,6 +208,14 @@ void write_changes(IndexWriter& writer, const fs::path& repository_root, Plan& p
         writer.put_file(*o.parsed, o.state);
         written.push_back(path);
         ++report.parsed;
+      }
+      auto now = std::chrono::steady_clock::now();
+      if ((++since_commit >= options.batch_files ||
+           std::chrono::duration<double>(now - committed).count() >= options.batch_seconds) &&
+          writer.checkpoint()) {
+        since_commit = 0;
+        committed = now;
+        if (options.after_batch) options.after_batch(static_cast<std::int64_t>(written.size()));
       }
     }
     std::sort(plan.removed.begin(), plan.removed.end());
@@ -244,8 +255,18 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
 
   IndexReport report;
   report.folders = std::move(walked.folders);
+  report.resumed = writer.unfinished();
+  if (report.resumed) {
+    auto parsed_again = std::count_if(work.work.begin(), work.work.end(), [&](const Job& j) {
+      return states.count(j.file->path) != 0;
+    });
+    report.kept = static_cast<std::int64_t>(states.size() - work.removed.size()) - parsed_again;
+    spdlog::info("resuming an interrupted first build of {}: {} files kept",
+                 repository_root.string(), report.kept);
+  }
   // Nothing changed: no write transaction, so a check before every request stays cheap.
-  if (work.work.empty() && work.removed.empty() && writer.skipped() == walked.skipped &&
+  if (!report.resumed && work.work.empty() && work.removed.empty() &&
+      writer.skipped() == walked.skipped &&
       !reference_docs::pages_changed(writer.database(), walked.pages)) {
     // An index written before the meaning vectors existed gets them on its first check.
     if (!index::meaning_generation(writer.database())) {
@@ -256,7 +277,7 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
   }
   std::vector<std::string> written;
   write_changes(writer, repository_root, work, states, preparer, walked.skipped, report, written,
-                on_progress);
+                options, on_progress);
   // Code that changed may link page names elsewhere; its symbols' text rows were written anew.
   bool code_changed = !written.empty() || report.removed > 0;
   for (auto& path : reference_docs::update_reference_docs(writer.database(), repository_root,
@@ -286,6 +307,9 @@ IndexReport update_index(const fs::path& repository_root, const IndexOptions& op
 
 std::string summary_line(const IndexReport& report) {
   std::ostringstream out;
+  if (report.resumed) {
+    out << "resumed an interrupted first build (" << report.kept << " files kept from it), ";
+  }
   std::int64_t skipped = 0;
   for (const auto& [reason, n] : report.skipped) skipped += n;
   out << "indexed " << report.indexed << " files (" << report.parsed << " parsed, "

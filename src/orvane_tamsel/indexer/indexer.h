@@ -12,6 +12,12 @@ namespace orvane_tamsel::indexer {
 
 struct IndexOptions {
   std::int64_t max_file_size = 1 << 20;  // larger files are skipped ("too large")
+  // A first build commits what it parsed every so many files or seconds, whichever comes first,
+  // so that an interruption keeps it: the next build resumes from there.
+  std::int64_t batch_files = 2000;
+  double batch_seconds = 20;
+  // Called after each such commit with the files written so far in this run.
+  std::function<void(std::int64_t)> after_batch;
 };
 
 struct Progress {
@@ -30,6 +36,8 @@ struct IndexReport {
   std::int64_t unresolved_calls = 0;
   std::int64_t documented = 0;         // names the reference pages document
   std::int64_t documented_linked = 0;  // ... linked to a symbol
+  bool resumed = false;                // an interrupted first build was finished
+  std::int64_t kept = 0;  // ... and this many files it had stored were not parsed again
   double seconds = 0;
   std::vector<std::string> folders;  // folders walked, to watch for the next change
 };

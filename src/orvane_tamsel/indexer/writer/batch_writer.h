@@ -105,6 +105,9 @@ struct BatchWriter : Connection, Statements, LinkingContext {
   }
   void begin();
   void commit();
+  // A first build commits the files written so far, unlinked, and goes on: an interruption keeps
+  // them for the next build to resume from. An update stays one transaction (false).
+  bool checkpoint();
   void rollback();
   void link();
   std::optional<std::pair<std::int64_t, std::int64_t>> read_stored_calls();

@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "orvane_tamsel/index/paths.h"
 #include "orvane_tamsel/index/rollback.h"
 #include "orvane_tamsel/index/schema.h"
 #include "orvane_tamsel/index/sqlite_meaning.h"
@@ -145,14 +146,12 @@ constexpr const char* SYMBOLS_KEY = "symbols";
 void BatchWriter::begin() {
   if (in_batch) return;
   prepare();
-  if (index_empty()) journaled = index::journal_first_build(db);
+  bool resuming = index::build_unfinished(db);
+  if (resuming || index_empty()) journaled = index::journal_first_build(db);
   db.exec("BEGIN IMMEDIATE");
   in_batch = true;
   db.exec(CLEAR_BATCH_TABLES);
-  {
-    auto empty = db.prepare("SELECT NOT EXISTS (SELECT 1 FROM files)");
-    bulk = empty.step() && empty.integer(0) != 0;
-  }
+  bulk = resuming || index_empty();
   if (bulk) index::drop_deferrable_indexes(db);
   stored_calls = bulk ? std::nullopt : read_stored_calls();
   stored_symbols = bulk ? std::nullopt : read_stored_symbols();
@@ -170,6 +169,15 @@ void BatchWriter::begin() {
 
 void BatchWriter::commit() {
   if (!in_batch) return;
+  if (bulk) {
+    // Files kept by an interrupted run are linked and placed as if written in this batch.
+    db.exec("INSERT OR IGNORE INTO changed_files SELECT id FROM files");
+    auto languages = db.prepare("SELECT DISTINCT language FROM files");
+    while (languages.step()) {
+      if (index::tree_components(languages.text(0))) tree_languages.insert(languages.text(0));
+    }
+    index::set_build_unfinished(db, false);
+  }
   link();
   if (components_changed || bulk || !tree_languages.empty()) update_dominant_package();
   update_tree_components();
@@ -210,6 +218,14 @@ void BatchWriter::link() {
     resolved_delta += linked;
     unresolved_delta -= linked;
   }
+}
+
+bool BatchWriter::checkpoint() {
+  if (!in_batch || !bulk) return false;
+  index::set_build_unfinished(db, true);
+  db.exec("COMMIT");
+  db.exec("BEGIN IMMEDIATE");
+  return true;
 }
 
 std::optional<std::pair<std::int64_t, std::int64_t>> BatchWriter::read_stored_calls() {
