@@ -39,7 +39,6 @@ class FakeRepository : public index::Repository {
   std::map<std::string, index::TestsOfFile> tests_for;
   std::map<std::string, std::string> placement;
   bool components_throw = false;
-  bool partial_index = false;
 
   std::vector<NeighbourCall> neighbour_calls;
   std::vector<std::pair<std::string, int>> stem_calls;
@@ -166,7 +165,6 @@ class FakeRepository : public index::Repository {
     return unscripted<std::pair<std::vector<std::string>, std::int64_t>>("paths_page");
   }
   index::IndexStats stats() override { return unscripted<index::IndexStats>("stats"); }
-  bool partial() override { return partial_index; }
 
  private:
   template <typename T>

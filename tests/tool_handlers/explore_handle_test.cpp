@@ -49,10 +49,6 @@ TEST(ExploreHandle, EarlyAnswersAndTheFittedShape) {
             std::string::npos);
   EXPECT_NE(logged[0].find("components down"), std::string::npos);
   EXPECT_EQ(c["notes"], Json::array({detail::COMPONENTS_FAILED}));
-  repo.partial_index = true;
-  EXPECT_EQ(handle_explore(repo, "shop/cart.py")["notes"],
-            Json::array({detail::COMPONENTS_FAILED, detail::PARTIAL_INDEX}));
-  repo.partial_index = false;
   EXPECT_TRUE(c.contains("symbols"));
 
   // A tests query whose target the index lacks is asked as a question.

@@ -241,8 +241,6 @@ class Repository {
   virtual std::pair<std::vector<std::string>, std::int64_t> paths_page(const std::string& folder,
                                                                        int offset, int limit) = 0;
   virtual IndexStats stats() = 0;
-  // The first build was interrupted or is under way: files may be missing and calls unlinked.
-  virtual bool partial() { return false; }
 };
 
 }  // namespace orvane_tamsel::index

@@ -712,11 +712,6 @@ class SqliteRepository : public Repository {
     return read_stats(*db_);
   }
 
-  bool partial() override {
-    std::lock_guard lock(mutex_);
-    return build_unfinished(*db_);
-  }
-
  private:
   template <typename Key>
   std::vector<ImportRecord> imports_where(const std::string& where, const Key& key, int limit,

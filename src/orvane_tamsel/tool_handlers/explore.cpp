@@ -127,8 +127,6 @@ Json handle_explore(index::Repository& repository, const std::string& query,
     }
   }
 
-  if (repository.partial()) draft->notes.push_back(PARTIAL_INDEX);
-
   std::int64_t budget = std::max<long long>(1, token_budget);
   Json retry_step = retry(query, scope, depth, budget);
   Json answer = fitted(*draft, budget, retry_step);

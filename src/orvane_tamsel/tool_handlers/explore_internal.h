@@ -41,9 +41,6 @@ inline const std::string NO_TERMS_HINT =
     "Try a more specific query like 'authentication middleware' or 'database connection pool'";
 inline const std::string COMPONENTS_FAILED =
     "The components of the answer could not be read (see the log)";
-inline const std::string PARTIAL_INDEX =
-    "The index is partial: its first build was interrupted or is under way, so files may be "
-    "missing and calls unlinked; run `tamsel index` to finish it";
 inline const std::string NEIGHBOURS_FAILED =
     "The callers and callees of the hits could not be read (see the log)";
 
