@@ -12,7 +12,7 @@ out.
 the retriever would gather with N.
 
 Usage: bench/quality/fit_rerank.py [--build DIR] [--redump] [--only METHOD,...] [--quick]
-       [--nearest N]
+       [--nearest N] [--latest N]
 Prints the figures of every fold and, last, the weights fitted on all questions.
 """
 import argparse
@@ -54,9 +54,13 @@ SETS = [
     ("stdlib_u6", "stdlib", "stdlib", "questions_untouched6_stdlib.tsv", "spent", 6),
     ("django_u6", "django", "django", "questions_untouched6_django.tsv", "spent", 6),
     ("go_u6", "go", "go", "questions_untouched6_go.tsv", "spent", 6),
+    ("stdlib_u7", "stdlib", "stdlib", "questions_untouched7_stdlib.tsv", "spent", 7),
+    ("django_u7", "django", "django", "questions_untouched7_django.tsv", "spent", 7),
+    ("go_u7", "go", "go", "questions_untouched7_go.tsv", "spent", 7),
 ]
-# The newest spent set: every older question fits, it tests.
-LATEST = 6
+# The newest spent set: every older question fits, it tests (--latest picks an older one, and
+# the sets written after it are left out, as when it was the newest).
+LATEST = 7
 
 
 # The inputs in the order tamsel_quality --dump writes them.
@@ -357,6 +361,7 @@ DEFAULT = ["fused only", "shipped before", "refit shipped per file", "public API
 
 
 def main():
+    global SETS, LATEST
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--build", default=os.environ.get("TAMSEL_BUILD", "build"))
     parser.add_argument("--redump", action="store_true")
@@ -364,7 +369,12 @@ def main():
                         + ", ".join(DEFAULT) + ")")
     parser.add_argument("--quick", action="store_true", help="no leave-one-file-out folds")
     parser.add_argument("--nearest", type=int, help="symbols found by meaning alone kept")
+    parser.add_argument("--latest", type=int, default=LATEST,
+                        help="the set held out as the newest; later sets are left out "
+                        "(6 repeats the check made before the seventh set was read)")
     args = parser.parse_args()
+    LATEST = args.latest
+    SETS = [s for s in SETS if s[5] <= LATEST]
     dump(args.build, args.redump)
     questions, full = load(args.nearest)
     data = trim(SHIPPED, full)
