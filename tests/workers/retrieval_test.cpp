@@ -390,3 +390,32 @@ TEST(WordNetEmbedder, SharedSensesAndInflections) {
   auto none = wordnet.embed("how does the a of");
   EXPECT_TRUE(std::all_of(none.begin(), none.end(), [](float x) { return x == 0.0F; }));
 }
+
+TEST(HybridRetriever, ATextSayingMoreOfTheQuestionLeads) {
+  indexer_test::TempRepo repo("shop");
+  // "seal" and "envelope" are said by many symbols, "wax" by two: BM25 ranks first the name that
+  // says the rare word, the rerank the text that says the whole question.
+  std::string code;
+  for (int i = 0; i < 150; ++i) {
+    code += "def box_" + std::to_string(i) + "():\n    \"\"\"Seal a box.\"\"\"\n";
+    code += "def parcel_" + std::to_string(i) + "():\n    \"\"\"Envelope of a parcel.\"\"\"\n";
+  }
+  code += "def wax_polish():\n    \"\"\"Polish with wax until the wax shines.\"\"\"\n";
+  code += "def close_letter():\n    \"\"\"Seal the envelope with wax.\"\"\"\n";
+  repo.write("src/shop/post.py", code);
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+  HybridRetriever retriever(*index, std::nullopt);
+  const std::string question = "seal the envelope with wax";
+  std::map<std::string, RerankInputs> seen;
+  for (const auto& c : retriever.candidates(question, false)) seen[c.fqn] = c.inputs;
+  EXPECT_DOUBLE_EQ(seen["shop.post.close_letter"].covered, 1.0);
+  const double wax = seen["shop.post.wax_polish"].covered;
+  EXPECT_GT(wax, 0.5);  // the rare word weighs most
+  EXPECT_LT(wax, 1.0);
+  EXPECT_LT(seen["shop.post.box_0"].covered, 0.2);
+  EXPECT_GT(seen["shop.post.wax_polish"].text, seen["shop.post.close_letter"].text);
+  auto ranked = fqns(*index, retriever.retrieve(question, 2, false, true));
+  ASSERT_FALSE(ranked.empty());
+  EXPECT_EQ(ranked.front(), "shop.post.close_letter");
+}
