@@ -158,10 +158,10 @@ constexpr double W_ACTION = 0.6;
 constexpr double W_IMPORTERS = 0.0;
 constexpr double W_REEXPORTED = 0.0;
 constexpr double W_PUBLIC = 0.3;
-// How much of the question the symbol's text says, each term by its idf (see mark_covered).
-// Fitted alone, every weight above held, on the questions written before the seventh untouched
-// set: that set top-1 213 and top-5 324 of 401 (194 and 318 without); fitted without one corpus,
-// that corpus 953 and 1,588 of 2,380 (911 and 1,555). Fitted on all of them: 2.
+// How much of the question the symbol's text says (see mark_covered). Fitted alone, every weight
+// above held, on the questions written before the seventh untouched set: that set top-1 212 and
+// top-5 331 of 401 (194 and 318 without); fitted without one corpus, that corpus 963 and 1,598 of
+// 2,380 (911 and 1,555). Fitted on all of them: 2.
 constexpr double W_COVERED = 2.0;
 
 // The question's vector from the embedder that holds the symbols', and the symbols nearest it.
@@ -705,35 +705,19 @@ std::vector<std::string> unmatched_terms(index::Repository& repository, const Qu
   return missing;
 }
 
-// How much of the question a candidate's text says: each of the question's own terms it says
-// anywhere (name, docstring, reference page, ...) weighs its idf among all symbols. BM25 sums
-// what each term scores, so one rare word said often can outrank a text that says most of the
-// question once each.
-void mark_covered(index::Repository& repository, const Question& q,
-                  const std::vector<index::TermShares>& rows,
+// How much of the question a candidate's text says: the share of the question's own terms it says
+// anywhere (name, docstring, reference page, ...). BM25 sums what each term scores, so one word
+// said strongly can outrank a text that says most of the question once each. Every term counts
+// the same: weighing each by its idf was tried and fitted worse (see bench/quality/README.md).
+void mark_covered(const Question& q, const std::vector<index::TermShares>& rows,
                   std::map<index::SymbolId, RerankInputs>& fused) {
   const std::size_t n = q.terms.size();
-  std::vector<double> df(n, 0.0);
-  for (const auto& row : rows) {
-    for (std::size_t i = 0; i < n && i < row.shares.size(); ++i) df[i] += row.shares[i] > 0;
-  }
-  const double all =
-      static_cast<double>(std::max<std::int64_t>(repository.name_word_counts({}).second, 1));
-  std::vector<double> idf(n);
-  double total = 0;
-  for (std::size_t i = 0; i < n; ++i) {
-    idf[i] = std::log(1.0 + (all - df[i] + 0.5) / (df[i] + 0.5));
-    total += idf[i];
-  }
-  if (total <= 0) return;
   for (const auto& row : rows) {
     auto it = fused.find(row.id);
     if (it == fused.end()) continue;
-    double said = 0;
-    for (std::size_t i = 0; i < n && i < row.shares.size(); ++i) {
-      if (row.shares[i] > 0) said += idf[i];
-    }
-    it->second.covered = said / total;
+    std::size_t said = 0;
+    for (std::size_t i = 0; i < n && i < row.shares.size(); ++i) said += row.shares[i] > 0;
+    it->second.covered = static_cast<double>(said) / static_cast<double>(n);
   }
 }
 
@@ -753,7 +737,7 @@ std::vector<Candidate> gather(index::Repository& repository, index::Embedder* em
   auto exact = exact_names(repository, q);
   auto fused = detail::fuse(text.bm25, text.widened, named_symbols(repository, q, exact),
                             text.paired, meaning);
-  mark_covered(repository, q, text.rows, fused);
+  mark_covered(q, text.rows, fused);
   std::vector<index::SymbolId> ids;
   for (const auto& [id, parts] : fused) ids.push_back(id);
   found = repository.symbols_with_paths(ids);
