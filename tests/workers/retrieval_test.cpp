@@ -393,27 +393,20 @@ TEST(WordNetEmbedder, SharedSensesAndInflections) {
 
 TEST(HybridRetriever, ATextSayingMoreOfTheQuestionLeads) {
   indexer_test::TempRepo repo("shop");
-  // "seal" and "envelope" are said by many symbols, "wax" by two: BM25 ranks first the name that
-  // says the rare word, the rerank the text that says the whole question.
-  std::string code;
-  for (int i = 0; i < 150; ++i) {
-    code += "def box_" + std::to_string(i) + "():\n    \"\"\"Seal a box.\"\"\"\n";
-    code += "def parcel_" + std::to_string(i) + "():\n    \"\"\"Envelope of a parcel.\"\"\"\n";
-  }
-  code += "def wax_polish():\n    \"\"\"Polish with wax until the wax shines.\"\"\"\n";
-  code += "def close_letter():\n    \"\"\"Seal the envelope with wax.\"\"\"\n";
+  // "seal" and "envelope" are said by many symbols, "wax" by two: the fused order puts first the
+  // name that says the rare word, the rerank the text that says the whole question.
+  std::string code =
+      "def wax_polish():\n    \"\"\"Polish with wax until the wax shines.\"\"\"\n"
+      "def close_letter():\n    \"\"\"Seal the envelope with wax.\"\"\"\n";
+  for (int i = 0; i < 150; ++i)
+    code += "def box_" + std::to_string(i) + "():\n  \"\"\"Seal an envelope.\"\"\"\n";
   repo.write("src/shop/post.py", code);
   indexer::update_index(repo.root());
   auto index = index::open_repository(repo.root());
   HybridRetriever retriever(*index, std::nullopt);
-  std::map<std::string, RerankInputs> seen;
-  for (const auto& c : retriever.candidates("seal the envelope with wax", false)) {
-    seen[c.fqn] = c.inputs;
-  }
-  const auto &wax = seen["shop.post.wax_polish"], &letter = seen["shop.post.close_letter"];
-  EXPECT_DOUBLE_EQ(letter.covered, 1.0);
-  EXPECT_DOUBLE_EQ(wax.covered, 1.0 / 3);
-  EXPECT_GT(wax.text, letter.text);
-  EXPECT_THAT(fqns(*index, retriever.retrieve("seal the envelope with wax", 1, false, true)),
-              ElementsAre("shop.post.close_letter"));
+  auto first = [&](bool rerank) {
+    return fqns(*index, retriever.retrieve("seal the envelope with wax", 1, false, rerank));
+  };
+  EXPECT_THAT(first(false), ElementsAre("shop.post.wax_polish"));
+  EXPECT_THAT(first(true), ElementsAre("shop.post.close_letter"));
 }
