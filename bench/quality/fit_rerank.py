@@ -12,7 +12,7 @@ out.
 the retriever would gather with N.
 
 Usage: bench/quality/fit_rerank.py [--build DIR] [--redump] [--only METHOD,...] [--quick]
-       [--nearest N]
+       [--nearest N] [--latest N]
 Prints the figures of every fold and, last, the weights fitted on all questions.
 """
 import argparse
@@ -54,19 +54,24 @@ SETS = [
     ("stdlib_u6", "stdlib", "stdlib", "questions_untouched6_stdlib.tsv", "spent", 6),
     ("django_u6", "django", "django", "questions_untouched6_django.tsv", "spent", 6),
     ("go_u6", "go", "go", "questions_untouched6_go.tsv", "spent", 6),
+    ("stdlib_u7", "stdlib", "stdlib", "questions_untouched7_stdlib.tsv", "spent", 7),
+    ("django_u7", "django", "django", "questions_untouched7_django.tsv", "spent", 7),
+    ("go_u7", "go", "go", "questions_untouched7_go.tsv", "spent", 7),
 ]
-# The newest spent set: every older question fits, it tests.
-LATEST = 6
+# The newest spent set: every older question fits, it tests (--latest picks an older one, and
+# the sets written after it are left out, as when it was the newest).
+LATEST = 7
 
 
 # The inputs in the order tamsel_quality --dump writes them.
 INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", "docstring",
           "callers", "function", "test", "thing", "exported", "senses", "spelled", "paired",
-          "own_name", "holder", "nearest", "importers", "reexported", "public_name"]
+          "own_name", "holder", "nearest", "importers", "reexported", "public_name", "covered"]
 IX = {name: i for i, name in enumerate(INPUTS)}
 
 RERANKED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "thing",
-            "exported", "meaning", "senses", "paired", "importers", "reexported", "public_name"]
+            "exported", "meaning", "senses", "paired", "importers", "reexported", "public_name",
+            "covered"]
 DEPTH = 10  # MRR@10, top-1, top-5 as tamsel_quality counts them
 
 
@@ -238,7 +243,8 @@ def mrr(p):
     return float(np.where(p > 0, 1.0 / np.maximum(p, 1), 0).mean())
 
 
-GRID = [-1.0, -0.6, -0.4, -0.2, -0.1, -0.05, 0.0, 0.05, 0.1, 0.2, 0.3, 0.4, 0.6, 0.8, 1.0, 1.5]
+GRID = [-1.0, -0.6, -0.4, -0.2, -0.1, -0.05, 0.0, 0.05, 0.1, 0.2, 0.3, 0.4, 0.6, 0.8, 1.0, 1.5,
+        2.0, 3.0]
 DEPTHS = [10, 20, 30, 60, 100]
 
 
@@ -288,6 +294,10 @@ SHIPPED = {
     "senses": 0.0, "spelled": 1.0, "paired": 0.2, "depth": 100, "holder": -0.6,
     "holder_named": 3, "importers": 0.0, "reexported": 0.0, "public_name": 0.0,
 }
+
+
+# Shipped until the question's coverage was weighed: the public name fitted alone (below).
+CURRENT = dict(SHIPPED, public_name=0.3)
 
 
 def fused_only():
@@ -348,15 +358,20 @@ def methods():
         # Shipped: only the new input fitted, every other weight held as shipped before.
         "public name alone": fitted(SHIPPED, ["public_name"], True),
         "public API alone": fitted(SHIPPED, PUBLIC, True),
+        "shipped": lambda train, sets: dict(CURRENT),
+        # Shipped: how much of the question a text says fitted alone, every other weight held.
+        "coverage alone": fitted(CURRENT, ["covered"], True),
+        "coverage and the rest per file": fitted(CURRENT, ["covered"] + without + ["public_name"],
+                                                 True),
     }
 
 
-CHOSEN = "public name alone"
-DEFAULT = ["fused only", "shipped before", "refit shipped per file", "public API per file",
-           "public API alone", CHOSEN]
+CHOSEN = "coverage alone"
+DEFAULT = ["fused only", "shipped", "public name alone", "coverage and the rest per file", CHOSEN]
 
 
 def main():
+    global SETS, LATEST
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--build", default=os.environ.get("TAMSEL_BUILD", "build"))
     parser.add_argument("--redump", action="store_true")
@@ -364,7 +379,12 @@ def main():
                         + ", ".join(DEFAULT) + ")")
     parser.add_argument("--quick", action="store_true", help="no leave-one-file-out folds")
     parser.add_argument("--nearest", type=int, help="symbols found by meaning alone kept")
+    parser.add_argument("--latest", type=int, default=LATEST,
+                        help="the set held out as the newest; later sets are left out "
+                        "(6 repeats the check made before the seventh set was read)")
     args = parser.parse_args()
+    LATEST = args.latest
+    SETS = [s for s in SETS if s[5] <= LATEST]
     dump(args.build, args.redump)
     questions, full = load(args.nearest)
     data = trim(SHIPPED, full)
@@ -420,7 +440,7 @@ def main():
             [(sets != s, sets == s) for s, *_ in SETS])
     final = methods()[CHOSEN](data, sets)
     print(f"\n== {CHOSEN}, fitted on all questions")
-    print("  " + json.dumps({k: final[k] for k in FITTED + PUBLIC}))
+    print("  " + json.dumps({k: final[k] for k in FITTED + PUBLIC + ["covered"]}))
     # In-sample, not a measure of quality: what tamsel_quality should print once retrieval.cpp
     # holds these weights.
     print("  per set with these weights (in-sample; compare tamsel_quality):")

@@ -81,10 +81,10 @@ void dump_candidates(workers::HybridRetriever& retriever, const Question& q, int
          {"path", c.path},
          {"kind", c.kind},
          {"fused", c.fused},
-         {"f", {in.text,     in.widened,   in.named,      in.meaning,    in.in_name,  in.whole,
-                in.in_path,  in.docstring, in.callers,    in.function,   in.test,     in.thing,
-                in.exported, in.senses,    in.spelled,    in.paired,     in.own_name, in.holder,
-                in.nearest,  in.importers, in.reexported, in.public_name}}});
+         {"f", {in.text,     in.widened,   in.named,      in.meaning,     in.in_name,  in.whole,
+                in.in_path,  in.docstring, in.callers,    in.function,    in.test,     in.thing,
+                in.exported, in.senses,    in.spelled,    in.paired,      in.own_name, in.holder,
+                in.nearest,  in.importers, in.reexported, in.public_name, in.covered}}});
   }
   out << line.dump() << "\n";
 }

@@ -390,3 +390,23 @@ TEST(WordNetEmbedder, SharedSensesAndInflections) {
   auto none = wordnet.embed("how does the a of");
   EXPECT_TRUE(std::all_of(none.begin(), none.end(), [](float x) { return x == 0.0F; }));
 }
+
+TEST(HybridRetriever, ATextSayingMoreOfTheQuestionLeads) {
+  indexer_test::TempRepo repo("shop");
+  // "seal" and "envelope" are said by many symbols, "wax" by two: the fused order puts first the
+  // name that says the rare word, the rerank the text that says the whole question.
+  std::string code =
+      "def wax_polish():\n    \"\"\"Polish with wax until the wax shines.\"\"\"\n"
+      "def close_letter():\n    \"\"\"Seal the envelope with wax.\"\"\"\n";
+  for (int i = 0; i < 150; ++i)
+    code += "def box_" + std::to_string(i) + "():\n  \"\"\"Seal an envelope.\"\"\"\n";
+  repo.write("src/shop/post.py", code);
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+  HybridRetriever retriever(*index, std::nullopt);
+  auto first = [&](bool rerank) {
+    return fqns(*index, retriever.retrieve("seal the envelope with wax", 1, false, rerank));
+  };
+  EXPECT_THAT(first(false), ElementsAre("shop.post.wax_polish"));
+  EXPECT_THAT(first(true), ElementsAre("shop.post.close_letter"));
+}

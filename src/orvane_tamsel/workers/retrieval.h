@@ -54,6 +54,7 @@ struct RerankInputs {
   double reexported = 0;   // a package's own file (`__init__.py`) imports it: the package offers it
   double public_name = 0;  // no part of its name or module path is private (leading underscore);
                            // for names whose visibility is not their case
+  double covered = 0;      // share of the question's terms its text says anywhere
 };
 
 // A fused candidate with what the rerank reads of it.
