@@ -1,6 +1,16 @@
 #include "orvane_tamsel/indexer/reference_docs/doc_linking.h"
 
+#include <algorithm>
+#include <set>
+
 namespace orvane_tamsel::indexer::reference_docs {
+
+namespace {
+
+// How many classes up a documented member is looked for.
+constexpr int MAX_BASE_DEPTH = 6;
+
+}  // namespace
 
 DocLinker::DocLinker(index::Database& db)
     : facts_(db, false),
@@ -8,7 +18,8 @@ DocLinker::DocLinker(index::Database& db)
           db.prepare("SELECT id FROM symbols WHERE fqn = ? AND kind <> 'module' AND is_test = 0 "
                      "ORDER BY start_line - end_line, id LIMIT 1")),
       by_name_(db.prepare(
-          "SELECT id, fqn FROM symbols WHERE name = ? AND kind <> 'module' AND is_test = 0")) {}
+          "SELECT id, fqn FROM symbols WHERE name = ? AND kind <> 'module' AND is_test = 0")),
+      bases_(db.prepare("SELECT bases FROM symbols WHERE id = ? AND kind = 'class'")) {}
 
 std::optional<std::int64_t> DocLinker::exact(const std::string& fqn) {
   by_fqn_.bind(1, fqn);
@@ -29,6 +40,56 @@ const std::vector<std::pair<std::int64_t, std::string>>& DocLinker::named(const 
 }
 
 std::optional<std::int64_t> DocLinker::link(const std::string& fqn, bool exact_tried) {
+  if (auto id = direct(fqn, exact_tried)) return id;
+  return inherited(fqn);
+}
+
+std::vector<std::string> DocLinker::bases(std::int64_t id) {
+  std::vector<std::string> out;
+  bases_.bind(1, id);
+  if (bases_.step()) {
+    auto list = bases_.text(0);
+    for (std::size_t at = 0; at < list.size();) {
+      auto end = std::min(list.find(' ', at), list.size());
+      if (end > at) out.push_back(list.substr(at, end - at));
+      at = end + 1;
+    }
+  }
+  bases_.reset();
+  return out;
+}
+
+// Pages document inherited members on the class users meet (`.. method:: Derived.m`), where the
+// code defines them once, on a base.
+std::optional<std::int64_t> DocLinker::inherited(const std::string& fqn) {
+  auto last = fqn.rfind('.');
+  if (last == std::string::npos) return std::nullopt;
+  auto owner = direct(fqn.substr(0, last), false);
+  if (!owner) return std::nullopt;
+  auto member = fqn.substr(last);
+  auto found = [&](const std::string& name) -> std::optional<std::int64_t> {
+    if (auto id = exact(name)) return id;
+    if (auto target = facts_.reexported(name); !target.empty()) return exact(target);
+    return std::nullopt;
+  };
+  std::vector<std::string> todo = bases(*owner);
+  std::set<std::string> seen;
+  // Breadth first: the nearest base's member hides those further up.
+  for (int depth = 0; depth < MAX_BASE_DEPTH && !todo.empty(); ++depth) {
+    std::vector<std::string> next;
+    for (const auto& base : todo) {
+      if (!seen.insert(base).second) continue;
+      if (auto id = found(base + member)) return id;
+      if (auto cls = found(base)) {
+        for (auto& b : bases(*cls)) next.push_back(std::move(b));
+      }
+    }
+    todo = std::move(next);
+  }
+  return std::nullopt;
+}
+
+std::optional<std::int64_t> DocLinker::direct(const std::string& fqn, bool exact_tried) {
   if (auto id = exact_tried ? std::nullopt : exact(fqn)) return id;
   if (auto target = facts_.reexported(fqn); !target.empty()) {
     if (auto id = exact(target)) return id;
@@ -51,7 +112,20 @@ std::optional<std::int64_t> DocLinker::link(const std::string& fqn, bool exact_t
     found = id;
     if (several) break;
   }
-  return several ? std::nullopt : found;
+  if (found || several) return several ? std::nullopt : found;
+  // A member documented outside its class's directive (`.. method:: union` after `.. class::
+  // QuerySet` ended) stands in the module: the one class of the module that has it.
+  auto scope = fqn.substr(0, last + 1);
+  for (const auto& [id, candidate] : named(fqn.substr(last + 1))) {
+    if (candidate.size() <= scope.size() + (fqn.size() - last) ||
+        candidate.compare(0, scope.size(), scope) != 0 ||
+        candidate.find('.', scope.size()) != candidate.size() - (fqn.size() - last)) {
+      continue;
+    }
+    if (found) return std::nullopt;
+    found = id;
+  }
+  return found;
 }
 
 }  // namespace orvane_tamsel::indexer::reference_docs

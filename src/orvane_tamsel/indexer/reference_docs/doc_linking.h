@@ -18,17 +18,22 @@ class DocLinker {
   explicit DocLinker(index::Database& db);
   // The symbol's id: the exact fqn; else where the package's re-exports lead (`asyncio.Queue`
   // is `asyncio.queues.Queue`); else the one symbol of the same top package whose fqn ends with
-  // the documented class and name. nullopt: none, or several. `exact_tried`: the caller looked
-  // the fqn up already.
+  // the documented class and name; else, for a member of a class found so, the member of the
+  // nearest base class that defines it. nullopt: none, or several. `exact_tried`: the caller
+  // looked the fqn up already.
   std::optional<std::int64_t> link(const std::string& fqn, bool exact_tried = false);
 
  private:
   std::optional<std::int64_t> exact(const std::string& fqn);
+  std::optional<std::int64_t> direct(const std::string& fqn, bool exact_tried);
+  std::optional<std::int64_t> inherited(const std::string& fqn);
+  // A class's base class fqns; none for a symbol that is no class.
+  std::vector<std::string> bases(std::int64_t id);
   // The symbols of a name, read once: pages document `get` or `close` of many classes.
   const std::vector<std::pair<std::int64_t, std::string>>& named(const std::string& name);
 
   types::SqlTypeFacts facts_;
-  index::Statement by_fqn_, by_name_;
+  index::Statement by_fqn_, by_name_, bases_;
   std::unordered_map<std::string, std::vector<std::pair<std::int64_t, std::string>>> named_;
 };
 

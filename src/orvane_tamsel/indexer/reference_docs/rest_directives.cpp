@@ -148,7 +148,7 @@ bool is_reference_page(std::string_view path) {
 std::vector<DocumentedName> documented_names(std::string_view page) {
   std::vector<DocumentedName> out;
   std::vector<Open> open;
-  std::string module, last_class;
+  std::string module;
   // Lines right after an object directive, before its first blank line: more signatures or
   // options, not its body.
   bool in_header = false;
@@ -169,7 +169,6 @@ std::vector<DocumentedName> documented_names(std::string_view page) {
     auto kind = d ? kind_of(d->kind) : Kind::other;
     if (d && kind == Kind::module) {
       module = d->argument == "None" ? "" : signature_name(d->argument);
-      last_class.clear();
       continue;
     }
     if (d && (kind == Kind::object || kind == Kind::member)) {
@@ -183,13 +182,9 @@ std::vector<DocumentedName> documented_names(std::string_view page) {
         // `.. method:: Queue.join` inside `.. class:: Queue`.
         auto own = last_part(prefix);
         if (name.compare(0, own.size() + 1, own + ".") == 0) name = name.substr(own.size() + 1);
-      } else if (kind == Kind::member && name.find('.') == std::string::npos &&
-                 !last_class.empty()) {
-        prefix = last_class;
       }
       bool is_class = d->kind == "class" || d->kind == "exception";
       out.push_back({joined(prefix, name), ""});
-      if (is_class) last_class = out.back().fqn;
       open.push_back({indent, out.size() - 1, is_class});
       in_header = true;
       continue;

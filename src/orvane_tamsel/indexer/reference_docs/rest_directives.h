@@ -20,8 +20,9 @@ bool is_reference_page(std::string_view path);
 
 // Reads `.. module::` / `.. currentmodule::` and the object directives (class, function, method,
 // attribute, exception, data, decorator and their variants, with or without `py:`); a member
-// directive takes the class it is nested in, or else the class the page documented last. Names
-// whose body says nothing are listed too, with empty text.
+// directive takes the class it is nested in, or the one its dotted name says; one outside any
+// class stands in the module (a page's module constants are written so). Names whose body says
+// nothing are listed too, with empty text.
 std::vector<DocumentedName> documented_names(std::string_view page);
 
 }  // namespace orvane_tamsel::indexer::reference_docs
