@@ -77,7 +77,10 @@ std::multiset<std::string> dump(const fs::path& root) {
        "LEFT JOIN files g ON g.id = d.def_file_id"},
       {{"'import'", "f.path", "i.line", "i.module", "i.name", "i.alias", "t.path", "s.fqn"},
        "imports i JOIN files f ON f.id = i.file_id LEFT JOIN files t ON t.id = i.target_file_id "
-       "LEFT JOIN symbols s ON s.id = i.target_symbol_id"}};
+       "LEFT JOIN symbols s ON s.id = i.target_symbol_id"},
+      {{"'docname'", "n.path", "n.fqn", "n.text", "s.fqn", "n.last", "n.owner"},
+       "doc_names n LEFT JOIN symbols s ON s.id = n.symbol_id"},
+      {{"'doctext'", "s.fqn", "d.text"}, "doc_text d LEFT JOIN symbols s ON s.id = d.symbol_id"}};
   for (const auto& [columns, from] : rows) {
     std::string select;
     for (const auto& c : columns)
@@ -635,6 +638,75 @@ TEST(UpdateIndex, ReferencePagesReachTheSymbolsTheyDocument) {
   EXPECT_EQ(indexer::update_index(repo.root()).documented, 0);
   EXPECT_EQ(texts("pkg.queues.Queue"), Texts("FIFO.", "NULL"));
   EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
+}
+
+// An update relinks only the names an edit may move, yet leaves what a clean build writes: for
+// body edits, members defined on a derived class or a base, bases that change two classes down
+// the names a page uses through a renaming import, files added and deleted, and pages edited.
+TEST(UpdateIndex, PageLinksFollowCodeEditsAsACleanBuildWould) {
+  indexer_test::TempRepo repo;
+  repo.write("src/lib/__init__.py", "from .impl import Widget as Gadget\n");
+  const std::string roots =
+      "class Root:\n    def close(self):\n        pass\n\n"
+      "class Other:\n    def close(self):\n        pass\n\n";
+  repo.write("src/lib/base.py",
+             roots + "class Base(Root):\n    def size(self):\n        return 1\n");
+  const std::string widget = "from .base import Base\n\nclass Widget(Base):\n    def draw(self):\n";
+  repo.write("src/lib/impl.py", widget + "        \"Paint.\"\n");
+  const std::string page =
+      ".. module:: lib\n\n.. class:: Gadget\n\n   A gadget.\n\n"
+      "   .. method:: draw()\n\n      Paints it.\n\n"
+      "   .. method:: size()\n\n      Measures it.\n\n"
+      "   .. method:: close()\n\n      Shuts it.\n\n"
+      "   .. attribute:: colour\n\n      Set when made.\n\n"
+      ".. attribute:: LIMIT\n\n   Not the gadget's.\n";
+  repo.write("docs/api.rst", page);
+  auto linked_to = [&](const std::string& fqn) {
+    index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
+    auto st = db.prepare(
+        "SELECT coalesce(s.fqn, '') FROM doc_names n LEFT JOIN symbols s ON s.id = n.symbol_id "
+        "WHERE n.fqn = ?");
+    st.bind(1, fqn);
+    return st.step() ? st.text(0) : "missing";
+  };
+  auto update = [&] {
+    auto report = indexer::update_index(repo.root());
+    EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
+    return report.documented_linked;
+  };
+  // Inherited members link to the base's; an instance attribute and a constant written after the
+  // class (it stands in the module) link nowhere.
+  EXPECT_EQ(update(), 4);
+  EXPECT_EQ(linked_to("lib.Gadget.size"), "lib.base.Base.size");
+  EXPECT_EQ(linked_to("lib.Gadget.close"), "lib.base.Root.close");
+  EXPECT_EQ(linked_to("lib.LIMIT"), "");
+
+  // A one-line edit rewrites the text row of the symbol the page links, which keeps its words.
+  repo.write("src/lib/impl.py", widget + "        \"Paint it.\"\n");
+  EXPECT_EQ(update(), 4);
+  repo.write("src/lib/impl.py",
+             widget + "        \"Paint it.\"\n\n    def size(self):\n        return 3\n");
+  EXPECT_EQ(update(), 4);
+  EXPECT_EQ(linked_to("lib.Gadget.size"), "lib.impl.Widget.size");
+  // Only a base two classes up changes: the name documented on the derived class follows.
+  repo.write("src/lib/base.py",
+             roots + "class Base(Other):\n    def size(self):\n        return 1\n");
+  EXPECT_EQ(update(), 4);
+  EXPECT_EQ(linked_to("lib.Gadget.close"), "lib.base.Other.close");
+  repo.write("src/lib/base.py", "class Base:\n    pass\n");
+  EXPECT_EQ(update(), 3);
+  repo.write("src/lib/consts.py", "LIMIT = 3\n");
+  repo.write("src/lib/__init__.py",
+             "from .impl import Widget as Gadget\nfrom .consts import LIMIT\n");
+  EXPECT_EQ(update(), 4);
+  fs::remove(repo.root() / "src/lib/impl.py");
+  EXPECT_EQ(update(), 1);
+  repo.write("src/lib/impl.py", "class Widget:\n    def draw(self):\n        pass\n");
+  repo.write("docs/api.rst", page + "\n.. function:: lib.Gadget.draw\n\n   Draws.\n");
+  EXPECT_EQ(update(), 4);
+  EXPECT_EQ(linked_to("lib.Gadget.draw"), "lib.impl.Widget.draw");
+  fs::remove(repo.root() / "docs/api.rst");
+  EXPECT_EQ(update(), 0);
 }
 
 }  // namespace

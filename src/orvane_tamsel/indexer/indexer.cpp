@@ -275,13 +275,25 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
     finish_report(report, writer.stats(), started);
     return report;
   }
+  // Code that changes may link page names elsewhere: what it was, to see what moved.
+  std::vector<std::string> code_paths;
+  bool had_pages = reference_docs::has_pages(writer.database());
+  if (had_pages) {
+    for (const auto& job : work.work) code_paths.push_back(job.file->path);
+    code_paths.insert(code_paths.end(), work.removed.begin(), work.removed.end());
+  }
+  auto code_before = reference_docs::snapshot(writer.database(), code_paths);
   std::vector<std::string> written;
   write_changes(writer, repository_root, work, states, preparer, walked.skipped, report, written,
                 options, on_progress);
-  // Code that changed may link page names elsewhere; its symbols' text rows were written anew.
-  bool code_changed = !written.empty() || report.removed > 0;
+  reference_docs::CodeChange code;
+  if (had_pages) {
+    code =
+        reference_docs::compare(writer.database(), code_before,
+                                reference_docs::snapshot(writer.database(), code_paths), written);
+  }
   for (auto& path : reference_docs::update_reference_docs(writer.database(), repository_root,
-                                                          walked.pages, code_changed)) {
+                                                          walked.pages, code)) {
     written.push_back(std::move(path));
   }
   meaning::update_meaning(writer.database(), repository_root, written);

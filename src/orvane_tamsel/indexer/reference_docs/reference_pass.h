@@ -8,20 +8,25 @@
 #include <vector>
 
 #include "orvane_tamsel/index/sqlite_db.h"
+#include "orvane_tamsel/indexer/reference_docs/code_change.h"
 #include "orvane_tamsel/indexer/walker.h"
 
 namespace orvane_tamsel::indexer::reference_docs {
 
+// Whether the index holds any page.
+bool has_pages(index::Database& db);
+
 // Whether the walked pages differ from those the index read (added, changed, gone).
 bool pages_changed(index::Database& db, const std::vector<WalkedFile>& pages);
 
-// Reads the pages that changed, and when a page or the code changed, links every documented name
-// again and rewrites the text rows of the symbols whose page text changed or whose rows the code
-// batch wrote anew. Returns the paths of the code files holding symbols whose page text changed
-// (their meaning vectors are out of date). Runs in a transaction of its own.
+// Reads the pages that changed and links their names; relinks the names the code change may link
+// elsewhere (all of them when imports moved); rewrites the text rows of the symbols whose page text
+// changed or whose rows the code batch wrote anew. Returns the paths of the code files holding
+// symbols whose page text changed (their meaning vectors are out of date). Runs in a transaction
+// of its own.
 std::vector<std::string> update_reference_docs(index::Database& db,
                                                const std::filesystem::path& root,
                                                const std::vector<WalkedFile>& pages,
-                                               bool code_changed);
+                                               const CodeChange& code);
 
 }  // namespace orvane_tamsel::indexer::reference_docs
