@@ -21,6 +21,7 @@
 #include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
+#include "orvane_tamsel/indexer/reference_docs/rest_directives.h"
 
 namespace {
 
@@ -602,7 +603,12 @@ TEST(UpdateIndex, ReferencePagesReachTheSymbolsTheyDocument) {
     st.bind(1, fqn);
     return st.step() ? Texts(st.text(0), st.text(1)) : Texts();
   };
+  // A .txt file is read only when its head holds a Python directive.
+  repo.write("NOTES.txt", "Release notes.\n\n.. note:: not Python\n");
+  repo.write("docs/late.txt", std::string(indexer::reference_docs::TXT_SNIFF_BYTES, 'x') +
+                                  "\n\n.. function:: pkg.late()\n");
   auto report = indexer::update_index(repo.root());
+  EXPECT_EQ(std::tuple(report.pages_read, report.pages_passed_over), std::tuple(1, 2));
   EXPECT_EQ(std::tuple(report.documented, report.documented_linked), std::tuple(3, 2));
   EXPECT_NE(indexer::summary_line(report).find("3 names in reference pages (2 linked"),
             std::string::npos);

@@ -292,10 +292,11 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
         reference_docs::compare(writer.database(), code_before,
                                 reference_docs::snapshot(writer.database(), code_paths), written);
   }
-  for (auto& path : reference_docs::update_reference_docs(writer.database(), repository_root,
-                                                          walked.pages, code)) {
-    written.push_back(std::move(path));
-  }
+  auto pages =
+      reference_docs::update_reference_docs(writer.database(), repository_root, walked.pages, code);
+  report.pages_read = pages.read;
+  report.pages_passed_over = pages.passed_over;
+  for (auto& path : pages.changed_files) written.push_back(std::move(path));
   meaning::update_meaning(writer.database(), repository_root, written);
   finish_report(report, writer.stats(), started);
   return report;
@@ -343,6 +344,14 @@ std::string summary_line(const IndexReport& report) {
     out << report.documented << " names in reference pages (" << report.documented_linked
         << " linked to a symbol, " << report.documented - report.documented_linked
         << " not found), ";
+  }
+  if (report.pages_read + report.pages_passed_over > 0) {
+    out << report.pages_read << " pages read";
+    if (report.pages_passed_over > 0) {
+      out << " (" << report.pages_passed_over
+          << " .txt files without Python directives passed over)";
+    }
+    out << ", ";
   }
   out << secs << " s";
   return out.str();

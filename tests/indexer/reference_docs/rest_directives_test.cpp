@@ -96,6 +96,9 @@ TEST(RestDirectives, BodiesAreThePlainWordsAndCapped) {
   EXPECT_TRUE(is_reference_page("docs/ref/models/querysets.txt"));
   EXPECT_FALSE(is_reference_page("setup.py"));
   EXPECT_TRUE(names_of("Just a README.\n\n.. note:: not Python\n").empty());
+  EXPECT_FALSE(has_python_directive("Just a README.\n\n.. note:: not Python\n"));
+  EXPECT_TRUE(has_python_directive("Intro\n\n   .. py:method:: Queue.join()\n"));
+  EXPECT_TRUE(has_python_directive(".. currentmodule:: pkg"));
 }
 
 }  // namespace

@@ -27,13 +27,21 @@ std::map<std::string, PageState> stored_pages(index::Database& db) {
 }
 
 // An unreadable or non-UTF-8 page documents nothing; it is kept in doc_pages so that it is not
-// read again until it changes.
-std::vector<DocumentedName> read_page(const std::filesystem::path& file) {
+// read again until it changes. A .txt file is read whole only when its head holds a Python
+// directive. False: passed over.
+bool read_page(const std::filesystem::path& file, std::vector<DocumentedName>& names) {
   std::ifstream in(file, std::ios::binary);
-  std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  if (!in.good() && !in.eof()) return {};
-  if (!utils::is_valid_utf8(content)) return {};
-  return documented_names(content);
+  std::string content;
+  if (file.extension() == ".txt") {
+    content.resize(TXT_SNIFF_BYTES);
+    in.read(content.data(), static_cast<std::streamsize>(content.size()));
+    content.resize(static_cast<std::size_t>(in.gcount()));
+    if (!has_python_directive(content)) return false;
+  }
+  content.append(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  if (in.bad()) return true;
+  if (utils::is_valid_utf8(content)) names = documented_names(content);
+  return true;
 }
 
 // A documented name's last part and the part before it, its class when it is a member.
@@ -47,8 +55,9 @@ std::pair<std::string, std::string> keys_of(const std::string& fqn) {
 
 struct PagesRead {
   bool changed = false;
-  std::vector<std::int64_t> fresh;  // the names read now
-  std::set<std::int64_t> unlinked;  // symbols the forgotten names linked to
+  std::int64_t read = 0, passed_over = 0;  // pages read; .txt files without Python directives
+  std::vector<std::int64_t> fresh;         // the names read now
+  std::set<std::int64_t> unlinked;         // symbols the forgotten names linked to
 };
 
 // Reads the changed pages into doc_names.
@@ -76,7 +85,9 @@ PagesRead store_pages(index::Database& db, const std::filesystem::path& root,
     if (same) continue;
     read.changed = true;
     forget(page.path);
-    for (const auto& name : read_page(root / page.path)) {
+    std::vector<DocumentedName> names;
+    ++(read_page(root / page.path, names) ? read.read : read.passed_over);
+    for (const auto& name : names) {
       auto [last, owner] = keys_of(name.fqn);
       add_name.bind(1, page.path).bind(2, name.fqn).bind(3, name.text).bind(4, last);
       add_name.bind(5, owner).run();
@@ -265,10 +276,8 @@ bool pages_changed(index::Database& db, const std::vector<WalkedFile>& pages) {
   return false;
 }
 
-std::vector<std::string> update_reference_docs(index::Database& db,
-                                               const std::filesystem::path& root,
-                                               const std::vector<WalkedFile>& pages,
-                                               const CodeChange& code) {
+PagesUpdate update_reference_docs(index::Database& db, const std::filesystem::path& root,
+                                  const std::vector<WalkedFile>& pages, const CodeChange& code) {
   db.exec("BEGIN IMMEDIATE");
   try {
     auto read = store_pages(db, root, pages);
@@ -286,7 +295,7 @@ std::vector<std::string> update_reference_docs(index::Database& db,
       changed_files = write_text(db, symbols, text);
     }
     db.exec("COMMIT");
-    return {changed_files.begin(), changed_files.end()};
+    return {{changed_files.begin(), changed_files.end()}, read.read, read.passed_over};
   } catch (...) {
     index::rollback_if_open(db);
     throw;

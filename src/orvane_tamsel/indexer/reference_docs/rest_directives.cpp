@@ -145,6 +145,16 @@ bool is_reference_page(std::string_view path) {
   return ends(".rst") || ends(".txt");
 }
 
+bool has_python_directive(std::string_view text) {
+  for (std::size_t at = 0; at < text.size();) {
+    auto end = std::min(text.find('\n', at), text.size());
+    auto d = directive(text.substr(at, end - at));
+    if (d && kind_of(d->kind) != Kind::other) return true;
+    at = end + 1;
+  }
+  return false;
+}
+
 std::vector<DocumentedName> documented_names(std::string_view page) {
   std::vector<DocumentedName> out;
   std::vector<Open> open;
