@@ -90,7 +90,7 @@ CodeSnapshot snapshot(index::Database& db, const std::vector<std::string>& paths
   CodeSnapshot out;
   auto symbols = db.prepare(
       "SELECT s.fqn, s.name, s.kind, s.bases, s.is_test, s.end_line - s.start_line FROM files f "
-      "JOIN symbols s ON s.file_id = f.id WHERE f.path = ?");
+      "JOIN symbols s ON s.file_id = f.id WHERE f.path = ? AND s.kind <> 'module'");
   auto imports = db.prepare(
       "SELECT f.module, i.module, i.name, i.alias FROM files f JOIN imports i ON i.file_id = f.id "
       "WHERE f.path = ? ORDER BY i.line, i.id");

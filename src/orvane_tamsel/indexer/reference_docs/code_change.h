@@ -12,7 +12,8 @@
 
 namespace orvane_tamsel::indexer::reference_docs {
 
-// What linking reads of one symbol: its size breaks ties between symbols of one fqn.
+// What linking reads of one symbol (no module links): its size breaks ties between symbols of
+// one fqn.
 struct SymbolRow {
   std::string path, fqn, name, kind, bases;
   std::int64_t is_test = 0, size = 0;
