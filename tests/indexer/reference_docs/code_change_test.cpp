@@ -35,7 +35,7 @@ CodeChange change_after(const indexer_test::TempRepo& repo,
 
 // The work an update does for the pages follows the edit: a body edit names only what it
 // changed, bases that move name the classes deriving from them and the names imports give them,
-// and imports that move relink everything.
+// and imports that bind names differently relink everything.
 TEST(CodeChange, NamesOnlyWhatAnEditMayLinkElsewhere) {
   indexer_test::TempRepo repo;
   const std::string base = "class Root:\n    pass\n\nclass Other:\n    pass\n\n";
@@ -56,10 +56,13 @@ TEST(CodeChange, NamesOnlyWhatAnEditMayLinkElsewhere) {
       {{"lib/base.py", base + "class Base(Other):\n    def size(self):\n        return 2\n"}});
   EXPECT_EQ(rebased.names, (std::set<std::string>{"Base", "Widget", "Gadget"}));
   EXPECT_EQ(rebased.files, std::vector<std::string>{"lib/base.py"});
-  auto imported = change_after(repo, {{"lib/other.py",
-                                       "import os\n\ndef helper():\n    x = 1\n"
-                                       "    return x\n"}});
-  EXPECT_TRUE(imported.everything);
+  // A plain import binds nothing a re-export is looked up by; a `from` import may.
+  const std::string helper = "def helper():\n    x = 1\n    return x\n";
+  auto plain = change_after(repo, {{"lib/other.py", "import os\n\n" + helper}});
+  EXPECT_FALSE(plain.everything);
+  EXPECT_TRUE(plain.names.empty());
+  auto from = change_after(repo, {{"lib/other.py", "import os\nfrom os import path\n" + helper}});
+  EXPECT_TRUE(from.everything);
 }
 
 }  // namespace

@@ -91,9 +91,10 @@ CodeSnapshot snapshot(index::Database& db, const std::vector<std::string>& paths
   auto symbols = db.prepare(
       "SELECT s.fqn, s.name, s.kind, s.bases, s.is_test, s.end_line - s.start_line FROM files f "
       "JOIN symbols s ON s.file_id = f.id WHERE f.path = ? AND s.kind <> 'module'");
+  // A plain `import x` binds no name a re-export is looked up by.
   auto imports = db.prepare(
       "SELECT f.module, i.module, i.name, i.alias FROM files f JOIN imports i ON i.file_id = f.id "
-      "WHERE f.path = ? ORDER BY i.line, i.id");
+      "WHERE f.path = ? AND (i.name <> '' OR i.alias <> '') ORDER BY i.line, i.id");
   for (const auto& path : paths) {
     symbols.bind(1, path);
     while (symbols.step()) {

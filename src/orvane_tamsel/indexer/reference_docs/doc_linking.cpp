@@ -64,14 +64,12 @@ std::vector<std::string> DocLinker::bases(std::int64_t id) {
 std::optional<std::int64_t> DocLinker::inherited(const std::string& fqn) {
   auto last = fqn.rfind('.');
   if (last == std::string::npos) return std::nullopt;
-  auto owner = direct(fqn.substr(0, last), false);
+  // Pages document many members of one class.
+  auto [known, added] = owners_.try_emplace(fqn.substr(0, last));
+  if (added) known->second = direct(known->first, false);
+  auto owner = known->second;
   if (!owner) return std::nullopt;
   auto member = fqn.substr(last);
-  auto found = [&](const std::string& name) -> std::optional<std::int64_t> {
-    if (auto id = exact(name)) return id;
-    if (auto target = facts_.reexported(name); !target.empty()) return exact(target);
-    return std::nullopt;
-  };
   std::vector<std::string> todo = bases(*owner);
   std::set<std::string> seen;
   // Breadth first: the nearest base's member hides those further up.
@@ -79,14 +77,27 @@ std::optional<std::int64_t> DocLinker::inherited(const std::string& fqn) {
     std::vector<std::string> next;
     for (const auto& base : todo) {
       if (!seen.insert(base).second) continue;
-      if (auto id = found(base + member)) return id;
-      if (auto cls = found(base)) {
-        for (auto& b : bases(*cls)) next.push_back(std::move(b));
-      }
+      const auto& cls = base_class(base);
+      if (cls.fqn.empty()) continue;
+      if (auto id = exact(cls.fqn + member)) return id;
+      next.insert(next.end(), cls.bases.begin(), cls.bases.end());
     }
     todo = std::move(next);
   }
   return std::nullopt;
+}
+
+const DocLinker::BaseClass& DocLinker::base_class(const std::string& fqn) {
+  auto [it, added] = base_classes_.try_emplace(fqn);
+  if (!added) return it->second;
+  auto id = exact(fqn);
+  auto resolved = fqn;
+  if (!id) {
+    resolved = facts_.reexported(fqn);
+    if (!resolved.empty()) id = exact(resolved);
+  }
+  if (id) it->second = {resolved, bases(*id)};
+  return it->second;
 }
 
 std::optional<std::int64_t> DocLinker::direct(const std::string& fqn, bool exact_tried) {

@@ -29,12 +29,20 @@ class DocLinker {
   std::optional<std::int64_t> inherited(const std::string& fqn);
   // A class's base class fqns; none for a symbol that is no class.
   std::vector<std::string> bases(std::int64_t id);
+  struct BaseClass {
+    std::string fqn;  // where it is defined; empty: not found
+    std::vector<std::string> bases;
+  };
+  // A base class as written in a class's bases, found directly or through re-exports; read once.
+  const BaseClass& base_class(const std::string& fqn);
   // The symbols of a name, read once: pages document `get` or `close` of many classes.
   const std::vector<std::pair<std::int64_t, std::string>>& named(const std::string& name);
 
   types::SqlTypeFacts facts_;
   index::Statement by_fqn_, by_name_, bases_;
   std::unordered_map<std::string, std::vector<std::pair<std::int64_t, std::string>>> named_;
+  std::unordered_map<std::string, std::optional<std::int64_t>> owners_;
+  std::unordered_map<std::string, BaseClass> base_classes_;
 };
 
 }  // namespace orvane_tamsel::indexer::reference_docs

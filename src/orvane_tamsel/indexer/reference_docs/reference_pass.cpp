@@ -185,9 +185,9 @@ std::map<std::int64_t, std::string> texts_of(index::Database& db,
   return text;
 }
 
-// Every symbol with page text, before or now, and that text.
-std::map<std::int64_t, std::string> all_texts(index::Database& db,
-                                              std::set<std::int64_t>& symbols) {
+// Every symbol with page text, before or now; the text each had and has.
+std::map<std::int64_t, std::string> all_texts(index::Database& db, std::set<std::int64_t>& symbols,
+                                              std::map<std::int64_t, std::string>& before) {
   std::map<std::int64_t, std::string> text;
   auto linked = db.prepare(
       "SELECT symbol_id, text FROM doc_names WHERE symbol_id IS NOT NULL AND text <> '' "
@@ -197,10 +197,26 @@ std::map<std::int64_t, std::string> all_texts(index::Database& db,
     if (!t.empty()) t.push_back(' ');
     t += linked.text(1);
   }
-  auto old = db.prepare("SELECT symbol_id FROM doc_text");
-  while (old.step()) symbols.insert(old.integer(0));
+  auto old = db.prepare("SELECT symbol_id, text FROM doc_text");
+  while (old.step()) {
+    symbols.insert(old.integer(0));
+    before.emplace(old.integer(0), old.text(1));
+  }
   for (const auto& [id, t] : text) symbols.insert(id);
   return text;
+}
+
+// The page text these symbols had.
+std::map<std::int64_t, std::string> old_texts(index::Database& db,
+                                              const std::set<std::int64_t>& symbols) {
+  std::map<std::int64_t, std::string> before;
+  auto old = db.prepare("SELECT text FROM doc_text WHERE symbol_id = ?");
+  for (auto id : symbols) {
+    old.bind(1, id);
+    if (old.step()) before.emplace(id, old.text(0));
+    old.reset();
+  }
+  return before;
 }
 
 // The linked symbols of the files the code batch wrote: their text rows lost the pages' words.
@@ -219,8 +235,8 @@ void add_rewritten(index::Database& db, const std::vector<std::string>& files,
 // Brings symbol_text.reference and doc_text of these symbols to `text` (a symbol missing there:
 // its pages say nothing). Returns the files of the symbols whose page text changed.
 std::set<std::string> write_text(index::Database& db, const std::set<std::int64_t>& symbols,
-                                 const std::map<std::int64_t, std::string>& text) {
-  auto old = db.prepare("SELECT text FROM doc_text WHERE symbol_id = ?");
+                                 const std::map<std::int64_t, std::string>& text,
+                                 const std::map<std::int64_t, std::string>& had) {
   auto row = db.prepare(
       "SELECT t.reference, f.path, t.rowid FROM symbols s JOIN files f ON f.id = s.file_id "
       "LEFT JOIN symbol_text t ON t.rowid = s.id WHERE s.id = ?");
@@ -231,10 +247,8 @@ std::set<std::string> write_text(index::Database& db, const std::set<std::int64_
   for (auto id : symbols) {
     std::optional<std::string> want;
     if (auto it = text.find(id); it != text.end()) want = it->second;
-    old.bind(1, id);
     std::optional<std::string> before;
-    if (old.step()) before = old.text(0);
-    old.reset();
+    if (auto it = had.find(id); it != had.end()) before = it->second;
     if (want != before) {
       if (want) {
         keep.bind(1, id).bind(2, *want).run();
@@ -285,14 +299,15 @@ PagesUpdate update_reference_docs(index::Database& db, const std::filesystem::pa
     if (read.changed || code.everything || !code.names.empty() || !code.files.empty()) {
       auto symbols = link_names(db, read, code);
       symbols.insert(read.unlinked.begin(), read.unlinked.end());
-      std::map<std::int64_t, std::string> text;
+      std::map<std::int64_t, std::string> text, had;
       if (code.everything) {
-        text = all_texts(db, symbols);
+        text = all_texts(db, symbols, had);
       } else {
         add_rewritten(db, code.files, symbols);
         text = texts_of(db, symbols);
+        had = old_texts(db, symbols);
       }
-      changed_files = write_text(db, symbols, text);
+      changed_files = write_text(db, symbols, text, had);
     }
     db.exec("COMMIT");
     return {{changed_files.begin(), changed_files.end()}, read.read, read.passed_over};
