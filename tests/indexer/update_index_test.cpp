@@ -79,7 +79,7 @@ std::multiset<std::string> dump(const fs::path& root) {
       {{"'import'", "f.path", "i.line", "i.module", "i.name", "i.alias", "t.path", "s.fqn"},
        "imports i JOIN files f ON f.id = i.file_id LEFT JOIN files t ON t.id = i.target_file_id "
        "LEFT JOIN symbols s ON s.id = i.target_symbol_id"},
-      {{"'docname'", "n.path", "n.fqn", "n.text", "s.fqn", "n.last", "n.owner"},
+      {{"'docname'", "n.path", "n.fqn", "n.text", "s.fqn", "n.last", "n.owner", "n.miss"},
        "doc_names n LEFT JOIN symbols s ON s.id = n.symbol_id"},
       {{"'doctext'", "s.fqn", "d.text"}, "doc_text d LEFT JOIN symbols s ON s.id = d.symbol_id"}};
   for (const auto& [columns, from] : rows) {
@@ -660,6 +660,7 @@ TEST(UpdateIndex, PageLinksFollowCodeEditsAsACleanBuildWould) {
   const std::string widget = "from .base import Base\n\nclass Widget(Base):\n    def draw(self):\n";
   repo.write("src/lib/impl.py", widget + "        \"Paint.\"\n");
   const std::string page =
+      ".. module:: cmath\n\n.. function:: sqrt(x)\n\n"
       ".. module:: lib\n\n.. class:: Gadget\n\n   A gadget.\n\n"
       "   .. method:: draw()\n\n      Paints it.\n\n"
       "   .. method:: size()\n\n      Measures it.\n\n"
@@ -667,10 +668,11 @@ TEST(UpdateIndex, PageLinksFollowCodeEditsAsACleanBuildWould) {
       "   .. attribute:: colour\n\n      Set when made.\n\n"
       ".. attribute:: LIMIT\n\n   Not the gadget's.\n";
   repo.write("docs/api.rst", page);
+  // The symbol a name links to, or why it links nowhere.
   auto linked_to = [&](const std::string& fqn) {
     index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
     auto st = db.prepare(
-        "SELECT coalesce(s.fqn, '') FROM doc_names n LEFT JOIN symbols s ON s.id = n.symbol_id "
+        "SELECT coalesce(s.fqn, n.miss) FROM doc_names n LEFT JOIN symbols s ON s.id = n.symbol_id "
         "WHERE n.fqn = ?");
     st.bind(1, fqn);
     return st.step() ? st.text(0) : "missing";
@@ -680,12 +682,18 @@ TEST(UpdateIndex, PageLinksFollowCodeEditsAsACleanBuildWould) {
     EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
     return report.documented_linked;
   };
-  // Inherited members link to the base's; an instance attribute and a constant written after the
-  // class (it stands in the module) link nowhere.
+  // Inherited members link to the base's; an instance attribute, a constant written after the
+  // class (it stands in the module) and a function of a module without code link nowhere, each
+  // for its reason.
   EXPECT_EQ(update(), 4);
   EXPECT_EQ(linked_to("lib.Gadget.size"), "lib.base.Base.size");
   EXPECT_EQ(linked_to("lib.Gadget.close"), "lib.base.Root.close");
-  EXPECT_EQ(linked_to("lib.LIMIT"), "");
+  EXPECT_EQ(linked_to("lib.Gadget.colour"), "member");
+  EXPECT_EQ(linked_to("lib.LIMIT"), "none");
+  EXPECT_EQ(linked_to("cmath.sqrt"), "no code");
+  repo.write("src/cmath.py", "def cos(x):\n    pass\n");
+  EXPECT_EQ(update(), 4);
+  EXPECT_EQ(linked_to("cmath.sqrt"), "none");
 
   // A one-line edit rewrites the text row of the symbol the page links, which keeps its words.
   repo.write("src/lib/impl.py", widget + "        \"Paint it.\"\n");

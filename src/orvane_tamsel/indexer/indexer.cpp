@@ -137,6 +137,7 @@ void finish_report(IndexReport& report, const index::IndexStats& stats,
   report.skipped = stats.skipped;
   report.documented = stats.documented;
   report.documented_linked = stats.documented_linked;
+  report.documented_missed = stats.documented_missed;
   report.seconds =
       std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
 }
@@ -342,8 +343,16 @@ std::string summary_line(const IndexReport& report) {
       << report.unresolved_calls << " unresolved, ";
   if (report.documented > 0) {
     out << report.documented << " names in reference pages (" << report.documented_linked
-        << " linked to a symbol, " << report.documented - report.documented_linked
-        << " not found), ";
+        << " linked to a symbol, " << report.documented - report.documented_linked << " not found";
+    auto missed = [&](const char* why) {
+      auto it = report.documented_missed.find(why);
+      return it == report.documented_missed.end() ? 0 : it->second;
+    };
+    if (missed("no code") + missed("member") > 0) {
+      out << ": " << missed("no code") << " in modules without Python code, " << missed("member")
+          << " members their class does not define";
+    }
+    out << "), ";
   }
   if (report.pages_read + report.pages_passed_over > 0) {
     out << report.pages_read << " pages read";

@@ -95,7 +95,11 @@ CodeSnapshot snapshot(index::Database& db, const std::vector<std::string>& paths
   auto imports = db.prepare(
       "SELECT f.module, i.module, i.name, i.alias FROM files f JOIN imports i ON i.file_id = f.id "
       "WHERE f.path = ? AND (i.name <> '' OR i.alias <> '') ORDER BY i.line, i.id");
+  auto module = db.prepare("SELECT module FROM files WHERE path = ?");
   for (const auto& path : paths) {
+    module.bind(1, path);
+    if (module.step()) out.modules.insert(module.text(0));
+    module.reset();
     symbols.bind(1, path);
     while (symbols.step()) {
       out.symbols.insert({path, symbols.text(0), symbols.text(1), symbols.text(2), symbols.text(3),
@@ -120,6 +124,9 @@ CodeChange compare(index::Database& db, const CodeSnapshot& before, const CodeSn
     change.everything = true;
     return change;
   }
+  std::set_symmetric_difference(before.modules.begin(), before.modules.end(), after.modules.begin(),
+                                after.modules.end(),
+                                std::inserter(change.modules, change.modules.end()));
   std::vector<SymbolRow> moved;
   std::set_symmetric_difference(before.symbols.begin(), before.symbols.end(), after.symbols.begin(),
                                 after.symbols.end(), std::back_inserter(moved));

@@ -30,6 +30,7 @@ struct ImportRow {
 struct CodeSnapshot {
   std::set<SymbolRow> symbols;
   std::set<ImportRow> imports;
+  std::set<std::string> modules;  // of the files that exist
 };
 
 // The symbols and imports of these files as the index holds them now.
@@ -42,6 +43,8 @@ struct CodeChange {
   // the symbols that came, went or changed, the classes deriving from a class whose bases moved,
   // and the names imports bind them as.
   std::set<std::string> names;
+  // Modules that came or went: names under them may link nowhere for another reason.
+  std::set<std::string> modules;
   // The files written again: their symbols' text rows lost what the pages say.
   std::vector<std::string> files;
 };

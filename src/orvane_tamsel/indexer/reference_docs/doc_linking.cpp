@@ -19,7 +19,8 @@ DocLinker::DocLinker(index::Database& db)
                      "ORDER BY start_line - end_line, id LIMIT 1")),
       by_name_(db.prepare(
           "SELECT id, fqn FROM symbols WHERE name = ? AND kind <> 'module' AND is_test = 0")),
-      bases_(db.prepare("SELECT bases FROM symbols WHERE id = ? AND kind = 'class'")) {}
+      bases_(db.prepare("SELECT bases FROM symbols WHERE id = ? AND kind = 'class'")),
+      module_(db.prepare("SELECT 1 FROM files WHERE module = ? LIMIT 1")) {}
 
 std::optional<std::int64_t> DocLinker::exact(const std::string& fqn) {
   by_fqn_.bind(1, fqn);
@@ -64,10 +65,7 @@ std::vector<std::string> DocLinker::bases(std::int64_t id) {
 std::optional<std::int64_t> DocLinker::inherited(const std::string& fqn) {
   auto last = fqn.rfind('.');
   if (last == std::string::npos) return std::nullopt;
-  // Pages document many members of one class.
-  auto [known, added] = owners_.try_emplace(fqn.substr(0, last));
-  if (added) known->second = direct(known->first, false);
-  auto owner = known->second;
+  auto owner = this->owner(fqn);
   if (!owner) return std::nullopt;
   auto member = fqn.substr(last);
   std::vector<std::string> todo = bases(*owner);
@@ -85,6 +83,42 @@ std::optional<std::int64_t> DocLinker::inherited(const std::string& fqn) {
     todo = std::move(next);
   }
   return std::nullopt;
+}
+
+std::optional<std::int64_t> DocLinker::owner(const std::string& fqn) {
+  auto last = fqn.rfind('.');
+  if (last == std::string::npos) return std::nullopt;
+  // Pages document many members of one class.
+  auto [known, added] = owners_.try_emplace(fqn.substr(0, last));
+  if (added) known->second = direct(known->first, false);
+  return known->second;
+}
+
+bool DocLinker::has_module(const std::string& module) {
+  auto [known, added] = modules_.try_emplace(module);
+  if (added) {
+    module_.bind(1, module);
+    known->second = module_.step();
+    module_.reset();
+  }
+  return known->second;
+}
+
+bool DocLinker::is_class(std::int64_t id) {
+  bases_.bind(1, id);
+  bool found = bases_.step();
+  bases_.reset();
+  return found;
+}
+
+std::string DocLinker::miss(const std::string& fqn) {
+  bool coded = false;
+  for (auto dot = fqn.find('.'); !coded && dot != std::string::npos; dot = fqn.find('.', dot + 1)) {
+    coded = has_module(fqn.substr(0, dot));
+  }
+  if (!coded) return "no code";
+  auto cls = owner(fqn);
+  return cls && is_class(*cls) ? "member" : "none";
 }
 
 const DocLinker::BaseClass& DocLinker::base_class(const std::string& fqn) {

@@ -4,6 +4,7 @@
 #include <iterator>
 #include <map>
 #include <set>
+#include <tuple>
 #include <utility>
 
 #include "orvane_tamsel/index/rollback.h"
@@ -106,6 +107,7 @@ PagesRead store_pages(index::Database& db, const std::filesystem::path& root,
 struct NameRow {
   std::string fqn;
   std::optional<std::int64_t> symbol;
+  std::optional<std::string> miss;
 };
 
 // The names an update may link elsewhere: those read now, and those the code change names by
@@ -114,20 +116,29 @@ std::map<std::int64_t, NameRow> names_to_link(index::Database& db, const PagesRe
                                               const CodeChange& code) {
   std::map<std::int64_t, NameRow> out;
   auto collect = [&](index::Statement& st) {
-    while (st.step()) out[st.integer(0)] = {st.text(1), st.optional_integer(2)};
+    while (st.step()) {
+      out[st.integer(0)] = {st.text(1), st.optional_integer(2), st.optional_text(3)};
+    }
     st.reset();
   };
-  auto fresh = db.prepare("SELECT id, fqn, symbol_id FROM doc_names WHERE id = ?");
+  auto fresh = db.prepare("SELECT id, fqn, symbol_id, miss FROM doc_names WHERE id = ?");
   for (auto id : read.fresh) {
     fresh.bind(1, id);
     collect(fresh);
   }
   auto keyed = db.prepare(
-      "SELECT id, fqn, symbol_id FROM doc_names WHERE last = ?1 UNION ALL "
-      "SELECT id, fqn, symbol_id FROM doc_names WHERE owner = ?1");
+      "SELECT id, fqn, symbol_id, miss FROM doc_names WHERE last = ?1 UNION ALL "
+      "SELECT id, fqn, symbol_id, miss FROM doc_names WHERE owner = ?1");
   for (const auto& name : code.names) {
     keyed.bind(1, name);
     collect(keyed);
+  }
+  // A module that came or went changes why the names under it link nowhere.
+  auto under = db.prepare(
+      "SELECT id, fqn, symbol_id, miss FROM doc_names WHERE substr(fqn, 1, length(?1)) = ?1");
+  for (const auto& module : code.modules) {
+    under.bind(1, module + ".");
+    collect(under);
   }
   return out;
 }
@@ -137,14 +148,18 @@ std::map<std::int64_t, NameRow> names_to_link(index::Database& db, const PagesRe
 std::set<std::int64_t> link_names(index::Database& db, const PagesRead& read,
                                   const CodeChange& code) {
   DocLinker linker(db);
-  std::vector<std::pair<std::int64_t, std::optional<std::int64_t>>> moved;
+  std::vector<std::tuple<std::int64_t, std::optional<std::int64_t>, std::optional<std::string>>>
+      moved;
   std::set<std::int64_t> touched;
-  auto relink = [&](std::int64_t id, const std::string& fqn, std::optional<std::int64_t> was,
+  auto relink = [&](std::int64_t id, const std::string& fqn, const NameRow& was,
                     std::optional<std::int64_t> exact) {
     auto symbol = exact ? exact : linker.link(fqn, true);
-    if (symbol == was) return;
-    moved.emplace_back(id, symbol);
-    for (auto s : {was, symbol}) {
+    std::optional<std::string> miss;
+    if (!symbol) miss = linker.miss(fqn);
+    if (symbol == was.symbol && miss == was.miss) return;
+    moved.emplace_back(id, symbol, miss);
+    if (symbol == was.symbol) return;
+    for (auto s : {was.symbol, symbol}) {
       if (s) touched.insert(*s);
     }
   };
@@ -152,18 +167,20 @@ std::set<std::int64_t> link_names(index::Database& db, const PagesRead& read,
     // The exact fqn first, for every name in one statement: most names are found so.
     auto names = db.prepare(
         "SELECT n.id, n.fqn, n.symbol_id, (SELECT s.id FROM symbols s WHERE s.fqn = n.fqn AND "
-        "s.kind <> 'module' AND s.is_test = 0 ORDER BY s.start_line - s.end_line, s.id LIMIT 1) "
-        "FROM doc_names n ORDER BY n.id");
+        "s.kind <> 'module' AND s.is_test = 0 ORDER BY s.start_line - s.end_line, s.id LIMIT 1), "
+        "n.miss FROM doc_names n ORDER BY n.id");
     while (names.step()) {
-      relink(names.integer(0), names.text(1), names.optional_integer(2), names.optional_integer(3));
+      NameRow was{"", names.optional_integer(2), names.optional_text(4)};
+      relink(names.integer(0), names.text(1), was, names.optional_integer(3));
     }
   } else {
     for (const auto& [id, row] : names_to_link(db, read, code)) {
-      relink(id, row.fqn, row.symbol, linker.link(row.fqn));
+      relink(id, row.fqn, row, linker.link(row.fqn));
     }
   }
-  auto set_link = db.prepare("UPDATE doc_names SET symbol_id = ? WHERE id = ?");
-  for (const auto& [id, symbol] : moved) set_link.bind(1, symbol).bind(2, id).run();
+  auto set_link = db.prepare("UPDATE doc_names SET symbol_id = ?, miss = ? WHERE id = ?");
+  for (const auto& [id, symbol, miss] : moved)
+    set_link.bind(1, symbol).bind(2, miss).bind(3, id).run();
   return touched;
 }
 
