@@ -707,6 +707,12 @@ TEST(UpdateIndex, PageLinksFollowCodeEditsAsACleanBuildWould) {
              roots + "class Base(Other):\n    def size(self):\n        return 1\n");
   EXPECT_EQ(update(), 4);
   EXPECT_EQ(linked_to("lib.Gadget.close"), "lib.base.Other.close");
+  // A re-export that leads elsewhere moves the names documented under it.
+  repo.write("src/lib/__init__.py", "from .base import Root as Gadget\n");
+  EXPECT_EQ(update(), 2);
+  EXPECT_EQ(linked_to("lib.Gadget.close"), "lib.base.Root.close");
+  repo.write("src/lib/__init__.py", "from .impl import Widget as Gadget\n");
+  EXPECT_EQ(update(), 4);
   repo.write("src/lib/base.py", "class Base:\n    pass\n");
   EXPECT_EQ(update(), 3);
   repo.write("src/lib/consts.py", "LIMIT = 3\n");

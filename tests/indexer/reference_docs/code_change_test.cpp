@@ -35,7 +35,7 @@ CodeChange change_after(const indexer_test::TempRepo& repo,
 
 // The work an update does for the pages follows the edit: a body edit names only what it
 // changed, bases that move name the classes deriving from them and the names imports give them,
-// and imports that bind names differently relink everything.
+// imports name what they bind, and a star import relinks everything.
 TEST(CodeChange, NamesOnlyWhatAnEditMayLinkElsewhere) {
   indexer_test::TempRepo repo;
   const std::string base = "class Root:\n    pass\n\nclass Other:\n    pass\n\n";
@@ -56,13 +56,19 @@ TEST(CodeChange, NamesOnlyWhatAnEditMayLinkElsewhere) {
       {{"lib/base.py", base + "class Base(Other):\n    def size(self):\n        return 2\n"}});
   EXPECT_EQ(rebased.names, (std::set<std::string>{"Base", "Widget", "Gadget"}));
   EXPECT_EQ(rebased.files, std::vector<std::string>{"lib/base.py"});
-  // A plain import binds nothing a re-export is looked up by; a `from` import may.
+  // A plain import binds nothing a re-export is looked up by; a `from` import binds its name, and
+  // a star import any public name.
   const std::string helper = "def helper():\n    x = 1\n    return x\n";
   auto plain = change_after(repo, {{"lib/other.py", "import os\n\n" + helper}});
   EXPECT_FALSE(plain.everything);
   EXPECT_TRUE(plain.names.empty());
-  auto from = change_after(repo, {{"lib/other.py", "import os\nfrom os import path\n" + helper}});
-  EXPECT_TRUE(from.everything);
+  auto from =
+      change_after(repo, {{"lib/other.py", "import os\nfrom os import sep as path\n" + helper}});
+  EXPECT_FALSE(from.everything);
+  EXPECT_EQ(from.names.count("path"), 1U);
+  EXPECT_EQ(from.names.count("helper"), 0U);
+  auto star = change_after(repo, {{"lib/other.py", "from os import *\n" + helper}});
+  EXPECT_TRUE(star.everything);
 }
 
 }  // namespace

@@ -62,14 +62,28 @@ void add_subclasses(index::Database& db, std::set<std::string>& names,
   names.insert(seen.begin(), seen.end());
 }
 
-// Adds the names imports bind the names under (`from x import a as b`): a page may document `b`.
-void add_aliases(index::Database& db, std::set<std::string>& names) {
+// The name an import binds in its module, which re-exports are looked up by.
+std::string bound(const std::string& name, const std::string& alias) {
+  return alias.empty() ? name : alias;
+}
+
+// Adds the names imports bind the names under (`from x import a as b`, `import x.a as b`): a page
+// may document `b`. When imports moved, a lookup by module and name that now leads elsewhere may
+// sit deeper in a chain of re-exports, below a module's own name (`os.path` of `os.path.join`):
+// the names every import from such a module binds are added too.
+void add_aliases(index::Database& db, std::set<std::string>& names, bool imports_moved) {
   std::multimap<std::string, std::string> aliases;
   auto st = db.prepare(
-      "SELECT DISTINCT name, alias FROM imports WHERE alias <> '' AND name <> '' AND alias <> "
-      "name");
-  while (st.step()) aliases.emplace(st.text(0), st.text(1));
-  if (aliases.empty()) return;
+      imports_moved ? "SELECT DISTINCT module, name, alias FROM imports WHERE name <> '' OR "
+                      "alias <> ''"
+                    : "SELECT DISTINCT module, name, alias FROM imports WHERE alias <> '' AND "
+                      "alias <> name");
+  while (st.step()) {
+    auto module = st.text(0), name = st.text(1), alias = st.text(2);
+    auto to = bound(name, alias);
+    if (name.empty() || imports_moved) aliases.emplace(last_part(module), to);
+    if (!name.empty() && name != to) aliases.emplace(name, to);
+  }
   // Re-exports are followed three deep.
   std::set<std::string> todo = names;
   for (int depth = 0; depth < 3 && !todo.empty(); ++depth) {
@@ -120,9 +134,17 @@ CodeChange compare(index::Database& db, const CodeSnapshot& before, const CodeSn
                    std::vector<std::string> files) {
   CodeChange change;
   change.files = std::move(files);
-  if (before.imports != after.imports) {
-    change.everything = true;
-    return change;
+  // An import that came, went or moved changes what its module's name leads to; a star import,
+  // what any public name of the module does.
+  std::vector<ImportRow> imports;
+  std::set_symmetric_difference(before.imports.begin(), before.imports.end(), after.imports.begin(),
+                                after.imports.end(), std::back_inserter(imports));
+  for (const auto& row : imports) {
+    if (row.name == "*") {
+      change.everything = true;
+      return change;
+    }
+    change.names.insert(bound(row.name, row.alias));
   }
   std::set_symmetric_difference(before.modules.begin(), before.modules.end(), after.modules.begin(),
                                 after.modules.end(),
@@ -137,7 +159,7 @@ CodeChange compare(index::Database& db, const CodeSnapshot& before, const CodeSn
   if (auto roots = classes_rebased(before, after); !roots.empty()) {
     add_subclasses(db, change.names, roots);
   }
-  if (!change.names.empty()) add_aliases(db, change.names);
+  if (!change.names.empty()) add_aliases(db, change.names, !imports.empty());
   return change;
 }
 

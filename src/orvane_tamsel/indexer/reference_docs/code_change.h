@@ -37,11 +37,11 @@ struct CodeSnapshot {
 CodeSnapshot snapshot(index::Database& db, const std::vector<std::string>& paths);
 
 struct CodeChange {
-  // Relink every name: imports moved, so re-exports may lead elsewhere.
+  // Relink every name: a star import moved, so any public name may lead elsewhere.
   bool everything = false;
   // A name may link elsewhere only when its last part or its class is one of these: the names of
   // the symbols that came, went or changed, the classes deriving from a class whose bases moved,
-  // and the names imports bind them as.
+  // the names imports that came, went or moved bind, and the names imports bind all those as.
   std::set<std::string> names;
   // Modules that came or went: names under them may link nowhere for another reason.
   std::set<std::string> modules;

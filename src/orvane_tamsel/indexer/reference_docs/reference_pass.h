@@ -28,8 +28,8 @@ struct PagesUpdate {
 };
 
 // Reads the pages that changed and links their names; relinks the names the code change may link
-// elsewhere (all of them when imports moved); rewrites the text rows of the symbols whose page
-// text changed or whose rows the code batch wrote anew. Runs in a transaction of its own.
+// elsewhere (all of them when a star import moved); rewrites the text rows of the symbols whose
+// page text changed or whose rows the code batch wrote anew. Runs in a transaction of its own.
 PagesUpdate update_reference_docs(index::Database& db, const std::filesystem::path& root,
                                   const std::vector<WalkedFile>& pages, const CodeChange& code);
 
