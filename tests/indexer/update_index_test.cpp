@@ -21,6 +21,7 @@
 #include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
+#include "orvane_tamsel/indexer/reference_docs/rest_directives.h"
 
 namespace {
 
@@ -77,7 +78,10 @@ std::multiset<std::string> dump(const fs::path& root) {
        "LEFT JOIN files g ON g.id = d.def_file_id"},
       {{"'import'", "f.path", "i.line", "i.module", "i.name", "i.alias", "t.path", "s.fqn"},
        "imports i JOIN files f ON f.id = i.file_id LEFT JOIN files t ON t.id = i.target_file_id "
-       "LEFT JOIN symbols s ON s.id = i.target_symbol_id"}};
+       "LEFT JOIN symbols s ON s.id = i.target_symbol_id"},
+      {{"'docname'", "n.path", "n.fqn", "n.text", "s.fqn", "n.last", "n.owner", "n.miss"},
+       "doc_names n LEFT JOIN symbols s ON s.id = n.symbol_id"},
+      {{"'doctext'", "s.fqn", "d.text"}, "doc_text d LEFT JOIN symbols s ON s.id = d.symbol_id"}};
   for (const auto& [columns, from] : rows) {
     std::string select;
     for (const auto& c : columns)
@@ -599,7 +603,12 @@ TEST(UpdateIndex, ReferencePagesReachTheSymbolsTheyDocument) {
     st.bind(1, fqn);
     return st.step() ? Texts(st.text(0), st.text(1)) : Texts();
   };
+  // A .txt file is read only when its head holds a Python directive.
+  repo.write("NOTES.txt", "Release notes.\n\n.. note:: not Python\n");
+  repo.write("docs/late.txt", std::string(indexer::reference_docs::TXT_SNIFF_BYTES, 'x') +
+                                  "\n\n.. function:: pkg.late()\n");
   auto report = indexer::update_index(repo.root());
+  EXPECT_EQ(std::tuple(report.pages_read, report.pages_passed_over), std::tuple(1, 2));
   EXPECT_EQ(std::tuple(report.documented, report.documented_linked), std::tuple(3, 2));
   EXPECT_NE(indexer::summary_line(report).find("3 names in reference pages (2 linked"),
             std::string::npos);
@@ -635,6 +644,89 @@ TEST(UpdateIndex, ReferencePagesReachTheSymbolsTheyDocument) {
   EXPECT_EQ(indexer::update_index(repo.root()).documented, 0);
   EXPECT_EQ(texts("pkg.queues.Queue"), Texts("FIFO.", "NULL"));
   EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
+}
+
+// An update relinks only the names an edit may move, yet leaves what a clean build writes: for
+// body edits, members defined on a derived class or a base, bases that change two classes down
+// the names a page uses through a renaming import, files added and deleted, and pages edited.
+TEST(UpdateIndex, PageLinksFollowCodeEditsAsACleanBuildWould) {
+  indexer_test::TempRepo repo;
+  repo.write("src/lib/__init__.py", "from .impl import Widget as Gadget\n");
+  const std::string roots =
+      "class Root:\n    def close(self):\n        pass\n\n"
+      "class Other:\n    def close(self):\n        pass\n\n";
+  repo.write("src/lib/base.py",
+             roots + "class Base(Root):\n    def size(self):\n        return 1\n");
+  const std::string widget = "from .base import Base\n\nclass Widget(Base):\n    def draw(self):\n";
+  repo.write("src/lib/impl.py", widget + "        \"Paint.\"\n");
+  const std::string page =
+      ".. module:: cmath\n\n.. function:: sqrt(x)\n\n"
+      ".. module:: lib\n\n.. class:: Gadget\n\n   A gadget.\n\n"
+      "   .. method:: draw()\n\n      Paints it.\n\n"
+      "   .. method:: size()\n\n      Measures it.\n\n"
+      "   .. method:: close()\n\n      Shuts it.\n\n"
+      "   .. attribute:: colour\n\n      Set when made.\n\n"
+      ".. attribute:: LIMIT\n\n   Not the gadget's.\n";
+  repo.write("docs/api.rst", page);
+  // The symbol a name links to, or why it links nowhere.
+  auto linked_to = [&](const std::string& fqn) {
+    index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
+    auto st = db.prepare(
+        "SELECT coalesce(s.fqn, n.miss) FROM doc_names n LEFT JOIN symbols s ON s.id = n.symbol_id "
+        "WHERE n.fqn = ?");
+    st.bind(1, fqn);
+    return st.step() ? st.text(0) : "missing";
+  };
+  auto update = [&] {
+    auto report = indexer::update_index(repo.root());
+    EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
+    return report.documented_linked;
+  };
+  // Inherited members link to the base's; an instance attribute, a constant written after the
+  // class (it stands in the module) and a function of a module without code link nowhere, each
+  // for its reason.
+  EXPECT_EQ(update(), 4);
+  EXPECT_EQ(linked_to("lib.Gadget.size"), "lib.base.Base.size");
+  EXPECT_EQ(linked_to("lib.Gadget.close"), "lib.base.Root.close");
+  EXPECT_EQ(linked_to("lib.Gadget.colour"), "member");
+  EXPECT_EQ(linked_to("lib.LIMIT"), "none");
+  EXPECT_EQ(linked_to("cmath.sqrt"), "no code");
+  repo.write("src/cmath.py", "def cos(x):\n    pass\n");
+  EXPECT_EQ(update(), 4);
+  EXPECT_EQ(linked_to("cmath.sqrt"), "none");
+
+  // A one-line edit rewrites the text row of the symbol the page links, which keeps its words.
+  repo.write("src/lib/impl.py", widget + "        \"Paint it.\"\n");
+  EXPECT_EQ(update(), 4);
+  repo.write("src/lib/impl.py",
+             widget + "        \"Paint it.\"\n\n    def size(self):\n        return 3\n");
+  EXPECT_EQ(update(), 4);
+  EXPECT_EQ(linked_to("lib.Gadget.size"), "lib.impl.Widget.size");
+  // Only a base two classes up changes: the name documented on the derived class follows.
+  repo.write("src/lib/base.py",
+             roots + "class Base(Other):\n    def size(self):\n        return 1\n");
+  EXPECT_EQ(update(), 4);
+  EXPECT_EQ(linked_to("lib.Gadget.close"), "lib.base.Other.close");
+  // A re-export that leads elsewhere moves the names documented under it.
+  repo.write("src/lib/__init__.py", "from .base import Root as Gadget\n");
+  EXPECT_EQ(update(), 2);
+  EXPECT_EQ(linked_to("lib.Gadget.close"), "lib.base.Root.close");
+  repo.write("src/lib/__init__.py", "from .impl import Widget as Gadget\n");
+  EXPECT_EQ(update(), 4);
+  repo.write("src/lib/base.py", "class Base:\n    pass\n");
+  EXPECT_EQ(update(), 3);
+  repo.write("src/lib/consts.py", "LIMIT = 3\n");
+  repo.write("src/lib/__init__.py",
+             "from .impl import Widget as Gadget\nfrom .consts import LIMIT\n");
+  EXPECT_EQ(update(), 4);
+  fs::remove(repo.root() / "src/lib/impl.py");
+  EXPECT_EQ(update(), 1);
+  repo.write("src/lib/impl.py", "class Widget:\n    def draw(self):\n        pass\n");
+  repo.write("docs/api.rst", page + "\n.. function:: lib.Gadget.draw\n\n   Draws.\n");
+  EXPECT_EQ(update(), 4);
+  EXPECT_EQ(linked_to("lib.Gadget.draw"), "lib.impl.Widget.draw");
+  fs::remove(repo.root() / "docs/api.rst");
+  EXPECT_EQ(update(), 0);
 }
 
 }  // namespace

@@ -69,6 +69,7 @@ Json status_of(const fs::path& root) {
   // Names the reference pages document that no symbol was found for are counted, not hidden.
   out["documented_names"] = stats.documented;
   out["documented_names_linked"] = stats.documented_linked;
+  out["documented_names_missed"] = stats.documented_missed;
   // The last write of the index: the database or its log, whichever is newer.
   auto updated = fs::last_write_time(file);
   auto log = fs::path(file.string() + "-wal");

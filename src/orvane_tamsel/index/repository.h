@@ -116,9 +116,10 @@ struct IndexStats {
   std::int64_t symbols = 0;
   std::int64_t calls = 0;
   std::int64_t unresolved_calls = 0;
-  std::map<std::string, std::int64_t> skipped;  // reason -> count
-  std::int64_t documented = 0;                  // names the reference pages document
-  std::int64_t documented_linked = 0;           // ... that were linked to a symbol
+  std::map<std::string, std::int64_t> skipped;            // reason -> count
+  std::int64_t documented = 0;                            // names the reference pages document
+  std::int64_t documented_linked = 0;                     // ... that were linked to a symbol
+  std::map<std::string, std::int64_t> documented_missed;  // why the others were not -> count
 };
 
 // How many names of the called symbols TestEvidence lists.

@@ -165,7 +165,9 @@ CREATE TABLE skipped(path TEXT PRIMARY KEY, reason TEXT NOT NULL) WITHOUT ROWID;
 
 -- Reference pages (*.rst, *.txt) and the Python names they document, with the symbol each was
 -- linked to (NULL: none found). doc_text is what a symbol's pages say, as symbol_text.reference
--- holds it.
+-- holds it. A name's last part and the part before it (its class) say which names a code edit
+-- may link elsewhere. miss: why a name links nowhere ('no code': no module it names has a file;
+-- 'member': its class is found but neither it nor a base defines the member; 'none').
 CREATE TABLE doc_pages(
   path TEXT PRIMARY KEY,
   size INTEGER NOT NULL,
@@ -175,8 +177,15 @@ CREATE TABLE doc_names(
   path TEXT NOT NULL,
   fqn TEXT NOT NULL,
   text TEXT NOT NULL,
-  symbol_id INTEGER);
+  symbol_id INTEGER,
+  last TEXT NOT NULL,
+  owner TEXT NOT NULL,
+  miss TEXT);
 CREATE INDEX doc_names_path ON doc_names(path);
+CREATE INDEX doc_names_last ON doc_names(last);
+CREATE INDEX doc_names_owner ON doc_names(owner);
+CREATE INDEX doc_names_symbol ON doc_names(symbol_id) WHERE symbol_id IS NOT NULL;
+CREATE INDEX doc_names_miss ON doc_names(miss) WHERE miss IS NOT NULL;
 CREATE TABLE doc_text(symbol_id INTEGER PRIMARY KEY, text TEXT NOT NULL);
 
 -- Code symbols (no modules) for ranked text search; rowid = symbols.id. reference: what the

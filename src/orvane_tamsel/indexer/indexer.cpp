@@ -137,6 +137,7 @@ void finish_report(IndexReport& report, const index::IndexStats& stats,
   report.skipped = stats.skipped;
   report.documented = stats.documented;
   report.documented_linked = stats.documented_linked;
+  report.documented_missed = stats.documented_missed;
   report.seconds =
       std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
 }
@@ -275,15 +276,28 @@ IndexReport update_once(const fs::path& repository_root, const IndexOptions& opt
     finish_report(report, writer.stats(), started);
     return report;
   }
+  // Code that changes may link page names elsewhere: what it was, to see what moved.
+  std::vector<std::string> code_paths;
+  bool had_pages = reference_docs::has_pages(writer.database());
+  if (had_pages) {
+    for (const auto& job : work.work) code_paths.push_back(job.file->path);
+    code_paths.insert(code_paths.end(), work.removed.begin(), work.removed.end());
+  }
+  auto code_before = reference_docs::snapshot(writer.database(), code_paths);
   std::vector<std::string> written;
   write_changes(writer, repository_root, work, states, preparer, walked.skipped, report, written,
                 options, on_progress);
-  // Code that changed may link page names elsewhere; its symbols' text rows were written anew.
-  bool code_changed = !written.empty() || report.removed > 0;
-  for (auto& path : reference_docs::update_reference_docs(writer.database(), repository_root,
-                                                          walked.pages, code_changed)) {
-    written.push_back(std::move(path));
+  reference_docs::CodeChange code;
+  if (had_pages) {
+    code =
+        reference_docs::compare(writer.database(), code_before,
+                                reference_docs::snapshot(writer.database(), code_paths), written);
   }
+  auto pages =
+      reference_docs::update_reference_docs(writer.database(), repository_root, walked.pages, code);
+  report.pages_read = pages.read;
+  report.pages_passed_over = pages.passed_over;
+  for (auto& path : pages.changed_files) written.push_back(std::move(path));
   meaning::update_meaning(writer.database(), repository_root, written);
   finish_report(report, writer.stats(), started);
   return report;
@@ -329,8 +343,24 @@ std::string summary_line(const IndexReport& report) {
       << report.unresolved_calls << " unresolved, ";
   if (report.documented > 0) {
     out << report.documented << " names in reference pages (" << report.documented_linked
-        << " linked to a symbol, " << report.documented - report.documented_linked
-        << " not found), ";
+        << " linked to a symbol, " << report.documented - report.documented_linked << " not found";
+    auto missed = [&](const char* why) {
+      auto it = report.documented_missed.find(why);
+      return it == report.documented_missed.end() ? 0 : it->second;
+    };
+    if (missed("no code") + missed("member") > 0) {
+      out << ": " << missed("no code") << " in modules without Python code, " << missed("member")
+          << " members their class does not define";
+    }
+    out << "), ";
+  }
+  if (report.pages_read + report.pages_passed_over > 0) {
+    out << report.pages_read << " pages read";
+    if (report.pages_passed_over > 0) {
+      out << " (" << report.pages_passed_over
+          << " .txt files without Python directives passed over)";
+    }
+    out << ", ";
   }
   out << secs << " s";
   return out.str();

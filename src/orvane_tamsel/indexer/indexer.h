@@ -34,8 +34,11 @@ struct IndexReport {
   std::int64_t symbols = 0;
   std::int64_t calls = 0;
   std::int64_t unresolved_calls = 0;
-  std::int64_t documented = 0;         // names the reference pages document
-  std::int64_t documented_linked = 0;  // ... linked to a symbol
+  std::int64_t documented = 0;                            // names the reference pages document
+  std::int64_t documented_linked = 0;                     // ... linked to a symbol
+  std::map<std::string, std::int64_t> documented_missed;  // why the others were not -> count
+  std::int64_t pages_read = 0;                            // reference pages read in this run
+  std::int64_t pages_passed_over = 0;  // .txt files read no further than their head
   bool resumed = false;                // an interrupted first build was finished
   std::int64_t kept = 0;  // ... and this many files it had stored were not parsed again
   double seconds = 0;

@@ -145,10 +145,20 @@ bool is_reference_page(std::string_view path) {
   return ends(".rst") || ends(".txt");
 }
 
+bool has_python_directive(std::string_view text) {
+  for (std::size_t at = 0; at < text.size();) {
+    auto end = std::min(text.find('\n', at), text.size());
+    auto d = directive(text.substr(at, end - at));
+    if (d && kind_of(d->kind) != Kind::other) return true;
+    at = end + 1;
+  }
+  return false;
+}
+
 std::vector<DocumentedName> documented_names(std::string_view page) {
   std::vector<DocumentedName> out;
   std::vector<Open> open;
-  std::string module, last_class;
+  std::string module;
   // Lines right after an object directive, before its first blank line: more signatures or
   // options, not its body.
   bool in_header = false;
@@ -169,7 +179,6 @@ std::vector<DocumentedName> documented_names(std::string_view page) {
     auto kind = d ? kind_of(d->kind) : Kind::other;
     if (d && kind == Kind::module) {
       module = d->argument == "None" ? "" : signature_name(d->argument);
-      last_class.clear();
       continue;
     }
     if (d && (kind == Kind::object || kind == Kind::member)) {
@@ -183,13 +192,9 @@ std::vector<DocumentedName> documented_names(std::string_view page) {
         // `.. method:: Queue.join` inside `.. class:: Queue`.
         auto own = last_part(prefix);
         if (name.compare(0, own.size() + 1, own + ".") == 0) name = name.substr(own.size() + 1);
-      } else if (kind == Kind::member && name.find('.') == std::string::npos &&
-                 !last_class.empty()) {
-        prefix = last_class;
       }
       bool is_class = d->kind == "class" || d->kind == "exception";
       out.push_back({joined(prefix, name), ""});
-      if (is_class) last_class = out.back().fqn;
       open.push_back({indent, out.size() - 1, is_class});
       in_header = true;
       continue;
