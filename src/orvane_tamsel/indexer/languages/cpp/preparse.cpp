@@ -118,8 +118,15 @@ class Blanker {
       }
       auto last = nl;
       while (last > i_ && (src_[last - 1] == '\r' || src_[last - 1] == ' ')) --last;
+      bool continued = last > 0 && src_[last - 1] == '\\';
+      // a block comment on a continued line (`= delete; /* NOLINT */ \`) ends the grammar's
+      // macro value there, and the rest of the macro is read as code
+      for (auto c = src_.find("/*", i_); continued && c < nl; c = src_.find("/*", c + 2)) {
+        auto end = src_.find("*/", c + 2);
+        if (end < nl) blank(c, end + 2);
+      }
       i_ = nl + 1;
-      if (last == 0 || src_[last - 1] != '\\') return;
+      if (!continued) return;
     }
   }
 

@@ -276,8 +276,10 @@ class Rules : public c::Rules {
       for (const auto& c : candidates) {
         if (defined_.count(c) != 0) call.evidence = "same-file";
       }
-      // a construction names a class; the index links it to the class's constructor
-      if (!is(pending.call, "call_expression")) call.evidence = "constructor";
+      // a construction names a class; the index links it to the class's constructor (a
+      // test macro's use, read as a function's declarator, names the macro)
+      if (!is(pending.call, "call_expression") && !is(callee, "identifier"))
+        call.evidence = "constructor";
       if (!written.starts_with("::")) brought = brought_in(parts, ts_node_start_byte(pending.call));
       // a member of the class or of its bases, called without `this->`: when no name lookup
       // finds a symbol, the index looks on the class and its bases
