@@ -147,7 +147,9 @@ TEST(CppExtraction, PreparseBlanksInPlace) {
       "#else\n"
       "int k()\n"
       "#endif\n"
-      "{ return 1; }\n";
+      "{ return 1; }\n"
+      "void Mock::Leak() const GTEST_LOCK_EXCLUDED_(mu) { if (k()) LOG_IT(k()); }\n"
+      "#define M(x) f(x); /* a */ \\\n  g(x) /* b */\n";
   auto out = preparse(src);
   ASSERT_EQ(out.size(), src.size());
   EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), std::count(src.begin(), src.end(), '\n'));
@@ -160,6 +162,11 @@ TEST(CppExtraction, PreparseBlanksInPlace) {
   EXPECT_EQ(out.find("#if"), std::string::npos);
   EXPECT_EQ(out.find("broken"), std::string::npos);
   EXPECT_NE(out.find("int k()"), std::string::npos);
+  // an annotation between a function's parameters and its body; a macro called as a statement
+  // stays, and so does a comment ending a directive, but not one on a continued line
+  EXPECT_NE(out.find("const" + std::string(26, ' ') + "{ if (k()) LOG_IT(k()); }"),
+            std::string::npos);
+  EXPECT_NE(out.find("f(x);" + std::string(9, ' ') + "\\\n  g(x) /* b */"), std::string::npos);
   // a brace in a comment, a literal or a directive closes nothing
   std::string text = "{ /* } */ \"}\" '}'\n#define X }\n}";
   EXPECT_EQ(closing_brace(text, 1), text.size() - 1);

@@ -146,6 +146,7 @@ class Blanker {
     char follow = after == std::string_view::npos ? '\0' : src_[after];
     if (glibc_decoration(w)) return follow == '(' ? blank_call(start, after) : blank(start, i_);
     if (!macro_like(w)) return;
+    if (follow == '(' && annotates_definition(start, after)) return blank_call(start, after);
     if (w.starts_with("_GLIBCXX")) {
       if (follow == '(' && ends_with_any(w, LIBSTDCXX_CALLED)) return blank_call(start, after);
       if (w.find("_NAMESPACE") != std::string_view::npos || ends_with_any(w, LIBSTDCXX_PLAIN))
@@ -153,6 +154,24 @@ class Blanker {
       return;
     }
     if (ends_with_any(w, EXPORT_SUFFIXES) && ident_char(follow)) blank(start, i_);
+  }
+
+  // A macro call between a function's parameters and its body (`void f() const
+  // GTEST_LOCK_EXCLUDED_(mu) {`, thread-safety annotations): read as a name it makes the
+  // definition an error the grammar drops.
+  bool annotates_definition(std::size_t start, std::size_t open) const {
+    auto before = src_.find_last_not_of(" \t\r\n\\", start == 0 ? 0 : start - 1);
+    if (before == std::string_view::npos || start == 0) return false;
+    if (src_[before] != ')' && !src_.substr(0, before + 1).ends_with("const")) return false;
+    int depth = 0;
+    for (auto j = open; j < src_.size(); ++j) {
+      if (src_[j] == '(') ++depth;
+      if (src_[j] == ')' && --depth == 0) {
+        auto next = src_.find_first_not_of(" \t\r\n", j + 1);
+        return next != std::string_view::npos && src_[next] == '{';
+      }
+    }
+    return false;
   }
 
   // The macro and its parenthesized arguments, when they close.
