@@ -160,9 +160,8 @@ class Blanker {
   // GTEST_LOCK_EXCLUDED_(mu) {`, thread-safety annotations): read as a name it makes the
   // definition an error the grammar drops.
   bool annotates_definition(std::size_t start, std::size_t open) const {
-    auto before = src_.find_last_not_of(" \t\r\n\\", start == 0 ? 0 : start - 1);
-    if (before == std::string_view::npos || start == 0) return false;
-    if (src_[before] != ')' && !src_.substr(0, before + 1).ends_with("const")) return false;
+    auto code = code_before(start);
+    if (!code.ends_with(")") && !code.ends_with(") const")) return false;
     int depth = 0;
     for (auto j = open; j < src_.size(); ++j) {
       if (src_[j] == '(') ++depth;
@@ -172,6 +171,23 @@ class Blanker {
       }
     }
     return false;
+  }
+
+  // The code before a byte, up to it, without the comment lines, directives and blank lines
+  // between (`// Tests f()` before `TEST(A, B) {` is no parameter list).
+  std::string_view code_before(std::size_t at) const {
+    for (auto end = at; end > 0;) {
+      auto bol = src_.rfind('\n', end - 1);
+      bol = bol == std::string_view::npos ? 0 : bol + 1;
+      auto line = src_.substr(bol, end - bol);
+      line = line.substr(0, line.find("//"));
+      auto first = line.find_first_not_of(" \t\r");
+      auto last = line.find_last_not_of(" \t\r\\");
+      if (first != std::string_view::npos && line[first] != '#')
+        return src_.substr(0, bol + last + 1);
+      end = bol == 0 ? 0 : bol - 1;
+    }
+    return {};
   }
 
   // The macro and its parenthesized arguments, when they close.
