@@ -88,7 +88,8 @@ CREATE TABLE call_sites(
   -- `DefaultValue<int&>::Exists()`), which pick among its specializations.
   template_args TEXT NOT NULL DEFAULT '',
   -- C and C++: a letter per argument whose kind the text shows, which picks among overloads of
-  -- one arity: b a braced list, w a wide string literal, s a narrow one, ? any other; '' none.
+  -- one arity: b a braced list, w a wide string literal, s a narrow one, a an array, c an
+  -- object of a class template or std type, ? any other; '' none.
   argument_kinds TEXT NOT NULL DEFAULT '');
 CREATE INDEX call_sites_file ON call_sites(file_id);
 CREATE TABLE call_fallbacks(

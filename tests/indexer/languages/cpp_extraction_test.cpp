@@ -149,6 +149,8 @@ TEST(CppExtraction, PreparseBlanksInPlace) {
       "#endif\n"
       "{ return 1; }\n"
       "void Mock::Leak() const GTEST_LOCK_EXCLUDED_(mu) { if (k()) LOG_IT(k()); }\n"
+      "// Tests Leak()\n"
+      "TEST(MockTest, Leaks) {}\n"
       "#define M(x) f(x); /* a */ \\\n  g(x) /* b */\n";
   auto out = preparse(src);
   ASSERT_EQ(out.size(), src.size());
@@ -166,6 +168,7 @@ TEST(CppExtraction, PreparseBlanksInPlace) {
   // stays, and so does a comment ending a directive, but not one on a continued line
   EXPECT_NE(out.find("const" + std::string(26, ' ') + "{ if (k()) LOG_IT(k()); }"),
             std::string::npos);
+  EXPECT_NE(out.find("TEST(MockTest, Leaks) {}"), std::string::npos);
   EXPECT_NE(out.find("f(x);" + std::string(9, ' ') + "\\\n  g(x) /* b */"), std::string::npos);
   // a brace in a comment, a literal or a directive closes nothing
   std::string text = "{ /* } */ \"}\" '}'\n#define X }\n}";
@@ -265,6 +268,19 @@ TEST(CppExtraction, OverloadsAliasesAndDecoratedPrototypes) {
             (std::vector<std::string>{"7 inline void Log(const char* format, ...)",
                                       "8 template <typename T> int Eq(T x)", "9 inline int Eq()",
                                       "10 inline int Near(int lo, int hi = 0)"}));
+  // an array or a standard container the caller declared picks the overload that takes it; a
+  // same-file namesake whose parameters cannot take the arguments gives way to one that can
+  EXPECT_EQ(
+      repo.rows("SELECT e.line || ' ' || c.signature || ' ' || f.path FROM edges e "
+                "JOIN symbols c ON c.id = e.callee_id JOIN symbols r ON r.id = e.caller_id "
+                "JOIN files f ON f.id = c.file_id WHERE r.fqn = 'match.sizes' ORDER BY "
+                "e.line"),
+      (std::vector<std::string>{
+          "10 template <typename T, int N> int Each(const T (&array)[N]) include/match/arrays.h",
+          "11 template <typename C> int Each(const C& container) include/match/arrays.h",
+          "12 template <typename T, int N> int Each(const T (&array)[N]) include/match/arrays.h",
+          "13 template <typename T> int Each(const T* first, int count) include/match/arrays.h",
+          "14 int Total(const int* xs, int n) src/match/arrays.cpp"}));
   using orvane_tamsel::indexer::c_family::fits;
   EXPECT_TRUE(fits("int Near(int lo, int hi = f(1, 2))", "Near", 1));
   EXPECT_FALSE(fits("int Near(int lo, int hi = f(1, 2))", "Near", 3));

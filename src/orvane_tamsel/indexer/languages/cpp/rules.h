@@ -263,7 +263,7 @@ class Rules : public c::Rules {
     std::string cls = in_method || fixture ? scope : "";
     std::vector<std::string> candidates, brought;
     call.arguments = argument_count(pending.call);
-    call.argument_kinds = argument_kinds(pending.call);
+    call.argument_kinds = argument_kinds_in(pending.call, pending.caller);
     if (is(callee, "identifier") || is(callee, "qualified_identifier") ||
         is(callee, "type_identifier") || is(callee, "template_type")) {
       auto written = text(callee);
@@ -378,6 +378,27 @@ class Rules : public c::Rules {
   // Declared types of locals, parameters, members and results; a class's bases.
   void record_types(TSNode node);
   void declare(std::size_t fn, TSNode declarator, const TypeExpr& type);
+  void note_value_kind(std::size_t fn, TSNode declarator, TSNode type);
+  // The kinds argument_kinds() reads from the text, with those of names the caller declared.
+  std::string argument_kinds_in(TSNode call, std::size_t fn) const {
+    auto kinds = argument_kinds(call);
+    auto known = value_kinds_.find(fn);
+    TSNode args = ts_node_child_by_field_name(call, "arguments", 9);
+    if (known == value_kinds_.end() || !is(call, "call_expression")) return kinds;
+    std::string out;
+    bool shown = false;
+    for (std::uint32_t i = 0; i < ts_node_named_child_count(args); ++i) {
+      TSNode a = ts_node_named_child(args, i);
+      if (is_comment(a)) continue;
+      char kind = kinds.empty() ? '?' : kinds[out.size()];
+      if (auto k = known->second.find(std::string(text(a)));
+          is(a, "identifier") && k != known->second.end())
+        kind = k->second;
+      shown = shown || kind != '?';
+      out.push_back(kind);
+    }
+    return shown ? out : std::string();
+  }
   // The name a declarator declares (through pointers, references, arrays); null for a function
   // declarator. `members`: a class member's name counts too.
   static TSNode declared_name(TSNode d, bool members) {
@@ -422,6 +443,8 @@ class Rules : public c::Rules {
   std::vector<UnreadNamespace> error_namespaces_;
   // By callable: each local's type as an expression ("" when declared but unknown).
   std::unordered_map<std::size_t, std::map<std::string, TypeExpr, std::less<>>> typed_;
+  // By callable: what an argument naming a local or parameter shows of its kind.
+  std::unordered_map<std::size_t, std::map<std::string, char, std::less<>>> value_kinds_;
   struct Using {
     bool directive = false;             // `using namespace`, else a using-declaration
     std::string last;                   // the declared name (`f` of `using ns::f`)
