@@ -209,7 +209,9 @@ void Rules::declare(std::size_t fn, TSNode d, const TypeExpr& type) {
 // take; a name declared twice with two kinds shows none.
 void Rules::note_value_kind(std::size_t fn, TSNode d, TSNode type) {
   bool array = false, pointer = false;
-  if (is(d, "function_declarator") && reads_as_construction(d))  // `vector<int> v(n);`
+  // `vector<int> v(n);` and `vector<int> v(std::begin(a), ...)`, which the grammar may read as
+  // a prototype taking a `std::begin`: in a block, a variable constructed
+  if (is(d, "function_declarator") && frame_of_type("compound_statement") != NONE)
     d = ts_node_child_by_field_name(d, "declarator", 10);
   for (TSNode n = d; !ts_node_is_null(n) && !is(n, "identifier");) {
     array = array || is(n, "array_declarator");
