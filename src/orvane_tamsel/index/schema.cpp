@@ -146,6 +146,14 @@ CREATE INDEX declarations_def_file ON declarations(def_file_id);
 
 -- A C or C++ function-like macro of a file: its parameters and the calls its body makes, as
 -- written (indexer/languages/c_family/macro_bodies.h).
+-- C++ using-directives and -declarations at namespace scope (a header's are seen by the files
+-- including it): in `scope`, the names of `target` (name '') or `target.name` are known.
+CREATE TABLE usings(
+  file_id INTEGER NOT NULL,
+  scope TEXT NOT NULL,
+  target TEXT NOT NULL,
+  name TEXT NOT NULL);
+CREATE INDEX usings_file ON usings(file_id);
 CREATE TABLE macros(
   file_id INTEGER NOT NULL,
   name TEXT NOT NULL,

@@ -313,3 +313,21 @@ TEST(CppExtraction, OverloadsAliasesAndDecoratedPrototypes) {
 }
 
 }  // namespace
+
+namespace {
+
+// A using-directive and a using-declaration at namespace scope in a header bring their names to
+// the files including it; a header edited to drop one takes its callers away.
+TEST(CppExtraction, UsingsOfAnIncludedHeader) {
+  indexer_test::IndexedFixture repo("cpp_decls");
+  EXPECT_EQ(repo.callees("match.user.use"),
+            (std::set<std::string>{"match.no_adl.Pointee", "match.detail.Hidden"}));
+  repo.write(
+      "include/match/no_adl.h",
+      "namespace match {\nnamespace no_adl {\ninline int Pointee(int x) { return x; }\n}\n"
+      "using namespace no_adl;\nnamespace detail {\ninline int Hidden() { return 1; }\n}\n}\n");
+  repo.update();
+  EXPECT_EQ(repo.callees("match.user.use"), std::set<std::string>{"match.no_adl.Pointee"});
+}
+
+}  // namespace

@@ -193,6 +193,7 @@ void Linking::link_calls(LinkingContext& ctx) {
   if (!c_sites_) return;
   auto& db = ctx.database();
   db.exec(UNIQUE_NAME_AGAIN);
+  add_using_fallbacks(db);
   db.exec(LINK_CALLS);
   db.exec(ONE_DEFINITION);
   db.exec(EQUALLY_NEAR);

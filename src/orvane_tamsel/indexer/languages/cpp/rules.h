@@ -209,6 +209,11 @@ class Rules : public c::Rules {
                                            : outwards(scope, dotted(parts));
     u.from = ts_node_end_byte(node);
     u.to = ts_node_end_byte(block);
+    // at namespace scope, files that include this one see it too
+    if (is(block, "translation_unit") || is(block, "declaration_list")) {
+      for (const auto& p : u.prefixes)
+        out_.usings.push_back({scope, p, directive ? std::string() : u.last});
+    }
     usings_.push_back(std::move(u));
   }
 
