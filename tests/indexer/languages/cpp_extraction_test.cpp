@@ -317,7 +317,8 @@ TEST(CppExtraction, OverloadsAliasesAndDecoratedPrototypes) {
 namespace {
 
 // A using-directive and a using-declaration at namespace scope in a header bring their names to
-// the files including it; a header edited to drop one takes its callers away.
+// the files including it; a header edited to drop one takes its callers away. A file's own
+// using-directive places the members it defines out of line.
 TEST(CppExtraction, UsingsOfAnIncludedHeader) {
   indexer_test::IndexedFixture repo("cpp_decls");
   EXPECT_EQ(repo.callees("match.user.use"),
@@ -328,6 +329,8 @@ TEST(CppExtraction, UsingsOfAnIncludedHeader) {
       "using namespace no_adl;\nnamespace detail {\ninline int Hidden() { return 1; }\n}\n}\n");
   repo.update();
   EXPECT_EQ(repo.callees("match.user.use"), std::set<std::string>{"match.no_adl.Pointee"});
+  // a member defined out of line after `using namespace shapes;` is the class's there
+  EXPECT_EQ(repo.callees("shapes.Circle.area"), std::set<std::string>{"shapes.Circle.radius"});
 }
 
 }  // namespace

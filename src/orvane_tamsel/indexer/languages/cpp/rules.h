@@ -116,11 +116,36 @@ class Rules : public c::Rules {
     if (parts.empty()) return std::nullopt;
     def->name = parts.back();
     parts.pop_back();
-    def->qualifier = parts;
+    def->qualifier = through_using(parts, ts_node_start_byte(tag.node));
     std::string cls = !parts.empty() ? parts.back() : enclosing_class();
     if (!parts.empty() || !cls.empty()) def->kind = "method";
     if (!cls.empty() && def->name == cls) def->kind = "constructor";
     return def;
+  }
+
+  // `using namespace shapes; double Circle::area() {...}`: an out-of-line member of a class this
+  // file does not define, qualified by a name a using in force brings in, belongs to the class it
+  // names there (the nearest such name, when it lies within the current namespace).
+  std::vector<std::string> through_using(const std::vector<std::string>& qualifier,
+                                         std::uint32_t at) const {
+    if (qualifier.empty()) return qualifier;
+    std::string scope;
+    for (const auto& f : frames_) scope = join(scope, f.scope);
+    for (const auto& c : outwards(scope, dotted(qualifier)))
+      if (defined_.count(c) != 0) return qualifier;
+    auto brought = brought_in(qualifier, at);
+    if (brought.empty()) return qualifier;
+    auto& nearest = brought.front();
+    if (!scope.empty() && !nearest.starts_with(scope + ".")) return qualifier;
+    std::vector<std::string> out;
+    std::string_view rest(nearest);
+    if (!scope.empty()) rest.remove_prefix(scope.size() + 1);
+    for (auto dot = rest.find('.'); dot != std::string_view::npos; dot = rest.find('.')) {
+      out.emplace_back(rest.substr(0, dot));
+      rest.remove_prefix(dot + 1);
+    }
+    out.emplace_back(rest);
+    return out;
   }
 
   // The name of the class whose body holds the node being visited, or empty.
