@@ -88,7 +88,8 @@ CREATE TABLE call_sites(
   -- `DefaultValue<int&>::Exists()`), which pick among its specializations.
   template_args TEXT NOT NULL DEFAULT '',
   -- C and C++: a letter per argument whose kind the text shows, which picks among overloads of
-  -- one arity: b a braced list, w a wide string literal, s a narrow one, ? any other; '' none.
+  -- one arity: b a braced list, w a wide string literal, s a narrow one, a an array, c an
+  -- object of a class template or std type, ? any other; '' none.
   argument_kinds TEXT NOT NULL DEFAULT '');
 CREATE INDEX call_sites_file ON call_sites(file_id);
 CREATE TABLE call_fallbacks(
@@ -145,6 +146,14 @@ CREATE INDEX declarations_def_file ON declarations(def_file_id);
 
 -- A C or C++ function-like macro of a file: its parameters and the calls its body makes, as
 -- written (indexer/languages/c_family/macro_bodies.h).
+-- C++ using-directives and -declarations at namespace scope (a header's are seen by the files
+-- including it): in `scope`, the names of `target` (name '') or `target.name` are known.
+CREATE TABLE usings(
+  file_id INTEGER NOT NULL,
+  scope TEXT NOT NULL,
+  target TEXT NOT NULL,
+  name TEXT NOT NULL);
+CREATE INDEX usings_file ON usings(file_id);
 CREATE TABLE macros(
   file_id INTEGER NOT NULL,
   name TEXT NOT NULL,

@@ -140,6 +140,14 @@ struct ParsedMacro {
   std::string calls;
 };
 
+// A C++ using-directive or -declaration at namespace scope: in `scope` (dotted), the names of
+// `target` (a directive, `name` empty) or `target.name` (a declaration) are known as
+// `scope.<name>`. A relative name's target is written once for each scope it may resolve from.
+struct ParsedUsing {
+  std::string scope, target, name;
+  bool operator==(const ParsedUsing&) const = default;
+};
+
 struct ParsedFile {
   std::string path;  // relative to the repository root, "/" separators
   std::string language;
@@ -150,6 +158,7 @@ struct ParsedFile {
   std::vector<ParsedImport> imports;
   std::vector<ParsedCall> calls;  // unresolved sites included, with an empty target
   std::vector<ParsedMacro> macros;
+  std::vector<ParsedUsing> usings;
 };
 
 }  // namespace orvane_tamsel::indexer

@@ -110,3 +110,36 @@ TEST(CMacros, UsesLinkWhatTheBodyCalls) {
 }
 
 }  // namespace
+
+namespace {
+
+// A test framework's macros: a TEST is a test symbol named Suite.Name whose body calls what its
+// macros expand to, a site on each line; the use registers the test from the file itself, through
+// a body read past its block comment and a call with template arguments; a string literal passed
+// to a macro picks the overload of the body's call that takes one.
+TEST(CMacros, TestFrameworkMacros) {
+  indexer_test::IndexedFixture repo("cpp_test_macros");
+  auto test = repo.symbol("MathTest.Twice");
+  EXPECT_TRUE(test.is_test);
+  EXPECT_EQ(test.kind, "function");
+  auto sites = repo.rows(
+      "SELECT r.fqn || ' ' || c.name || coalesce(substr(c.signature, instr(c.signature, '(')), "
+      "'') || ' ' || e.line FROM edges e JOIN symbols r ON r.id = e.caller_id JOIN symbols c ON "
+      "c.id = e.callee_id WHERE c.kind <> 'macro' ORDER BY r.fqn, e.line, c.name, c.signature");
+  EXPECT_EQ(sites, (std::vector<std::string>{
+                       "MathTest.Dies Dies(Matcher m); 11",
+                       "MathTest.Dies MakeMatcher(const char* regex); 11",
+                       "MathTest.Dies twice(int x) 11",
+                       "MathTest.Dies Dies(Matcher m); 12",
+                       "MathTest.Dies MakeMatcher(Matcher m); 12",
+                       "MathTest.Dies twice(int x) 12",
+                       "MathTest.Twice Compare(const char* text, int a, int b); 5",
+                       "MathTest.Twice twice(int x) 5",
+                       "MathTest.Twice Compare(const char* text, int a, int b); 6",
+                       "MathTest.Twice twice(int x) 6",
+                       "test.math_test NameOf(); 4",
+                       "test.math_test Register(const char* suite, const char* name); 4",
+                   }));
+}
+
+}  // namespace

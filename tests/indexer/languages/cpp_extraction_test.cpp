@@ -147,7 +147,11 @@ TEST(CppExtraction, PreparseBlanksInPlace) {
       "#else\n"
       "int k()\n"
       "#endif\n"
-      "{ return 1; }\n";
+      "{ return 1; }\n"
+      "void Mock::Leak() const GTEST_LOCK_EXCLUDED_(mu) { if (k()) LOG_IT(k()); }\n"
+      "// Tests Leak()\n"
+      "TEST(MockTest, Leaks) {}\n"
+      "#define M(x) f(x); /* a */ \\\n  g(x) /* b */\n";
   auto out = preparse(src);
   ASSERT_EQ(out.size(), src.size());
   EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), std::count(src.begin(), src.end(), '\n'));
@@ -160,6 +164,12 @@ TEST(CppExtraction, PreparseBlanksInPlace) {
   EXPECT_EQ(out.find("#if"), std::string::npos);
   EXPECT_EQ(out.find("broken"), std::string::npos);
   EXPECT_NE(out.find("int k()"), std::string::npos);
+  // an annotation between a function's parameters and its body; a macro called as a statement
+  // stays, and so does a comment ending a directive, but not one on a continued line
+  EXPECT_NE(out.find("const" + std::string(26, ' ') + "{ if (k()) LOG_IT(k()); }"),
+            std::string::npos);
+  EXPECT_NE(out.find("TEST(MockTest, Leaks) {}"), std::string::npos);
+  EXPECT_NE(out.find("f(x);" + std::string(9, ' ') + "\\\n  g(x) /* b */"), std::string::npos);
   // a brace in a comment, a literal or a directive closes nothing
   std::string text = "{ /* } */ \"}\" '}'\n#define X }\n}";
   EXPECT_EQ(closing_brace(text, 1), text.size() - 1);
@@ -258,6 +268,19 @@ TEST(CppExtraction, OverloadsAliasesAndDecoratedPrototypes) {
             (std::vector<std::string>{"7 inline void Log(const char* format, ...)",
                                       "8 template <typename T> int Eq(T x)", "9 inline int Eq()",
                                       "10 inline int Near(int lo, int hi = 0)"}));
+  // an array or a standard container the caller declared picks the overload that takes it; a
+  // same-file namesake whose parameters cannot take the arguments gives way to one that can
+  EXPECT_EQ(
+      repo.rows("SELECT e.line || ' ' || c.signature || ' ' || f.path FROM edges e "
+                "JOIN symbols c ON c.id = e.callee_id JOIN symbols r ON r.id = e.caller_id "
+                "JOIN files f ON f.id = c.file_id WHERE r.fqn = 'match.sizes' ORDER BY "
+                "e.line"),
+      (std::vector<std::string>{
+          "10 template <typename T, int N> int Each(const T (&array)[N]) include/match/arrays.h",
+          "11 template <typename C> int Each(const C& container) include/match/arrays.h",
+          "12 template <typename T, int N> int Each(const T (&array)[N]) include/match/arrays.h",
+          "13 template <typename T> int Each(const T* first, int count) include/match/arrays.h",
+          "14 int Total(const int* xs, int n) src/match/arrays.cpp"}));
   using orvane_tamsel::indexer::c_family::fits;
   EXPECT_TRUE(fits("int Near(int lo, int hi = f(1, 2))", "Near", 1));
   EXPECT_FALSE(fits("int Near(int lo, int hi = f(1, 2))", "Near", 3));
@@ -287,6 +310,27 @@ TEST(CppExtraction, OverloadsAliasesAndDecoratedPrototypes) {
   EXPECT_FALSE(same_parameters("bool operator==(A);", "bool operator==(B)", "operator=="));
   EXPECT_TRUE(same_parameters("void f(int a, long b, ", "void f(long)", "f"))
       << "a list cut short merges by name";
+}
+
+}  // namespace
+
+namespace {
+
+// A using-directive and a using-declaration at namespace scope in a header bring their names to
+// the files including it; a header edited to drop one takes its callers away. A file's own
+// using-directive places the members it defines out of line.
+TEST(CppExtraction, UsingsOfAnIncludedHeader) {
+  indexer_test::IndexedFixture repo("cpp_decls");
+  EXPECT_EQ(repo.callees("match.user.use"),
+            (std::set<std::string>{"match.no_adl.Pointee", "match.detail.Hidden"}));
+  repo.write(
+      "include/match/no_adl.h",
+      "namespace match {\nnamespace no_adl {\ninline int Pointee(int x) { return x; }\n}\n"
+      "using namespace no_adl;\nnamespace detail {\ninline int Hidden() { return 1; }\n}\n}\n");
+  repo.update();
+  EXPECT_EQ(repo.callees("match.user.use"), std::set<std::string>{"match.no_adl.Pointee"});
+  // a member defined out of line after `using namespace shapes;` is the class's there
+  EXPECT_EQ(repo.callees("shapes.Circle.area"), std::set<std::string>{"shapes.Circle.radius"});
 }
 
 }  // namespace

@@ -190,6 +190,9 @@ std::optional<tagged::Definition> Rules::define_function(const tagged::Tag& tag,
       parts.emplace_back(text(ts_node_named_child(params, i)));
     }
     if (parts.size() != 2) return std::nullopt;
+    // the macro's use also registers the test when the program loads: a call made by what
+    // holds the use (the file), linked through the macro's body to what registering calls
+    add_call(node, ts_node_child_by_field_name(node, "declarator", 10));
     def.kind = "function";
     def.qualifier = {parts[0]};
     def.name = parts[1];

@@ -43,10 +43,14 @@ namespace {
   "c_fits(s.signature, s.name, call_sites.arguments, call_sites.argument_kinds) >= (SELECT "     \
   "c_fits(signature, name, call_sites.arguments, call_sites.argument_kinds) FROM symbols WHERE " \
   "id = call_sites.callee_id)"
+// A nearer tier's name whose parameters cannot take the arguments gives way to a farther one's
+// (GetTestSuite(int) in the header, the four-argument one defined in gtest.cc); the last tier,
+// which holds the site's own file, takes it when nothing fits.
+#define TAMSEL_FITS_AT_ALL " AND c_fits(s.signature, s.name, o.arguments, o.argument_kinds) > 0"
 constexpr const char* LINK_CALLS = R"sql(
 UPDATE call_sites SET callee_id = coalesce(
-    )sql" TAMSEL_C_CANDIDATES("s.file_id = call_sites.file_id") R"sql(,
-    )sql" TAMSEL_C_CANDIDATES(TAMSEL_INCLUDED) R"sql(,
+    )sql" TAMSEL_C_CANDIDATES("s.file_id = call_sites.file_id" TAMSEL_FITS_AT_ALL) R"sql(,
+    )sql" TAMSEL_C_CANDIDATES(TAMSEL_INCLUDED TAMSEL_FITS_AT_ALL) R"sql(,
     )sql" TAMSEL_C_CANDIDATES(TAMSEL_REACHED) R"sql()
   WHERE id IN (SELECT site_id FROM relink) AND )sql" TAMSEL_C_SITE R"sql(
     AND id NOT IN (SELECT site_id FROM macro_copies)
@@ -189,6 +193,7 @@ void Linking::link_calls(LinkingContext& ctx) {
   if (!c_sites_) return;
   auto& db = ctx.database();
   db.exec(UNIQUE_NAME_AGAIN);
+  add_using_fallbacks(db);
   db.exec(LINK_CALLS);
   db.exec(ONE_DEFINITION);
   db.exec(EQUALLY_NEAR);

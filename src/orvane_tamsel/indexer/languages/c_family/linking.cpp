@@ -45,6 +45,7 @@ Linking::Linking(index::Database& db) {
   mark_new_text_ = db.prepare("INSERT OR IGNORE INTO new_text VALUES(?)");
   prepare_includes(db);
   prepare_macros(db);
+  prepare_usings(db);
 }
 
 void Linking::begin_batch(LinkingContext& ctx) {
@@ -62,6 +63,7 @@ void Linking::end_batch(LinkingContext& ctx) {
 void Linking::after_put_file(LinkingContext& ctx, const WrittenFile& written) {
   merged_before_.clear();
   store_macros(ctx, written.file, written.id);
+  store_usings(ctx, written.file, written.id);
   if (ctx.full_build()) return;
   if (written.is_new || written.bindings_changed) mark_include_changed_.bind(1, written.id).run();
   if (written.is_new) include_target_changed(written.file.path);
@@ -71,6 +73,7 @@ void Linking::before_remove_file(LinkingContext& ctx, std::int64_t file_id, cons
                                  const std::string&) {
   if (!ctx.full_build()) include_target_changed(path);
   forget_macros(ctx, file_id);
+  clear_usings_.bind(1, file_id).run();
   for (const auto& [name, body] : macros_before_) changed_macros_.insert(name);
   macros_before_.clear();
 }

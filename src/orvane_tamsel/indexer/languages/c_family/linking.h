@@ -59,6 +59,10 @@ class Linking final : public LinkingPlugin {
   void make_macro_sites(LinkingContext& ctx);
   void copy_macro_links(index::Database& db);
   void drop_unlinked_macro_sites(LinkingContext& ctx);
+  // usings.cpp
+  void prepare_usings(index::Database& db);
+  void store_usings(LinkingContext& ctx, const ParsedFile& file, std::int64_t file_id);
+  void add_using_fallbacks(index::Database& db);
 
   index::Statement old_declarations_, keep_declaration_, insert_symbol_, mark_new_text_,
       includers_of_, reimport_module_, mark_include_changed_, relink_includers_;
@@ -69,6 +73,7 @@ class Linking final : public LinkingPlugin {
   // the names of macros that came, went or changed in the batch.
   std::map<std::string, std::string> macros_before_;
   std::set<std::string> changed_macros_;
+  index::Statement old_usings_, clear_usings_, insert_using_;
   bool c_sites_ = false;  // the batch links sites of C or C++ files
 };
 

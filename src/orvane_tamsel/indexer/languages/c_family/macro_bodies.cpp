@@ -174,8 +174,14 @@ class Reader {
   }
 
   bool names_call(std::size_t start, std::size_t end) const {
-    auto last = t_[end - 1].text;
-    if (t_[end - 1].kind != Kind::word || is_keyword(last)) return false;
+    // the name's last word, template arguments after it (`GenerateNames<A, B>(`) left out
+    std::size_t last = end;
+    int angle = 0;
+    for (std::size_t k = start; k < end; ++k) {
+      angle += is(k, "<") ? 1 : is(k, ">") ? -1 : 0;
+      if (angle == 0 && word(k)) last = k;
+    }
+    if (last == end || is_keyword(t_[last].text)) return false;
     if (word(start) && is_keyword(t_[start].text)) return false;
     if (start > 0) {
       const auto& prev = t_[start - 1];
@@ -251,7 +257,7 @@ struct Expansion {
     };
     for (const auto& call : m.calls) {
       auto callee = value(call.callee);
-      if (!callee) continue;
+      if (!callee || callee->starts_with(USE_ARGUMENT)) continue;
       if (plain_word(*callee)) {
         if (auto defs = lookup(*callee, m)) {
           if (depth >= max_depth || std::find(stack.begin(), stack.end(), *callee) != stack.end())
@@ -268,7 +274,16 @@ struct Expansion {
         }
       }
       if (seen.insert({*callee, call.arguments}).second) {
-        out.push_back({*callee, call.arguments, {}});
+        // which of the use's arguments each argument is, when one is passed down
+        std::vector<std::string> passed;
+        bool any = false;
+        for (const auto& a : call.args) {
+          auto v = value(a).value_or("");
+          passed.push_back(v.starts_with(USE_ARGUMENT) ? v : std::string());
+          any = any || !passed.back().empty();
+        }
+        if (!any) passed.clear();
+        out.push_back({*callee, call.arguments, std::move(passed)});
       }
     }
   }
@@ -341,8 +356,27 @@ std::vector<MacroCall> decode_calls(std::string_view text) {
 std::vector<MacroCall> expand_calls(const MacroBody& macro, const MacroLookup& lookup,
                                     int max_depth) {
   Expansion e{lookup, max_depth, {macro.name}, {}, {}};
-  e.expand(macro, {}, 0);
+  std::map<std::string, std::string, std::less<>> use;
+  // (the position as one byte after the mark: a macro has far fewer than 255 parameters)
+  for (std::size_t i = 0; i < macro.params.size() && i < 255; ++i)
+    use[macro.params[i]] = {USE_ARGUMENT[0], static_cast<char>(i + 1)};
+  e.expand(macro, use, 0);
   return std::move(e.out);
+}
+
+std::string argument_kinds_at_use(const MacroCall& call, std::string_view use_kinds) {
+  std::string out;
+  bool shown = false;
+  for (const auto& a : call.args) {
+    char kind = '?';
+    if (a.size() == 2 && a.starts_with(USE_ARGUMENT)) {
+      auto i = static_cast<unsigned char>(a[1]) - 1u;
+      if (i < use_kinds.size()) kind = use_kinds[i];
+    }
+    shown = shown || kind != '?';
+    out.push_back(kind);
+  }
+  return shown ? out : std::string();
 }
 
 }  // namespace orvane_tamsel::indexer::c_family

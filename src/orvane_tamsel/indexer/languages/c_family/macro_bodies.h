@@ -46,8 +46,15 @@ using MacroLookup = std::function<std::optional<std::vector<const MacroBody*>>(
 
 // The functions a use of `macro` calls, nearest first, each once: the body's calls, with those
 // of the macros it invokes in place of the invocation, down to `max_depth` levels; a macro
-// already being expanded adds nothing (a cycle), nor does a parameter the use leaves unbound.
+// already being expanded adds nothing (a cycle), nor does a parameter the use leaves unbound or
+// binds to its own argument (a use passes expressions, not names). An argument that is one of
+// the use's own is USE_ARGUMENT and its position ("" for any other; none when no argument is).
+inline constexpr std::string_view USE_ARGUMENT = "\x01";
 std::vector<MacroCall> expand_calls(const MacroBody& macro, const MacroLookup& lookup,
                                     int max_depth = 8);
+
+// The argument kinds (ParsedCall::argument_kinds) of an expanded call, from those the use's own
+// arguments show; "" when none shows.
+std::string argument_kinds_at_use(const MacroCall& call, std::string_view use_kinds);
 
 }  // namespace orvane_tamsel::indexer::c_family

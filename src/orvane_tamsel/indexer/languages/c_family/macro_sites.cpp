@@ -195,14 +195,17 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
   }
 
   struct Use {
-    std::int64_t id, file_id, caller_id, line;
-    std::string target, macro;
+    std::int64_t id, file_id, caller_id;
+    std::int64_t line;  // 0 for every use of a file's own
+    std::string target, macro, kinds;
+    std::int64_t at = 0;  // the use's line
   };
   std::vector<Use> uses;
   {
     auto st = db.prepare(
         // (a union: an OR of the two would read every site)
-        "SELECT c.id, c.file_id, c.caller_id, c.line, c.target_fqn FROM (SELECT site_id AS id "
+        "SELECT c.id, c.file_id, c.caller_id, c.line, c.target_fqn, c.argument_kinds, "
+        "(SELECT kind FROM symbols WHERE id = c.caller_id) = 'module' FROM (SELECT site_id AS id "
         "FROM relink UNION SELECT s.id FROM changed_files f CROSS JOIN call_sites s ON "
         "s.file_id = f.id) u CROSS JOIN call_sites c ON c.id = u.id CROSS JOIN files g ON "
         "g.id = c.file_id WHERE c.evidence <> 'macro' AND c.target_fqn <> '' AND c.caller_id IS "
@@ -210,8 +213,10 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
     while (st.step()) {
       auto macro = last_name(st.text(4));
       if (named(macro) == nullptr) continue;
-      uses.push_back({st.integer(0), st.integer(1), st.integer(2), st.integer(3), st.text(4),
-                      std::move(macro)});
+      // a file's own uses (a test's registration) call from the file once: its first
+      uses.push_back({st.integer(0), st.integer(1), st.integer(2),
+                      st.integer(6) != 0 ? 0 : st.integer(3), st.text(4), std::move(macro),
+                      st.text(5), st.integer(3)});
     }
   }
   if (uses.empty()) return;
@@ -263,8 +268,8 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
   };
 
   auto insert_site = db.prepare(
-      "INSERT INTO call_sites(file_id, caller_id, line, evidence, target_fqn, arguments) "
-      "VALUES(?, ?, ?, 'macro', ?, ?)");
+      "INSERT INTO call_sites(file_id, caller_id, line, evidence, target_fqn, arguments, "
+      "argument_kinds) VALUES(?, ?, ?, 'macro', ?, ?, ?)");
   auto insert_fallback = db.prepare("INSERT OR IGNORE INTO call_fallbacks VALUES(?, ?, ?)");
   auto copy_scopes = db.prepare(
       "INSERT OR IGNORE INTO call_scopes SELECT ?1, module FROM call_scopes WHERE site_id = ?2");
@@ -272,11 +277,15 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
   auto insert_macro_site = db.prepare("INSERT INTO macro_sites VALUES(?, ?, ?, ?)");
   std::map<std::pair<std::int64_t, std::string>, std::vector<MacroCall>> expanded;
   auto insert_copy = db.prepare("INSERT INTO macro_copies VALUES(?, ?)");
-  // the first site of a file with these names and this argument count
-  std::map<std::tuple<std::int64_t, std::vector<std::string>, std::int64_t>, std::int64_t> firsts;
-  // A function using a macro ten times calls what it expands to from its first use: one site
-  // (its uses are linked again together, by the macro's name or their file).
-  std::set<std::tuple<std::int64_t, std::string, std::string, std::int64_t>> made;
+  // the first site of a file with these names, this argument count and these argument kinds
+  std::map<std::tuple<std::int64_t, std::vector<std::string>, std::int64_t, std::string>,
+           std::int64_t>
+      firsts;
+  // A function using a macro on ten lines calls what it expands to from each: a site a line
+  // (a use's callees are linked again together, by the macro's name or their file).
+  std::set<
+      std::tuple<std::int64_t, std::int64_t, std::string, std::string, std::int64_t, std::string>>
+      made;
   for (const auto& u : uses) {
     auto [it, fresh] = expanded.try_emplace({u.file_id, u.macro});
     if (fresh) {
@@ -293,14 +302,17 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
     }
     for (const auto& call : it->second) {
       auto names = candidates_for(call.callee, u.target, u.macro);
+      // `EXPECT_DEATH(f(), "re")`: the literal picks the `const char*` overload of the body's call
+      auto kinds = argument_kinds_at_use(call, u.kinds);
       if (names.empty() ||
-          !made.emplace(u.caller_id, u.macro, names.front(), call.arguments).second)
+          !made.emplace(u.caller_id, u.line, u.macro, names.front(), call.arguments, kinds).second)
         continue;
       insert_site.bind(1, u.file_id)
           .bind(2, u.caller_id)
-          .bind(3, u.line)
+          .bind(3, u.at)
           .bind(4, names.front())
           .bind(5, call.arguments)
+          .bind(6, kinds)
           .run();
       auto site = db.last_insert_id();
       mark_relink.bind(1, site).run();
@@ -309,7 +321,8 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
         insert_fallback.bind(1, site).bind(2, static_cast<std::int64_t>(i)).bind(3, names[i]).run();
       }
       copy_scopes.bind(1, site).bind(2, u.id).run();
-      auto [first, fresh_names] = firsts.try_emplace({u.file_id, names, call.arguments}, site);
+      auto [first, fresh_names] =
+          firsts.try_emplace({u.file_id, names, call.arguments, kinds}, site);
       if (!fresh_names) insert_copy.bind(1, site).bind(2, first->second).run();
     }
   }

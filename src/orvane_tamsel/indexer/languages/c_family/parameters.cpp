@@ -157,6 +157,10 @@ bool suits(char kind, const ParameterType& type) {
       return has("wchar_t") || has("wstring");
     case 's':  // a std::string takes one by conversion, which a char pointer or a template beats
       return has("char");
+    case 'a':  // an array: an array reference, or a pointer it decays to
+      return has("[") || has("*");
+    case 'c':  // an object: no array or pointer parameter takes one
+      return !has("[") && !has("*") && !has("initializer_list");
     default:
       return true;
   }

@@ -32,7 +32,7 @@ bool fits(std::string_view signature, std::string_view name, std::int64_t argume
 // How well a call fits the function `name` of that signature: 0 when it does not (fits()), 2 when
 // every argument whose kind it shows (ParsedCall::argument_kinds) suits its parameter's type (a
 // braced list an initializer_list, a wide string literal a wchar_t or wstring, a narrow one a
-// char), 1 otherwise.
+// char, an array an array or pointer, an object neither), 1 otherwise.
 int fit_score(std::string_view signature, std::string_view name, std::int64_t arguments,
               std::string_view kinds);
 

@@ -118,8 +118,15 @@ class Blanker {
       }
       auto last = nl;
       while (last > i_ && (src_[last - 1] == '\r' || src_[last - 1] == ' ')) --last;
+      bool continued = last > 0 && src_[last - 1] == '\\';
+      // a block comment on a continued line (`= delete; /* NOLINT */ \`) ends the grammar's
+      // macro value there, and the rest of the macro is read as code
+      for (auto c = src_.find("/*", i_); continued && c < nl; c = src_.find("/*", c + 2)) {
+        auto end = src_.find("*/", c + 2);
+        if (end < nl) blank(c, end + 2);
+      }
       i_ = nl + 1;
-      if (last == 0 || src_[last - 1] != '\\') return;
+      if (!continued) return;
     }
   }
 
@@ -139,6 +146,7 @@ class Blanker {
     char follow = after == std::string_view::npos ? '\0' : src_[after];
     if (glibc_decoration(w)) return follow == '(' ? blank_call(start, after) : blank(start, i_);
     if (!macro_like(w)) return;
+    if (follow == '(' && annotates_definition(start, after)) return blank_call(start, after);
     if (w.starts_with("_GLIBCXX")) {
       if (follow == '(' && ends_with_any(w, LIBSTDCXX_CALLED)) return blank_call(start, after);
       if (w.find("_NAMESPACE") != std::string_view::npos || ends_with_any(w, LIBSTDCXX_PLAIN))
@@ -146,6 +154,40 @@ class Blanker {
       return;
     }
     if (ends_with_any(w, EXPORT_SUFFIXES) && ident_char(follow)) blank(start, i_);
+  }
+
+  // A macro call between a function's parameters and its body (`void f() const
+  // GTEST_LOCK_EXCLUDED_(mu) {`, thread-safety annotations): read as a name it makes the
+  // definition an error the grammar drops.
+  bool annotates_definition(std::size_t start, std::size_t open) const {
+    auto code = code_before(start);
+    if (!code.ends_with(")") && !code.ends_with(") const")) return false;
+    int depth = 0;
+    for (auto j = open; j < src_.size(); ++j) {
+      if (src_[j] == '(') ++depth;
+      if (src_[j] == ')' && --depth == 0) {
+        auto next = src_.find_first_not_of(" \t\r\n", j + 1);
+        return next != std::string_view::npos && src_[next] == '{';
+      }
+    }
+    return false;
+  }
+
+  // The code before a byte, up to it, without the comment lines, directives and blank lines
+  // between (`// Tests f()` before `TEST(A, B) {` is no parameter list).
+  std::string_view code_before(std::size_t at) const {
+    for (auto end = at; end > 0;) {
+      auto bol = src_.rfind('\n', end - 1);
+      bol = bol == std::string_view::npos ? 0 : bol + 1;
+      auto line = src_.substr(bol, end - bol);
+      line = line.substr(0, line.find("//"));
+      auto first = line.find_first_not_of(" \t\r");
+      auto last = line.find_last_not_of(" \t\r\\");
+      if (first != std::string_view::npos && line[first] != '#')
+        return src_.substr(0, bol + last + 1);
+      end = bol == 0 ? 0 : bol - 1;
+    }
+    return {};
   }
 
   // The macro and its parenthesized arguments, when they close.

@@ -116,11 +116,36 @@ class Rules : public c::Rules {
     if (parts.empty()) return std::nullopt;
     def->name = parts.back();
     parts.pop_back();
-    def->qualifier = parts;
+    def->qualifier = through_using(parts, ts_node_start_byte(tag.node));
     std::string cls = !parts.empty() ? parts.back() : enclosing_class();
     if (!parts.empty() || !cls.empty()) def->kind = "method";
     if (!cls.empty() && def->name == cls) def->kind = "constructor";
     return def;
+  }
+
+  // `using namespace shapes; double Circle::area() {...}`: an out-of-line member of a class this
+  // file does not define, qualified by a name a using in force brings in, belongs to the class it
+  // names there (the nearest such name, when it lies within the current namespace).
+  std::vector<std::string> through_using(const std::vector<std::string>& qualifier,
+                                         std::uint32_t at) const {
+    if (qualifier.empty()) return qualifier;
+    std::string scope;
+    for (const auto& f : frames_) scope = join(scope, f.scope);
+    for (const auto& c : outwards(scope, dotted(qualifier)))
+      if (defined_.count(c) != 0) return qualifier;
+    auto brought = brought_in(qualifier, at);
+    if (brought.empty()) return qualifier;
+    auto& nearest = brought.front();
+    if (!scope.empty() && !nearest.starts_with(scope + ".")) return qualifier;
+    std::vector<std::string> out;
+    std::string_view rest(nearest);
+    if (!scope.empty()) rest.remove_prefix(scope.size() + 1);
+    for (auto dot = rest.find('.'); dot != std::string_view::npos; dot = rest.find('.')) {
+      out.emplace_back(rest.substr(0, dot));
+      rest.remove_prefix(dot + 1);
+    }
+    out.emplace_back(rest);
+    return out;
   }
 
   // The name of the class whose body holds the node being visited, or empty.
@@ -209,6 +234,11 @@ class Rules : public c::Rules {
                                            : outwards(scope, dotted(parts));
     u.from = ts_node_end_byte(node);
     u.to = ts_node_end_byte(block);
+    // at namespace scope, files that include this one see it too
+    if (is(block, "translation_unit") || is(block, "declaration_list")) {
+      for (const auto& p : u.prefixes)
+        out_.usings.push_back({scope, p, directive ? std::string() : u.last});
+    }
     usings_.push_back(std::move(u));
   }
 
@@ -263,7 +293,7 @@ class Rules : public c::Rules {
     std::string cls = in_method || fixture ? scope : "";
     std::vector<std::string> candidates, brought;
     call.arguments = argument_count(pending.call);
-    call.argument_kinds = argument_kinds(pending.call);
+    call.argument_kinds = argument_kinds_in(pending.call, pending.caller);
     if (is(callee, "identifier") || is(callee, "qualified_identifier") ||
         is(callee, "type_identifier") || is(callee, "template_type")) {
       auto written = text(callee);
@@ -276,8 +306,10 @@ class Rules : public c::Rules {
       for (const auto& c : candidates) {
         if (defined_.count(c) != 0) call.evidence = "same-file";
       }
-      // a construction names a class; the index links it to the class's constructor
-      if (!is(pending.call, "call_expression")) call.evidence = "constructor";
+      // a construction names a class; the index links it to the class's constructor (a
+      // test macro's use, read as a function's declarator, names the macro)
+      if (!is(pending.call, "call_expression") && !is(callee, "identifier"))
+        call.evidence = "constructor";
       if (!written.starts_with("::")) brought = brought_in(parts, ts_node_start_byte(pending.call));
       // a member of the class or of its bases, called without `this->`: when no name lookup
       // finds a symbol, the index looks on the class and its bases
@@ -376,6 +408,27 @@ class Rules : public c::Rules {
   // Declared types of locals, parameters, members and results; a class's bases.
   void record_types(TSNode node);
   void declare(std::size_t fn, TSNode declarator, const TypeExpr& type);
+  void note_value_kind(std::size_t fn, TSNode declarator, TSNode type);
+  // The kinds argument_kinds() reads from the text, with those of names the caller declared.
+  std::string argument_kinds_in(TSNode call, std::size_t fn) const {
+    auto kinds = argument_kinds(call);
+    auto known = value_kinds_.find(fn);
+    TSNode args = ts_node_child_by_field_name(call, "arguments", 9);
+    if (known == value_kinds_.end() || !is(call, "call_expression")) return kinds;
+    std::string out;
+    bool shown = false;
+    for (std::uint32_t i = 0; i < ts_node_named_child_count(args); ++i) {
+      TSNode a = ts_node_named_child(args, i);
+      if (is_comment(a)) continue;
+      char kind = kinds.empty() ? '?' : kinds[out.size()];
+      if (auto k = known->second.find(std::string(text(a)));
+          is(a, "identifier") && k != known->second.end())
+        kind = k->second;
+      shown = shown || kind != '?';
+      out.push_back(kind);
+    }
+    return shown ? out : std::string();
+  }
   // The name a declarator declares (through pointers, references, arrays); null for a function
   // declarator. `members`: a class member's name counts too.
   static TSNode declared_name(TSNode d, bool members) {
@@ -420,6 +473,8 @@ class Rules : public c::Rules {
   std::vector<UnreadNamespace> error_namespaces_;
   // By callable: each local's type as an expression ("" when declared but unknown).
   std::unordered_map<std::size_t, std::map<std::string, TypeExpr, std::less<>>> typed_;
+  // By callable: what an argument naming a local or parameter shows of its kind.
+  std::unordered_map<std::size_t, std::map<std::string, char, std::less<>>> value_kinds_;
   struct Using {
     bool directive = false;             // `using namespace`, else a using-declaration
     std::string last;                   // the declared name (`f` of `using ns::f`)

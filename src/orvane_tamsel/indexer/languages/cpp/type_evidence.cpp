@@ -203,6 +203,39 @@ void Rules::declare(std::size_t fn, TSNode d, const TypeExpr& type) {
   if (!fresh && it->second != type) it->second.clear();
 }
 
+// What an argument naming the variable shows of its kind (ParsedCall::argument_kinds): an array
+// (`int a[3]`, `const T (&a)[N]`), or an object of a class template or the standard library
+// (`std::vector<int> v`, `const std::string& s`), which an array or pointer parameter does not
+// take; a name declared twice with two kinds shows none.
+void Rules::note_value_kind(std::size_t fn, TSNode d, TSNode type) {
+  bool array = false, pointer = false;
+  // `vector<int> v(n);` and `vector<int> v(std::begin(a), ...)`, which the grammar may read as
+  // a prototype taking a `std::begin`: in a block, a variable constructed
+  if (is(d, "function_declarator") && frame_of_type("compound_statement") != NONE)
+    d = ts_node_child_by_field_name(d, "declarator", 10);
+  for (TSNode n = d; !ts_node_is_null(n) && !is(n, "identifier");) {
+    array = array || is(n, "array_declarator");
+    pointer = pointer || is(n, "pointer_declarator") || is(n, "function_declarator");
+    TSNode next = ts_node_child_by_field_name(n, "declarator", 10);
+    if (ts_node_is_null(next) && ts_node_named_child_count(n) > 0 &&
+        (is(n, "reference_declarator") || is(n, "parenthesized_declarator")))
+      next = ts_node_named_child(n, ts_node_named_child_count(n) - 1);
+    n = next;
+  }
+  TSNode name = declared_name(d, false);
+  if (ts_node_is_null(name)) return;
+  char kind = '?';
+  if (array) {
+    kind = 'a';
+  } else if (!pointer && (is(type, "template_type") || (is(type, "qualified_identifier") &&
+                                                        (text(type).starts_with("std::") ||
+                                                         text(type).starts_with("::std::"))))) {
+    kind = 'c';
+  }
+  auto [it, fresh] = value_kinds_[fn].try_emplace(std::string(text(name)), kind);
+  if (!fresh && it->second != kind) it->second = '?';
+}
+
 void Rules::record_types(TSNode node) {
   if (is(node, "function_declarator")) {  // a function's or method's result
     TSNode host = function_host();
@@ -274,7 +307,10 @@ void Rules::record_types(TSNode node) {
       t = expr_type(ts_node_child_by_field_name(d, "value", 5), current_callable());
     if (t.size() > MAX_TYPE_EXPR) t.clear();
     if (!field) {
-      if (auto fn = current_callable(); fn != 0) declare(fn, d, t);
+      if (auto fn = current_callable(); fn != 0) {
+        declare(fn, d, t);
+        note_value_kind(fn, d, ts_node_child_by_field_name(node, "type", 4));
+      }
       continue;
     }
     auto body = frame_of_type("field_declaration_list");
