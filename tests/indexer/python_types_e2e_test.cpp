@@ -344,4 +344,48 @@ TEST(PythonTypesEndToEnd, CallsThatMayReachSeveralCallees) {
                                    "pkg.fast.again x1"}));
 }
 
+// Unions declared in annotations: of parameters, returns, attributes and class bodies, written
+// with `|`, Optional, Union or in a string. None drops out, each class with the method links, one
+// without is passed over, and a union wider than the writer links says so at its site.
+TEST(PythonTypesEndToEnd, DeclaredUnionsLinkEachClass) {
+  indexer_test::IndexedFixture repo("");
+  std::string shapes = "class Plain:\n    def other(self):\n        pass\n\n\n";
+  for (const char* c : {"Leaf", "Node", "Star", "Not", "Extra"}) {
+    shapes += std::string("class ") + c + ":\n    def match(self, node):\n        pass\n\n\n";
+  }
+  repo.write("pkg/__init__.py", "");
+  repo.write("pkg/shapes.py", shapes);
+  repo.write("pkg/use.py",
+             "from typing import Optional, Union\n"
+             "from pkg.shapes import Extra, Leaf, Node, Not, Plain, Star\n\n\n"
+             "def pick(flag) -> Optional[Leaf]:\n    pass\n\n\n"
+             "def either(flag) -> \"Union[Leaf, Node]\":\n    pass\n\n\n"
+             "class Holder:\n    slot: Leaf | Node | None\n\n"
+             "    def __init__(self):\n        self.spare: \"Node | None\" = None\n\n"
+             "    def run(self, node):\n        self.slot.match(node)\n"
+             "        self.spare.match(node)\n\n\n"
+             "def check(a: Leaf | Node, b: Union[Leaf, Plain, None], c: int | Node, node):\n"
+             "    a.match(node)\n    b.match(node)\n    c.match(node)\n"
+             "    pick(1).match(node)\n    either(1).match(node)\n\n\n"
+             "def wide(w: Leaf | Node | Star | Not | Extra, node):\n    w.match(node)\n");
+  repo.update();
+  auto methods = [&](const char* caller) {
+    auto rows = repo.rows(
+        "SELECT e.fqn || ' x' || count(*) FROM edges g JOIN symbols r ON r.id = g.caller_id "
+        "JOIN symbols e ON e.id = g.callee_id WHERE r.fqn = '" +
+        std::string(caller) + "' AND e.kind = 'method' GROUP BY e.fqn");
+    return std::set<std::string>(rows.begin(), rows.end());
+  };
+  EXPECT_EQ(methods("pkg.use.check"),
+            (std::set<std::string>{"pkg.shapes.Leaf.match x4", "pkg.shapes.Node.match x3"}));
+  EXPECT_EQ(methods("pkg.use.Holder.run"),
+            (std::set<std::string>{"pkg.shapes.Leaf.match x1", "pkg.shapes.Node.match x2"}));
+  EXPECT_EQ(methods("pkg.use.wide"), std::set<std::string>{});
+  EXPECT_EQ(
+      repo.rows("SELECT DISTINCT line FROM call_sites WHERE evidence = 'union' ORDER BY line"),
+      (std::vector<std::string>{"20", "25", "29"}));
+  EXPECT_EQ(repo.rows("SELECT line FROM call_sites WHERE evidence = 'union-too-wide'"),
+            std::vector<std::string>{"33"});
+}
+
 }  // namespace
