@@ -37,10 +37,11 @@ TEST(TestsOfFile, CallsOnUntypedValuesByUniqueName) {
   indexer_test::IndexedFixture repo("tests_reach");
   EXPECT_EQ(listed(repo.tests_of("feeds/cache.py")), Json::parse(R"json([
     ["tests/test_store.py",
-     "calls evict on a value of unknown type, a name only this file defines (1 call site)"]])json"));
+     "calls evict on a value of unknown type, a name only this file defines (2 call sites)"]])json"));
   Json a = orvane_tamsel::tool_handlers::handle_explore(repo.index(), "tests for evict");
-  ASSERT_EQ(a["tests"].size(), 1u) << a.dump();
+  ASSERT_EQ(a["tests"].size(), 2u) << a.dump();
   EXPECT_EQ(a["tests"][0]["fqn"], "test_store.test_evict");
+  EXPECT_EQ(a["tests"][1]["fqn"], "test_store.test_evict_each");
   EXPECT_EQ(a["tests"][0]["reason"],
             "calls evict on a value of unknown type; nothing else is so named");
 }

@@ -619,10 +619,12 @@ void Extraction::resolve(TSNode callee, ParsedCall& call) const {
     return;
   }
   if (std::strcmp(type, "attribute") != 0) return;
+  // The name called is kept on a receiver of unknown type too: a name only one file defines
+  // still tells the tests route what a test exercises.
+  call.member = text(ts_node_child_by_field_name(callee, "attribute", 9));
   Typed of = value_type(ts_node_child_by_field_name(callee, "object", 6), 0);
   if (of.empty()) return;
   call.receiver = std::move(of.expr);
-  call.member = text(ts_node_child_by_field_name(callee, "attribute", 9));
   call.evidence = std::move(of.evidence);
 }
 
