@@ -78,7 +78,8 @@ CREATE TABLE call_sites(
   callee_id INTEGER,
   -- `x.member()` with x's type as an expression: target_fqn and evidence are what evaluating it
   -- found; receiver_evidence is what the parser said of it, or 'target' when the parser named
-  -- the target and the receiver only backs it (what it finds is the last fallback).
+  -- the target and the receiver only backs it (what it finds is the last fallback). A site with
+  -- neither target nor receiver keeps the member it calls on a value of unknown type.
   receiver TEXT NOT NULL DEFAULT '',
   member TEXT NOT NULL DEFAULT '',
   receiver_evidence TEXT NOT NULL DEFAULT '',
