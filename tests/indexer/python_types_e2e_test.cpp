@@ -346,8 +346,9 @@ TEST(PythonTypesEndToEnd, CallsThatMayReachSeveralCallees) {
 
 // Unions declared in annotations: of parameters, returns, attributes and class bodies, written
 // with `|`, Optional, Union or in a string. None drops out, each class with the method links, one
-// without is passed over, and a union wider than the writer links says so at its site. A value
-// that may be one of three classes of a family calls the family's method; of two, each one's.
+// without is passed over, and a union wider than the writer links says so at its site; an
+// isinstance test narrows it until the name is bound again. A value that may be one of three
+// classes of a family calls the family's method; of two, each one's.
 TEST(PythonTypesEndToEnd, DeclaredUnionsAndFamilies) {
   indexer_test::IndexedFixture repo("");
   std::string shapes = "class Plain:\n    def other(self):\n        pass\n\n\n";
@@ -368,7 +369,10 @@ TEST(PythonTypesEndToEnd, DeclaredUnionsAndFamilies) {
              "def check(a: Leaf | Node, b: Union[Leaf, Plain, None], c: int | Node, node):\n"
              "    a.match(node)\n    b.match(node)\n    c.match(node)\n"
              "    pick(1).match(node)\n    either(1).match(node)\n\n\n"
-             "def wide(w: Leaf | Node | Star | Not | Extra, node):\n    w.match(node)\n");
+             "def wide(w: Leaf | Node | Star | Not | Extra, node):\n    w.match(node)\n\n\n"
+             "def narrow(a: Leaf | Node, node):\n    if isinstance(a, Leaf):\n"
+             "        a.match(node)\n    elif isinstance(a, Node):\n        a.match(node)\n"
+             "    if isinstance(a, Leaf):\n        a = Star()\n        a.match(node)\n");
   repo.write("pkg/family.py",
              "class Pattern:\n    def match(self, node):\n        pass\n\n\n"
              "class Leaf(Pattern):\n    def match(self, node):\n        pass\n\n\n"
@@ -391,11 +395,13 @@ TEST(PythonTypesEndToEnd, DeclaredUnionsAndFamilies) {
   EXPECT_EQ(methods("pkg.use.Holder.run"),
             (std::set<std::string>{"pkg.shapes.Leaf.match x1", "pkg.shapes.Node.match x2"}));
   EXPECT_EQ(methods("pkg.use.wide"), std::set<std::string>{});
+  EXPECT_EQ(methods("pkg.use.narrow"),
+            (std::set<std::string>{"pkg.shapes.Leaf.match x2", "pkg.shapes.Node.match x2"}));
   EXPECT_EQ(methods("pkg.family.run"),
             (std::set<std::string>{"pkg.family.Pattern.match x2", "pkg.family.Leaf.match x1"}));
   EXPECT_EQ(repo.rows("SELECT DISTINCT line FROM call_sites s JOIN files f ON f.id = s.file_id "
                       "WHERE evidence = 'union' AND f.path = 'pkg/use.py' ORDER BY line"),
-            (std::vector<std::string>{"20", "25", "29"}));
+            (std::vector<std::string>{"20", "25", "29", "43"}));
   EXPECT_EQ(repo.rows("SELECT line FROM call_sites WHERE evidence = 'union-too-wide'"),
             std::vector<std::string>{"33"});
   EXPECT_EQ(repo.rows("SELECT s.line || ' ' || s.evidence FROM call_sites s JOIN files f ON "

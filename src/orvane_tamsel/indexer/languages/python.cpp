@@ -47,6 +47,8 @@ Query compile(const utils::Language& language) {
       {"iterated.value", ITERATED_VALUE},
       {"comprehended.name", COMPREHENDED_NAME},
       {"comprehended.value", COMPREHENDED_VALUE},
+      {"narrow.test", NARROW_TEST},
+      {"narrow.block", NARROW_BLOCK},
   };
   Query out{std::move(compiled.query), {}};
   for (std::uint32_t i = 0; i < ts_query_capture_count(q); ++i) {
@@ -151,6 +153,18 @@ bool Extraction::take(const TSQueryMatch& m) {
     TSNode name = caps.node[ITERATED_NAME];
     unpacked_[ts_node_start_byte(name)] = {caps.at(ITERATED_VALUE), 0};
     name_facts_.push_back({name, name, false});
+  } else if (caps.has(NARROW_TEST)) {
+    TSNode test = caps.node[NARROW_TEST], block = caps.at(NARROW_BLOCK);
+    TSNode args = ts_node_child_by_field_name(test, "arguments", 9);
+    if (text(ts_node_child_by_field_name(test, "function", 8)) == "isinstance" &&
+        ts_node_named_child_count(args) == 2) {
+      TSNode name = ts_node_named_child(args, 0), cls = ts_node_named_child(args, 1);
+      if (is_type(name, "identifier") &&
+          (is_type(cls, "identifier") || is_type(cls, "attribute"))) {
+        narrowed_.push_back(
+            {ts_node_start_byte(block), ts_node_end_byte(block), std::string(text(name)), cls});
+      }
+    }
   } else if (caps.has(COMPREHENDED_NAME)) {
     TSNode name = caps.node[COMPREHENDED_NAME];
     TSNode around = ts_node_parent(ts_node_parent(name));  // the comprehension

@@ -224,6 +224,7 @@ Typed Extraction::fixture_type(TSNode fn, std::string_view name) const {
 // The type of a name at `at`, looked up as Python would: locals of enclosing functions, then
 // the module's names.
 Typed Extraction::name_type(TSNode at, std::string_view name, int depth) const {
+  if (auto n = narrowed_type(at, name); !n.empty()) return {n, "declared-type"};
   for (TSNode def = enclosing_def(at); !ts_node_is_null(def); def = enclosing_def(def)) {
     if (is_class(def)) continue;  // class bodies are not enclosing scopes
     auto s = scopes_.find(scope_key(def));
@@ -236,6 +237,22 @@ Typed Extraction::name_type(TSNode at, std::string_view name, int depth) const {
     return local_type(def, s->second, at, name, count->second, depth);
   }
   return module_name_type(name, depth);
+}
+
+// The innermost isinstance test guarding `at` on `name`, unless the name is bound again
+// between the test and `at` (or the block is another function's).
+std::string Extraction::narrowed_type(TSNode at, std::string_view name) const {
+  auto use = ts_node_start_byte(at);
+  for (auto it = narrowed_.rbegin(); it != narrowed_.rend(); ++it) {
+    if (it->name != name || use < it->start || use >= it->end) continue;
+    if (!ts_node_eq(enclosing_def(at), enclosing_def(it->cls))) return "";
+    for (TSNode n : locals_) {
+      auto b = ts_node_start_byte(n);
+      if (b >= it->start && b < use && text(n) == name) return "";
+    }
+    return named_class(std::string(text(it->cls)), it->cls);
+  }
+  return "";
 }
 
 // A function's local `name` (bound `bindings` times there), as used at `at`.
