@@ -571,6 +571,16 @@ void Extraction::resolve(TSNode callee, ParsedCall& call) const {
     }
   }
   auto parts = dotted(callee);
+  // The receiver of a call, tested by isinstance around it. Only receivers: as a value flowing
+  // elsewhere (`self.screen = canvas` on each branch) it would add a type per branch.
+  if (parts.size() == 2) {
+    if (auto n = narrowed_type(callee, parts[0]); !n.empty()) {
+      call.receiver = std::move(n);
+      call.member = parts[1];
+      call.evidence = "declared-type";
+      return;
+    }
+  }
   if (parts.size() == 2 && (parts[0] == "self" || parts[0] == "cls")) {
     TSNode cls = method_class(callee);
     if (!ts_node_is_null(cls) && lookup(callee, parts[0]) == std::nullopt) {

@@ -298,7 +298,7 @@ class Extraction : public tagged::Extraction {
   // The type of a name at `at`, looked up as Python would: locals of enclosing functions, then
   // the module's names.
   Typed name_type(TSNode at, std::string_view name, int depth) const;
-  // The class an `if isinstance(name, C):` around `at` gives the name there, or "".
+  // The class an `if isinstance(name, C):` around `at` gives the name there, "T:fqn", or "".
   std::string narrowed_type(TSNode at, std::string_view name) const;
   Typed local_type(TSNode def, const Scope& scope, TSNode at, std::string_view name, int bindings,
                    int depth) const;

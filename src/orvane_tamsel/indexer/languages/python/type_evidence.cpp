@@ -224,7 +224,6 @@ Typed Extraction::fixture_type(TSNode fn, std::string_view name) const {
 // The type of a name at `at`, looked up as Python would: locals of enclosing functions, then
 // the module's names.
 Typed Extraction::name_type(TSNode at, std::string_view name, int depth) const {
-  if (auto n = narrowed_type(at, name); !n.empty()) return {n, "declared-type"};
   for (TSNode def = enclosing_def(at); !ts_node_is_null(def); def = enclosing_def(def)) {
     if (is_class(def)) continue;  // class bodies are not enclosing scopes
     auto s = scopes_.find(scope_key(def));
