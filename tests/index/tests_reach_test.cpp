@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "indexer/indexed_fixture.h"
+#include "orvane_tamsel/tool_handlers/explore.h"
 
 namespace {
 
@@ -28,6 +29,21 @@ TEST(TestsOfFile, ReachedThroughProductionCode) {
   EXPECT_EQ(listed(repo.tests_of("src/store/journal_flush.cpp")), Json::parse(R"json([
     ["test/journal_test.cpp", "imports store.journal"],
     ["test/archive_test.cpp", "reaches it through store.Archive.keep (2 call sites)"]])json"));
+}
+
+// A test calling a method on a value the index cannot type is a test of the file when only that
+// file defines the name, for the file and for the method; a name defined twice says nothing.
+TEST(TestsOfFile, CallsOnUntypedValuesByUniqueName) {
+  indexer_test::IndexedFixture repo("tests_reach");
+  EXPECT_EQ(listed(repo.tests_of("feeds/cache.py")), Json::parse(R"json([
+    ["tests/test_store.py",
+     "calls evict on a value of unknown type, a name only this file defines (2 call sites)"]])json"));
+  Json a = orvane_tamsel::tool_handlers::handle_explore(repo.index(), "tests for evict");
+  ASSERT_EQ(a["tests"].size(), 2u) << a.dump();
+  EXPECT_EQ(a["tests"][0]["fqn"], "test_store.test_evict");
+  EXPECT_EQ(a["tests"][1]["fqn"], "test_store.test_evict_each");
+  EXPECT_EQ(a["tests"][0]["reason"],
+            "calls evict on a value of unknown type; nothing else is so named");
 }
 
 }  // namespace

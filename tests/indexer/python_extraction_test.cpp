@@ -209,6 +209,16 @@ TEST(PythonTypes, AnnotationsNameOneClass) {
   EXPECT_EQ(annotated_class("queue.Queue[Item]"), "queue.Queue");
   EXPECT_EQ(annotated_class("t.Mapping[str, Client]"), "");
   EXPECT_EQ(annotated_class("Generator[Client, None, None]", true), "Client");
+  EXPECT_EQ(annotated_class("Response | list[int]"), "Response");
+  using indexer::python::annotated_classes;
+  using V = std::vector<std::string>;
+  EXPECT_EQ(annotated_classes("Union[Request, Response]"), (V{"Request", "Response"}));
+  EXPECT_EQ(annotated_classes("\"Request | None\" | Response"), (V{"Request", "Response"}));
+  EXPECT_EQ(annotated_classes("Optional[Union[Request, 'Response', Request]]"),
+            (V{"Request", "Response"}));
+  EXPECT_EQ(annotated_classes("type[Request] | Literal[False] | None"), V{"Request"});
+  EXPECT_EQ(annotated_classes("Iterator[Request | Response]", true), (V{"Request", "Response"}));
+  EXPECT_EQ(annotated_classes("list[Request | Response]"), V{});
   using indexer::python::annotated_element;
   EXPECT_EQ(annotated_element("list[Request]"), "Request");
   EXPECT_EQ(annotated_element("t.Optional[t.Sequence[\"Request\"]]"), "Request");

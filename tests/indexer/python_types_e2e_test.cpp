@@ -344,4 +344,69 @@ TEST(PythonTypesEndToEnd, CallsThatMayReachSeveralCallees) {
                                    "pkg.fast.again x1"}));
 }
 
+// Unions declared in annotations: of parameters, returns, attributes and class bodies, written
+// with `|`, Optional, Union or in a string. None drops out, each class with the method links, one
+// without is passed over, and a union wider than the writer links says so at its site; an
+// isinstance test narrows it until the name is bound again. A value that may be one of three
+// classes of a family calls the family's method; of two, each one's.
+TEST(PythonTypesEndToEnd, DeclaredUnionsAndFamilies) {
+  indexer_test::IndexedFixture repo("");
+  std::string shapes = "class Plain:\n    def other(self):\n        pass\n\n\n";
+  for (const char* c : {"Leaf", "Node", "Star", "Not", "Extra"}) {
+    shapes += std::string("class ") + c + ":\n    def match(self, node):\n        pass\n\n\n";
+  }
+  repo.write("pkg/__init__.py", "");
+  repo.write("pkg/shapes.py", shapes);
+  repo.write("pkg/use.py",
+             "from typing import Optional, Union\n"
+             "from pkg.shapes import Extra, Leaf, Node, Not, Plain, Star\n\n\n"
+             "def pick(flag) -> Optional[Leaf]:\n    pass\n\n\n"
+             "def either(flag) -> \"Union[Leaf, Node]\":\n    pass\n\n\n"
+             "class Holder:\n    slot: Leaf | Node | None\n\n"
+             "    def __init__(self):\n        self.spare: \"Node | None\" = None\n\n"
+             "    def run(self, node):\n        self.slot.match(node)\n"
+             "        self.spare.match(node)\n\n\n"
+             "def check(a: Leaf | Node, b: Union[Leaf, Plain, None], c: int | Node, node):\n"
+             "    a.match(node)\n    b.match(node)\n    c.match(node)\n"
+             "    pick(1).match(node)\n    either(1).match(node)\n\n\n"
+             "def wide(w: Leaf | Node | Star | Not | Extra, node):\n    w.match(node)\n\n\n"
+             "def narrow(a: Leaf | Node, node):\n    if isinstance(a, Leaf):\n"
+             "        a.match(node)\n    elif isinstance(a, Node):\n        a.match(node)\n"
+             "    if isinstance(a, Leaf):\n        a = Star()\n        a.match(node)\n");
+  repo.write("pkg/family.py",
+             "class Pattern:\n    def match(self, node):\n        pass\n\n\n"
+             "class Leaf(Pattern):\n    def match(self, node):\n        pass\n\n\n"
+             "class Node(Pattern):\n    pass\n\n\n"
+             "class Star(Pattern):\n    def match(self, node):\n        pass\n\n\n"
+             "def compile(kind):\n    if kind == 1:\n        return Leaf()\n"
+             "    return Node() if kind else Star()\n\n\n"
+             "def pair(kind):\n    return Leaf() if kind else Node()\n\n\n"
+             "def run(kind, node):\n    compile(kind).match(node)\n    pair(kind).match(node)\n");
+  repo.update();
+  auto methods = [&](const char* caller) {
+    auto rows = repo.rows(
+        "SELECT e.fqn || ' x' || count(*) FROM edges g JOIN symbols r ON r.id = g.caller_id "
+        "JOIN symbols e ON e.id = g.callee_id WHERE r.fqn = '" +
+        std::string(caller) + "' AND e.kind = 'method' GROUP BY e.fqn");
+    return std::set<std::string>(rows.begin(), rows.end());
+  };
+  EXPECT_EQ(methods("pkg.use.check"),
+            (std::set<std::string>{"pkg.shapes.Leaf.match x4", "pkg.shapes.Node.match x3"}));
+  EXPECT_EQ(methods("pkg.use.Holder.run"),
+            (std::set<std::string>{"pkg.shapes.Leaf.match x1", "pkg.shapes.Node.match x2"}));
+  EXPECT_EQ(methods("pkg.use.wide"), std::set<std::string>{});
+  EXPECT_EQ(methods("pkg.use.narrow"),
+            (std::set<std::string>{"pkg.shapes.Leaf.match x2", "pkg.shapes.Node.match x2"}));
+  EXPECT_EQ(methods("pkg.family.run"),
+            (std::set<std::string>{"pkg.family.Pattern.match x2", "pkg.family.Leaf.match x1"}));
+  EXPECT_EQ(repo.rows("SELECT DISTINCT line FROM call_sites s JOIN files f ON f.id = s.file_id "
+                      "WHERE evidence = 'union' AND f.path = 'pkg/use.py' ORDER BY line"),
+            (std::vector<std::string>{"20", "25", "29", "43"}));
+  EXPECT_EQ(repo.rows("SELECT line FROM call_sites WHERE evidence = 'union-too-wide'"),
+            std::vector<std::string>{"33"});
+  EXPECT_EQ(repo.rows("SELECT s.line || ' ' || s.evidence FROM call_sites s JOIN files f ON "
+                      "f.id = s.file_id WHERE f.path = 'pkg/family.py' AND s.member = 'match'"),
+            (std::vector<std::string>{"31 common-base", "32 union"}));
+}
+
 }  // namespace

@@ -142,6 +142,10 @@ struct TestEvidence {
   std::int64_t reach_functions = 0;
   std::int64_t reach_hops = 0;
   std::optional<std::string> through;
+  // Calls the index could not link (the receiver's type unknown) of a name that only the file
+  // defines: the sites, and the first such name.
+  std::int64_t name_sites = 0;
+  std::optional<std::string> called_by_name;
   std::optional<std::string> imports;      // the module it imports the file as
   std::optional<std::string> named_after;  // the file name its own name follows
 };
@@ -187,6 +191,9 @@ class Repository {
   virtual std::vector<Neighbour> evidence_neighbours(
       const std::vector<SymbolId>& ids, TestFilter tests, int limit,
       const std::optional<std::vector<Relation>>& relations = std::nullopt) = 0;
+  // Test code calling `name` where the index linked the call to nothing (its receiver's type
+  // unknown): the callers (relation "caller"), most such sites first, at most `limit`.
+  virtual std::vector<Neighbour> unlinked_test_callers(const std::string& name, int limit) = 0;
   // The test files of a file, best first: ranked by the distinct symbols of the file their code
   // calls, the call sites, calls through a test helper, an import of the file, a name like
   // test_<name>.py. None for a test file or an unreached one.

@@ -63,6 +63,15 @@ constexpr const char* TESTS_OF_FILE = R"sql(
       UNION ALL
       SELECT i.file_id, i.module FROM headers h JOIN imports i ON i.target_file_id = h.id)
     GROUP BY tf),
+  -- calls of a name only this file defines, on a receiver the index could not type
+  unique_names AS (
+    SELECT t.name FROM symbols t WHERE t.file_id = ?1 AND t.kind IN ('function', 'method')
+      AND NOT EXISTS (SELECT 1 FROM symbols o WHERE o.name = t.name AND o.id <> t.id)),
+  by_name AS (
+    SELECT c.file_id AS tf, count(*) AS sites, min(c.member) AS name
+    FROM unique_names u JOIN call_sites c ON c.member = u.name AND c.callee_id IS NULL
+    JOIN symbols k ON k.id = c.caller_id AND k.is_test = 1
+    WHERE NOT EXISTS (SELECT 1 FROM edges e WHERE e.site_id = c.id) GROUP BY c.file_id),
   named AS (SELECT id AS tf FROM files
             WHERE base IN ('test_' || ?2, ?2 || '_test', ?2 || '_unittest')),
   -- below, CROSS JOIN keeps the planner from scanning every edge for the few functions followed
@@ -102,14 +111,14 @@ constexpr const char* TESTS_OF_FILE = R"sql(
     FROM reach_calls GROUP BY tf),
   candidates AS (
     SELECT tf FROM calls UNION SELECT tf FROM via UNION SELECT tf FROM imported
-    UNION SELECT tf FROM named UNION SELECT tf FROM reach)
+    UNION SELECT tf FROM named UNION SELECT tf FROM reach UNION SELECT tf FROM by_name)
   SELECT f.id, f.path, coalesce(c.syms, 0), coalesce(c.sites, 0), coalesce(v.sites, 0),
          v.helper, i.module, n.tf IS NOT NULL, count(*) OVER (),
-         coalesce(r.sites, 0), r.first, r.hop, coalesce(r.fns, 0)
+         coalesce(r.sites, 0), r.first, r.hop, coalesce(r.fns, 0), coalesce(b.sites, 0), b.name
   FROM candidates k JOIN files f ON f.id = k.tf AND f.is_test = 1
   LEFT JOIN calls c ON c.tf = k.tf LEFT JOIN via v ON v.tf = k.tf
   LEFT JOIN imported i ON i.tf = k.tf LEFT JOIN named n ON n.tf = k.tf
-  LEFT JOIN reach r ON r.tf = k.tf
+  LEFT JOIN reach r ON r.tf = k.tf LEFT JOIN by_name b ON b.tf = k.tf
   WHERE EXISTS (SELECT 1 FROM symbols x WHERE x.file_id = f.id
                 AND x.kind IN ('function', 'method')
                 AND (x.name GLOB '[Tt]est*' OR x.signature GLOB 'TEST*(*'
@@ -117,7 +126,7 @@ constexpr const char* TESTS_OF_FILE = R"sql(
                      -- JUnit, Rust and describe/it tests are marked, not named
                      OR x.is_test = 1 AND f.language NOT IN ('python', 'c', 'cpp')))
   ORDER BY 3 DESC, 4 DESC, 5 DESC, i.module IS NULL, coalesce(r.hop, 4), 13 DESC, 10 DESC,
-           8 DESC, f.path
+           14 DESC, 8 DESC, f.path
   LIMIT ?3)sql";
 
 constexpr const char* SYMBOL_COLUMNS =
@@ -363,6 +372,33 @@ class SqliteRepository : public Repository {
     return result;
   }
 
+  std::vector<Neighbour> unlinked_test_callers(const std::string& name, int limit) override {
+    std::lock_guard lock(mutex_);
+    std::vector<Neighbour> result;
+    auto st = db_->prepare(R"sql(
+      SELECT s.id, s.fqn, s.name, s.kind, f.path, s.start_line, count(*)
+      FROM call_sites c JOIN symbols s ON s.id = c.caller_id AND s.is_test = 1
+      JOIN files f ON f.id = s.file_id
+      WHERE c.member = ?1 AND c.callee_id IS NULL
+        AND NOT EXISTS (SELECT 1 FROM edges e WHERE e.site_id = c.id)
+      GROUP BY s.id ORDER BY 7 DESC, f.path, s.start_line LIMIT ?2)sql");
+    st.bind(1, name).bind(2, limit);
+    while (st.step()) {
+      Neighbour n;
+      n.id = st.integer(0);
+      n.fqn = st.text(1);
+      n.name = st.text(2);
+      n.kind = st.text(3);
+      n.path = st.text(4);
+      n.line = st.integer(5);
+      n.relation = CALLER;
+      n.is_test = true;
+      n.call_sites = st.integer(6);
+      result.push_back(std::move(n));
+    }
+    return result;
+  }
+
   // Test files (those defining test functions; helpers and conftest only pass evidence on) ranked
   // by evidence: distinct symbols of the file that their code calls, then those
   // call sites, then calls through a test helper that calls the file, then imports of the file,
@@ -416,6 +452,10 @@ class SqliteRepository : public Repository {
         helper.bind(1, st.integer(10));
         if (helper.step()) test.through = helper.text(0);
         helper.reset();
+      }
+      if (test.symbols_called == 0 && st.integer(13) > 0) {
+        test.name_sites = st.integer(13);
+        test.called_by_name = st.text(14);
       }
       // `from shop import cart` and `from shop.cart import Cart` both import shop.cart
       if (!st.is_null(6)) test.imports = module.empty() || by_header ? st.text(6) : module;

@@ -40,6 +40,11 @@ std::string test_reason(const index::TestEvidence& test) {
     parts.push_back("reaches it through " + test.through.value_or("other code") + more + callees +
                     " (" + plural(test.reach_sites, "call site") + ")");
   }
+  if (test.name_sites > 0) {
+    parts.push_back("calls " + test.called_by_name.value_or("it") +
+                    " on a value of unknown type, a name only this file defines (" +
+                    plural(test.name_sites, "call site") + ")");
+  }
   if (test.imports) parts.push_back("imports " + *test.imports);
   if (test.named_after) parts.push_back("named after " + *test.named_after);
   return joined(parts, "; ");

@@ -47,6 +47,8 @@ Query compile(const utils::Language& language) {
       {"iterated.value", ITERATED_VALUE},
       {"comprehended.name", COMPREHENDED_NAME},
       {"comprehended.value", COMPREHENDED_VALUE},
+      {"narrow.test", NARROW_TEST},
+      {"narrow.block", NARROW_BLOCK},
   };
   Query out{std::move(compiled.query), {}};
   for (std::uint32_t i = 0; i < ts_query_capture_count(q); ++i) {
@@ -151,6 +153,18 @@ bool Extraction::take(const TSQueryMatch& m) {
     TSNode name = caps.node[ITERATED_NAME];
     unpacked_[ts_node_start_byte(name)] = {caps.at(ITERATED_VALUE), 0};
     name_facts_.push_back({name, name, false});
+  } else if (caps.has(NARROW_TEST)) {
+    TSNode test = caps.node[NARROW_TEST], block = caps.at(NARROW_BLOCK);
+    TSNode args = ts_node_child_by_field_name(test, "arguments", 9);
+    if (text(ts_node_child_by_field_name(test, "function", 8)) == "isinstance" &&
+        ts_node_named_child_count(args) == 2) {
+      TSNode name = ts_node_named_child(args, 0), cls = ts_node_named_child(args, 1);
+      if (is_type(name, "identifier") &&
+          (is_type(cls, "identifier") || is_type(cls, "attribute"))) {
+        narrowed_.push_back(
+            {ts_node_start_byte(block), ts_node_end_byte(block), std::string(text(name)), cls});
+      }
+    }
   } else if (caps.has(COMPREHENDED_NAME)) {
     TSNode name = caps.node[COMPREHENDED_NAME];
     TSNode around = ts_node_parent(ts_node_parent(name));  // the comprehension
@@ -557,6 +571,16 @@ void Extraction::resolve(TSNode callee, ParsedCall& call) const {
     }
   }
   auto parts = dotted(callee);
+  // The receiver of a call, tested by isinstance around it. Only receivers: as a value flowing
+  // elsewhere (`self.screen = canvas` on each branch) it would add a type per branch.
+  if (parts.size() == 2) {
+    if (auto n = narrowed_type(callee, parts[0]); !n.empty()) {
+      call.receiver = std::move(n);
+      call.member = parts[1];
+      call.evidence = "declared-type";
+      return;
+    }
+  }
   if (parts.size() == 2 && (parts[0] == "self" || parts[0] == "cls")) {
     TSNode cls = method_class(callee);
     if (!ts_node_is_null(cls) && lookup(callee, parts[0]) == std::nullopt) {
@@ -619,10 +643,12 @@ void Extraction::resolve(TSNode callee, ParsedCall& call) const {
     return;
   }
   if (std::strcmp(type, "attribute") != 0) return;
+  // The name called is kept on a receiver of unknown type too: a name only one file defines
+  // still tells the tests route what a test exercises.
+  call.member = text(ts_node_child_by_field_name(callee, "attribute", 9));
   Typed of = value_type(ts_node_child_by_field_name(callee, "object", 6), 0);
   if (of.empty()) return;
   call.receiver = std::move(of.expr);
-  call.member = text(ts_node_child_by_field_name(callee, "attribute", 9));
   call.evidence = std::move(of.evidence);
 }
 

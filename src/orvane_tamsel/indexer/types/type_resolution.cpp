@@ -433,6 +433,26 @@ std::optional<TypeResolver::Found> TypeResolver::bound_method(const TypeExpr& fi
   return found;
 }
 
+// A value that may be one of many classes of one family (a factory's products, such as the
+// patterns a compiler builds) is of one class only at run time, chosen by data the index cannot
+// read: linking each class's override would list mostly false callers. The call names the
+// family's own method, as a declared base type would.
+std::optional<Resolution> TypeResolver::family_member(const Type& t, const std::string& name) {
+  if (t.members.size() < MIN_FAMILY) return std::nullopt;
+  std::vector<std::vector<Type>> lines;
+  for (const auto& m : t.members) lines.push_back(lineage(m));
+  for (const auto& candidate : lines.front()) {
+    bool shared = std::all_of(lines.begin() + 1, lines.end(), [&](const auto& line) {
+      return std::find(line.begin(), line.end(), candidate) != line.end();
+    });
+    if (!shared) continue;
+    auto found = member_of(candidate, name);
+    if (!found || !found->symbol) return std::nullopt;
+    return Resolution{found->fqn, found->symbol->module, "common-base"};
+  }
+  return std::nullopt;
+}
+
 std::vector<Resolution> TypeResolver::resolve(const TypeExpr& receiver, const std::string& member,
                                               const std::string& evidence) {
   consulted_.clear();
@@ -458,6 +478,10 @@ std::vector<Resolution> TypeResolver::resolve(const TypeExpr& receiver, const st
     auto type = evaluate(value, 0, &derived);
     if (type && type->wide) too_wide_ = true;
     if (!type || type->wide) continue;
+    if (auto base = family_member(*type, name)) {
+      out.push_back(std::move(*base));
+      continue;
+    }
     for (const auto& t : type->members.empty() ? std::vector<Type>{*type} : type->members) {
       auto found = member_of(t, name);
       if (found && !found->symbol) found = bound_method(*found->field_type);

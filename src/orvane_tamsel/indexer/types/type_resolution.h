@@ -66,6 +66,9 @@ class TypeResolver {
   // How many types a value may be one of for a call on it to link each type's member; past
   // that, linking every one would list more false callers than true ones.
   static constexpr std::size_t MAX_UNION = 4;
+  // How many classes of one family a value may be one of for a call on it to name the family's
+  // method rather than each class's (see family_member).
+  static constexpr std::size_t MIN_FAMILY = 3;
   // How many symbol lookups one resolution may make: every type of a union is followed, and
   // unions within unions multiply the work; past this the receiver is unknown.
   static constexpr std::size_t MAX_WORK = 2000;
@@ -108,6 +111,9 @@ class TypeResolver {
   std::optional<Type> alternatives(std::string_view text, int depth, std::string* evidence);
   // "A+B": a value that is one of several types, typed by the nearest base they all share.
   std::optional<Type> common_base(std::string_view text, int depth);
+  // The member `name` of the nearest base shared by every type of a union of at least
+  // MIN_FAMILY types, or nothing.
+  std::optional<Resolution> family_member(const Type& t, const std::string& name);
   // A type and its bases, nearest first.
   std::vector<Type> lineage(const Type& t);
   std::optional<Type> evaluate(const ParsedTypeExpr& expr,

@@ -45,7 +45,9 @@ void BatchWriter::write_sites(FileWrite& w) {
   for (const auto& call : w.file.calls) {
     bool typed = call.target.empty() && !call.receiver.empty();
     const std::string& receiver = call.receiver;
-    const std::string& member = receiver.empty() ? std::string() : call.member;
+    // Without a receiver, a member says only what a call of unknown target names.
+    const std::string& member =
+        receiver.empty() && !call.target.empty() ? std::string() : call.member;
     const std::string receiver_evidence = typed              ? call.evidence
                                           : receiver.empty() ? std::string()
                                                              : types::BACKS_TARGET;

@@ -1,5 +1,6 @@
 #include "orvane_tamsel/indexer/languages/python/annotations.h"
 
+#include <algorithm>
 #include <cctype>
 #include <vector>
 
@@ -58,23 +59,27 @@ bool one_of(std::string_view name, std::initializer_list<std::string_view> names
   return false;
 }
 
-std::string parse(std::string_view s, bool yielded, int depth);
+using Classes = std::vector<std::string>;
 
-// The members other than None must agree.
-std::string either(const std::vector<std::string_view>& terms, bool yielded, int depth) {
-  std::string found;
+Classes parse(std::string_view s, bool yielded, int depth);
+
+// The classes of a union's members, each once; a member that names none (`list[int]`, a
+// literal) adds nothing, as a value of unknown type is passed over where it is used.
+Classes either(const std::vector<std::string_view>& terms, bool yielded, int depth) {
+  Classes found;
   for (auto t : terms) {
-    auto c = parse(t, yielded, depth + 1);
-    if (c == "None") continue;
-    if (c.empty() || (!found.empty() && c != found)) return "";
-    found = c;
+    for (auto& c : parse(t, yielded, depth + 1)) {
+      if (c != "None" && std::find(found.begin(), found.end(), c) == found.end()) {
+        found.push_back(std::move(c));
+      }
+    }
   }
   return found;
 }
 
-std::string parse(std::string_view s, bool yielded, int depth) {
+Classes parse(std::string_view s, bool yielded, int depth) {
   s = trim(s);
-  if (depth > MAX_NESTING || s.empty()) return "";
+  if (depth > MAX_NESTING || s.empty()) return {};
   if (s.size() >= 2 && (s.front() == '"' || s.front() == '\'') && s.back() == s.front()) {
     return parse(s.substr(1, s.size() - 2), yielded, depth + 1);
   }
@@ -82,9 +87,9 @@ std::string parse(std::string_view s, bool yielded, int depth) {
   if (terms.size() > 1) return either(terms, yielded, depth);
   auto open = s.find('[');
   auto head = trim(s.substr(0, open));
-  if (!is_dotted_name(head)) return "";
-  if (open == std::string_view::npos) return std::string(head);
-  if (s.back() != ']') return "";
+  if (!is_dotted_name(head)) return {};
+  if (open == std::string_view::npos) return {std::string(head)};
+  if (s.back() != ']') return {};
   auto args = split_top(s.substr(open + 1, s.size() - open - 2), ',');
   auto last = head.substr(head.rfind('.') == std::string_view::npos ? 0 : head.rfind('.') + 1);
   if (one_of(last, {"Optional", "Union"})) return either(args, yielded, depth);
@@ -135,9 +140,9 @@ std::string parse(std::string_view s, bool yielded, int depth) {
                     "tuple",
                     "deque",
                     "defaultdict"})) {
-    return "";
+    return {};
   }
-  return std::string(head);  // a generic class, parameterized (`queue.Queue[Item]`): the class
+  return {std::string(head)};  // a generic class, parameterized (`queue.Queue[Item]`): the class
 }
 
 // Containers whose first argument is what iterating them gives.
@@ -150,6 +155,11 @@ bool iterates_first(std::string_view last) {
                        "OrderedDict",   "Counter",       "ChainMap",       "list",
                        "set",           "frozenset",     "deque",          "dict",
                        "defaultdict"});
+}
+
+// The one class of an annotation, or "" when it names none or several.
+std::string one(const Classes& classes) {
+  return classes.size() == 1 ? classes.front() : "";
 }
 
 std::string element(std::string_view s, int depth) {
@@ -178,10 +188,17 @@ std::string element(std::string_view s, int depth) {
     }
     return found;
   }
-  if (iterates_first(last)) return parse(args[0], false, depth + 1);
+  if (iterates_first(last)) return one(parse(args[0], false, depth + 1));
   if (one_of(last, {"tuple", "Tuple"})) {  // `tuple[X, ...]`, or elements that agree
-    if (args.size() == 2 && trim(args[1]) == "...") return parse(args[0], false, depth + 1);
-    return either(args, false, depth);
+    if (args.size() == 2 && trim(args[1]) == "...") return one(parse(args[0], false, depth + 1));
+    std::string found;
+    for (auto a : args) {
+      if (trim(a) == "None") continue;
+      auto c = one(parse(a, false, depth + 1));
+      if (c.empty() || (!found.empty() && c != found)) return "";
+      found = c;
+    }
+    return found;
   }
   if (one_of(last, {"Annotated", "Final", "ClassVar"})) return element(args[0], depth + 1);
   return "";
@@ -194,9 +211,14 @@ std::string annotated_element(std::string_view annotation) {
   return c == "None" ? "" : c;
 }
 
+std::vector<std::string> annotated_classes(std::string_view annotation, bool yielded) {
+  auto classes = parse(annotation, yielded, 0);
+  std::erase(classes, "None");
+  return classes;
+}
+
 std::string annotated_class(std::string_view annotation, bool yielded) {
-  auto c = parse(annotation, yielded, 0);
-  return c == "None" ? "" : c;
+  return one(annotated_classes(annotation, yielded));
 }
 
 }  // namespace orvane_tamsel::indexer::python

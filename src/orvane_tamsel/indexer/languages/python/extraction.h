@@ -64,6 +64,8 @@ enum Role : std::uint8_t {
   ITERATED_VALUE,
   COMPREHENDED_NAME,
   COMPREHENDED_VALUE,
+  NARROW_TEST,
+  NARROW_BLOCK,
   OTHER,
   ROLE_COUNT = OTHER
 };
@@ -296,6 +298,8 @@ class Extraction : public tagged::Extraction {
   // The type of a name at `at`, looked up as Python would: locals of enclosing functions, then
   // the module's names.
   Typed name_type(TSNode at, std::string_view name, int depth) const;
+  // The class an `if isinstance(name, C):` around `at` gives the name there, "T:fqn", or "".
+  std::string narrowed_type(TSNode at, std::string_view name) const;
   Typed local_type(TSNode def, const Scope& scope, TSNode at, std::string_view name, int bindings,
                    int depth) const;
   Typed scope_type(TSNode def, const Scope& scope, std::string_view name, int bindings,
@@ -365,6 +369,13 @@ class Extraction : public tagged::Extraction {
   // Names bound by unpacking (by start byte): the value unpacked and the element's index, 0 for
   // a `for` loop's name (an element of what it iterates).
   std::unordered_map<std::uint32_t, std::pair<TSNode, std::uint32_t>> unpacked_;
+  // Blocks an `isinstance(name, C)` test guards, in document order.
+  struct Narrowed {
+    std::uint32_t start, end;
+    std::string name;
+    TSNode cls;
+  };
+  std::vector<Narrowed> narrowed_;
   // Names a comprehension binds: where (its bytes) and what it iterates, innermost last.
   struct Comprehended {
     std::uint32_t start, end;

@@ -18,6 +18,9 @@ constexpr int MAX_TYPE_DEPTH = 12;  // links followed from one expression to the
 // How many values of differing types (a function's returns, a name's bindings) an expression
 // lists as possible for the writer: more, and it is unknown.
 constexpr std::size_t MAX_RETURNS = 4;
+// How many classes of a declared union go to the writer, which links up to its own bound and
+// says when a union is wider: more than this is no type at all.
+constexpr std::size_t MAX_ANNOTATED = 8;
 // How many classes a module name may be chosen among for the writer to find their common base.
 constexpr std::size_t MAX_ALTERNATIVES = 8;
 
@@ -90,9 +93,21 @@ std::string Extraction::fixture_name(TSNode def) const {
   return "";
 }
 
-// A class an annotation names, resolved as the names at `at` are: "T:fqn", or "".
+// The classes an annotation names, resolved as the names at `at` are: "T:fqn", or for a union
+// each one known as a possible value ("T:a.A&T:a.B"), or "". A member not bound here (`int`,
+// a name of a module outside the repository) is passed over, as pyright passes over what it
+// cannot type.
 std::string Extraction::annotated_type(TSNode annotation, TSNode at, bool yielded) const {
-  return named_class(annotated_class(text(annotation), yielded), at);
+  std::string out;
+  std::size_t count = 0;
+  for (const auto& name : annotated_classes(text(annotation), yielded)) {
+    auto t = named_class(name, at);
+    if (t.empty() || ("&" + out + "&").find("&" + t + "&") != std::string::npos) continue;
+    if (++count > MAX_ANNOTATED) return "";
+    if (!out.empty()) out += '&';
+    out += t;
+  }
+  return out;
 }
 
 // A class named in an annotation, dotted as written, resolved as the names at `at` are.
@@ -221,6 +236,22 @@ Typed Extraction::name_type(TSNode at, std::string_view name, int depth) const {
     return local_type(def, s->second, at, name, count->second, depth);
   }
   return module_name_type(name, depth);
+}
+
+// The innermost isinstance test guarding `at` on `name`, unless the name is bound again
+// between the test and `at` (or the block is another function's).
+std::string Extraction::narrowed_type(TSNode at, std::string_view name) const {
+  auto use = ts_node_start_byte(at);
+  for (auto it = narrowed_.rbegin(); it != narrowed_.rend(); ++it) {
+    if (it->name != name || use < it->start || use >= it->end) continue;
+    if (!ts_node_eq(enclosing_def(at), enclosing_def(it->cls))) return "";
+    for (TSNode n : locals_) {
+      auto b = ts_node_start_byte(n);
+      if (b >= it->start && b < use && text(n) == name) return "";
+    }
+    return named_class(std::string(text(it->cls)), it->cls);
+  }
+  return "";
 }
 
 // A function's local `name` (bound `bindings` times there), as used at `at`.

@@ -15,5 +15,8 @@
 (as_pattern (_) @unpacked.value alias: (as_pattern_target (tuple) @unpacked.list))
 ; `for x in value`: x is bound to an element of the value.
 (for_statement left: (identifier) @iterated.name right: (_) @iterated.value)
+; `if isinstance(x, C):` x is a C in the block.
+(if_statement condition: (call) @narrow.test consequence: (block) @narrow.block)
+(elif_clause condition: (call) @narrow.test consequence: (block) @narrow.block)
 ; `[... for x in value]`: x, inside the comprehension, is an element of the value.
 (for_in_clause left: (identifier) @comprehended.name right: (_) @comprehended.value)

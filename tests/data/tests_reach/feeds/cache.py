@@ -1,0 +1,6 @@
+class Cache:
+    def evict(self, key):
+        return key
+
+    def load(self, key):
+        return key

@@ -1,0 +1,5 @@
+import importlib
+
+
+def open_cache(module):
+    return importlib.import_module(module).Cache()
