@@ -100,9 +100,6 @@ class FakeRepository : public index::Repository {
     if (static_cast<int>(out.size()) > limit) out.resize(limit);
     return out;
   }
-  std::vector<index::Neighbour> unlinked_test_callers(const std::string&, int) override {
-    return {};
-  }
   index::TestsOfFile get_tests_for(const std::string& path) override {
     auto it = tests_for.find(path);
     return it == tests_for.end() ? index::TestsOfFile{} : it->second;

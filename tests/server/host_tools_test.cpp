@@ -60,7 +60,6 @@ class FakeIndex : public Repository {
                                              const std::optional<std::vector<Relation>>&) override {
     return {};
   }
-  std::vector<Neighbour> unlinked_test_callers(const std::string&, int) override { return {}; }
   TestsOfFile get_tests_for(const std::string& path) override {
     if (path != "shop/cart.py") return {};
     TestsOfFile found{{{"tests/test_cart.py"}}, 1};

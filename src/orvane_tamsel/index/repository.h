@@ -191,9 +191,6 @@ class Repository {
   virtual std::vector<Neighbour> evidence_neighbours(
       const std::vector<SymbolId>& ids, TestFilter tests, int limit,
       const std::optional<std::vector<Relation>>& relations = std::nullopt) = 0;
-  // Test code calling `name` where the index linked the call to nothing (its receiver's type
-  // unknown): the callers (relation "caller"), most such sites first, at most `limit`.
-  virtual std::vector<Neighbour> unlinked_test_callers(const std::string& name, int limit) = 0;
   // The test files of a file, best first: ranked by the distinct symbols of the file their code
   // calls, the call sites, calls through a test helper, an import of the file, a name like
   // test_<name>.py. None for a test file or an unreached one.

@@ -321,8 +321,9 @@ class SqliteRepository : public Repository {
   }
 
   // `limit` counts records in total, over every asked id. A symbol reached from two asked ids, or
-  // both as caller and callee, gives one record for each. Order: production before test, more
-  // call sites first, then path, line, id, relation and asked id.
+  // both as caller and callee, gives one record for each. Asked for test callers only, a test
+  // calling the symbol's unique name on an untyped value counts too. Order: production before test,
+  // more call sites first, then path, line, id, relation and asked id.
   std::vector<Neighbour> evidence_neighbours(
       const std::vector<SymbolId>& ids, TestFilter tests, int limit,
       const std::optional<std::vector<Relation>>& relations) override {
@@ -342,7 +343,16 @@ class SqliteRepository : public Repository {
         UNION ALL
         SELECT e.callee_id, e.caller_id, 'callee', count(DISTINCT e.site_id)
         FROM asked a JOIN edges e ON e.caller_id = a.id
-        WHERE ?3 AND e.caller_id <> e.callee_id GROUP BY e.callee_id, e.caller_id)
+        WHERE ?3 AND e.caller_id <> e.callee_id GROUP BY e.callee_id, e.caller_id
+        UNION ALL
+        -- a test calling a function or method that nothing else in the repository is named
+        -- like, on a value whose type the index could not follow (the call linked to nothing)
+        SELECT c.caller_id, a.id, 'caller', count(*)
+        FROM asked a JOIN symbols t ON t.id = a.id AND t.kind IN ('function', 'method')
+        JOIN call_sites c ON c.member = t.name AND c.callee_id IS NULL
+        WHERE ?6 AND NOT EXISTS (SELECT 1 FROM symbols o WHERE o.name = t.name AND o.id <> t.id)
+          AND NOT EXISTS (SELECT 1 FROM edges e WHERE e.site_id = c.id)
+        GROUP BY c.caller_id, a.id)
       SELECT s.id, s.fqn, s.name, s.kind, f.path, s.start_line, n.relation, n.of, s.is_test,
              n.sites
       FROM n JOIN symbols s ON s.id = n.nid JOIN files f ON f.id = s.file_id
@@ -354,7 +364,8 @@ class SqliteRepository : public Repository {
         .bind(2, wants(CALLER))
         .bind(3, wants(CALLEE))
         .bind(4, filter)
-        .bind(5, limit);
+        .bind(5, limit)
+        .bind(6, tests == TestFilter::only && wants(CALLER));
     while (st.step()) {
       Neighbour n;
       n.id = st.integer(0);
@@ -367,33 +378,6 @@ class SqliteRepository : public Repository {
       n.of = st.integer(7);
       n.is_test = st.integer(8) != 0;
       n.call_sites = st.integer(9);
-      result.push_back(std::move(n));
-    }
-    return result;
-  }
-
-  std::vector<Neighbour> unlinked_test_callers(const std::string& name, int limit) override {
-    std::lock_guard lock(mutex_);
-    std::vector<Neighbour> result;
-    auto st = db_->prepare(R"sql(
-      SELECT s.id, s.fqn, s.name, s.kind, f.path, s.start_line, count(*)
-      FROM call_sites c JOIN symbols s ON s.id = c.caller_id AND s.is_test = 1
-      JOIN files f ON f.id = s.file_id
-      WHERE c.member = ?1 AND c.callee_id IS NULL
-        AND NOT EXISTS (SELECT 1 FROM edges e WHERE e.site_id = c.id)
-      GROUP BY s.id ORDER BY 7 DESC, f.path, s.start_line LIMIT ?2)sql");
-    st.bind(1, name).bind(2, limit);
-    while (st.step()) {
-      Neighbour n;
-      n.id = st.integer(0);
-      n.fqn = st.text(1);
-      n.name = st.text(2);
-      n.kind = st.text(3);
-      n.path = st.text(4);
-      n.line = st.integer(5);
-      n.relation = CALLER;
-      n.is_test = true;
-      n.call_sites = st.integer(6);
       result.push_back(std::move(n));
     }
     return result;

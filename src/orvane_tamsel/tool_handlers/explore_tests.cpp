@@ -60,26 +60,10 @@ Draft& tests_of_symbol(index::Repository& repository, Draft& draft, const index:
     return std::pair(a.path.value_or(""), a.line.value_or(0)) <
            std::pair(b.path.value_or(""), b.line.value_or(0));
   });
-  // A call on a value whose type the index does not know is still a call of this function when
-  // nothing else in the repository bears its name.
-  std::size_t linked = distinct.size();
-  if ((symbol.kind == "function" || symbol.kind == "method") &&
-      distinct.size() <= static_cast<std::size_t>(depth.listed) &&
-      repository.search_symbols({symbol.name}, true, 2).total == 1) {
-    for (auto& c : repository.unlinked_test_callers(symbol.name, depth.listed + 1)) {
-      if (std::none_of(distinct.begin(), distinct.end(),
-                       [&](const auto& d) { return d.id == c.id; }))
-        distinct.push_back(std::move(c));
-    }
-  }
   draft.blocks["symbols"] = Json::array({symbol_row(symbol, path)});
   Json rows = Json::array();
-  for (std::size_t i = 0; i < distinct.size() && i < static_cast<std::size_t>(depth.listed); ++i) {
+  for (std::size_t i = 0; i < distinct.size() && i < static_cast<std::size_t>(depth.listed); ++i)
     rows.push_back(neighbour_row(distinct[i]));
-    if (i >= linked)
-      rows.back()["reason"] =
-          "calls " + symbol.name + " on a value of unknown type; nothing else is so named";
-  }
   draft.blocks["tests"] = rows;
   draft.capped = distinct.size() > static_cast<std::size_t>(depth.listed);
   draft.steps.push_back(step("tests", "The test files of " + path + ", ranked",
