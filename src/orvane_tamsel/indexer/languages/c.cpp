@@ -388,7 +388,8 @@ std::int64_t Rules::argument_count(TSNode call) const {
 
 // One letter an argument: a braced list, a wide or a narrow string literal, or another
 // expression; "" when none shows its kind.
-std::string Rules::argument_kinds(TSNode call) const {
+std::string Rules::argument_kinds(TSNode call,
+                                  const std::function<char(std::string_view)>& declared) const {
   TSNode args = ts_node_child_by_field_name(call, "arguments", 9);
   if (!is(call, "call_expression") || !is(args, "argument_list")) return {};
   std::string kinds;
@@ -406,6 +407,7 @@ std::string Rules::argument_kinds(TSNode call) const {
       auto t = text(a);
       kind = t.starts_with("L") ? 'w' : t.starts_with("\"") || t.starts_with("u8") ? 's' : '?';
     }
+    if (char k = declared && is(a, "identifier") ? declared(text(a)) : 0) kind = k;
     shown = shown || kind != '?';
     kinds.push_back(kind);
   }

@@ -2,6 +2,7 @@
 // C: file-less names for functions and types, #include as the evidence that a call's callee is
 // visible. C++ builds on the same rules (languages/cpp.cpp).
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -52,8 +53,10 @@ class Rules : public tagged::Extraction {
   std::vector<std::string> visible_modules() const;
   // The arguments a call expression passes; -1 for other sites (a construction).
   std::int64_t argument_count(TSNode call) const;
-  // What the text shows of the arguments' kinds (ParsedCall::argument_kinds).
-  std::string argument_kinds(TSNode call) const;
+  // What the text shows of the arguments' kinds (ParsedCall::argument_kinds); `declared` gives
+  // the kind of a plain name the caller declared, or 0.
+  std::string argument_kinds(TSNode call,
+                             const std::function<char(std::string_view)>& declared = {}) const;
 
   std::string blanked_;  // the source as parsed, when decorating macros were blanked
 };

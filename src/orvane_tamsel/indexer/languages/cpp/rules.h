@@ -411,23 +411,12 @@ class Rules : public c::Rules {
   void note_value_kind(std::size_t fn, TSNode declarator, TSNode type);
   // The kinds argument_kinds() reads from the text, with those of names the caller declared.
   std::string argument_kinds_in(TSNode call, std::size_t fn) const {
-    auto kinds = argument_kinds(call);
     auto known = value_kinds_.find(fn);
-    TSNode args = ts_node_child_by_field_name(call, "arguments", 9);
-    if (known == value_kinds_.end() || !is(call, "call_expression")) return kinds;
-    std::string out;
-    bool shown = false;
-    for (std::uint32_t i = 0; i < ts_node_named_child_count(args); ++i) {
-      TSNode a = ts_node_named_child(args, i);
-      if (is_comment(a)) continue;
-      char kind = kinds.empty() ? '?' : kinds[out.size()];
-      if (auto k = known->second.find(std::string(text(a)));
-          is(a, "identifier") && k != known->second.end())
-        kind = k->second;
-      shown = shown || kind != '?';
-      out.push_back(kind);
-    }
-    return shown ? out : std::string();
+    if (known == value_kinds_.end()) return argument_kinds(call);
+    return argument_kinds(call, [&](std::string_view name) {
+      auto k = known->second.find(name);
+      return k == known->second.end() ? '\0' : k->second;
+    });
   }
   // The name a declarator declares (through pointers, references, arrays); null for a function
   // declarator. `members`: a class member's name counts too.
