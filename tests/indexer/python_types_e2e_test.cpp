@@ -37,6 +37,27 @@ TEST(PythonTypesEndToEnd, TypedReceiversFindTheirCallees) {
   }
 }
 
+// isinstance narrows a receiver to its classes (of a tuple, those bound here) in the block it
+// guards, after a test whose body always leaves or an assert, and on an attribute until it is
+// assigned; not after an `if not` with an `else`, nor past the end of the block.
+TEST(PythonTypesEndToEnd, NarrowedReceivers) {
+  indexer_test::IndexedFixture repo("py_types");
+  auto rows = repo.rows(
+      "SELECT r.fqn || ' -> ' || e.fqn || ' ' || g.line FROM edges g JOIN symbols r ON "
+      "r.id = g.caller_id JOIN symbols e ON e.id = g.callee_id JOIN files f ON f.id = g.file_id "
+      "WHERE f.path = 'src/kite/narrowing.py' AND e.kind = 'method'");
+  EXPECT_EQ(
+      std::set<std::string>(rows.begin(), rows.end()),
+      (std::set<std::string>{"kite.narrowing.either -> kite.adapters.Adapter.send 15",
+                             "kite.narrowing.either -> kite.narrowing.Pipe.send 15",
+                             "kite.narrowing.early -> kite.adapters.Adapter.send 21",
+                             "kite.narrowing.early -> kite.wrappers.Response.close 28",
+                             "kite.narrowing.loop -> kite.narrowing.Pipe.close 35",
+                             "kite.narrowing.Holder.run -> kite.narrowing.Pipe.close 45",
+                             "kite.narrowing.Holder.run -> kite.wrappers.Response.close 47",
+                             "kite.narrowing.Holder.run -> kite.wrappers.Response.__init__ 46"}));
+}
+
 // What Python code says of a value beyond a single assignment: properties, a field holding a
 // class, a parameter's default, a chained assignment, the nearest of differing bindings,
 // `a or b`, `x.__class__`, `object.__new__`, several returns, star imports and an import that

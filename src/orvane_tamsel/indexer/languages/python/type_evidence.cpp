@@ -238,18 +238,71 @@ Typed Extraction::name_type(TSNode at, std::string_view name, int depth) const {
   return module_name_type(name, depth);
 }
 
-// The innermost isinstance test guarding `at` on `name`, unless the name is bound again
-// between the test and `at` (or the block is another function's).
-std::string Extraction::narrowed_type(TSNode at, std::string_view name) const {
+// `test` is `isinstance(x, C)` or `isinstance(x, (A, B))`, with x a name or a dotted attribute.
+// It holds in `block`, or after `after` when that is an `assert` or an `if not ...:` whose body
+// always leaves (the rest of the block holding it).
+void Extraction::collect_narrowing(TSNode test, TSNode block, TSNode after) {
+  TSNode args = ts_node_child_by_field_name(test, "arguments", 9);
+  if (text(ts_node_child_by_field_name(test, "function", 8)) != "isinstance" ||
+      ts_node_named_child_count(args) != 2) {
+    return;
+  }
+  auto parts = dotted(ts_node_named_child(args, 0));
+  if (parts.empty()) return;
+  Narrowed n{0, 0, std::string(parts[0]), {}};
+  for (std::size_t k = 1; k < parts.size(); ++k) n.name.append(".").append(parts[k]);
+  TSNode cls = ts_node_named_child(args, 1);
+  bool tuple = is_type(cls, "tuple");
+  for (std::uint32_t i = 0; i < (tuple ? ts_node_named_child_count(cls) : 1); ++i) {
+    TSNode c = tuple ? ts_node_named_child(cls, i) : cls;
+    if (!is_type(c, "identifier") && !is_type(c, "attribute")) return;
+    n.classes.push_back(c);
+  }
+  if (n.classes.empty()) return;
+  if (ts_node_is_null(after)) {
+    n.start = ts_node_start_byte(block);
+    n.end = ts_node_end_byte(block);
+  } else {
+    if (is_type(after, "if_statement")) {
+      if (!ts_node_is_null(ts_node_child_by_field_name(after, "alternative", 11))) return;
+      TSNode body = ts_node_child_by_field_name(after, "consequence", 11);
+      auto count = ts_node_named_child_count(body);
+      TSNode last = count == 0 ? TSNode{} : ts_node_named_child(body, count - 1);
+      if (!is_type(last, "return_statement") && !is_type(last, "raise_statement") &&
+          !is_type(last, "continue_statement") && !is_type(last, "break_statement")) {
+        return;
+      }
+    }
+    n.start = ts_node_end_byte(after);
+    n.end = ts_node_end_byte(ts_node_parent(after));
+  }
+  narrowed_.push_back(std::move(n));
+}
+
+// The innermost isinstance test holding at `at` on `receiver`, unless it is bound again between
+// the test and `at` (or the test is another function's). Classes not bound here are passed over.
+std::string Extraction::narrowed_type(TSNode at, std::string_view receiver) const {
   auto use = ts_node_start_byte(at);
   for (auto it = narrowed_.rbegin(); it != narrowed_.rend(); ++it) {
-    if (it->name != name || use < it->start || use >= it->end) continue;
-    if (!ts_node_eq(enclosing_def(at), enclosing_def(it->cls))) return "";
+    if (it->name != receiver || use < it->start || use >= it->end) continue;
+    if (!ts_node_eq(enclosing_def(at), enclosing_def(it->classes.front()))) return "";
+    bool attribute = receiver.find('.') != std::string_view::npos;
     for (TSNode n : locals_) {
       auto b = ts_node_start_byte(n);
-      if (b >= it->start && b < use && text(n) == name) return "";
+      if (b >= it->start && b < use && text(n) == receiver) return "";
     }
-    return named_class(std::string(text(it->cls)), it->cls);
+    for (const auto& f : attribute_facts_) {
+      auto b = ts_node_start_byte(f.target);
+      if (attribute && b >= it->start && b < use && text(f.target) == receiver) return "";
+    }
+    std::string out;
+    for (TSNode c : it->classes) {
+      auto t = named_class(std::string(text(c)), c);
+      if (t.empty() || ("&" + out + "&").find("&" + t + "&") != std::string::npos) continue;
+      if (!out.empty()) out += '&';
+      out += t;
+    }
+    return out;
   }
   return "";
 }
