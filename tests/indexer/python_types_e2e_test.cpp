@@ -369,7 +369,8 @@ TEST(PythonTypesEndToEnd, CallsThatMayReachSeveralCallees) {
 // with `|`, Optional, Union or in a string. None drops out, each class with the method links, one
 // without is passed over, and a union wider than the writer links says so at its site; an
 // isinstance test narrows it until the name is bound again. A value that may be one of three
-// classes of a family calls the family's method; of two, each one's.
+// classes of a family, a factory's products, calls the family's method; of two, each one's; a
+// class the code builds itself, its own.
 TEST(PythonTypesEndToEnd, DeclaredUnionsAndFamilies) {
   indexer_test::IndexedFixture repo("");
   std::string shapes = "class Plain:\n    def other(self):\n        pass\n\n\n";
@@ -394,15 +395,19 @@ TEST(PythonTypesEndToEnd, DeclaredUnionsAndFamilies) {
              "def narrow(a: Leaf | Node, node):\n    if isinstance(a, Leaf):\n"
              "        a.match(node)\n    elif isinstance(a, Node):\n        a.match(node)\n"
              "    if isinstance(a, Leaf):\n        a = Star()\n        a.match(node)\n");
-  repo.write("pkg/family.py",
-             "class Pattern:\n    def match(self, node):\n        pass\n\n\n"
-             "class Leaf(Pattern):\n    def match(self, node):\n        pass\n\n\n"
-             "class Node(Pattern):\n    pass\n\n\n"
-             "class Star(Pattern):\n    def match(self, node):\n        pass\n\n\n"
-             "def compile(kind):\n    if kind == 1:\n        return Leaf()\n"
-             "    return Node() if kind else Star()\n\n\n"
-             "def pair(kind):\n    return Leaf() if kind else Node()\n\n\n"
-             "def run(kind, node):\n    compile(kind).match(node)\n    pair(kind).match(node)\n");
+  repo.write(
+      "pkg/family.py",
+      "class Pattern:\n    def match(self, node):\n        pass\n\n\n"
+      "class Leaf(Pattern):\n    def match(self, node):\n        pass\n\n\n"
+      "class Node(Pattern):\n    pass\n\n\n"
+      "class Star(Pattern):\n    def match(self, node):\n        pass\n\n\n"
+      "def compile(kind):\n    if kind == 1:\n        return Leaf()\n"
+      "    return Node() if kind else Star()\n\n\n"
+      "def pair(kind):\n    return Leaf() if kind else Node()\n\n\n"
+      "def run(kind, node):\n    compile(kind).match(node)\n    pair(kind).match(node)\n\n\n"
+      "def mixed(kind, node):\n    p = Star() if kind else compile(kind)\n    p.match(node)\n"
+      "    if kind == 1:\n        q = Leaf()\n    elif kind:\n        q = Node()\n"
+      "    else:\n        q = Star()\n    q.match(node)\n");
   repo.update();
   auto methods = [&](const char* caller) {
     auto rows = repo.rows(
@@ -420,6 +425,9 @@ TEST(PythonTypesEndToEnd, DeclaredUnionsAndFamilies) {
             (std::set<std::string>{"pkg.shapes.Leaf.match x2", "pkg.shapes.Node.match x2"}));
   EXPECT_EQ(methods("pkg.family.run"),
             (std::set<std::string>{"pkg.family.Pattern.match x2", "pkg.family.Leaf.match x1"}));
+  EXPECT_EQ(methods("pkg.family.mixed"),
+            (std::set<std::string>{"pkg.family.Pattern.match x2", "pkg.family.Star.match x2",
+                                   "pkg.family.Leaf.match x1"}));
   EXPECT_EQ(repo.rows("SELECT DISTINCT line FROM call_sites s JOIN files f ON f.id = s.file_id "
                       "WHERE evidence = 'union' AND f.path = 'pkg/use.py' ORDER BY line"),
             (std::vector<std::string>{"20", "25", "29", "43"}));
@@ -427,7 +435,7 @@ TEST(PythonTypesEndToEnd, DeclaredUnionsAndFamilies) {
             std::vector<std::string>{"33"});
   EXPECT_EQ(repo.rows("SELECT s.line || ' ' || s.evidence FROM call_sites s JOIN files f ON "
                       "f.id = s.file_id WHERE f.path = 'pkg/family.py' AND s.member = 'match'"),
-            (std::vector<std::string>{"31 common-base", "32 union"}));
+            (std::vector<std::string>{"31 common-base", "32 union", "37 union", "44 union"}));
 }
 
 }  // namespace
