@@ -39,7 +39,8 @@ TEST(PythonTypesEndToEnd, TypedReceiversFindTheirCallees) {
 
 // isinstance narrows a receiver to its classes (of a tuple, those bound here) in the block it
 // guards, after a test whose body always leaves or an assert, and on an attribute until it is
-// assigned; not after an `if not` with an `else`, nor past the end of the block.
+// assigned (`x = x.m()` reads it first); not after an `if not` with an `else`, nor past the end
+// of the block.
 TEST(PythonTypesEndToEnd, NarrowedReceivers) {
   indexer_test::IndexedFixture repo("py_types");
   auto rows = repo.rows(
@@ -53,6 +54,7 @@ TEST(PythonTypesEndToEnd, NarrowedReceivers) {
                              "kite.narrowing.early -> kite.adapters.Adapter.send 21",
                              "kite.narrowing.early -> kite.wrappers.Response.close 28",
                              "kite.narrowing.loop -> kite.narrowing.Pipe.close 35",
+                             "kite.narrowing.again -> kite.narrowing.Pipe.close 53",
                              "kite.narrowing.Holder.run -> kite.narrowing.Pipe.close 45",
                              "kite.narrowing.Holder.run -> kite.wrappers.Response.close 47",
                              "kite.narrowing.Holder.run -> kite.wrappers.Response.__init__ 46"}));

@@ -286,14 +286,24 @@ std::string Extraction::narrowed_type(TSNode at, std::string_view receiver) cons
   for (auto it = narrowed_.rbegin(); it != narrowed_.rend(); ++it) {
     if (it->name != receiver || use < it->start || use >= it->end) continue;
     if (!ts_node_eq(enclosing_def(at), enclosing_def(it->classes.front()))) return "";
+    // `x = x.m()`: the value is read before the name is bound again.
+    auto rebinds = [&](TSNode target) {
+      auto b = ts_node_start_byte(target);
+      if (b < it->start || b >= use || text(target) != receiver) return false;
+      for (TSNode p = ts_node_parent(target); !ts_node_is_null(p); p = ts_node_parent(p)) {
+        if (is_type(p, "assignment") || is_type(p, "augmented_assignment")) {
+          TSNode right = ts_node_child_by_field_name(p, "right", 5);
+          return ts_node_is_null(right) || use < ts_node_start_byte(right) ||
+                 use >= ts_node_end_byte(right);
+        }
+        if (is_type(p, "block") || is_type(p, "module")) break;
+      }
+      return true;
+    };
     bool attribute = receiver.find('.') != std::string_view::npos;
-    for (TSNode n : locals_) {
-      auto b = ts_node_start_byte(n);
-      if (b >= it->start && b < use && text(n) == receiver) return "";
-    }
+    if (std::any_of(locals_.begin(), locals_.end(), rebinds)) return "";
     for (const auto& f : attribute_facts_) {
-      auto b = ts_node_start_byte(f.target);
-      if (attribute && b >= it->start && b < use && text(f.target) == receiver) return "";
+      if (attribute && rebinds(f.target)) return "";
     }
     std::string out;
     for (TSNode c : it->classes) {

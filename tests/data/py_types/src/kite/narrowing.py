@@ -45,3 +45,10 @@ class Holder:
             self.conn.close()
             self.conn = Response(1)
             self.conn.close()
+
+
+def again(conn):
+    if not isinstance(conn, Pipe):
+        raise TypeError(conn)
+    conn = conn.close()
+    conn.close()
