@@ -382,6 +382,7 @@ class Extraction : public tagged::Extraction {
     std::uint32_t start, end;
     std::string name;  // dotted: `x`, `self.conn`
     std::vector<TSNode> classes;
+    bool negated;  // the body of `if not isinstance(...)`: none of the classes
   };
   std::vector<Narrowed> narrowed_;
   // Names a comprehension binds: where (its bytes) and what it iterates, innermost last.

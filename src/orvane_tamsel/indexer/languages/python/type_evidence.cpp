@@ -249,7 +249,7 @@ void Extraction::collect_narrowing(TSNode test, TSNode block, TSNode after) {
   }
   auto parts = dotted(ts_node_named_child(args, 0));
   if (parts.empty()) return;
-  Narrowed n{0, 0, std::string(parts[0]), {}};
+  Narrowed n{0, 0, std::string(parts[0]), {}, false};
   for (std::size_t k = 1; k < parts.size(); ++k) n.name.append(".").append(parts[k]);
   TSNode cls = ts_node_named_child(args, 1);
   bool tuple = is_type(cls, "tuple");
@@ -264,8 +264,11 @@ void Extraction::collect_narrowing(TSNode test, TSNode block, TSNode after) {
     n.end = ts_node_end_byte(block);
   } else {
     if (is_type(after, "if_statement")) {
-      if (!ts_node_is_null(ts_node_child_by_field_name(after, "alternative", 11))) return;
+      // In its body x is none of the classes: they leave an outer test's.
       TSNode body = ts_node_child_by_field_name(after, "consequence", 11);
+      narrowed_.push_back(
+          {ts_node_start_byte(body), ts_node_end_byte(body), n.name, n.classes, true});
+      if (!ts_node_is_null(ts_node_child_by_field_name(after, "alternative", 11))) return;
       auto count = ts_node_named_child_count(body);
       TSNode last = count == 0 ? TSNode{} : ts_node_named_child(body, count - 1);
       if (!is_type(last, "return_statement") && !is_type(last, "raise_statement") &&
@@ -283,6 +286,7 @@ void Extraction::collect_narrowing(TSNode test, TSNode block, TSNode after) {
 // the test and `at` (or the test is another function's). Classes not bound here are passed over.
 std::string Extraction::narrowed_type(TSNode at, std::string_view receiver) const {
   auto use = ts_node_start_byte(at);
+  std::vector<std::string> excluded;  // by `if not isinstance(...)` tests inside
   for (auto it = narrowed_.rbegin(); it != narrowed_.rend(); ++it) {
     if (it->name != receiver || use < it->start || use >= it->end) continue;
     if (!ts_node_eq(enclosing_def(at), enclosing_def(it->classes.front()))) return "";
@@ -308,11 +312,18 @@ std::string Extraction::narrowed_type(TSNode at, std::string_view receiver) cons
     std::string out;
     for (TSNode c : it->classes) {
       auto t = named_class(std::string(text(c)), c);
-      if (t.empty() || ("&" + out + "&").find("&" + t + "&") != std::string::npos) continue;
+      if (it->negated) {
+        excluded.push_back(std::move(t));
+        continue;
+      }
+      if (t.empty() || ("&" + out + "&").find("&" + t + "&") != std::string::npos ||
+          std::find(excluded.begin(), excluded.end(), t) != excluded.end()) {
+        continue;
+      }
       if (!out.empty()) out += '&';
       out += t;
     }
-    return out;
+    if (!it->negated) return out;
   }
   return "";
 }

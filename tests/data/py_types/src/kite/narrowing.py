@@ -52,3 +52,9 @@ def again(conn):
         raise TypeError(conn)
     conn = conn.close()
     conn.close()
+
+
+def negated(conn):
+    if isinstance(conn, (Adapter, Pipe)):
+        if not isinstance(conn, Pipe):
+            conn.send()
