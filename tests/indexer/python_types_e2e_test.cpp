@@ -38,9 +38,10 @@ TEST(PythonTypesEndToEnd, TypedReceiversFindTheirCallees) {
 }
 
 // isinstance narrows a receiver to its classes (of a tuple, those bound here) in the block it
-// guards, after a test whose body always leaves or an assert, and on an attribute until it is
-// assigned (`x = x.m()` reads it first); not after an `if not` with an `else`, nor past the end
-// of the block; in the body of an `if not`, a class it tests is left out.
+// guards (also as an operand of `and`, and in the operands after it), after a test whose body
+// always leaves or an assert, in the `elif` and `else` of an `if not`, and on an attribute until
+// it is assigned (`x = x.m()` reads it first); not after an `if not` with an `else`, nor past the
+// end of the block, nor under `or`; in the body of an `if not`, a class it tests is left out.
 TEST(PythonTypesEndToEnd, NarrowedReceivers) {
   indexer_test::IndexedFixture repo("py_types");
   auto rows = repo.rows(
@@ -56,6 +57,9 @@ TEST(PythonTypesEndToEnd, NarrowedReceivers) {
                              "kite.narrowing.loop -> kite.narrowing.Pipe.close 35",
                              "kite.narrowing.again -> kite.narrowing.Pipe.close 53",
                              "kite.narrowing.negated -> kite.adapters.Adapter.send 60",
+                             "kite.narrowing.joined -> kite.narrowing.Pipe.send 64",
+                             "kite.narrowing.joined -> kite.narrowing.Pipe.close 65",
+                             "kite.narrowing.joined -> kite.wrappers.Response.close 69",
                              "kite.narrowing.Holder.run -> kite.narrowing.Pipe.close 45",
                              "kite.narrowing.Holder.run -> kite.wrappers.Response.close 47",
                              "kite.narrowing.Holder.run -> kite.wrappers.Response.__init__ 46"}));

@@ -385,6 +385,7 @@ class Extraction : public tagged::Extraction {
     bool negated;  // the body of `if not isinstance(...)`: none of the classes
   };
   std::vector<Narrowed> narrowed_;
+  std::optional<Narrowed> isinstance_test(TSNode test) const;
   // Names a comprehension binds: where (its bytes) and what it iterates, innermost last.
   struct Comprehended {
     std::uint32_t start, end;

@@ -58,3 +58,14 @@ def negated(conn):
     if isinstance(conn, (Adapter, Pipe)):
         if not isinstance(conn, Pipe):
             conn.send()
+
+
+def joined(conn, item, flag):
+    if flag and isinstance(conn, Pipe) and conn.send():
+        conn.close()
+    if not isinstance(item, Response):
+        return None
+    elif flag:
+        item.close()
+    if isinstance(conn, Pipe) or flag:
+        conn.close()
