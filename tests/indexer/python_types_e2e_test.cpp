@@ -52,17 +52,16 @@ TEST(PythonTypesEndToEnd, NarrowedReceivers) {
       std::set<std::string>(rows.begin(), rows.end()),
       (std::set<std::string>{"kite.narrowing.either -> kite.adapters.Adapter.send 15",
                              "kite.narrowing.either -> kite.narrowing.Pipe.send 15",
-                             "kite.narrowing.early -> kite.adapters.Adapter.send 21",
-                             "kite.narrowing.early -> kite.wrappers.Response.close 28",
-                             "kite.narrowing.loop -> kite.narrowing.Pipe.close 35",
-                             "kite.narrowing.again -> kite.narrowing.Pipe.close 53",
-                             "kite.narrowing.negated -> kite.adapters.Adapter.send 60",
-                             "kite.narrowing.joined -> kite.narrowing.Pipe.send 64",
-                             "kite.narrowing.joined -> kite.narrowing.Pipe.close 65",
-                             "kite.narrowing.joined -> kite.wrappers.Response.close 69",
-                             "kite.narrowing.Holder.run -> kite.narrowing.Pipe.close 45",
-                             "kite.narrowing.Holder.run -> kite.wrappers.Response.close 47",
-                             "kite.narrowing.Holder.run -> kite.wrappers.Response.__init__ 46"}));
+                             "kite.narrowing.either -> kite.adapters.Adapter.send 17",
+                             "kite.narrowing.either -> kite.narrowing.Pipe.send 18",
+                             "kite.narrowing.either -> kite.narrowing.Pipe.close 19",
+                             "kite.narrowing.early -> kite.adapters.Adapter.send 27",
+                             "kite.narrowing.early -> kite.narrowing.Pipe.close 31",
+                             "kite.narrowing.early -> kite.wrappers.Response.close 34",
+                             "kite.narrowing.loop -> kite.narrowing.Pipe.close 41",
+                             "kite.narrowing.Holder.run -> kite.narrowing.Pipe.close 52",
+                             "kite.narrowing.Holder.run -> kite.wrappers.Response.__init__ 53",
+                             "kite.narrowing.Holder.run -> kite.wrappers.Response.close 54"}));
 }
 
 // What Python code says of a value beyond a single assignment: properties, a field holding a

@@ -10,19 +10,25 @@ class Pipe:
         pass
 
 
-def either(conn):
+def either(conn, flag):
     if isinstance(conn, (Adapter, Pipe, int)):
         conn.send()
+        if not isinstance(conn, Pipe):
+            conn.send()
+    if flag and isinstance(conn, Pipe) and conn.send():
+        conn.close()
+    if isinstance(conn, Pipe) or flag:
+        conn.close()
 
 
-def early(conn, other, item):
+def early(conn, other, item, flag):
     if not isinstance(conn, Adapter):
         return None
     conn.send()
     if not isinstance(other, Pipe):
         other = None
-    else:
-        return None
+    elif flag:
+        other.close()
     other.send()
     assert isinstance(item, Response)
     item.close()
@@ -32,6 +38,7 @@ def loop(items):
     for item in items:
         if not isinstance(item, Pipe):
             continue
+        item = item.close()
         item.close()
     item.close()
 
@@ -45,27 +52,3 @@ class Holder:
             self.conn.close()
             self.conn = Response(1)
             self.conn.close()
-
-
-def again(conn):
-    if not isinstance(conn, Pipe):
-        raise TypeError(conn)
-    conn = conn.close()
-    conn.close()
-
-
-def negated(conn):
-    if isinstance(conn, (Adapter, Pipe)):
-        if not isinstance(conn, Pipe):
-            conn.send()
-
-
-def joined(conn, item, flag):
-    if flag and isinstance(conn, Pipe) and conn.send():
-        conn.close()
-    if not isinstance(item, Response):
-        return None
-    elif flag:
-        item.close()
-    if isinstance(conn, Pipe) or flag:
-        conn.close()
