@@ -37,6 +37,33 @@ TEST(PythonTypesEndToEnd, TypedReceiversFindTheirCallees) {
   }
 }
 
+// isinstance narrows a receiver to its classes (of a tuple, those bound here) in the block it
+// guards (also as an operand of `and`, and in the operands after it), after a test whose body
+// always leaves or an assert, in the `elif` and `else` of an `if not`, and on an attribute until
+// it is assigned (`x = x.m()` reads it first); not after an `if not` with an `else`, nor past the
+// end of the block, nor under `or`; in the body of an `if not`, a class it tests is left out.
+TEST(PythonTypesEndToEnd, NarrowedReceivers) {
+  indexer_test::IndexedFixture repo("py_types");
+  auto rows = repo.rows(
+      "SELECT r.fqn || ' -> ' || e.fqn || ' ' || g.line FROM edges g JOIN symbols r ON "
+      "r.id = g.caller_id JOIN symbols e ON e.id = g.callee_id JOIN files f ON f.id = g.file_id "
+      "WHERE f.path = 'src/kite/narrowing.py' AND e.kind = 'method'");
+  EXPECT_EQ(
+      std::set<std::string>(rows.begin(), rows.end()),
+      (std::set<std::string>{"kite.narrowing.either -> kite.adapters.Adapter.send 15",
+                             "kite.narrowing.either -> kite.narrowing.Pipe.send 15",
+                             "kite.narrowing.either -> kite.adapters.Adapter.send 17",
+                             "kite.narrowing.either -> kite.narrowing.Pipe.send 18",
+                             "kite.narrowing.either -> kite.narrowing.Pipe.close 19",
+                             "kite.narrowing.early -> kite.adapters.Adapter.send 27",
+                             "kite.narrowing.early -> kite.narrowing.Pipe.close 31",
+                             "kite.narrowing.early -> kite.wrappers.Response.close 34",
+                             "kite.narrowing.loop -> kite.narrowing.Pipe.close 41",
+                             "kite.narrowing.Holder.run -> kite.narrowing.Pipe.close 52",
+                             "kite.narrowing.Holder.run -> kite.wrappers.Response.__init__ 53",
+                             "kite.narrowing.Holder.run -> kite.wrappers.Response.close 54"}));
+}
+
 // What Python code says of a value beyond a single assignment: properties, a field holding a
 // class, a parameter's default, a chained assignment, the nearest of differing bindings,
 // `a or b`, `x.__class__`, `object.__new__`, several returns, star imports and an import that
@@ -348,7 +375,8 @@ TEST(PythonTypesEndToEnd, CallsThatMayReachSeveralCallees) {
 // with `|`, Optional, Union or in a string. None drops out, each class with the method links, one
 // without is passed over, and a union wider than the writer links says so at its site; an
 // isinstance test narrows it until the name is bound again. A value that may be one of three
-// classes of a family calls the family's method; of two, each one's.
+// classes of a family, a factory's products, calls the family's method; of two, each one's; a
+// class the code builds itself, its own.
 TEST(PythonTypesEndToEnd, DeclaredUnionsAndFamilies) {
   indexer_test::IndexedFixture repo("");
   std::string shapes = "class Plain:\n    def other(self):\n        pass\n\n\n";
@@ -373,15 +401,19 @@ TEST(PythonTypesEndToEnd, DeclaredUnionsAndFamilies) {
              "def narrow(a: Leaf | Node, node):\n    if isinstance(a, Leaf):\n"
              "        a.match(node)\n    elif isinstance(a, Node):\n        a.match(node)\n"
              "    if isinstance(a, Leaf):\n        a = Star()\n        a.match(node)\n");
-  repo.write("pkg/family.py",
-             "class Pattern:\n    def match(self, node):\n        pass\n\n\n"
-             "class Leaf(Pattern):\n    def match(self, node):\n        pass\n\n\n"
-             "class Node(Pattern):\n    pass\n\n\n"
-             "class Star(Pattern):\n    def match(self, node):\n        pass\n\n\n"
-             "def compile(kind):\n    if kind == 1:\n        return Leaf()\n"
-             "    return Node() if kind else Star()\n\n\n"
-             "def pair(kind):\n    return Leaf() if kind else Node()\n\n\n"
-             "def run(kind, node):\n    compile(kind).match(node)\n    pair(kind).match(node)\n");
+  repo.write(
+      "pkg/family.py",
+      "class Pattern:\n    def match(self, node):\n        pass\n\n\n"
+      "class Leaf(Pattern):\n    def match(self, node):\n        pass\n\n\n"
+      "class Node(Pattern):\n    pass\n\n\n"
+      "class Star(Pattern):\n    def match(self, node):\n        pass\n\n\n"
+      "def compile(kind):\n    if kind == 1:\n        return Leaf()\n"
+      "    return Node() if kind else Star()\n\n\n"
+      "def pair(kind):\n    return Leaf() if kind else Node()\n\n\n"
+      "def run(kind, node):\n    compile(kind).match(node)\n    pair(kind).match(node)\n\n\n"
+      "def mixed(kind, node):\n    p = Star() if kind else compile(kind)\n    p.match(node)\n"
+      "    if kind == 1:\n        q = Leaf()\n    elif kind:\n        q = Node()\n"
+      "    else:\n        q = Star()\n    q.match(node)\n");
   repo.update();
   auto methods = [&](const char* caller) {
     auto rows = repo.rows(
@@ -399,6 +431,9 @@ TEST(PythonTypesEndToEnd, DeclaredUnionsAndFamilies) {
             (std::set<std::string>{"pkg.shapes.Leaf.match x2", "pkg.shapes.Node.match x2"}));
   EXPECT_EQ(methods("pkg.family.run"),
             (std::set<std::string>{"pkg.family.Pattern.match x2", "pkg.family.Leaf.match x1"}));
+  EXPECT_EQ(methods("pkg.family.mixed"),
+            (std::set<std::string>{"pkg.family.Pattern.match x2", "pkg.family.Star.match x2",
+                                   "pkg.family.Leaf.match x1"}));
   EXPECT_EQ(repo.rows("SELECT DISTINCT line FROM call_sites s JOIN files f ON f.id = s.file_id "
                       "WHERE evidence = 'union' AND f.path = 'pkg/use.py' ORDER BY line"),
             (std::vector<std::string>{"20", "25", "29", "43"}));
@@ -406,7 +441,7 @@ TEST(PythonTypesEndToEnd, DeclaredUnionsAndFamilies) {
             std::vector<std::string>{"33"});
   EXPECT_EQ(repo.rows("SELECT s.line || ' ' || s.evidence FROM call_sites s JOIN files f ON "
                       "f.id = s.file_id WHERE f.path = 'pkg/family.py' AND s.member = 'match'"),
-            (std::vector<std::string>{"31 common-base", "32 union"}));
+            (std::vector<std::string>{"31 common-base", "32 union", "37 union", "44 union"}));
 }
 
 }  // namespace

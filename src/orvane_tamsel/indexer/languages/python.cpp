@@ -49,6 +49,7 @@ Query compile(const utils::Language& language) {
       {"comprehended.value", COMPREHENDED_VALUE},
       {"narrow.test", NARROW_TEST},
       {"narrow.block", NARROW_BLOCK},
+      {"narrow.after", NARROW_AFTER},
   };
   Query out{std::move(compiled.query), {}};
   for (std::uint32_t i = 0; i < ts_query_capture_count(q); ++i) {
@@ -154,17 +155,9 @@ bool Extraction::take(const TSQueryMatch& m) {
     unpacked_[ts_node_start_byte(name)] = {caps.at(ITERATED_VALUE), 0};
     name_facts_.push_back({name, name, false});
   } else if (caps.has(NARROW_TEST)) {
-    TSNode test = caps.node[NARROW_TEST], block = caps.at(NARROW_BLOCK);
-    TSNode args = ts_node_child_by_field_name(test, "arguments", 9);
-    if (text(ts_node_child_by_field_name(test, "function", 8)) == "isinstance" &&
-        ts_node_named_child_count(args) == 2) {
-      TSNode name = ts_node_named_child(args, 0), cls = ts_node_named_child(args, 1);
-      if (is_type(name, "identifier") &&
-          (is_type(cls, "identifier") || is_type(cls, "attribute"))) {
-        narrowed_.push_back(
-            {ts_node_start_byte(block), ts_node_end_byte(block), std::string(text(name)), cls});
-      }
-    }
+    collect_narrowing(caps.node[NARROW_TEST],
+                      caps.has(NARROW_BLOCK) ? caps.node[NARROW_BLOCK] : TSNode{},
+                      caps.has(NARROW_AFTER) ? caps.node[NARROW_AFTER] : TSNode{});
   } else if (caps.has(COMPREHENDED_NAME)) {
     TSNode name = caps.node[COMPREHENDED_NAME];
     TSNode around = ts_node_parent(ts_node_parent(name));  // the comprehension
@@ -176,6 +169,9 @@ bool Extraction::take(const TSQueryMatch& m) {
 
 void Extraction::matches_read() {
   nest_definitions();
+  // Innermost last: narrowed_type reads them backwards.
+  std::stable_sort(narrowed_.begin(), narrowed_.end(),
+                   [](const Narrowed& a, const Narrowed& b) { return a.start < b.start; });
   if (auto d = docstrings_.find(UINT32_MAX); d != docstrings_.end()) {
     out_.symbols.front().docstring = d->second;
   }
@@ -573,10 +569,12 @@ void Extraction::resolve(TSNode callee, ParsedCall& call) const {
   auto parts = dotted(callee);
   // The receiver of a call, tested by isinstance around it. Only receivers: as a value flowing
   // elsewhere (`self.screen = canvas` on each branch) it would add a type per branch.
-  if (parts.size() == 2) {
-    if (auto n = narrowed_type(callee, parts[0]); !n.empty()) {
+  if (parts.size() >= 2 && !narrowed_.empty()) {
+    std::string receiver(parts[0]);
+    for (std::size_t k = 1; k + 1 < parts.size(); ++k) receiver.append(".").append(parts[k]);
+    if (auto n = narrowed_type(callee, receiver); !n.empty()) {
       call.receiver = std::move(n);
-      call.member = parts[1];
+      call.member = parts.back();
       call.evidence = "declared-type";
       return;
     }

@@ -453,6 +453,19 @@ std::optional<Resolution> TypeResolver::family_member(const Type& t, const std::
   return std::nullopt;
 }
 
+std::vector<TypeResolver::Type> TypeResolver::own_classes(const TypeExpr& value) {
+  std::vector<Type> out;
+  for (std::size_t at = 0; at < value.size();) {
+    auto amp = std::min(value.find('&', at), value.size());
+    auto t = evaluate(value.substr(at, amp - at), 0, nullptr);
+    if (t && !t->wide && t->members.empty() && std::find(out.begin(), out.end(), *t) == out.end()) {
+      out.push_back(std::move(*t));
+    }
+    at = amp + 1;
+  }
+  return out;
+}
+
 std::vector<Resolution> TypeResolver::resolve(const TypeExpr& receiver, const std::string& member,
                                               const std::string& evidence) {
   consulted_.clear();
@@ -479,8 +492,19 @@ std::vector<Resolution> TypeResolver::resolve(const TypeExpr& receiver, const st
     if (type && type->wide) too_wide_ = true;
     if (!type || type->wide) continue;
     if (auto base = family_member(*type, name)) {
-      out.push_back(std::move(*base));
-      continue;
+      // Only a factory's products are the family's: a value the code binds to one class itself
+      // (`p = Wildcard(...)` beside `p = compile(...)`) is that class, and calls its override.
+      auto own = own_classes(value);
+      if (own.size() < type->members.size()) {
+        for (const auto& t : own) {
+          auto found = member_of(t, name);
+          if (found && found->symbol && found->fqn != base->target) {
+            out.push_back({found->fqn, found->symbol->module, UNION_EVIDENCE});
+          }
+        }
+        out.push_back(std::move(*base));
+        continue;
+      }
     }
     for (const auto& t : type->members.empty() ? std::vector<Type>{*type} : type->members) {
       auto found = member_of(t, name);

@@ -114,6 +114,8 @@ class TypeResolver {
   // The member `name` of the nearest base shared by every type of a union of at least
   // MIN_FAMILY types, or nothing.
   std::optional<Resolution> family_member(const Type& t, const std::string& name);
+  // The classes the values "&" joins are each of alone (not a function's several results).
+  std::vector<Type> own_classes(const TypeExpr& value);
   // A type and its bases, nearest first.
   std::vector<Type> lineage(const Type& t);
   std::optional<Type> evaluate(const ParsedTypeExpr& expr,

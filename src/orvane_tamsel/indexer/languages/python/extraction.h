@@ -66,9 +66,12 @@ enum Role : std::uint8_t {
   COMPREHENDED_VALUE,
   NARROW_TEST,
   NARROW_BLOCK,
+  NARROW_AFTER,
   OTHER,
   ROLE_COUNT = OTHER
 };
+
+static_assert(ROLE_COUNT < 32, "roles are bits of Captures::present");
 
 struct Query {
   QueryPtr query;
@@ -298,8 +301,13 @@ class Extraction : public tagged::Extraction {
   // The type of a name at `at`, looked up as Python would: locals of enclosing functions, then
   // the module's names.
   Typed name_type(TSNode at, std::string_view name, int depth) const;
-  // The class an `if isinstance(name, C):` around `at` gives the name there, "T:fqn", or "".
-  std::string narrowed_type(TSNode at, std::string_view name) const;
+  // Where an isinstance test makes a name or attribute an instance of its classes: the block it
+  // guards, or what follows a test that leaves otherwise (`if not isinstance(...): return`,
+  // `assert isinstance(...)`).
+  void collect_narrowing(TSNode test, TSNode block, TSNode after);
+  // The classes an isinstance test around `at` gives `receiver` (a dotted name) there: "T:fqn",
+  // "T:a&T:b" for a tuple of classes, or "".
+  std::string narrowed_type(TSNode at, std::string_view receiver) const;
   Typed local_type(TSNode def, const Scope& scope, TSNode at, std::string_view name, int bindings,
                    int depth) const;
   Typed scope_type(TSNode def, const Scope& scope, std::string_view name, int bindings,
@@ -369,13 +377,15 @@ class Extraction : public tagged::Extraction {
   // Names bound by unpacking (by start byte): the value unpacked and the element's index, 0 for
   // a `for` loop's name (an element of what it iterates).
   std::unordered_map<std::uint32_t, std::pair<TSNode, std::uint32_t>> unpacked_;
-  // Blocks an `isinstance(name, C)` test guards, in document order.
+  // Where an `isinstance(x, C)` test holds, by start (see collect_narrowing).
   struct Narrowed {
     std::uint32_t start, end;
-    std::string name;
-    TSNode cls;
+    std::string name;  // dotted: `x`, `self.conn`
+    std::vector<TSNode> classes;
+    bool negated;  // the body of `if not isinstance(...)`: none of the classes
   };
   std::vector<Narrowed> narrowed_;
+  std::optional<Narrowed> isinstance_test(TSNode test) const;
   // Names a comprehension binds: where (its bytes) and what it iterates, innermost last.
   struct Comprehended {
     std::uint32_t start, end;

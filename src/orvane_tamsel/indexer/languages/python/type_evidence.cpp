@@ -238,18 +238,125 @@ Typed Extraction::name_type(TSNode at, std::string_view name, int depth) const {
   return module_name_type(name, depth);
 }
 
-// The innermost isinstance test guarding `at` on `name`, unless the name is bound again
-// between the test and `at` (or the block is another function's).
-std::string Extraction::narrowed_type(TSNode at, std::string_view name) const {
-  auto use = ts_node_start_byte(at);
-  for (auto it = narrowed_.rbegin(); it != narrowed_.rend(); ++it) {
-    if (it->name != name || use < it->start || use >= it->end) continue;
-    if (!ts_node_eq(enclosing_def(at), enclosing_def(it->cls))) return "";
-    for (TSNode n : locals_) {
-      auto b = ts_node_start_byte(n);
-      if (b >= it->start && b < use && text(n) == name) return "";
+// `isinstance(x, C)` or `isinstance(x, (A, B))`, with x a name or a dotted attribute: x and the
+// classes (the range left to the caller), or nothing.
+std::optional<Extraction::Narrowed> Extraction::isinstance_test(TSNode test) const {
+  TSNode args = ts_node_child_by_field_name(test, "arguments", 9);
+  if (!is_type(test, "call") ||
+      text(ts_node_child_by_field_name(test, "function", 8)) != "isinstance" ||
+      ts_node_named_child_count(args) != 2) {
+    return std::nullopt;
+  }
+  auto parts = dotted(ts_node_named_child(args, 0));
+  if (parts.empty()) return std::nullopt;
+  Narrowed n{0, 0, std::string(parts[0]), {}, false};
+  for (std::size_t k = 1; k < parts.size(); ++k) n.name.append(".").append(parts[k]);
+  TSNode cls = ts_node_named_child(args, 1);
+  bool tuple = is_type(cls, "tuple");
+  for (std::uint32_t i = 0; i < (tuple ? ts_node_named_child_count(cls) : 1); ++i) {
+    TSNode c = tuple ? ts_node_named_child(cls, i) : cls;
+    if (!is_type(c, "identifier") && !is_type(c, "attribute")) return std::nullopt;
+    n.classes.push_back(c);
+  }
+  if (n.classes.empty()) return std::nullopt;
+  return n;
+}
+
+// Where an isinstance `test` holds: in `block`, also as an operand of `and` (then in the operands
+// after it too); or, `after` an `assert` or an `if not ...:` whose body always leaves, in the rest
+// of the block, and in the `elif`s and `else` of such an `if not`.
+void Extraction::collect_narrowing(TSNode test, TSNode block, TSNode after) {
+  if (is_type(test, "boolean_operator")) {
+    if (field_text(test, "operator") != "and") return;
+    for (TSNode side : {ts_node_child_by_field_name(test, "left", 4),
+                        ts_node_child_by_field_name(test, "right", 5)}) {
+      if (is_type(side, "boolean_operator")) {
+        collect_narrowing(side, block, after);
+      } else if (auto n = isinstance_test(side)) {
+        n->start = ts_node_end_byte(side);
+        n->end =
+            ts_node_end_byte(ts_node_child_by_field_name(ts_node_parent(block), "condition", 9));
+        narrowed_.push_back(*n);
+        n->start = ts_node_start_byte(block);
+        n->end = ts_node_end_byte(block);
+        narrowed_.push_back(std::move(*n));
+      }
     }
-    return named_class(std::string(text(it->cls)), it->cls);
+    return;
+  }
+  auto n = isinstance_test(test);
+  if (!n) return;
+  if (ts_node_is_null(after)) {
+    n->start = ts_node_start_byte(block);
+    n->end = ts_node_end_byte(block);
+    narrowed_.push_back(std::move(*n));
+    return;
+  }
+  if (is_type(after, "if_statement")) {
+    // In its body x is none of the classes: they leave an outer test's.
+    TSNode body = ts_node_child_by_field_name(after, "consequence", 11);
+    narrowed_.push_back(
+        {ts_node_start_byte(body), ts_node_end_byte(body), n->name, n->classes, true});
+    if (TSNode alt = ts_node_child_by_field_name(after, "alternative", 11); !ts_node_is_null(alt)) {
+      n->start = ts_node_start_byte(alt);
+      n->end = ts_node_end_byte(after);
+      narrowed_.push_back(std::move(*n));
+      return;
+    }
+    auto count = ts_node_named_child_count(body);
+    TSNode last = count == 0 ? TSNode{} : ts_node_named_child(body, count - 1);
+    if (!is_type(last, "return_statement") && !is_type(last, "raise_statement") &&
+        !is_type(last, "continue_statement") && !is_type(last, "break_statement")) {
+      return;
+    }
+  }
+  n->start = ts_node_end_byte(after);
+  n->end = ts_node_end_byte(ts_node_parent(after));
+  narrowed_.push_back(std::move(*n));
+}
+
+// The innermost isinstance test holding at `at` on `receiver`, unless it is bound again between
+// the test and `at` (or the test is another function's). Classes not bound here are passed over.
+std::string Extraction::narrowed_type(TSNode at, std::string_view receiver) const {
+  auto use = ts_node_start_byte(at);
+  std::vector<std::string> excluded;  // by `if not isinstance(...)` tests inside
+  for (auto it = narrowed_.rbegin(); it != narrowed_.rend(); ++it) {
+    if (it->name != receiver || use < it->start || use >= it->end) continue;
+    if (!ts_node_eq(enclosing_def(at), enclosing_def(it->classes.front()))) return "";
+    // `x = x.m()`: the value is read before the name is bound again.
+    auto rebinds = [&](TSNode target) {
+      auto b = ts_node_start_byte(target);
+      if (b < it->start || b >= use || text(target) != receiver) return false;
+      for (TSNode p = ts_node_parent(target); !ts_node_is_null(p); p = ts_node_parent(p)) {
+        if (is_type(p, "assignment") || is_type(p, "augmented_assignment")) {
+          TSNode right = ts_node_child_by_field_name(p, "right", 5);
+          return ts_node_is_null(right) || use < ts_node_start_byte(right) ||
+                 use >= ts_node_end_byte(right);
+        }
+        if (is_type(p, "block") || is_type(p, "module")) break;
+      }
+      return true;
+    };
+    bool attribute = receiver.find('.') != std::string_view::npos;
+    if (std::any_of(locals_.begin(), locals_.end(), rebinds)) return "";
+    for (const auto& f : attribute_facts_) {
+      if (attribute && rebinds(f.target)) return "";
+    }
+    std::string out;
+    for (TSNode c : it->classes) {
+      auto t = named_class(std::string(text(c)), c);
+      if (it->negated) {
+        excluded.push_back(std::move(t));
+        continue;
+      }
+      if (t.empty() || ("&" + out + "&").find("&" + t + "&") != std::string::npos ||
+          std::find(excluded.begin(), excluded.end(), t) != excluded.end()) {
+        continue;
+      }
+      if (!out.empty()) out += '&';
+      out += t;
+    }
+    if (!it->negated) return out;
   }
   return "";
 }

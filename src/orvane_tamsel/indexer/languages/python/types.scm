@@ -18,5 +18,11 @@
 ; `if isinstance(x, C):` x is a C in the block.
 (if_statement condition: (call) @narrow.test consequence: (block) @narrow.block)
 (elif_clause condition: (call) @narrow.test consequence: (block) @narrow.block)
+(if_statement condition: (boolean_operator) @narrow.test consequence: (block) @narrow.block)
+(elif_clause condition: (boolean_operator) @narrow.test consequence: (block) @narrow.block)
+; `if not isinstance(x, C): return` (or raise, continue, break), `assert isinstance(x, C)`: x is a
+; C in the rest of the block.
+(if_statement condition: (not_operator argument: (call) @narrow.test)) @narrow.after
+(assert_statement . (call) @narrow.test) @narrow.after
 ; `[... for x in value]`: x, inside the comprehension, is an element of the value.
 (for_in_clause left: (identifier) @comprehended.name right: (_) @comprehended.value)
