@@ -5,8 +5,10 @@ Prototype outside the product: the vectors come from use_embed.js (run in Node i
 folder), the ranking from fit_rerank's replay of the dumps (imported, not changed).
 
   use_rerank.py texts DIR   question and symbol texts of every dumped candidate -> DIR
-  (node use_embed.js DIR/questions.txt DIR/questions.f32, the same for symbols)
+  (node use_embed.js DIR/questions.txt DIR/questions.f32, the same for symbols and all)
   use_rerank.py fit DIR     the cosine's weight fitted alone, on the folds fit_rerank --quick runs
+  use_rerank.py recall DIR  the cosine over every retrievable symbol (DIR/all.f32 from all.txt):
+                            does it find answers that are not candidates?
 
 --quality names the folder holding dumps/ and the corpus copies (default: this checkout's
 bench/out/quality). A symbol's text: its name's words, its holder's (the class, or the module or
@@ -24,6 +26,9 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."
 import fit_rerank as fr  # noqa: E402
 
 DIMS = 512
+CORPORA = ["stdlib", "django", "go"]
+RETRIEVABLE = ("class", "function", "method", "interface", "struct", "enum", "trait", "type",
+               "constructor", "macro", "namespace", "union", "record", "object")
 _parts = re.compile(r"[A-Z]+(?![a-z])|[A-Z]?[a-z]+|[0-9]+")
 
 
@@ -49,6 +54,16 @@ def symbol_text(fqn, doc):
     return f"{head}: {sentence}" if sentence else head
 
 
+def retrievable(corpus):
+    """Every production symbol of a kind the retriever ranks, in the index's order."""
+    db = sqlite3.connect(f"file:{os.path.join(fr.OUT, corpus, '.tamsel', 'index.db')}?mode=ro",
+                         uri=True)
+    kinds = ",".join(f"'{k}'" for k in RETRIEVABLE)
+    return db.execute("SELECT s.fqn, f.path, s.docstring FROM symbols s JOIN files f ON "
+                      f"f.id = s.file_id WHERE s.kind IN ({kinds}) AND s.is_test = 0 "
+                      "ORDER BY s.id").fetchall()
+
+
 def keys(questions):
     return sorted({(q["corpus"], c["fqn"], c["path"]) for q in questions for c in q["rows"]})
 
@@ -71,6 +86,10 @@ def texts(out):
     with open(os.path.join(out, "symbols.txt"), "w") as f:
         for key in symbols:
             f.write(symbol_text(key[1], docs.get(key)) + "\n")
+    with open(os.path.join(out, "all.txt"), "w") as f:
+        for corpus in CORPORA:
+            for fqn, _, doc in retrievable(corpus):
+                f.write(symbol_text(fqn, doc) + "\n")
     print(f"{len(questions)} questions, {len(symbols)} symbols "
           f"({sum(k in docs for k in symbols)} with a docstring) -> {out}")
 
@@ -169,15 +188,49 @@ def fit(out):
         [(corpora != c, corpora == c) for c in ["stdlib", "django", "go"]])
 
 
+def recall(out):
+    """Where the first expected symbol ranks by the cosine over every retrievable symbol, beside
+    whether the retriever's candidates hold it at all."""
+    questions, full = fr.load()
+    qv = vectors(os.path.join(out, "questions.f32"), len(questions))
+    symbols = {c: retrievable(c) for c in CORPORA}
+    sv = vectors(os.path.join(out, "all.f32"), sum(len(v) for v in symbols.values()))
+    start, place = 0, np.zeros(len(questions), int)
+    for corpus in CORPORA:
+        fqns = np.array([fqn for fqn, _, _ in symbols[corpus]])
+        block = sv[start:start + len(fqns)]
+        start += len(fqns)
+        for i, q in enumerate(questions):
+            if q["corpus"] != corpus:
+                continue
+            scores = block @ qv[i]
+            expected = np.isin(fqns, list(q["expected"]))
+            if expected.any():
+                place[i] = int((scores > scores[expected].max()).sum()) + 1
+    held = full["hit"].any(1)
+    later = np.array([q["generation"] for q in questions]) == fr.LATEST
+    corpora = np.array([q["corpus"] for q in questions])
+    print("questions: expected among the candidates | by the cosine over every symbol, in the "
+          "first 1 / 5 / 10 / 60 | of those not among the candidates, in the cosine's first 60")
+    for label, m in [(f"set {fr.LATEST}", later), ("all spent", np.ones(len(later), bool))]:
+        for c in CORPORA + ["all"]:
+            k = m & ((corpora == c) if c != "all" else True)
+            top = [int((k & (place > 0) & (place <= n)).sum()) for n in (1, 5, 10, 60)]
+            found = int((k & ~held & (place > 0) & (place <= 60)).sum())
+            print(f"  {label:9s} {c:6s} {int(k.sum()):4d}: {int((k & held).sum()):4d} | "
+                  + " / ".join(f"{t:4d}" for t in top)
+                  + f" | {found} of {int((k & ~held).sum())}")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("step", choices=["texts", "fit"])
+    parser.add_argument("step", choices=["texts", "fit", "recall"])
     parser.add_argument("dir", help="where the texts and vectors are")
     parser.add_argument("--quality", default=fr.OUT, help="folder holding dumps/ and the copies")
     args = parser.parse_args()
     fr.OUT = args.quality
     fr.SETS = [s for s in fr.SETS if s[5] <= fr.LATEST]
-    texts(args.dir) if args.step == "texts" else fit(args.dir)
+    {"texts": texts, "fit": fit, "recall": recall}[args.step](args.dir)
 
 
 if __name__ == "__main__":
