@@ -96,6 +96,10 @@ Statement& Statement::operator=(Statement&& other) noexcept {
 }
 
 Connection::Connection(const std::filesystem::path& file, int flags) : file_(file) {
+  // SQLite's memory statistics take a process-wide mutex on every allocation and free, and
+  // nothing here reads them. Only possible before SQLite's first use: later it is left on.
+  static const bool statistics_off = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0) == SQLITE_OK;
+  (void)statistics_off;
   if (sqlite3_open_v2(file.c_str(), &db_, flags, nullptr) != SQLITE_OK) {
     std::string message = db_ ? sqlite3_errmsg(db_) : "out of memory";
     int code = db_ ? sqlite3_extended_errcode(db_) : SQLITE_NOMEM;

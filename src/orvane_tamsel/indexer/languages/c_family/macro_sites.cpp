@@ -4,6 +4,7 @@
 
 #include <deque>
 #include <map>
+#include <optional>
 #include <set>
 #include <tuple>
 #include <unordered_map>
@@ -271,8 +272,9 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
       "INSERT INTO call_sites(file_id, caller_id, line, evidence, target_fqn, arguments, "
       "argument_kinds) VALUES(?, ?, ?, 'macro', ?, ?, ?)");
   auto insert_fallback = db.prepare("INSERT OR IGNORE INTO call_fallbacks VALUES(?, ?, ?)");
-  auto copy_scopes = db.prepare(
-      "INSERT OR IGNORE INTO call_scopes SELECT ?1, module FROM call_scopes WHERE site_id = ?2");
+  // A use's scopes are read once for all the sites made at it (a test's body may make dozens).
+  auto scopes_st = db.prepare("SELECT module FROM call_scopes WHERE site_id = ?");
+  auto insert_scope = db.prepare("INSERT OR IGNORE INTO call_scopes VALUES(?, ?)");
   auto mark_relink = db.prepare("INSERT OR IGNORE INTO relink VALUES(?)");
   auto insert_macro_site = db.prepare("INSERT INTO macro_sites VALUES(?, ?, ?, ?)");
   std::map<std::pair<std::int64_t, std::string>, std::vector<MacroCall>> expanded;
@@ -287,6 +289,7 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
       std::tuple<std::int64_t, std::int64_t, std::string, std::string, std::int64_t, std::string>>
       made;
   for (const auto& u : uses) {
+    std::optional<std::vector<std::string>> scopes;
     auto [it, fresh] = expanded.try_emplace({u.file_id, u.macro});
     if (fresh) {
       auto defs = definitions(u.macro, u.file_id, u.file_id);
@@ -320,7 +323,13 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
       for (std::size_t i = 1; i < names.size(); ++i) {
         insert_fallback.bind(1, site).bind(2, static_cast<std::int64_t>(i)).bind(3, names[i]).run();
       }
-      copy_scopes.bind(1, site).bind(2, u.id).run();
+      if (!scopes) {
+        scopes.emplace();
+        scopes_st.bind(1, u.id);
+        while (scopes_st.step()) scopes->push_back(scopes_st.text(0));
+        scopes_st.reset();
+      }
+      for (const auto& module : *scopes) insert_scope.bind(1, site).bind(2, module).run();
       auto [first, fresh_names] =
           firsts.try_emplace({u.file_id, names, call.arguments, kinds}, site);
       if (!fresh_names) insert_copy.bind(1, site).bind(2, first->second).run();
