@@ -5,13 +5,15 @@ composed from its words' vectors, the cosine fitted as use_rerank does.
 Prototype outside the product. DIR holds use_rerank's texts (questions.txt, symbols.txt); the
 word list and the composed vectors go to OUT:
 
-  use_static.py words DIR OUT    distinct words of the texts and WordNet's lemmas -> OUT
+  use_static.py words DIR OUT          distinct words of the texts and WordNet's lemmas -> OUT
   (node use_embed.js OUT/words.txt OUT/words.f32)
-  use_static.py compose DIR OUT  a text's vector from its words', per table and way of composing:
-                                 OUT/TABLE-WAY/{questions,symbols}.f32
+  use_static.py compose DIR OUT [--quality Q]
+                                       a text's vector from its words', per table and way of
+                                       composing: OUT/TABLE-WAY/{questions,symbols}.f32
   (use_rerank.py fit OUT/TABLE-WAY --quality Q)
-  use_static.py fit OUT/TABLE-WAY --quality Q   the same with fit_rerank's grid widened to 4, 6
-                                                and 8 (for every weight fitted, coverage's too)
+  use_static.py fit OUT/TABLE-WAY --quality Q
+                                       the same with fit_rerank's grid widened to 4, 6 and 8
+                                       (for every weight fitted, coverage's too)
 
 A text's words: its letter runs; a run that is a code name (snake_case, camelCase) is split into
 its sub-words; all lower-cased. A word's vector is the model's vector of the word alone, packed to
@@ -19,8 +21,9 @@ one signed byte a dimension as a table would hold it; a word the table lacks is 
 WordNet base form (exceptions, then the detachment rules), else dropped. Tables: "all" (every
 word of the questions and candidates and WordNet's), "code" (the candidates' words and
 WordNet's: what the questions miss is dropped), "wordnet" (WordNet's tagged lemmas alone),
-"lemmas" (every WordNet lemma). Ways: "mean", and "idf" (weighted by
-log((N + 1) / (df + 1)) over the candidate texts).
+"lemmas" (every WordNet lemma), with --quality "others" (for each corpus, tagged WordNet and
+the other corpora's candidate words: a table that has not seen the repository). Ways: "mean",
+and "idf" (weighted by log((N + 1) / (df + 1)) over the candidate texts).
 """
 import argparse
 import collections
@@ -144,7 +147,16 @@ def packed(out):
     return {w: i for i, w in enumerate(vocab)}, q.astype(np.float32) / 127
 
 
-def compose(src, out):
+def corpora(quality):
+    """The corpus of each question and candidate text, in the order use_rerank wrote them."""
+    fr.OUT = quality
+    fr.SETS = [s for s in fr.SETS if s[5] <= fr.LATEST]
+    questions, _ = fr.load()
+    return {"questions": [q["corpus"] for q in questions],
+            "symbols": [c for c, _, _ in use_rerank.keys(questions)]}
+
+
+def compose(src, out, quality=None):
     where, table = packed(out)
     texts = {n: [tokens(t) for t in lines(os.path.join(src, n + ".txt"))]
              for n in ["questions", "symbols"]}
@@ -153,28 +165,43 @@ def compose(src, out):
     tagged = set(lines(os.path.join(out, "wordnet.txt")))
     every = set(lines(os.path.join(out, "lemmas.txt")))
     tables = {"all": set(where), "code": set(df) | tagged, "wordnet": tagged, "lemmas": every}
+    tables = {label: collections.defaultdict(lambda k=known: k) for label, known in tables.items()}
+    of = {name: [None] * len(ts) for name, ts in texts.items()}
+    if quality:
+        # A table made before the repository is seen: tagged WordNet and the other corpora's words.
+        of = corpora(quality)
+        own = collections.defaultdict(set)
+        for c, t in zip(of["symbols"], texts["symbols"]):
+            own[c].update(w for w, _ in t)
+        tables["others"] = {c: tagged.union(*(v for d, v in own.items() if d != c)) for c in own}
     irregular = exceptions()
     for label, known in tables.items():
-        find = lookup(known, irregular)
-        found = collections.Counter(f for t in texts["symbols"] for f in {find(w) for w, _ in t})
-        print(f"table {label}: {len(known)} words ({len(known) * DIMS / 2**20:.1f} MiB at 8 bits)")
+        finds = {c: lookup(known[c], irregular) for c in set(of["symbols"])}
+        found = collections.Counter(f for c, t in zip(of["symbols"], texts["symbols"])
+                                    for f in {finds[c](w) for w, _ in t})
+        sizes = sorted({len(known[c]) for c in finds})
+        print(f"table {label}: {'/'.join(map(str, sizes))} words "
+              f"({max(sizes) * DIMS / 2**20:.1f} MiB at 8 bits)")
         for name, ts in texts.items():
-            uses = collections.Counter(w for t in ts for w, _ in t)
-            missed = {w for w in uses if find(w) is None}
-            exact = sum(c for w, c in uses.items() if w in known)
-            empty = sum(not any(find(w) for w, _ in t) for t in ts)
+            uses = collections.Counter((c, w) for c, t in zip(of[name], ts) for w, _ in t)
+            missed = {(c, w) for c, w in uses if finds[c](w) is None}
+            exact = sum(k for (c, w), k in uses.items() if w in known[c])
+            empty = sum(not any(finds[c](w) for w, _ in t) for c, t in zip(of[name], ts))
             total = sum(uses.values())
-            print(f"  {name}: words missed {100 * sum(uses[w] for w in missed) / total:.1f}% of "
+            gone = collections.Counter()
+            for c, w in missed:
+                gone[w] += uses[(c, w)]
+            print(f"  {name}: words missed {100 * sum(gone.values()) / total:.1f}% of "
                   f"uses ({100 * (1 - exact / total):.1f}% without base forms), "
-                  f"{len(missed)} of {len(uses)} distinct; texts with no known word {empty}; e.g. "
-                  + ", ".join(sorted(missed, key=lambda w: -uses[w])[:12]))
+                  f"{len(gone)} of {len({w for _, w in uses})} distinct; texts with no known word "
+                  f"{empty}; e.g. " + ", ".join(w for w, _ in gone.most_common(12)))
         for way in ["mean", "idf"]:
             folder = os.path.join(out, f"{label}-{way}")
             os.makedirs(folder, exist_ok=True)
             for name, ts in texts.items():
                 vec = np.zeros((len(ts), DIMS), np.float32)
-                for i, t in enumerate(ts):
-                    ws = [find(w) for w, _ in t if find(w)]
+                for i, (c, t) in enumerate(zip(of[name], ts)):
+                    ws = [finds[c](w) for w, _ in t if finds[c](w)]
                     if not ws:
                         continue
                     weight = np.ones(len(ws)) if way == "mean" else np.array(
@@ -192,8 +219,13 @@ def main():
     parser.add_argument("step", choices=["words", "compose"])
     parser.add_argument("src", help="where use_rerank wrote the texts")
     parser.add_argument("out", help="where the words and composed vectors go")
+    parser.add_argument("--quality", help="folder holding dumps/ (compose: adds the table "
+                        "\"others\", which needs each text's corpus)")
     args = parser.parse_args()
-    {"words": words, "compose": compose}[args.step](args.src, args.out)
+    if args.step == "words":
+        words(args.src, args.out)
+    else:
+        compose(args.src, args.out, args.quality)
 
 
 if __name__ == "__main__":
