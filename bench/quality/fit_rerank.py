@@ -69,12 +69,13 @@ LATEST = 8
 # The inputs in the order tamsel_quality --dump writes them.
 INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", "docstring",
           "callers", "function", "test", "thing", "exported", "senses", "spelled", "paired",
-          "own_name", "holder", "nearest", "importers", "reexported", "public_name", "covered"]
+          "own_name", "holder", "nearest", "importers", "reexported", "public_name", "covered",
+          "sentence"]
 IX = {name: i for i, name in enumerate(INPUTS)}
 
 RERANKED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "thing",
             "exported", "meaning", "senses", "paired", "importers", "reexported", "public_name",
-            "covered"]
+            "covered", "sentence"]
 DEPTH = 10  # MRR@10, top-1, top-5 as tamsel_quality counts them
 
 
@@ -296,6 +297,7 @@ SHIPPED = {
     "function": 0.2, "test": 0.0, "thing": 0.0, "exported": 1.0, "meaning": 1.0,
     "senses": 0.0, "spelled": 1.0, "paired": 0.2, "depth": 100, "holder": -0.6,
     "holder_named": 3, "importers": 0.0, "reexported": 0.0, "public_name": 0.0,
+    "sentence": 0.0,
 }
 
 
@@ -366,6 +368,9 @@ def methods():
         "coverage alone": fitted(CURRENT, ["covered"], True),
         "coverage and the rest per file": fitted(CURRENT, ["covered"] + without + ["public_name"],
                                                  True),
+        # The sentence model's word table fitted alone, every other weight as shipped.
+        "sentence alone": fitted(CURRENT, ["sentence"], True),
+        "sentence and coverage": fitted(CURRENT, ["sentence", "covered"], True),
     }
 
 

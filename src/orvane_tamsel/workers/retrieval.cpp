@@ -57,11 +57,13 @@ RetrievalSettings load_settings(const std::filesystem::path& repository_root) {
 HybridRetriever::HybridRetriever(index::Repository& repository,
                                  std::optional<RetrievalSettings> settings,
                                  std::shared_ptr<index::Embedder> embedder,
-                                 std::shared_ptr<index::Embedder> word_senses)
+                                 std::shared_ptr<index::Embedder> word_senses,
+                                 std::shared_ptr<const SentenceVectors> sentence)
     : repository_(repository),
       settings_(settings ? *settings : load_settings(repository.root())),
       embedder_(std::move(embedder)),
-      word_senses_(std::move(word_senses)) {}
+      word_senses_(std::move(word_senses)),
+      sentence_(std::move(sentence)) {}
 
 namespace detail {
 
@@ -163,6 +165,9 @@ constexpr double W_PUBLIC = 0.3;
 // top-5 331 of 401 (194 and 318 without); fitted without one corpus, that corpus 963 and 1,598 of
 // 2,380 (911 and 1,555). Fitted on all of them: 2.
 constexpr double W_COVERED = 2.0;
+// The sentence model's cosine of the question with the candidate's text, each side the idf-weighted
+// sum of its words' vectors in the word table. Not fitted yet: unweighed.
+constexpr double W_SENTENCE = 0.0;
 
 // The question's vector from the embedder that holds the symbols', and the symbols nearest it.
 struct Meaning {
@@ -613,12 +618,65 @@ double model_score(const RerankInputs& in, double spread_fused) {
          W_TEST * in.test - W_ACTION * in.holder + W_EXPORTED * in.exported +
          W_MEANING_RERANK * in.meaning + W_SENSES * in.senses + W_SPELLED * in.spelled +
          W_PAIRED * in.paired + W_IMPORTERS * in.importers + W_REEXPORTED * in.reexported +
-         W_PUBLIC * in.public_name + W_COVERED * in.covered;
+         W_PUBLIC * in.public_name + W_COVERED * in.covered + W_SENTENCE * in.sentence;
+}
+
+// A docstring's first sentence: up to the first full stop that ends a sentence, or a blank line.
+std::string_view first_sentence(std::string_view doc) {
+  constexpr std::size_t MOST = 300;  // a sentence that runs on says little more
+  std::size_t end = std::min(doc.size(), MOST);
+  for (std::size_t i = 0; i < end; ++i) {
+    if ((doc[i] == '.' &&
+         (i + 1 == doc.size() || std::isspace(static_cast<unsigned char>(doc[i + 1])) != 0)) ||
+        (doc[i] == '\n' && i + 1 < doc.size() && doc[i + 1] == '\n')) {
+      end = i;
+      break;
+    }
+  }
+  return doc.substr(0, end);
+}
+
+// The sentence input of the first `count` candidates: the cosine of the question's vector with
+// what each says of itself (its name, its holder's name: class, or module or package, and its
+// docstring's first sentence). Words weigh by their idf among the index's names, which the name
+// feature already asks for, so the look-ups are shared and a word every name carries counts little.
+void read_sentence(index::Repository& repository, const SentenceVectors& sentence,
+                   const Question& q, std::vector<Candidate>& candidates, std::size_t count) {
+  auto asked = sentence.words(q.query);
+  if (asked.empty()) return;
+  std::vector<std::vector<std::string>> texts;
+  std::set<std::string> distinct(asked.begin(), asked.end());
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto& s = *candidates[i].symbol;
+    std::string_view fqn = s.fqn;
+    std::string_view holder;
+    if (fqn.size() > s.name.size() + 1 && fqn.ends_with(s.name)) {
+      auto before = fqn.substr(0, fqn.size() - s.name.size() - 1);
+      auto dot = before.rfind('.');
+      holder = dot == std::string_view::npos ? before : before.substr(dot + 1);
+    }
+    std::string text = s.name + " " + std::string(holder) + " " +
+                       std::string(first_sentence(s.docstring.value_or("")));
+    texts.push_back(sentence.words(text));
+    distinct.insert(texts.back().begin(), texts.back().end());
+  }
+  std::vector<std::string> all(distinct.begin(), distinct.end());
+  auto weights = name_word_weights(repository, all);
+  auto question = sentence.vector(asked, weights);
+  for (std::size_t i = 0; i < count; ++i) {
+    auto v = sentence.vector(texts[i], weights);
+    double dot = 0;
+    for (std::size_t d = 0; d < v.size() && d < question.size(); ++d) {
+      dot += static_cast<double>(v[d]) * question[d];
+    }
+    candidates[i].inputs.sentence = dot;
+  }
 }
 
 // Reads the decision model's features of the first `count` candidates.
-void read_head(index::Repository& repository, index::Embedder* word_senses, bool read_importers,
-               const Question& q, std::vector<Candidate>& candidates, std::size_t count) {
+void read_head(index::Repository& repository, index::Embedder* word_senses,
+               const SentenceVectors* sentence, bool read_importers, const Question& q,
+               std::vector<Candidate>& candidates, std::size_t count) {
   std::vector<index::SymbolId> head;
   for (std::size_t i = 0; i < count; ++i) head.push_back(candidates[i].id);
   auto callers = repository.caller_counts(head);
@@ -641,16 +699,19 @@ void read_head(index::Repository& repository, index::Embedder* word_senses, bool
                   imported == importers.end() ? index::Importers{} : imported->second);
     if (!senses.empty()) c.inputs.senses = senses[i];
   }
+  if (sentence != nullptr) read_sentence(repository, *sentence, q, candidates, count);
   mark_holders(q, candidates, count);
 }
 
 // Reorders the head of the candidates by the decision model.
-void rerank(index::Repository& repository, index::Embedder* word_senses, const Question& q,
+void rerank(index::Repository& repository, index::Embedder* word_senses,
+            const SentenceVectors* sentence, const Question& q,
             std::vector<Candidate>& candidates) {
   auto depth = std::min<std::size_t>(candidates.size(), detail::RERANK_DEPTH);
   // The word senses cost a look-up per word of every name in the head: none when unweighed.
   // Likewise the importers, a query over the head.
   read_head(repository, detail::W_SENSES != 0 ? word_senses : nullptr,
+            detail::W_SENTENCE != 0 ? sentence : nullptr,
             detail::W_IMPORTERS != 0 || detail::W_REEXPORTED != 0, q, candidates, depth);
   // Fused scores of neighbouring places differ by a few percent; spread the head over 0..1
   // so that the fused order stays the strongest feature.
@@ -766,10 +827,11 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
   auto held = embedder_ ? embedder_->symbol_vectors() : index::SymbolVectors{};
   result.meaning_off = !held.held;
   result.meaning_stale = held.stale;
+  result.sentence_off = sentence_ == nullptr;
   Found found;
   auto candidates = gather(repository_, embedder_.get(), held, q, found);
   if (rerank_head && settings_.rerank_results && !candidates.empty()) {
-    rerank(repository_, word_senses_.get(), q, candidates);
+    rerank(repository_, word_senses_.get(), sentence_.get(), q, candidates);
   }
 
   result.hits = best_hits(candidates, limit);
@@ -790,7 +852,8 @@ std::vector<RankedCandidate> HybridRetriever::candidates(const std::string& quer
   auto held = embedder_ ? embedder_->symbol_vectors() : index::SymbolVectors{};
   Found found;
   auto candidates = gather(repository_, embedder_.get(), held, q, found);
-  read_head(repository_, word_senses_.get(), true, q, candidates, candidates.size());
+  read_head(repository_, word_senses_.get(), sentence_.get(), true, q, candidates,
+            candidates.size());
   std::vector<RankedCandidate> out;
   for (const auto& c : candidates) {
     out.push_back({c.id, c.symbol->fqn, *c.path, c.symbol->kind, c.score, c.inputs});
