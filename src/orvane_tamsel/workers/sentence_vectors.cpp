@@ -7,6 +7,7 @@
 
 #include "orvane_tamsel/index/subwords.h"
 #include "orvane_tamsel/utils/wordnet_files.h"
+#include "orvane_tamsel/workers/wordnet_embedder.h"
 
 namespace orvane_tamsel::workers {
 
@@ -107,7 +108,8 @@ std::shared_ptr<const SentenceVectors> sentence_vectors() {
   static const auto shared = []() -> std::shared_ptr<const SentenceVectors> {
     auto table = index::open_word_table(index::default_sentence_table());
     if (!table) return nullptr;
-    return std::make_shared<SentenceVectors>(std::move(table), "/usr/share/wordnet");
+    return std::make_shared<SentenceVectors>(std::move(table),
+                                             WordNetEmbedder::default_dictionary());
   }();
   return shared;
 }
