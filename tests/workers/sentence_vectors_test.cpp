@@ -55,6 +55,13 @@ TEST(SentenceVectors, WordsByBaseFormAndWeightedUnitSums) {
   EXPECT_NEAR(v[1], 3 / std::sqrt(10.0), 1e-6);
   EXPECT_NEAR(v[2], 1 / std::sqrt(10.0), 1e-6);
   EXPECT_TRUE(vectors->vector({}, {}).empty());
+  // A symbol's own text: name, holder, the docstring's first sentence (a dotted name is no end).
+  index::Symbol method{.fqn = "shop.cart.Cart.total", .name = "total"};
+  method.docstring = "Sum of Line.price.\nRounds down.";
+  EXPECT_EQ(self_text(method), "total Cart Sum of Line.price");
+  index::Symbol top{.fqn = "total", .name = "total"};
+  top.docstring = "Sum\n\nof the lines.";
+  EXPECT_EQ(self_text(top), "total  Sum");
 }
 
 TEST(SentenceVectors, TheRerankInputPrefersTheTextSayingItInOtherWordsAndIsOffWithoutATable) {

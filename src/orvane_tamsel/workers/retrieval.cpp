@@ -624,56 +624,17 @@ double model_score(const RerankInputs& in, double spread_fused) {
          W_PUBLIC * in.public_name + W_COVERED * in.covered + W_SENTENCE * in.sentence;
 }
 
-// A docstring's first sentence: up to the first full stop that ends a sentence, or a blank line.
-std::string_view first_sentence(std::string_view doc) {
-  constexpr std::size_t MOST = 300;  // a sentence that runs on says little more
-  std::size_t end = std::min(doc.size(), MOST);
-  for (std::size_t i = 0; i < end; ++i) {
-    if ((doc[i] == '.' &&
-         (i + 1 == doc.size() || std::isspace(static_cast<unsigned char>(doc[i + 1])) != 0)) ||
-        (doc[i] == '\n' && i + 1 < doc.size() && doc[i + 1] == '\n')) {
-      end = i;
-      break;
-    }
-  }
-  return doc.substr(0, end);
-}
-
-// The sentence input of the first `count` candidates: the cosine of the question's vector with
-// what each says of itself (its name, its holder's name: class, or module or package, and its
-// docstring's first sentence). Words weigh by their idf among the index's names, which the name
-// feature already asks for, so the look-ups are shared and a word every name carries counts little.
+// The sentence input of the first `count` candidates. Words weigh by their idf among the index's
+// names, which the name feature already asks for, so the look-ups are shared and a word every name
+// carries counts little.
 void read_sentence(index::Repository& repository, const SentenceVectors& sentence,
                    const Question& q, std::vector<Candidate>& candidates, std::size_t count) {
-  auto asked = sentence.words(q.query);
-  if (asked.empty()) return;
-  std::vector<std::vector<std::string>> texts;
-  std::set<std::string> distinct(asked.begin(), asked.end());
-  for (std::size_t i = 0; i < count; ++i) {
-    const auto& s = *candidates[i].symbol;
-    std::string_view fqn = s.fqn;
-    std::string_view holder;
-    if (fqn.size() > s.name.size() + 1 && fqn.ends_with(s.name)) {
-      auto before = fqn.substr(0, fqn.size() - s.name.size() - 1);
-      auto dot = before.rfind('.');
-      holder = dot == std::string_view::npos ? before : before.substr(dot + 1);
-    }
-    std::string text = s.name + " " + std::string(holder) + " " +
-                       std::string(first_sentence(s.docstring.value_or("")));
-    texts.push_back(sentence.words(text));
-    distinct.insert(texts.back().begin(), texts.back().end());
-  }
-  std::vector<std::string> all(distinct.begin(), distinct.end());
-  auto weights = name_word_weights(repository, all);
-  auto question = sentence.vector(asked, weights);
-  for (std::size_t i = 0; i < count; ++i) {
-    auto v = sentence.vector(texts[i], weights);
-    double dot = 0;
-    for (std::size_t d = 0; d < v.size() && d < question.size(); ++d) {
-      dot += static_cast<double>(v[d]) * question[d];
-    }
-    candidates[i].inputs.sentence = dot;
-  }
+  std::vector<std::string> texts;
+  for (std::size_t i = 0; i < count; ++i) texts.push_back(self_text(*candidates[i].symbol));
+  auto cosines = sentence.similarities(q.query, texts, [&](const std::vector<std::string>& words) {
+    return name_word_weights(repository, words);
+  });
+  for (std::size_t i = 0; i < count; ++i) candidates[i].inputs.sentence = cosines[i];
 }
 
 // Reads the decision model's features of the first `count` candidates.

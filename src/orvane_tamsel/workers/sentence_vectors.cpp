@@ -1,8 +1,10 @@
 #include "orvane_tamsel/workers/sentence_vectors.h"
 
+#include <algorithm>
 #include <array>
 #include <cctype>
 #include <cmath>
+#include <set>
 #include <utility>
 
 #include "orvane_tamsel/index/subwords.h"
@@ -102,6 +104,58 @@ std::vector<float> SentenceVectors::vector(const std::vector<std::string>& words
   const auto scale = static_cast<float>(1.0 / std::sqrt(norm));
   for (auto& x : sum) x *= scale;
   return sum;
+}
+
+std::vector<double> SentenceVectors::similarities(
+    std::string_view asked, const std::vector<std::string>& texts,
+    const std::function<std::map<std::string, double>(const std::vector<std::string>&)>& weigh)
+    const {
+  std::vector<double> out(texts.size(), 0.0);
+  auto asked_words = words(asked);
+  if (asked_words.empty()) return out;
+  std::vector<std::vector<std::string>> said;
+  std::set<std::string> distinct(asked_words.begin(), asked_words.end());
+  for (const auto& text : texts) {
+    said.push_back(words(text));
+    distinct.insert(said.back().begin(), said.back().end());
+  }
+  auto weights = weigh({distinct.begin(), distinct.end()});
+  auto question = vector(asked_words, weights);
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    auto v = vector(said[i], weights);
+    double dot = 0;
+    for (std::size_t d = 0; d < v.size() && d < question.size(); ++d) {
+      dot += static_cast<double>(v[d]) * question[d];
+    }
+    out[i] = dot;
+  }
+  return out;
+}
+
+std::string_view first_sentence(std::string_view doc) {
+  constexpr std::size_t MOST = 300;  // a sentence that runs on says little more
+  std::size_t end = std::min(doc.size(), MOST);
+  for (std::size_t i = 0; i < end; ++i) {
+    bool stop = doc[i] == '.' &&
+                (i + 1 == doc.size() || std::isspace(static_cast<unsigned char>(doc[i + 1])) != 0);
+    bool blank = doc[i] == '\n' && i + 1 < doc.size() && doc[i + 1] == '\n';
+    if (stop || blank) return doc.substr(0, i);
+  }
+  return doc.substr(0, end);
+}
+
+std::string self_text(const index::Symbol& symbol) {
+  std::string_view fqn = symbol.fqn;
+  std::string_view holder;
+  if (fqn.size() > symbol.name.size() + 1 && fqn.ends_with(symbol.name)) {
+    auto before = fqn.substr(0, fqn.size() - symbol.name.size() - 1);
+    auto dot = before.rfind('.');
+    holder = dot == std::string_view::npos ? before : before.substr(dot + 1);
+  }
+  std::string text = symbol.name;
+  text.append(" ").append(holder).append(" ");
+  text.append(first_sentence(symbol.docstring.value_or("")));
+  return text;
 }
 
 std::shared_ptr<const SentenceVectors> sentence_vectors() {

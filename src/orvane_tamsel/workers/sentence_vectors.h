@@ -4,12 +4,14 @@
 // The table holds words embedded alone, so this costs a look-up and a sum a word.
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "orvane_tamsel/index/repository.h"
 #include "orvane_tamsel/index/word_table.h"
 
 namespace orvane_tamsel::workers {
@@ -30,6 +32,13 @@ class SentenceVectors {
   // no word is given.
   std::vector<float> vector(const std::vector<std::string>& words,
                             const std::map<std::string, double>& weights) const;
+  // The cosine of the asked text with each text, in order, every word weighted by `weigh`, asked
+  // once with every distinct word of them all; 0 for a text with no known word, all 0 when the
+  // asked text has none.
+  std::vector<double> similarities(
+      std::string_view asked, const std::vector<std::string>& texts,
+      const std::function<std::map<std::string, double>(const std::vector<std::string>&)>& weigh)
+      const;
 
  private:
   std::shared_ptr<const index::WordTable> table_;
@@ -38,6 +47,13 @@ class SentenceVectors {
   // The table's word for one lower-case word, or empty.
   std::string_view base_form(std::string_view word, std::string& scratch) const;
 };
+
+// What a symbol says of itself to the sentence model: its name, its holder's name (its class, or
+// its module or package) and its docstring's first sentence.
+std::string self_text(const index::Symbol& symbol);
+
+// A docstring's first sentence: up to the first full stop that ends a sentence, or a blank line.
+std::string_view first_sentence(std::string_view doc);
 
 // The sentence vectors over the installed table (see index::default_sentence_table) and WordNet,
 // or null when the table is missing: shared by the whole process.
