@@ -37,7 +37,7 @@ int main(int argc, char** argv) {
   auto repository = index::open_repository(argv[1]);
   workers::HybridRetriever retriever(*repository, workers::load_settings(argv[1]),
                                      index::open_learned_embedder(argv[1]),
-                                     workers::word_sense_embedder(), workers::sentence_vectors());
+                                     workers::word_sense_embedder());
   std::vector<std::pair<std::string, std::string>> queries;
   std::ifstream in(argv[2]);
   for (std::string line; std::getline(in, line);) {

@@ -69,13 +69,12 @@ LATEST = 8
 # The inputs in the order tamsel_quality --dump writes them.
 INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", "docstring",
           "callers", "function", "test", "thing", "exported", "senses", "spelled", "paired",
-          "own_name", "holder", "nearest", "importers", "reexported", "public_name", "covered",
-          "sentence"]
+          "own_name", "holder", "nearest", "importers", "reexported", "public_name", "covered"]
 IX = {name: i for i, name in enumerate(INPUTS)}
 
 RERANKED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "thing",
             "exported", "meaning", "senses", "paired", "importers", "reexported", "public_name",
-            "covered", "sentence"]
+            "covered"]
 DEPTH = 10  # MRR@10, top-1, top-5 as tamsel_quality counts them
 
 
@@ -250,9 +249,6 @@ def mrr(p):
 GRID = [-1.0, -0.6, -0.4, -0.2, -0.1, -0.05, 0.0, 0.05, 0.1, 0.2, 0.3, 0.4, 0.6, 0.8, 1.0, 1.5,
         2.0, 3.0]
 DEPTHS = [10, 20, 30, 60, 100]
-# The sentence model's cosine varies little across a head (most texts lie near the question), so
-# its weight needs a wider grid (the probe's fits sat at 3).
-GRIDS = {"sentence": GRID + [4.0, 6.0, 8.0]}
 
 
 def trim(w, data):
@@ -281,7 +277,7 @@ def fit(start, names, data, weights, passes=3):
     for _ in range(passes):
         moved = False
         for name in names:
-            for v in DEPTHS if name == "depth" else GRIDS.get(name, GRID):
+            for v in DEPTHS if name == "depth" else GRID:
                 trial = dict(w, **{name: v})
                 s = score(trial)
                 if s > best + 1e-9:
@@ -300,7 +296,6 @@ SHIPPED = {
     "function": 0.2, "test": 0.0, "thing": 0.0, "exported": 1.0, "meaning": 1.0,
     "senses": 0.0, "spelled": 1.0, "paired": 0.2, "depth": 100, "holder": -0.6,
     "holder_named": 3, "importers": 0.0, "reexported": 0.0, "public_name": 0.0,
-    "sentence": 0.0,
 }
 
 
@@ -371,17 +366,11 @@ def methods():
         "coverage alone": fitted(CURRENT, ["covered"], True),
         "coverage and the rest per file": fitted(CURRENT, ["covered"] + without + ["public_name"],
                                                  True),
-        # The sentence model's word table: its weight fitted after the coverage's on the same
-        # fold (what ships), every other weight held; or both together.
-        "coverage then sentence": lambda train, sets: fit(
-            fit(CURRENT, ["covered"], train, per_file(sets)), ["sentence"], train,
-            per_file(sets)),
-        "sentence and coverage": fitted(CURRENT, ["sentence", "covered"], True),
     }
 
 
-CHOSEN = "coverage then sentence"
-DEFAULT = ["fused only", "shipped", "coverage alone", "sentence and coverage", CHOSEN]
+CHOSEN = "coverage alone"
+DEFAULT = ["fused only", "shipped", "public name alone", "coverage and the rest per file", CHOSEN]
 
 
 def main():
@@ -392,8 +381,6 @@ def main():
     parser.add_argument("--only", help="comma-separated methods to compare (default: "
                         + ", ".join(DEFAULT) + ")")
     parser.add_argument("--quick", action="store_true", help="no leave-one-file-out folds")
-    parser.add_argument("--weights", action="store_true",
-                        help="print each fold's fitted weights that differ from the shipped ones")
     parser.add_argument("--nearest", type=int, help="symbols found by meaning alone kept")
     parser.add_argument("--latest", type=int, default=LATEST,
                         help="the set held out as the newest; later sets are left out "
@@ -433,9 +420,6 @@ def main():
                     held.append(bm25[test_mask])
                     continue
                 w = make(sub(data, train_mask), sets[train_mask])
-                if args.weights:
-                    print(f"    {method}: " + json.dumps(
-                        {k: v for k, v in w.items() if CURRENT.get(k) != v}))
                 held.append(places(w, sub(data, test_mask)))
             p = np.concatenate(held)
             test = np.concatenate([np.flatnonzero(t) for _, t in folds])
@@ -459,7 +443,7 @@ def main():
             [(sets != s, sets == s) for s, *_ in SETS])
     final = methods()[CHOSEN](data, sets)
     print(f"\n== {CHOSEN}, fitted on all questions")
-    print("  " + json.dumps({k: final[k] for k in FITTED + PUBLIC + ["covered", "sentence"]}))
+    print("  " + json.dumps({k: final[k] for k in FITTED + PUBLIC + ["covered"]}))
     # In-sample, not a measure of quality: what tamsel_quality should print once retrieval.cpp
     # holds these weights.
     print("  per set with these weights (in-sample; compare tamsel_quality):")

@@ -76,15 +76,15 @@ void dump_candidates(workers::HybridRetriever& retriever, const Question& q, int
   auto& rows = line["candidates"] = nlohmann::json::array();
   for (const auto& c : retriever.candidates(q.text, false)) {
     const auto& in = c.inputs;
-    rows.push_back({{"fqn", c.fqn},
-                    {"path", c.path},
-                    {"kind", c.kind},
-                    {"fused", c.fused},
-                    {"f", {in.text,       in.widened,     in.named,     in.meaning, in.in_name,
-                           in.whole,      in.in_path,     in.docstring, in.callers, in.function,
-                           in.test,       in.thing,       in.exported,  in.senses,  in.spelled,
-                           in.paired,     in.own_name,    in.holder,    in.nearest, in.importers,
-                           in.reexported, in.public_name, in.covered,   in.sentence}}});
+    rows.push_back(
+        {{"fqn", c.fqn},
+         {"path", c.path},
+         {"kind", c.kind},
+         {"fused", c.fused},
+         {"f", {in.text,     in.widened,   in.named,      in.meaning,     in.in_name,  in.whole,
+                in.in_path,  in.docstring, in.callers,    in.function,    in.test,     in.thing,
+                in.exported, in.senses,    in.spelled,    in.paired,      in.own_name, in.holder,
+                in.nearest,  in.importers, in.reexported, in.public_name, in.covered}}});
   }
   out << line.dump() << "\n";
 }
@@ -103,7 +103,7 @@ int main(int argc, char** argv) {
   auto repo = index::open_repository(argv[1]);
   workers::HybridRetriever retriever(*repo, workers::RetrievalSettings{},
                                      index::open_learned_embedder(argv[1]),
-                                     workers::word_sense_embedder(), workers::sentence_vectors());
+                                     workers::word_sense_embedder());
   auto questions = read_questions(argv[2]);
   if (dump) {
     std::ofstream out(argv[4]);

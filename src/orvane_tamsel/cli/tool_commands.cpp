@@ -82,7 +82,7 @@ Json answer_of(const ToolDescription& tool, const Json& arguments,
   auto repository = index::open_repository(root);
   workers::HybridRetriever retriever(*repository, workers::load_settings(root),
                                      index::open_learned_embedder(root),
-                                     workers::word_sense_embedder(), workers::sentence_vectors());
+                                     workers::word_sense_embedder());
   // Only the memory tool creates the store: asking must not.
   std::unique_ptr<index::MemoryStore> memories;
   if (tool.name == "memory" || std::filesystem::exists(root / ".tamsel" / "memories.db")) {

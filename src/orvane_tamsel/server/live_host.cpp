@@ -191,8 +191,7 @@ Json LiveHost::call_tool(const std::string& name, const Json& arguments) {
   refresh();
   if (!retriever_)
     retriever_ = std::make_unique<workers::HybridRetriever>(*repository_, std::nullopt, embedder_,
-                                                            workers::word_sense_embedder(),
-                                                            workers::sentence_vectors());
+                                                            workers::word_sense_embedder());
   tool_handlers::ToolContext context{*repository_, retriever_.get(), memories_.get(), {}};
   context.explore = [this](const Json& a) {
     return tool_handlers::handle_explore(

@@ -87,12 +87,6 @@ std::optional<std::string> retrieval_note(const workers::RetrievalResult& result
         "the meaning vectors were learned before many symbols changed: words new since then do "
         "not count yet (they are learned again when a quarter has changed)";
   }
-  if (result.sentence_off) {
-    if (!meaning.empty()) meaning += "; ";
-    meaning +=
-        "the sentence signal is off (no word table of the sentence model is installed): the "
-        "first places were ordered without it";
-  }
   if (meaning.empty()) return note;
   return note ? *note + "; " + meaning : meaning;
 }

@@ -57,13 +57,11 @@ RetrievalSettings load_settings(const std::filesystem::path& repository_root) {
 HybridRetriever::HybridRetriever(index::Repository& repository,
                                  std::optional<RetrievalSettings> settings,
                                  std::shared_ptr<index::Embedder> embedder,
-                                 std::shared_ptr<index::Embedder> word_senses,
-                                 std::shared_ptr<const SentenceVectors> sentence)
+                                 std::shared_ptr<index::Embedder> word_senses)
     : repository_(repository),
       settings_(settings ? *settings : load_settings(repository.root())),
       embedder_(std::move(embedder)),
-      word_senses_(std::move(word_senses)),
-      sentence_(std::move(sentence)) {}
+      word_senses_(std::move(word_senses)) {}
 
 namespace detail {
 
@@ -165,12 +163,6 @@ constexpr double W_PUBLIC = 0.3;
 // top-5 331 of 401 (194 and 318 without); fitted without one corpus, that corpus 963 and 1,598 of
 // 2,380 (911 and 1,555). Fitted on all of them: 2.
 constexpr double W_COVERED = 2.0;
-// The sentence model's cosine of the question with the candidate's text, each side the idf-weighted
-// sum of its words' vectors in the word table: says the question in other words. Fitted alone after
-// the coverage, every other weight held (bench/quality/README.md, cross-validated on spent sets):
-// 2 fitted on the questions before the eighth set and on all of them; 1.5 to 2 leaving a corpus
-// out.
-constexpr double W_SENTENCE = 2.0;
 
 // The question's vector from the embedder that holds the symbols', and the symbols nearest it.
 struct Meaning {
@@ -621,26 +613,12 @@ double model_score(const RerankInputs& in, double spread_fused) {
          W_TEST * in.test - W_ACTION * in.holder + W_EXPORTED * in.exported +
          W_MEANING_RERANK * in.meaning + W_SENSES * in.senses + W_SPELLED * in.spelled +
          W_PAIRED * in.paired + W_IMPORTERS * in.importers + W_REEXPORTED * in.reexported +
-         W_PUBLIC * in.public_name + W_COVERED * in.covered + W_SENTENCE * in.sentence;
-}
-
-// The sentence input of the first `count` candidates. Words weigh by their idf among the index's
-// names, which the name feature already asks for, so the look-ups are shared and a word every name
-// carries counts little.
-void read_sentence(index::Repository& repository, const SentenceVectors& sentence,
-                   const Question& q, std::vector<Candidate>& candidates, std::size_t count) {
-  std::vector<std::string> texts;
-  for (std::size_t i = 0; i < count; ++i) texts.push_back(self_text(*candidates[i].symbol));
-  auto cosines = sentence.similarities(q.query, texts, [&](const std::vector<std::string>& words) {
-    return name_word_weights(repository, words);
-  });
-  for (std::size_t i = 0; i < count; ++i) candidates[i].inputs.sentence = cosines[i];
+         W_PUBLIC * in.public_name + W_COVERED * in.covered;
 }
 
 // Reads the decision model's features of the first `count` candidates.
-void read_head(index::Repository& repository, index::Embedder* word_senses,
-               const SentenceVectors* sentence, bool read_importers, const Question& q,
-               std::vector<Candidate>& candidates, std::size_t count) {
+void read_head(index::Repository& repository, index::Embedder* word_senses, bool read_importers,
+               const Question& q, std::vector<Candidate>& candidates, std::size_t count) {
   std::vector<index::SymbolId> head;
   for (std::size_t i = 0; i < count; ++i) head.push_back(candidates[i].id);
   auto callers = repository.caller_counts(head);
@@ -663,19 +641,16 @@ void read_head(index::Repository& repository, index::Embedder* word_senses,
                   imported == importers.end() ? index::Importers{} : imported->second);
     if (!senses.empty()) c.inputs.senses = senses[i];
   }
-  if (sentence != nullptr) read_sentence(repository, *sentence, q, candidates, count);
   mark_holders(q, candidates, count);
 }
 
 // Reorders the head of the candidates by the decision model.
-void rerank(index::Repository& repository, index::Embedder* word_senses,
-            const SentenceVectors* sentence, const Question& q,
+void rerank(index::Repository& repository, index::Embedder* word_senses, const Question& q,
             std::vector<Candidate>& candidates) {
   auto depth = std::min<std::size_t>(candidates.size(), detail::RERANK_DEPTH);
   // The word senses cost a look-up per word of every name in the head: none when unweighed.
   // Likewise the importers, a query over the head.
   read_head(repository, detail::W_SENSES != 0 ? word_senses : nullptr,
-            detail::W_SENTENCE != 0 ? sentence : nullptr,
             detail::W_IMPORTERS != 0 || detail::W_REEXPORTED != 0, q, candidates, depth);
   // Fused scores of neighbouring places differ by a few percent; spread the head over 0..1
   // so that the fused order stays the strongest feature.
@@ -791,11 +766,10 @@ RetrievalResult HybridRetriever::retrieve(const std::string& query, int limit, b
   auto held = embedder_ ? embedder_->symbol_vectors() : index::SymbolVectors{};
   result.meaning_off = !held.held;
   result.meaning_stale = held.stale;
-  result.sentence_off = sentence_ == nullptr;
   Found found;
   auto candidates = gather(repository_, embedder_.get(), held, q, found);
   if (rerank_head && settings_.rerank_results && !candidates.empty()) {
-    rerank(repository_, word_senses_.get(), sentence_.get(), q, candidates);
+    rerank(repository_, word_senses_.get(), q, candidates);
   }
 
   result.hits = best_hits(candidates, limit);
@@ -816,8 +790,7 @@ std::vector<RankedCandidate> HybridRetriever::candidates(const std::string& quer
   auto held = embedder_ ? embedder_->symbol_vectors() : index::SymbolVectors{};
   Found found;
   auto candidates = gather(repository_, embedder_.get(), held, q, found);
-  read_head(repository_, word_senses_.get(), sentence_.get(), true, q, candidates,
-            candidates.size());
+  read_head(repository_, word_senses_.get(), true, q, candidates, candidates.size());
   std::vector<RankedCandidate> out;
   for (const auto& c : candidates) {
     out.push_back({c.id, c.symbol->fqn, *c.path, c.symbol->kind, c.score, c.inputs});

@@ -12,7 +12,6 @@
 #include "orvane_tamsel/index/embedder.h"
 #include "orvane_tamsel/index/repository.h"
 #include "orvane_tamsel/workers/retriever.h"
-#include "orvane_tamsel/workers/sentence_vectors.h"
 
 namespace orvane_tamsel::workers {
 
@@ -56,8 +55,6 @@ struct RerankInputs {
   double public_name = 0;  // no part of its name or module path is private (leading underscore);
                            // for names whose visibility is not their case
   double covered = 0;      // share of the question's terms its text says anywhere
-  double sentence = 0;     // cosine with the question in the sentence model's word table (its
-                           // name, its holder's name and its docstring's first sentence)
 };
 
 // A fused candidate with what the rerank reads of it.
@@ -74,14 +71,11 @@ class HybridRetriever : public Retriever {
  public:
   // Without settings, those of the repository's root. `embedder` holds the symbols' vectors (the
   // one learned from the repository): without it, or when it holds none, the meaning signal is
-  // off. `word_senses` compares the question with each name's words in the rerank (WordNet);
-  // `sentence` compares it with each head candidate's text in the sentence model's word table
-  // (without it that signal is off).
+  // off. `word_senses` compares the question with each name's words in the rerank (WordNet).
   explicit HybridRetriever(index::Repository& repository,
                            std::optional<RetrievalSettings> settings = std::nullopt,
                            std::shared_ptr<index::Embedder> embedder = nullptr,
-                           std::shared_ptr<index::Embedder> word_senses = nullptr,
-                           std::shared_ptr<const SentenceVectors> sentence = nullptr);
+                           std::shared_ptr<index::Embedder> word_senses = nullptr);
   RetrievalResult retrieve(const std::string& query, int limit, bool include_tests,
                            bool rerank) override;
   // Every fused candidate of a question, best fused first, with the rerank's inputs for each:
@@ -93,7 +87,6 @@ class HybridRetriever : public Retriever {
   RetrievalSettings settings_;
   std::shared_ptr<index::Embedder> embedder_;
   std::shared_ptr<index::Embedder> word_senses_;
-  std::shared_ptr<const SentenceVectors> sentence_;
 };
 
 }  // namespace orvane_tamsel::workers

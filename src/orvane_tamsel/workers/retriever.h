@@ -34,8 +34,6 @@ struct RetrievalResult {
   bool meaning_off = false;
   // The meaning vectors were learned before many of the symbols changed.
   bool meaning_stale = false;
-  // No word table of the sentence model is installed: the rerank went without that signal.
-  bool sentence_off = false;
 };
 
 // Anything that ranks symbols for a question.
