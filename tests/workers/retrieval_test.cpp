@@ -9,6 +9,7 @@
 #include "orvane_tamsel/indexer/indexer.h"
 #include "orvane_tamsel/utils/query_terms.h"
 #include "orvane_tamsel/workers/name_lookup.h"
+#include "orvane_tamsel/workers/question_form.h"
 #include "orvane_tamsel/workers/retrieval.h"
 #include "orvane_tamsel/workers/term_expansion.h"
 #include "orvane_tamsel/workers/term_match.h"
@@ -409,4 +410,47 @@ TEST(HybridRetriever, ATextSayingMoreOfTheQuestionLeads) {
   };
   EXPECT_THAT(first(false), ElementsAre("shop.post.wax_polish"));
   EXPECT_THAT(first(true), ElementsAre("shop.post.close_letter"));
+}
+
+TEST(HybridRetriever, AQuestionsFormAsksForAPredicateOrAnErrorType) {
+  for (const char* name : {"is_valid", "IsDigit", "hasPrefix", "must_update", "Accepts", "is"}) {
+    EXPECT_TRUE(predicate_name(name)) << name;
+  }
+  for (const char* name : {"Isolation", "island", "hashable", "Canvas", "mayor", "issue"}) {
+    EXPECT_FALSE(predicate_name(name)) << name;
+  }
+  EXPECT_TRUE(question_form("Is a path absolute?").yes_no);
+  EXPECT_FALSE(question_form("check whether a path is absolute").yes_no);  // not its opening
+  EXPECT_FALSE(question_form("island of stability").yes_no);
+  EXPECT_TRUE(question_form("what is raised when a key is missing").error);
+  EXPECT_FALSE(question_form("errorless parse").error);  // whole words only
+
+  indexer_test::TempRepo repo("shop");
+  repo.write(
+      "src/shop/auth.py",
+      "class PasswordTooShortError(ValueError):\n    \"\"\"The password is too short.\"\"\"\n"
+      "def check_password(user, password):\n    \"\"\"Check the user's password.\"\"\"\n"
+      "def has_usable_password(user):\n    \"\"\"The user can log in with a password.\"\"\"\n");
+  repo.write("src/vault/open.go",
+             "package vault\n\n// PathError says which path could not be opened.\n"
+             "type PathError struct{}\n\n// IsOpen says whether the path is open.\n"
+             "func IsOpen(path string) bool { return false }\n");
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+  HybridRetriever retriever(*index, std::nullopt);
+  auto inputs = [&](const std::string& question) {
+    std::map<std::string, RerankInputs> seen;
+    for (const auto& c : retriever.candidates(question, false)) seen[c.fqn] = c.inputs;
+    return seen;
+  };
+  auto asked = inputs("can the user log in with a password, is the path open");
+  EXPECT_EQ(asked["shop.auth.has_usable_password"].predicate, 1);
+  EXPECT_EQ(asked["vault.IsOpen"].predicate, 1);
+  EXPECT_EQ(asked["shop.auth.check_password"].predicate, 0);
+  EXPECT_EQ(inputs("log in with a password")["shop.auth.has_usable_password"].predicate, 0);
+  auto failed = inputs("error when the password is too short or the path cannot be opened");
+  EXPECT_EQ(failed["shop.auth.PasswordTooShortError"].error_type, 1);
+  EXPECT_EQ(failed["vault.PathError"].error_type, 1);
+  EXPECT_EQ(failed["shop.auth.check_password"].error_type, 0);
+  EXPECT_EQ(inputs("password too short")["shop.auth.PasswordTooShortError"].error_type, 0);
 }

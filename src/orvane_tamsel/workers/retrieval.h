@@ -55,6 +55,8 @@ struct RerankInputs {
   double public_name = 0;  // no part of its name or module path is private (leading underscore);
                            // for names whose visibility is not their case
   double covered = 0;      // share of the question's terms its text says anywhere
+  double predicate = 0;    // a predicate's name, for a yes-or-no question
+  double error_type = 0;   // a type named as an error, for a question about an error
 };
 
 // A fused candidate with what the rerank reads of it.
