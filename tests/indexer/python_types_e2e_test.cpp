@@ -37,11 +37,14 @@ TEST(PythonTypesEndToEnd, TypedReceiversFindTheirCallees) {
   }
 }
 
-// isinstance narrows a receiver to its classes (of a tuple, those bound here) in the block it
-// guards (also as an operand of `and`, and in the operands after it), after a test whose body
-// always leaves or an assert, in the `elif` and `else` of an `if not`, and on an attribute until
-// it is assigned (`x = x.m()` reads it first); not after an `if not` with an `else`, nor past the
-// end of the block, nor under `or`; in the body of an `if not`, a class it tests is left out.
+// isinstance narrows a receiver to its classes (of a tuple, those bound here) where the test
+// holds: the block it guards, the operands after it under `and` (after `not isinstance` under
+// `or`), the branch of a conditional expression, a comprehension's element and later clauses, a
+// `while` body, a guarded `case`, after a test whose body always leaves (also `not ... or ...`) or
+// an assert, the `elif` and `else` of an `if not`; on an attribute until it is assigned (`x =
+// x.m()` reads it first). Not after an `if not` with an `else`, nor past the block, nor where the
+// test may fail; where it fails (`if not` body, `else` branch, later `elif`), the classes it tests
+// are left out.
 TEST(PythonTypesEndToEnd, NarrowedReceivers) {
   indexer_test::IndexedFixture repo("py_types");
   auto rows = repo.rows(
@@ -61,7 +64,19 @@ TEST(PythonTypesEndToEnd, NarrowedReceivers) {
                              "kite.narrowing.loop -> kite.narrowing.Pipe.close 41",
                              "kite.narrowing.Holder.run -> kite.narrowing.Pipe.close 52",
                              "kite.narrowing.Holder.run -> kite.wrappers.Response.__init__ 53",
-                             "kite.narrowing.Holder.run -> kite.wrappers.Response.close 54"}));
+                             "kite.narrowing.Holder.run -> kite.wrappers.Response.close 54",
+                             "kite.narrowing.expressions -> kite.narrowing.Pipe.send 58",
+                             "kite.narrowing.expressions -> kite.narrowing.Pipe.close 59",
+                             "kite.narrowing.expressions -> kite.adapters.Adapter.send 60",
+                             "kite.narrowing.expressions -> kite.narrowing.Pipe.close 61",
+                             "kite.narrowing.expressions -> kite.wrappers.Response.close 63",
+                             "kite.narrowing.expressions -> kite.wrappers.Response.close 64",
+                             "kite.narrowing.expressions -> kite.narrowing.Pipe.close 66",
+                             "kite.narrowing.expressions -> kite.narrowing.Pipe.close 68",
+                             "kite.narrowing.expressions -> kite.adapters.Adapter.send 69",
+                             "kite.narrowing.expressions -> kite.adapters.Adapter.send 73",
+                             "kite.narrowing.expressions -> kite.adapters.Adapter.send 76",
+                             "kite.narrowing.matched -> kite.narrowing.Pipe.close 82"}));
 }
 
 // What Python code says of a value beyond a single assignment: properties, a field holding a

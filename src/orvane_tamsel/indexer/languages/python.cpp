@@ -47,9 +47,7 @@ Query compile(const utils::Language& language) {
       {"iterated.value", ITERATED_VALUE},
       {"comprehended.name", COMPREHENDED_NAME},
       {"comprehended.value", COMPREHENDED_VALUE},
-      {"narrow.test", NARROW_TEST},
-      {"narrow.block", NARROW_BLOCK},
-      {"narrow.after", NARROW_AFTER},
+      {"narrow", NARROW},
   };
   Query out{std::move(compiled.query), {}};
   for (std::uint32_t i = 0; i < ts_query_capture_count(q); ++i) {
@@ -154,10 +152,8 @@ bool Extraction::take(const TSQueryMatch& m) {
     TSNode name = caps.node[ITERATED_NAME];
     unpacked_[ts_node_start_byte(name)] = {caps.at(ITERATED_VALUE), 0};
     name_facts_.push_back({name, name, false});
-  } else if (caps.has(NARROW_TEST)) {
-    collect_narrowing(caps.node[NARROW_TEST],
-                      caps.has(NARROW_BLOCK) ? caps.node[NARROW_BLOCK] : TSNode{},
-                      caps.has(NARROW_AFTER) ? caps.node[NARROW_AFTER] : TSNode{});
+  } else if (caps.has(NARROW)) {
+    collect_narrowing(caps.node[NARROW]);
   } else if (caps.has(COMPREHENDED_NAME)) {
     TSNode name = caps.node[COMPREHENDED_NAME];
     TSNode around = ts_node_parent(ts_node_parent(name));  // the comprehension

@@ -64,9 +64,7 @@ enum Role : std::uint8_t {
   ITERATED_VALUE,
   COMPREHENDED_NAME,
   COMPREHENDED_VALUE,
-  NARROW_TEST,
-  NARROW_BLOCK,
-  NARROW_AFTER,
+  NARROW,
   OTHER,
   ROLE_COUNT = OTHER
 };
@@ -301,10 +299,13 @@ class Extraction : public tagged::Extraction {
   // The type of a name at `at`, looked up as Python would: locals of enclosing functions, then
   // the module's names.
   Typed name_type(TSNode at, std::string_view name, int depth) const;
-  // Where an isinstance test makes a name or attribute an instance of its classes: the block it
-  // guards, or what follows a test that leaves otherwise (`if not isinstance(...): return`,
-  // `assert isinstance(...)`).
-  void collect_narrowing(TSNode test, TSNode block, TSNode after);
+  // Where an isinstance test makes a name or attribute an instance of its classes, or rules
+  // them out: the parts of a statement or expression that tests (`if`, `elif`, `while`,
+  // `assert`, `and` / `or`, `... if ... else ...`, a comprehension's `if`) where its test holds
+  // or fails.
+  void collect_narrowing(TSNode node);
+  // `test` is known to be `holds` from `start` to `end`.
+  void narrow(TSNode test, std::uint32_t start, std::uint32_t end, bool holds);
   // The classes an isinstance test around `at` gives `receiver` (a dotted name) there: "T:fqn",
   // "T:a&T:b" for a tuple of classes, or "".
   std::string narrowed_type(TSNode at, std::string_view receiver) const;
@@ -382,7 +383,7 @@ class Extraction : public tagged::Extraction {
     std::uint32_t start, end;
     std::string name;  // dotted: `x`, `self.conn`
     std::vector<TSNode> classes;
-    bool negated;  // the body of `if not isinstance(...)`: none of the classes
+    bool negated;  // where the test fails: none of the classes
   };
   std::vector<Narrowed> narrowed_;
   std::optional<Narrowed> isinstance_test(TSNode test) const;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <set>
 
 #include "orvane_tamsel/indexer/languages/python/annotations.h"
@@ -35,6 +36,28 @@ std::string then(std::string_view expr, std::string_view step) {
     out.push_back(expr[bar]);
     start = bar + 1;
   }
+}
+
+// The first named child that is not a comment.
+TSNode first_named(TSNode n) {
+  for (std::uint32_t i = 0; i < ts_node_named_child_count(n); ++i) {
+    TSNode c = ts_node_named_child(n, i);
+    if (std::strcmp(ts_node_type(c), "comment") != 0) return c;
+  }
+  return TSNode{};
+}
+
+// A block whose last statement leaves it.
+bool leaves(TSNode block) {
+  TSNode last{};
+  for (std::uint32_t i = ts_node_named_child_count(block); i-- > 0 && ts_node_is_null(last);) {
+    TSNode c = ts_node_named_child(block, i);
+    if (std::strcmp(ts_node_type(c), "comment") != 0) last = c;
+  }
+  if (ts_node_is_null(last)) return false;
+  std::string_view type = ts_node_type(last);
+  return type == "return_statement" || type == "raise_statement" || type == "continue_statement" ||
+         type == "break_statement";
 }
 
 }  // namespace
@@ -262,64 +285,83 @@ std::optional<Extraction::Narrowed> Extraction::isinstance_test(TSNode test) con
   return n;
 }
 
-// Where an isinstance `test` holds: in `block`, also as an operand of `and` (then in the operands
-// after it too); or, `after` an `assert` or an `if not ...:` whose body always leaves, in the rest
-// of the block, and in the `elif`s and `else` of such an `if not`.
-void Extraction::collect_narrowing(TSNode test, TSNode block, TSNode after) {
-  if (is_type(test, "boolean_operator")) {
-    if (field_text(test, "operator") != "and") return;
-    for (TSNode side : {ts_node_child_by_field_name(test, "left", 4),
-                        ts_node_child_by_field_name(test, "right", 5)}) {
-      if (is_type(side, "boolean_operator")) {
-        collect_narrowing(side, block, after);
-      } else if (auto n = isinstance_test(side)) {
-        n->start = ts_node_end_byte(side);
-        n->end =
-            ts_node_end_byte(ts_node_child_by_field_name(ts_node_parent(block), "condition", 9));
-        narrowed_.push_back(*n);
-        n->start = ts_node_start_byte(block);
-        n->end = ts_node_end_byte(block);
+void Extraction::collect_narrowing(TSNode node) {
+  // A `case` guard has no element; a file that does not parse may lack any part.
+  auto within = [&](TSNode test, TSNode part, bool holds) {
+    if (!ts_node_is_null(part))
+      narrow(test, ts_node_start_byte(part), ts_node_end_byte(part), holds);
+  };
+  if (is_type(node, "boolean_operator")) {
+    within(ts_node_child_by_field_name(node, "left", 4),
+           ts_node_child_by_field_name(node, "right", 5), field_text(node, "operator") == "and");
+  } else if (is_type(node, "conditional_expression")) {
+    TSNode part[3];  // `then if test else other`
+    std::uint32_t k = 0;
+    for (std::uint32_t i = 0; i < ts_node_named_child_count(node) && k < 3; ++i) {
+      TSNode c = ts_node_named_child(node, i);
+      if (!is_type(c, "comment")) part[k++] = c;
+    }
+    if (k < 3) return;
+    within(part[1], part[0], true);
+    within(part[1], part[2], false);
+  } else if (is_type(node, "if_clause")) {
+    // In a comprehension's element and the clauses after it; in the block of a `case` it guards.
+    TSNode around = ts_node_parent(node), test = first_named(node);
+    within(test, ts_node_child_by_field_name(around, "body", 4), true);
+    narrow(test, ts_node_end_byte(node), ts_node_end_byte(around), true);
+  } else if (is_type(node, "assert_statement")) {
+    narrow(first_named(node), ts_node_end_byte(node), ts_node_end_byte(ts_node_parent(node)), true);
+  } else if (is_type(node, "while_statement")) {
+    within(ts_node_child_by_field_name(node, "condition", 9),
+           ts_node_child_by_field_name(node, "body", 4), true);
+  } else {
+    TSNode test = ts_node_child_by_field_name(node, "condition", 9);
+    TSNode body = ts_node_child_by_field_name(node, "consequence", 11);
+    within(test, body, true);
+    // The test fails in the `elif`s and `else` after it, and after an `if` whose body leaves.
+    bool elif = is_type(node, "elif_clause");
+    TSNode whole = elif ? ts_node_parent(node) : node;
+    TSNode alt = elif ? ts_node_next_named_sibling(node)
+                      : ts_node_child_by_field_name(node, "alternative", 11);
+    while (is_type(alt, "comment")) alt = ts_node_next_named_sibling(alt);
+    if (!ts_node_is_null(alt)) {
+      narrow(test, ts_node_start_byte(alt), ts_node_end_byte(whole), false);
+    } else if (!elif && leaves(body)) {
+      narrow(test, ts_node_end_byte(node), ts_node_end_byte(ts_node_parent(node)), false);
+    }
+  }
+}
+
+void Extraction::narrow(TSNode test, std::uint32_t start, std::uint32_t end, bool holds) {
+  // Along the left operands: a chain of `and`s nests to the left, as deep as it is long.
+  while (true) {
+    while (is_type(test, "parenthesized_expression")) test = first_named(test);
+    if (is_type(test, "not_operator")) {
+      test = ts_node_child_by_field_name(test, "argument", 8);
+      holds = !holds;
+    } else if (is_type(test, "boolean_operator")) {
+      // Both operands hold where `a and b` does; both fail where `a or b` does.
+      if ((field_text(test, "operator") == "and") != holds) return;
+      narrow(ts_node_child_by_field_name(test, "right", 5), start, end, holds);
+      test = ts_node_child_by_field_name(test, "left", 4);
+    } else {
+      if (ts_node_is_null(test)) return;
+      if (auto n = isinstance_test(test)) {
+        n->start = start;
+        n->end = end;
+        n->negated = !holds;
         narrowed_.push_back(std::move(*n));
       }
-    }
-    return;
-  }
-  auto n = isinstance_test(test);
-  if (!n) return;
-  if (ts_node_is_null(after)) {
-    n->start = ts_node_start_byte(block);
-    n->end = ts_node_end_byte(block);
-    narrowed_.push_back(std::move(*n));
-    return;
-  }
-  if (is_type(after, "if_statement")) {
-    // In its body x is none of the classes: they leave an outer test's.
-    TSNode body = ts_node_child_by_field_name(after, "consequence", 11);
-    narrowed_.push_back(
-        {ts_node_start_byte(body), ts_node_end_byte(body), n->name, n->classes, true});
-    if (TSNode alt = ts_node_child_by_field_name(after, "alternative", 11); !ts_node_is_null(alt)) {
-      n->start = ts_node_start_byte(alt);
-      n->end = ts_node_end_byte(after);
-      narrowed_.push_back(std::move(*n));
-      return;
-    }
-    auto count = ts_node_named_child_count(body);
-    TSNode last = count == 0 ? TSNode{} : ts_node_named_child(body, count - 1);
-    if (!is_type(last, "return_statement") && !is_type(last, "raise_statement") &&
-        !is_type(last, "continue_statement") && !is_type(last, "break_statement")) {
       return;
     }
   }
-  n->start = ts_node_end_byte(after);
-  n->end = ts_node_end_byte(ts_node_parent(after));
-  narrowed_.push_back(std::move(*n));
 }
 
 // The innermost isinstance test holding at `at` on `receiver`, unless it is bound again between
 // the test and `at` (or the test is another function's). Classes not bound here are passed over.
 std::string Extraction::narrowed_type(TSNode at, std::string_view receiver) const {
   auto use = ts_node_start_byte(at);
-  std::vector<std::string> excluded;  // by `if not isinstance(...)` tests inside
+  std::vector<std::string> excluded;  // by tests failing inside it
   for (auto it = narrowed_.rbegin(); it != narrowed_.rend(); ++it) {
     if (it->name != receiver || use < it->start || use >= it->end) continue;
     if (!ts_node_eq(enclosing_def(at), enclosing_def(it->classes.front()))) return "";

@@ -15,14 +15,10 @@
 (as_pattern (_) @unpacked.value alias: (as_pattern_target (tuple) @unpacked.list))
 ; `for x in value`: x is bound to an element of the value.
 (for_statement left: (identifier) @iterated.name right: (_) @iterated.value)
-; `if isinstance(x, C):` x is a C in the block.
-(if_statement condition: (call) @narrow.test consequence: (block) @narrow.block)
-(elif_clause condition: (call) @narrow.test consequence: (block) @narrow.block)
-(if_statement condition: (boolean_operator) @narrow.test consequence: (block) @narrow.block)
-(elif_clause condition: (boolean_operator) @narrow.test consequence: (block) @narrow.block)
-; `if not isinstance(x, C): return` (or raise, continue, break), `assert isinstance(x, C)`: x is a
-; C in the rest of the block.
-(if_statement condition: (not_operator argument: (call) @narrow.test)) @narrow.after
-(assert_statement . (call) @narrow.test) @narrow.after
+; isinstance tests: where each holds (an `if`'s or `while`'s block, the rest of the block after
+; `assert` or an `if` whose body leaves, an `elif` or `else`) and, within an expression, the
+; branch of `... if ... else ...`, the operand after `and` / `or`, a comprehension's `if`.
+[(if_statement) (elif_clause) (while_statement) (assert_statement) (conditional_expression)
+ (boolean_operator) (if_clause)] @narrow
 ; `[... for x in value]`: x, inside the comprehension, is an element of the value.
 (for_in_clause left: (identifier) @comprehended.name right: (_) @comprehended.value)

@@ -52,3 +52,31 @@ class Holder:
             self.conn.close()
             self.conn = Response(1)
             self.conn.close()
+
+
+def expressions(conn, items, flag):
+    conn.send() if isinstance(conn, Pipe) else conn.close()
+    None if not isinstance(conn, Pipe) else conn.close()
+    flag and isinstance(conn, Adapter) and conn.send()
+    not isinstance(conn, Pipe) or conn.close()
+    isinstance(conn, Pipe) or conn.close()
+    [i.close() for i in items
+     if i and isinstance(i, Response) if i.close()]
+    while isinstance(conn, Pipe):
+        conn.close()
+    if isinstance(conn, (Adapter, Pipe)):
+        (conn.close() if isinstance(conn, Pipe)
+         else conn.send())
+        if isinstance(conn, Pipe):
+            pass
+        elif flag:
+            conn.send()
+    if not isinstance(conn, Adapter) or flag:
+        return None
+    conn.send()
+
+
+def matched(conn, flag):
+    match flag:
+        case 1 if isinstance(conn, Pipe):
+            conn.close()
