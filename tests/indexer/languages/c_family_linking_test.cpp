@@ -72,7 +72,9 @@ TEST(CFamilyLinking, OverloadByArgumentKind) {
 // A member called without `this->` from an out-of-line method, or a derived class's own, is
 // looked up on the class's bases, and a member of a typedef'd type on that type; a local built
 // as `T x(a, b);` has type T, a loop variable or subscript the element type of a sequence or of
-// a pointer to pointers; a `::template` member call names the member.
+// a pointer to pointers; a `::template` member call names the member; a call's result types a
+// receiver by its declared return type (a class named inside its own method, too), and a
+// `using` alias has its type's members.
 TEST(CFamilyLinking, NamesInPlainSight) {
   indexer_test::IndexedFixture repo("cpp_lookup");
   EXPECT_EQ(repo.callees("dt.ForkingDeathTest.Wait"),
@@ -85,6 +87,9 @@ TEST(CFamilyLinking, NamesInPlainSight) {
   EXPECT_EQ(repo.callees("mm.Apply"), std::set<std::string>{"mm.CallableTraits.Invoke"});
   EXPECT_EQ(repo.callees("mm.Sum"),
             (std::set<std::string>{"mm.MatchMatrix.Width", "mm.MatchMatrix.Height"}));
+  EXPECT_EQ(repo.callees("reg.Total"),
+            (std::set<std::string>{"reg.Registry.GetInstance", "reg.Registry.suite",
+                                   "reg.Suite.Count", "reg.Suite.Size"}));
 }
 
 // A C function declared in an included header links to its one body in a source file outside

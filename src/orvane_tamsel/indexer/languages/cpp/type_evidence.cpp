@@ -251,11 +251,13 @@ void Rules::record_types(TSNode node) {
       out_.symbols[sym].type_of = type_expr(type, lookup_scope(), ts_node_start_byte(node));
     return;
   }
-  // `typedef TestSuite TestCase;`: TestCase's members are TestSuite's, found as on a base
-  bool alias = is(node, "type_definition") && !frames_.empty() && frames_.back().symbol != NONE &&
-               out_.symbols[frames_.back().symbol].kind == "type";
+  // `typedef TestSuite TestCase;` and `using TestCase = TestSuite;`: TestCase's members are
+  // TestSuite's, found as on a base
+  bool alias = (is(node, "type_definition") || is(node, "alias_declaration")) && !frames_.empty() &&
+               frames_.back().symbol != NONE && out_.symbols[frames_.back().symbol].kind == "type";
   if (alias) {
     TSNode type = ts_node_child_by_field_name(node, "type", 4);
+    if (is(type, "type_descriptor")) type = ts_node_child_by_field_name(type, "type", 4);
     if (!names_class(type)) return;
     auto t = type_expr(text(type), lookup_scope(), ts_node_start_byte(node));
     for (std::size_t at = 0; !t.empty() && at < t.size();) {
