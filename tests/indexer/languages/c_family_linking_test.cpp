@@ -55,12 +55,16 @@ TEST(CFamilyLinking, SpecializationTheArgumentsFit) {
 
 // Among overloads of one arity, the one whose parameter suits what the call's text shows of an
 // argument: a braced list an initializer_list, a wide string a wstring, a narrow one a char
-// pointer (not a template, which takes it as it is); nothing shown leaves the first.
+// pointer (not a template, which takes it as it is), a null pointer a pointer; nothing shown
+// leaves the first.
 TEST(CFamilyLinking, OverloadByArgumentKind) {
   EXPECT_EQ(fit_score("int f(std::initializer_list<T> xs)", "f", 1, "b"), 2);
   EXPECT_EQ(fit_score("int f(const T (&array)[N])", "f", 1, "b"), 1);
   EXPECT_EQ(fit_score("int f(int a, const wchar_t* b)", "f", 2, "?w"), 2);
   EXPECT_EQ(fit_score("int f(int a)", "f", 2, "?w"), 0);
+  EXPECT_EQ(fit_score("S g(Matcher<Args>... m)", "g", 2, "?n"), 1);
+  EXPECT_EQ(fit_score("S g(const WithoutMatchers&, R (*)(Args...))", "g", 2, "?n"), 2);
+  EXPECT_EQ(fit_score("S g(const WithoutMatchers&, R (*)(Args...))", "g", 3, ""), 0);
   indexer_test::IndexedFixture repo("cpp_lookup");
   EXPECT_EQ(linked_lines(repo, "match.ElementsAreArray"),
             (std::set<std::string>{"braced 16 include", "named 6 include"}));
