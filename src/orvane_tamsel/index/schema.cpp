@@ -90,8 +90,14 @@ CREATE TABLE call_sites(
   template_args TEXT NOT NULL DEFAULT '',
   -- C and C++: a letter per argument whose kind the text shows, which picks among overloads of
   -- one arity: b a braced list, w a wide string literal, s a narrow one, a an array, c an
-  -- object of a class template or std type, ? any other; '' none.
-  argument_kinds TEXT NOT NULL DEFAULT '');
+  -- object of a class template or std type, n a null pointer (a macro body's `nullptr`), ? any
+  -- other; '' none.
+  argument_kinds TEXT NOT NULL DEFAULT '',
+  -- C and C++, at a call whose name is in capitals (a macro's use, by convention): a line per
+  -- argument, its name when it is one (`F` of `F(a, b)`, with `(2)`), then a tab and the type of
+  -- a local or parameter it names; '' when no argument is a name. The macro's body may paste the
+  -- name into a member it calls on another argument.
+  argument_names TEXT NOT NULL DEFAULT '');
 CREATE INDEX call_sites_file ON call_sites(file_id);
 CREATE TABLE call_fallbacks(
   site_id INTEGER NOT NULL,

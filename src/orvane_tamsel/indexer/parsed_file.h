@@ -130,6 +130,8 @@ struct ParsedCall {
   std::string template_args;
   // C and C++: the kinds of the arguments the call's text shows (see call_sites.argument_kinds).
   std::string argument_kinds;
+  // C and C++: the names a macro's use passes (see call_sites.argument_names).
+  std::string argument_names;
 };
 
 // A C or C++ function-like macro: its parameters and the calls its body makes, in the stored

@@ -55,12 +55,16 @@ TEST(CFamilyLinking, SpecializationTheArgumentsFit) {
 
 // Among overloads of one arity, the one whose parameter suits what the call's text shows of an
 // argument: a braced list an initializer_list, a wide string a wstring, a narrow one a char
-// pointer (not a template, which takes it as it is); nothing shown leaves the first.
+// pointer (not a template, which takes it as it is), a null pointer a pointer; nothing shown
+// leaves the first.
 TEST(CFamilyLinking, OverloadByArgumentKind) {
   EXPECT_EQ(fit_score("int f(std::initializer_list<T> xs)", "f", 1, "b"), 2);
   EXPECT_EQ(fit_score("int f(const T (&array)[N])", "f", 1, "b"), 1);
   EXPECT_EQ(fit_score("int f(int a, const wchar_t* b)", "f", 2, "?w"), 2);
   EXPECT_EQ(fit_score("int f(int a)", "f", 2, "?w"), 0);
+  EXPECT_EQ(fit_score("S g(Matcher<Args>... m)", "g", 2, "?n"), 1);
+  EXPECT_EQ(fit_score("S g(const WithoutMatchers&, R (*)(Args...))", "g", 2, "?n"), 2);
+  EXPECT_EQ(fit_score("S g(const WithoutMatchers&, R (*)(Args...))", "g", 3, ""), 0);
   indexer_test::IndexedFixture repo("cpp_lookup");
   EXPECT_EQ(linked_lines(repo, "match.ElementsAreArray"),
             (std::set<std::string>{"braced 16 include", "named 6 include"}));
@@ -72,7 +76,9 @@ TEST(CFamilyLinking, OverloadByArgumentKind) {
 // A member called without `this->` from an out-of-line method, or a derived class's own, is
 // looked up on the class's bases, and a member of a typedef'd type on that type; a local built
 // as `T x(a, b);` has type T, a loop variable or subscript the element type of a sequence or of
-// a pointer to pointers; a `::template` member call names the member.
+// a pointer to pointers; a `::template` member call names the member; a call's result types a
+// receiver by its declared return type (a class named inside its own method, too), and a
+// `using` alias has its type's members.
 TEST(CFamilyLinking, NamesInPlainSight) {
   indexer_test::IndexedFixture repo("cpp_lookup");
   EXPECT_EQ(repo.callees("dt.ForkingDeathTest.Wait"),
@@ -85,6 +91,9 @@ TEST(CFamilyLinking, NamesInPlainSight) {
   EXPECT_EQ(repo.callees("mm.Apply"), std::set<std::string>{"mm.CallableTraits.Invoke"});
   EXPECT_EQ(repo.callees("mm.Sum"),
             (std::set<std::string>{"mm.MatchMatrix.Width", "mm.MatchMatrix.Height"}));
+  EXPECT_EQ(repo.callees("reg.Total"),
+            (std::set<std::string>{"reg.Registry.GetInstance", "reg.Registry.suite",
+                                   "reg.Suite.Count", "reg.Suite.Size"}));
 }
 
 // A C function declared in an included header links to its one body in a source file outside

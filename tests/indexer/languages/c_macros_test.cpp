@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <set>
@@ -14,17 +16,24 @@ namespace {
 using orvane_tamsel::indexer::c_family::calls_in_body;
 using orvane_tamsel::indexer::c_family::MacroCall;
 
-// A body read as tokens: member calls, stringized and pasted names, declarations and keywords
-// call nothing; qualified and templated callees keep their scopes; a name passed alone is kept,
-// an expression is not, and passing the variadic arguments on counts for any number.
+// A body read as tokens: stringized and pasted names called alone, declarations, keywords and
+// members of what is not a name call nothing; qualified and templated callees keep their scopes;
+// a member of a name is called on it, pasted or not; a name passed alone is kept, an expression
+// is not, and passing the variadic arguments on counts for any number.
 TEST(CMacros, CallsReadFromABody) {
   auto calls = calls_in_body(
       "if (x.ok()) ; else on_failure(gtest_ar.message()) /* f(1) */\n"
       "  class C { void TestBody(); }; #name(1) a##b(2) \\\n"
-      "  ::ns::Resolver<T>::Get(__FILE__, 1 + 2) sizeof(int) log(\"(\", __VA_ARGS__)");
-  EXPECT_EQ(calls, (std::vector<MacroCall>{{"on_failure", 1, {""}},
+      "  ::ns::Resolver<T>::Get(__FILE__, 1 + 2) sizeof(int) log(\"(\", __VA_ARGS__)\n"
+      "  ((mock).gmock_##call)(w, nullptr).Setter(1) f().g(1) (p)->run(a)");
+  EXPECT_EQ(calls, (std::vector<MacroCall>{{"x.ok", 0, {}},
+                                           {"on_failure", 1, {""}},
+                                           {"gtest_ar.message", 0, {}},
                                            {"::ns::Resolver<T>::Get", 2, {"__FILE__", ""}},
-                                           {"log", -1, {"", "__VA_ARGS__"}}}));
+                                           {"log", -1, {"", "__VA_ARGS__"}},
+                                           {"mock.gmock_##call", 2, {"w", "nullptr"}},
+                                           {"f", 0, {}},
+                                           {"p.run", 1, {"a"}}}));
 }
 
 // Expansion binds each invoked macro's parameters to the names passed to it, level by level;
@@ -116,7 +125,9 @@ namespace {
 // A test framework's macros: a TEST is a test symbol named Suite.Name whose body calls what its
 // macros expand to, a site on each line; the use registers the test from the file itself, through
 // a body read past its block comment and a call with template arguments; a string literal passed
-// to a macro picks the overload of the body's call that takes one.
+// to a macro picks the overload of the body's call that takes one; a body calling a member pasted
+// from one argument on another calls it on that argument's declared type, with the arguments
+// the pasted name is passed (`Push(any)`), or none when the type is unknown.
 TEST(CMacros, TestFrameworkMacros) {
   indexer_test::IndexedFixture repo("cpp_test_macros");
   auto test = repo.symbol("MathTest.Twice");
@@ -137,9 +148,36 @@ TEST(CMacros, TestFrameworkMacros) {
                        "MathTest.Twice twice(int x) 5",
                        "MathTest.Twice Compare(const char* text, int a, int b); 6",
                        "MathTest.Twice twice(int x) 6",
+                       "MockTest.Pushes GetWithoutMatchers(); 6",
+                       "MockTest.Pushes gmock_Push(internal::WithoutMatchers, void* none); 6",
+                       "MockTest.Pushes GetWithoutMatchers(); 7",
+                       "MockTest.Pushes gmock_Push(Matchers... m); 7",
+                       "MockTest.Pushes GetWithoutMatchers(); 8",
                        "test.math_test NameOf(); 4",
                        "test.math_test Register(const char* suite, const char* name); 4",
+                       "test.mock_test NameOf(); 3",
+                       "test.mock_test Register(const char* suite, const char* name); 3",
                    }));
+  auto push = repo.index().call_sites(repo.symbol("testing.Turnstile.gmock_Push").id.value_or(0),
+                                      orvane_tamsel::index::CALLER, 10);
+  ASSERT_FALSE(push.empty());
+  EXPECT_EQ(push[0].evidence, "macro EXPECT_CALL");
+
+  // an edit of the mock's class evaluates the receivers again and links them as a build did
+  auto pushes = [&] {
+    return repo.rows(
+        "SELECT c.line || ' ' || c.evidence || ' ' || s.signature FROM call_sites c JOIN symbols "
+        "s ON s.id = c.callee_id WHERE c.member = 'gmock_Push' ORDER BY c.line");
+  };
+  auto built = pushes();
+  ASSERT_EQ(built.size(), 2u);
+  std::ifstream in(repo.root() / "include/mini_gtest.h");
+  std::string header((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  header.replace(header.find("class Turnstile {"), 17,
+                 "class Turnstile {\n public:\n  void Spin();");
+  repo.write("include/mini_gtest.h", header);
+  repo.update();
+  EXPECT_EQ(pushes(), built);
 }
 
 }  // namespace

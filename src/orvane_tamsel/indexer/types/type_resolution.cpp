@@ -178,7 +178,12 @@ std::optional<TypeResolver::Type> TypeResolver::alternatives(std::string_view te
     auto expr = parse_type_expr(text.substr(at, bar - at));
     if (!expr) return std::nullopt;
     auto candidates = find_start(expr->fqn, expr->scope_modules);
-    if (!candidates.empty()) return evaluate(*expr, candidates, depth, evidence);
+    // A class's own name inside it (`UnitTest*` in `UnitTest::GetInstance()`) is tried as a
+    // nested one first, which names the constructor: no type, so the next alternative counts.
+    bool constructors =
+        !expr->symbol && std::all_of(candidates.begin(), candidates.end(),
+                                     [](const TypeSymbol* c) { return c->kind == "constructor"; });
+    if (!candidates.empty() && !constructors) return evaluate(*expr, candidates, depth, evidence);
     at = bar + 1;
   }
   return std::nullopt;

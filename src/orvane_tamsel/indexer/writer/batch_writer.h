@@ -34,7 +34,8 @@ std::string site_key(std::optional<std::int64_t> caller, const std::string& evid
                      const std::string& scopes, const std::string& receiver = {},
                      const std::string& member = {}, const std::string& receiver_evidence = {},
                      std::int64_t arguments = -1, const std::string& template_args = {},
-                     const std::string& argument_kinds = {});
+                     const std::string& argument_kinds = {},
+                     const std::string& argument_names = {});
 
 struct OldSite {
   std::int64_t id, line;

@@ -145,7 +145,8 @@ void BatchWriter::read_kept_rows(FileWrite& w) {
         site_key(old_sites.is_null(1) ? std::nullopt : std::optional(old_sites.integer(1)),
                  old_sites.text(3), old_sites.text(4), old_sites.optional_text(6).value_or(""),
                  old_sites.optional_text(7).value_or(""), old_sites.text(8), old_sites.text(9),
-                 old_sites.text(10), old_sites.integer(11), old_sites.text(12), old_sites.text(13));
+                 old_sites.text(10), old_sites.integer(11), old_sites.text(12), old_sites.text(13),
+                 old_sites.text(14));
     w.kept_sites[key].push_back(
         {old_sites.integer(0), old_sites.integer(2), old_sites.integer(5) != 0});
   }

@@ -14,7 +14,7 @@ std::string site_key(std::optional<std::int64_t> caller, const std::string& evid
                      const std::string& scopes, const std::string& receiver,
                      const std::string& member, const std::string& receiver_evidence,
                      std::int64_t arguments, const std::string& template_args,
-                     const std::string& argument_kinds) {
+                     const std::string& argument_kinds, const std::string& argument_names) {
   std::string key = caller ? std::to_string(*caller) : std::string("-");
   if (arguments >= 0) key.append("(").append(std::to_string(arguments));
   if (!receiver.empty()) {
@@ -24,8 +24,8 @@ std::string site_key(std::optional<std::int64_t> caller, const std::string& evid
     }
     if (receiver_evidence != types::BACKS_TARGET) return key;
   }
-  for (const auto* part :
-       {&evidence, &target, &fallbacks, &scopes, &template_args, &argument_kinds}) {
+  for (const auto* part : {&evidence, &target, &fallbacks, &scopes, &template_args, &argument_kinds,
+                           &argument_names}) {
     key.push_back('\x1f');
     key.append(*part);
   }
@@ -67,9 +67,10 @@ void BatchWriter::write_sites(FileWrite& w) {
         if (!scopes.empty()) scopes.push_back(' ');
         scopes.append(m);
       }
-      auto it = w.kept_sites.find(site_key(caller, call.evidence, call.target, fallbacks, scopes,
-                                           receiver, member, receiver_evidence, call.arguments,
-                                           call.template_args, call.argument_kinds));
+      auto it =
+          w.kept_sites.find(site_key(caller, call.evidence, call.target, fallbacks, scopes,
+                                     receiver, member, receiver_evidence, call.arguments,
+                                     call.template_args, call.argument_kinds, call.argument_names));
       if (it != w.kept_sites.end() && !it->second.empty()) {
         auto old = it->second.front();
         it->second.pop_front();
@@ -92,6 +93,7 @@ void BatchWriter::write_sites(FileWrite& w) {
         .bind(9, call.arguments)
         .bind(10, call.template_args)
         .bind(11, call.argument_kinds)
+        .bind(12, call.argument_names)
         .run();
     auto site = db.last_insert_id();
     if (!bulk) mark_relink.bind(1, site).run();

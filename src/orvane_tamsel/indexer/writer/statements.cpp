@@ -94,8 +94,8 @@ void Statements::prepare_file_rows(index::Database& db) {
 void Statements::prepare_site_rows(index::Database& db) {
   insert_site = db.prepare(
       "INSERT INTO call_sites(file_id, caller_id, line, evidence, target_fqn, receiver, member, "
-      "receiver_evidence, arguments, template_args, argument_kinds) "
-      "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+      "receiver_evidence, arguments, template_args, argument_kinds, argument_names) "
+      "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
   insert_fallback = db.prepare("INSERT OR IGNORE INTO call_fallbacks VALUES(?, ?, ?)");
   insert_scope = db.prepare("INSERT OR IGNORE INTO call_scopes VALUES(?, ?)");
   insert_import =
@@ -142,7 +142,7 @@ void Statements::prepare_site_rows(index::Database& db) {
       "WHERE b.site_id = c.id AND b.rank < " TAMSEL_RECEIVER_RANK
       "), (SELECT group_concat(k.module, ' ') FROM call_scopes k "
       "WHERE k.site_id = c.id), c.receiver, c.member, c.receiver_evidence, c.arguments, "
-      "c.template_args, c.argument_kinds "
+      "c.template_args, c.argument_kinds, c.argument_names "
       "FROM call_sites c WHERE c.file_id = ? ORDER BY c.id");
   site_line = db.prepare("UPDATE call_sites SET line = ? WHERE id = ?");
   edge_line = db.prepare("UPDATE edges SET line = ? WHERE site_id = ?");

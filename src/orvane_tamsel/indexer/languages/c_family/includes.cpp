@@ -186,12 +186,13 @@ void Linking::after_imports(LinkingContext& ctx) {
   db.exec(LINK_INCLUDES);
   if (!ctx.full_build()) relink_includers_.bind(1, MAX_INCLUDE_DEPTH).run();
   make_macro_sites(ctx);
-  c_sites_ = reach_includes(db);
 }
 
 void Linking::link_calls(LinkingContext& ctx) {
-  if (!c_sites_) return;
   auto& db = ctx.database();
+  // Here, not after the imports: a receiver whose type changed joins the sites to link then.
+  c_sites_ = reach_includes(db);
+  if (!c_sites_) return;
   db.exec(UNIQUE_NAME_AGAIN);
   add_using_fallbacks(db);
   db.exec(LINK_CALLS);

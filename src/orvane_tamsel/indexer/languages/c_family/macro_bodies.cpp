@@ -128,6 +128,11 @@ class Reader {
     std::vector<MacroCall> out;
     std::size_t i = 0;
     while (i < t_.size()) {
+      if (auto open = member_call_end(i); open != i) {
+        out.push_back(call(i, open, true));
+        i = open;
+        continue;
+      }
       std::size_t end = name_end(i);
       if (end == i) {
         ++i;
@@ -173,6 +178,25 @@ class Reader {
     return i;
   }
 
+  // The `(` of a member call on a name at i, `x.m(`, `(x)->m(` or `((x).pre_##name)(`, or i.
+  std::size_t member_call_end(std::size_t i) const {
+    std::size_t j = i;
+    bool parens = is(j, "(");
+    if (parens) ++j;
+    if (!word(j) || is_keyword(t_[j].text)) return i;
+    if (!parens && i > 0 && (is(i - 1, ".") || is(i - 1, "->") || is(i - 1, "::"))) return i;
+    ++j;
+    if (parens && !is(j++, ")")) return i;
+    if (!is(j, ".") && !is(j, "->")) return i;
+    for (++j; word(j); j += 2) {
+      if (is(j + 1, "##")) continue;
+      if (is(j + 1, "(")) return j + 1;
+      bool enclosed = i > 0 && is(i - 1, "(") && is(j + 1, ")") && is(j + 2, "(");
+      return enclosed ? j + 2 : i;
+    }
+    return i;
+  }
+
   bool names_call(std::size_t start, std::size_t end) const {
     // the name's last word, template arguments after it (`GenerateNames<A, B>(`) left out
     std::size_t last = end;
@@ -203,9 +227,16 @@ class Reader {
     return out;
   }
 
-  MacroCall call(std::size_t start, std::size_t open) const {
+  MacroCall call(std::size_t start, std::size_t open, bool member = false) const {
     MacroCall c;
-    c.callee = joined(start, open);
+    if (member) {  // `(x)->pre_##m` as `x.pre_##m`
+      std::size_t receiver = is(start, "(") ? start + 1 : start;
+      std::size_t name = is(start, "(") ? start + 4 : start + 2, end = name;
+      while (word(end) || is(end, "##")) ++end;
+      c.callee = std::string(t_[receiver].text) + "." + joined(name, end);
+    } else {
+      c.callee = joined(start, open);
+    }
     std::vector<std::pair<std::size_t, std::size_t>> args;
     int depth = 0;
     std::size_t from = open + 1;
@@ -256,6 +287,10 @@ struct Expansion {
       return b->second;
     };
     for (const auto& call : m.calls) {
+      if (call.callee.find('.') != std::string::npos) {
+        member_call(call, value);
+        continue;
+      }
       auto callee = value(call.callee);
       if (!callee || callee->starts_with(USE_ARGUMENT)) continue;
       if (plain_word(*callee)) {
@@ -273,19 +308,41 @@ struct Expansion {
           continue;
         }
       }
-      if (seen.insert({*callee, call.arguments}).second) {
-        // which of the use's arguments each argument is, when one is passed down
-        std::vector<std::string> passed;
-        bool any = false;
-        for (const auto& a : call.args) {
-          auto v = value(a).value_or("");
-          passed.push_back(v.starts_with(USE_ARGUMENT) ? v : std::string());
-          any = any || !passed.back().empty();
-        }
-        if (!any) passed.clear();
-        out.push_back({*callee, call.arguments, std::move(passed)});
-      }
+      add(*callee, call, value);
     }
+  }
+
+  template <typename Value>
+  void add(const std::string& callee, const MacroCall& call, const Value& value) {
+    if (!seen.insert({callee, call.arguments}).second) return;
+    // which of the use's arguments each argument is, when one is passed down, or a null pointer
+    std::vector<std::string> passed;
+    bool any = false;
+    for (const auto& a : call.args) {
+      auto v = value(a).value_or("");
+      passed.push_back(v.starts_with(USE_ARGUMENT) || v == "nullptr" ? v : std::string());
+      any = any || !passed.back().empty();
+    }
+    if (!any) passed.clear();
+    out.push_back({callee, call.arguments, std::move(passed)});
+  }
+
+  // `x.pre_##name(...)`: kept when x is one of the use's arguments, whose type the use knows,
+  // with each pasted parameter the use's argument it is bound to.
+  template <typename Value>
+  void member_call(const MacroCall& call, const Value& value) {
+    auto dot = call.callee.find('.');
+    auto receiver = value(call.callee.substr(0, dot));
+    if (!receiver || !receiver->starts_with(USE_ARGUMENT)) return;
+    std::string member;
+    for (std::size_t at = dot + 1; at <= call.callee.size();) {
+      auto end = std::min(call.callee.find("##", at), call.callee.size());
+      auto piece = value(call.callee.substr(at, end - at));
+      if (!piece) return;
+      member += *piece;
+      at = end + 2;
+    }
+    add(*receiver + "." + member, call, value);
   }
 };
 
@@ -368,7 +425,7 @@ std::string argument_kinds_at_use(const MacroCall& call, std::string_view use_ki
   std::string out;
   bool shown = false;
   for (const auto& a : call.args) {
-    char kind = '?';
+    char kind = a == "nullptr" ? 'n' : '?';
     if (a.size() == 2 && a.starts_with(USE_ARGUMENT)) {
       auto i = static_cast<unsigned char>(a[1]) - 1u;
       if (i < use_kinds.size()) kind = use_kinds[i];

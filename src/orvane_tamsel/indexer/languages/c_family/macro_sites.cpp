@@ -52,6 +52,13 @@ INSERT OR IGNORE INTO macro_dropped SELECT m.site_id FROM relink r
   WHERE c.callee_id IS NULL OR (SELECT kind FROM symbols WHERE id = c.callee_id) = 'macro';
 )sql";
 
+// A member call typed by its receiver took the evidence of how the type was known: it is the
+// macro's call all the same.
+constexpr const char* MACRO_EVIDENCE = R"sql(
+UPDATE call_sites SET evidence = 'macro' WHERE id IN (SELECT m.site_id FROM relink r
+  CROSS JOIN macro_sites m ON m.site_id = r.site_id) AND receiver <> '' AND evidence <> 'macro';
+)sql";
+
 // The names a call written at the use would try, nearest first: a name looked up from the
 // scope the use's own lookup started in (its target without the macro's name), outwards.
 std::vector<std::string> candidates_for(std::string_view written, const std::string& use_target,
@@ -77,6 +84,57 @@ std::vector<std::string> candidates_for(std::string_view written, const std::str
 std::string last_name(const std::string& fqn) {
   auto dot = fqn.rfind('.');
   return dot == std::string::npos ? fqn : fqn.substr(dot + 1);
+}
+
+// A member call of an expanded body on one of the use's arguments (see expand_calls), with the
+// names the use passes (call_sites.argument_names): the receiver's type and the member's name,
+// and the arguments it takes when the last pasted name is passed as a call (`F(_, _)`), else
+// the body's with the kinds they show.
+struct MemberCall {
+  std::string receiver, member;
+  std::int64_t arguments = -1;
+  std::string kinds;
+};
+std::optional<MemberCall> member_call(const MacroCall& call, std::string_view passed,
+                                      std::string_view use_kinds) {
+  std::vector<std::pair<std::string_view, std::string_view>> args;  // (name, type)
+  for (std::size_t at = 0; at <= passed.size();) {
+    auto end = std::min(passed.find('\n', at), passed.size());
+    auto line = passed.substr(at, end - at);
+    auto tab = std::min(line.find('\t'), line.size());
+    args.emplace_back(line.substr(0, tab), line.substr(std::min(tab + 1, line.size())));
+    at = end + 1;
+  }
+  auto argument =
+      [&](std::string_view marker) -> const std::pair<std::string_view, std::string_view>* {
+    auto i = static_cast<unsigned char>(marker[1]) - 1u;
+    return i < args.size() ? &args[i] : nullptr;
+  };
+  const auto& c = call.callee;
+  const auto* receiver = argument(c);
+  if (receiver == nullptr || receiver->second.empty() || c.size() < 4 || c[2] != '.') return {};
+  MemberCall out{
+      std::string(receiver->second), {}, call.arguments, argument_kinds_at_use(call, use_kinds)};
+  for (std::size_t at = 3; at < c.size();) {
+    if (c[at] != USE_ARGUMENT[0]) {
+      out.member.push_back(c[at++]);
+      continue;
+    }
+    if (at + 1 >= c.size()) return {};
+    const auto* a = argument(std::string_view(c).substr(at, 2));
+    if (a == nullptr || a->first.empty()) return {};
+    auto name = a->first;
+    out.arguments = call.arguments;
+    out.kinds = argument_kinds_at_use(call, use_kinds);
+    if (auto open = name.find('('); open != std::string_view::npos) {
+      out.arguments = std::stoll(std::string(name.substr(open + 1)));
+      out.kinds.clear();
+      name = name.substr(0, open);
+    }
+    out.member += name;
+    at += 2;
+  }
+  return out;
 }
 
 }  // namespace
@@ -200,13 +258,15 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
     std::int64_t line;  // 0 for every use of a file's own
     std::string target, macro, kinds;
     std::int64_t at = 0;  // the use's line
+    std::string names;    // call_sites.argument_names
   };
   std::vector<Use> uses;
   {
     auto st = db.prepare(
         // (a union: an OR of the two would read every site)
         "SELECT c.id, c.file_id, c.caller_id, c.line, c.target_fqn, c.argument_kinds, "
-        "(SELECT kind FROM symbols WHERE id = c.caller_id) = 'module' FROM (SELECT site_id AS id "
+        "(SELECT kind FROM symbols WHERE id = c.caller_id) = 'module', c.argument_names FROM "
+        "(SELECT site_id AS id "
         "FROM relink UNION SELECT s.id FROM changed_files f CROSS JOIN call_sites s ON "
         "s.file_id = f.id) u CROSS JOIN call_sites c ON c.id = u.id CROSS JOIN files g ON "
         "g.id = c.file_id WHERE c.evidence <> 'macro' AND c.target_fqn <> '' AND c.caller_id IS "
@@ -217,7 +277,7 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
       // a file's own uses (a test's registration) call from the file once: its first
       uses.push_back({st.integer(0), st.integer(1), st.integer(2),
                       st.integer(6) != 0 ? 0 : st.integer(3), st.text(4), std::move(macro),
-                      st.text(5), st.integer(3)});
+                      st.text(5), st.integer(3), st.text(7)});
     }
   }
   if (uses.empty()) return;
@@ -271,6 +331,9 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
   auto insert_site = db.prepare(
       "INSERT INTO call_sites(file_id, caller_id, line, evidence, target_fqn, arguments, "
       "argument_kinds) VALUES(?, ?, ?, 'macro', ?, ?, ?)");
+  auto insert_member_site = db.prepare(
+      "INSERT INTO call_sites(file_id, caller_id, line, evidence, target_fqn, receiver, member, "
+      "arguments, argument_kinds) VALUES(?, ?, ?, 'macro', '', ?, ?, ?, ?)");
   auto insert_fallback = db.prepare("INSERT OR IGNORE INTO call_fallbacks VALUES(?, ?, ?)");
   // A use's scopes are read once for all the sites made at it (a test's body may make dozens).
   auto scopes_st = db.prepare("SELECT module FROM call_scopes WHERE site_id = ?");
@@ -304,6 +367,26 @@ void Linking::make_macro_sites(LinkingContext& ctx) {
       }
     }
     for (const auto& call : it->second) {
+      if (call.callee.starts_with(USE_ARGUMENT)) {
+        auto m = member_call(call, u.names, u.kinds);
+        if (!m || !made.emplace(u.caller_id, u.line, u.macro, m->receiver + "/" + m->member,
+                                m->arguments, m->kinds)
+                       .second)
+          continue;
+        // linked as a receiver site: its scope is what evaluating the type finds
+        insert_member_site.bind(1, u.file_id)
+            .bind(2, u.caller_id)
+            .bind(3, u.at)
+            .bind(4, m->receiver)
+            .bind(5, m->member)
+            .bind(6, m->arguments)
+            .bind(7, m->kinds)
+            .run();
+        auto site = db.last_insert_id();
+        mark_relink.bind(1, site).run();
+        insert_macro_site.bind(1, site).bind(2, u.id).bind(3, u.file_id).bind(4, u.macro).run();
+        continue;
+      }
       auto names = candidates_for(call.callee, u.target, u.macro);
       // `EXPECT_DEATH(f(), "re")`: the literal picks the `const char*` overload of the body's call
       auto kinds = argument_kinds_at_use(call, u.kinds);
@@ -343,6 +426,7 @@ void Linking::copy_macro_links(index::Database& db) {
 
 void Linking::drop_unlinked_macro_sites(LinkingContext& ctx) {
   auto& db = ctx.database();
+  db.exec(MACRO_EVIDENCE);
   db.exec(DROP_UNLINKED);
   db.exec(DROP_SITES);
 }

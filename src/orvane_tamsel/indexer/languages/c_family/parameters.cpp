@@ -159,6 +159,8 @@ bool suits(char kind, const ParameterType& type) {
       return has("char");
     case 'a':  // an array: an array reference, or a pointer it decays to
       return has("[") || has("*");
+    case 'n':  // a null pointer: a pointer, a function's too
+      return has("*");
     case 'c':  // an object: no array or pointer parameter takes one
       return !has("[") && !has("*") && !has("initializer_list");
     default:
@@ -177,12 +179,27 @@ std::optional<std::vector<ParameterType>> parameter_types(std::string_view sig,
   return out;
 }
 
+namespace {
+
+// `...` or a pack (`Matcher<Args>... m`), not a pack inside a type (`R (*)(Args...)`).
+bool variadic(std::string_view parameter) {
+  int depth = 0;
+  for (std::size_t i = 0; i < parameter.size(); ++i) {
+    char c = parameter[i];
+    depth += c == '(' || c == '<' || c == '[' ? 1 : c == ')' || c == '>' || c == ']' ? -1 : 0;
+    if (depth == 0 && parameter.substr(i, 3) == "...") return true;
+  }
+  return false;
+}
+
+}  // namespace
+
 bool fits(std::string_view signature, std::string_view name, std::int64_t arguments) {
   auto list = parameters(signature, name);
   if (arguments < 0 || !list) return true;
   std::int64_t required = 0;
   for (auto p : *list) {
-    if (p.find("...") != std::string_view::npos) return arguments >= required;  // variadic
+    if (variadic(p)) return arguments >= required;
     if (!has_default(p)) ++required;
   }
   return arguments >= required && arguments <= static_cast<std::int64_t>(list->size());

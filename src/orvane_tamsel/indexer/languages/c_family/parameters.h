@@ -25,14 +25,15 @@ std::optional<std::vector<ParameterType>> parameter_types(std::string_view signa
 bool same_parameters(std::string_view a, std::string_view b, std::string_view name);
 
 // Whether a call passing `arguments` may call the function `name` of that signature: as many as
-// it has parameters, fewer when the last have defaults, more when it is variadic. True when the
+// it has parameters, fewer when the last have defaults, more when it is variadic (`...` or a
+// pack, not a pack inside a parameter's type: `R (*)(Args...)`). True when the
 // count (-1) or the list is unknown.
 bool fits(std::string_view signature, std::string_view name, std::int64_t arguments);
 
 // How well a call fits the function `name` of that signature: 0 when it does not (fits()), 2 when
 // every argument whose kind it shows (ParsedCall::argument_kinds) suits its parameter's type (a
 // braced list an initializer_list, a wide string literal a wchar_t or wstring, a narrow one a
-// char, an array an array or pointer, an object neither), 1 otherwise.
+// char, an array an array or pointer, an object neither, a null pointer a pointer), 1 otherwise.
 int fit_score(std::string_view signature, std::string_view name, std::int64_t arguments,
               std::string_view kinds);
 

@@ -294,6 +294,7 @@ class Rules : public c::Rules {
     std::vector<std::string> candidates, brought;
     call.arguments = argument_count(pending.call);
     call.argument_kinds = argument_kinds_in(pending.call, pending.caller);
+    call.argument_names = macro_argument_names(pending.call, callee, pending.caller);
     if (is(callee, "identifier") || is(callee, "qualified_identifier") ||
         is(callee, "type_identifier") || is(callee, "template_type")) {
       auto written = text(callee);
@@ -409,6 +410,8 @@ class Rules : public c::Rules {
   void record_types(TSNode node);
   void declare(std::size_t fn, TSNode declarator, const TypeExpr& type);
   void note_value_kind(std::size_t fn, TSNode declarator, TSNode type);
+  // What a use of a macro (a callee in capitals) passes (see ParsedCall::argument_names).
+  std::string macro_argument_names(TSNode call, TSNode callee, std::size_t fn) const;
   // The kinds argument_kinds() reads from the text, with those of names the caller declared.
   std::string argument_kinds_in(TSNode call, std::size_t fn) const {
     auto known = value_kinds_.find(fn);

@@ -175,6 +175,40 @@ TypeExpr Rules::expr_type(TSNode e, std::size_t fn, int depth) const {
   return out;
 }
 
+std::string Rules::macro_argument_names(TSNode call, TSNode callee, std::size_t fn) const {
+  TSNode args = ts_node_child_by_field_name(call, "arguments", 9);
+  if (!is(callee, "identifier") || ts_node_is_null(args)) return {};
+  auto name = text(callee);
+  if (!std::any_of(name.begin(), name.end(), [](char c) { return c >= 'A' && c <= 'Z'; }) ||
+      std::any_of(name.begin(), name.end(), [](char c) { return c >= 'a' && c <= 'z'; }))
+    return {};
+  auto typed = typed_.find(fn);
+  std::string out;
+  bool any = false;
+  for (std::uint32_t i = 0; i < ts_node_named_child_count(args); ++i) {
+    TSNode a = ts_node_named_child(args, i);
+    if (i > 0) out.push_back('\n');
+    if (is(a, "identifier")) {
+      std::string written(text(a));
+      out += written;
+      if (typed != typed_.end()) {
+        if (auto t = typed->second.find(written); t != typed->second.end() && !t->second.empty())
+          out.append("\t").append(t->second);
+      }
+      any = true;
+    } else if (is(a, "call_expression") &&
+               is(ts_node_child_by_field_name(a, "function", 8), "identifier")) {
+      // `F(_, _)`, which a body pasting it into `gmock_##F` calls with those two
+      out.append(text(ts_node_child_by_field_name(a, "function", 8)))
+          .append("(")
+          .append(std::to_string(argument_count(a)))
+          .append(")");
+      any = true;
+    }
+  }
+  return any ? out : std::string();
+}
+
 // A local declared twice with two types (variables of one name in two blocks) is unknown.
 // `T** p` and `T a[3]` hold T values (`p[0]->m()`); `T* p` is taken as T itself (`p->m()`).
 void Rules::declare(std::size_t fn, TSNode d, const TypeExpr& type) {
@@ -251,11 +285,13 @@ void Rules::record_types(TSNode node) {
       out_.symbols[sym].type_of = type_expr(type, lookup_scope(), ts_node_start_byte(node));
     return;
   }
-  // `typedef TestSuite TestCase;`: TestCase's members are TestSuite's, found as on a base
-  bool alias = is(node, "type_definition") && !frames_.empty() && frames_.back().symbol != NONE &&
-               out_.symbols[frames_.back().symbol].kind == "type";
+  // `typedef TestSuite TestCase;` and `using TestCase = TestSuite;`: TestCase's members are
+  // TestSuite's, found as on a base
+  bool alias = (is(node, "type_definition") || is(node, "alias_declaration")) && !frames_.empty() &&
+               frames_.back().symbol != NONE && out_.symbols[frames_.back().symbol].kind == "type";
   if (alias) {
     TSNode type = ts_node_child_by_field_name(node, "type", 4);
+    if (is(type, "type_descriptor")) type = ts_node_child_by_field_name(type, "type", 4);
     if (!names_class(type)) return;
     auto t = type_expr(text(type), lookup_scope(), ts_node_start_byte(node));
     for (std::size_t at = 0; !t.empty() && at < t.size();) {
