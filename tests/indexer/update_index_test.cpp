@@ -646,6 +646,44 @@ TEST(UpdateIndex, ReferencePagesReachTheSymbolsTheyDocument) {
   EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
 }
 
+// A module's only class or function, undocumented, is searched with the module's docstring, and
+// keeps its own docstring empty; an edit that adds a second definition or changes the module's
+// docstring rewrites the text an unchanged definition is searched with.
+TEST(UpdateIndex, AModulesLoneDefinitionIsSearchedWithTheModuleDocstring) {
+  indexer_test::TempRepo repo;
+  using Docs = std::pair<std::string, std::string>;  // the symbol's and its text row's, "NULL"
+  auto docs = [&](const std::string& fqn) {
+    index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
+    auto st = db.prepare(
+        "SELECT coalesce(s.docstring, 'NULL'), coalesce(t.docstring, 'NULL') FROM symbols s "
+        "JOIN symbol_text t ON t.rowid = s.id WHERE s.fqn = ?");
+    st.bind(1, fqn);
+    return st.step() ? Docs(st.text(0), st.text(1)) : Docs();
+  };
+  const std::string backend =
+      "class EmailBackend:\n    def send(self, messages):\n        return len(messages)\n";
+  repo.write("dummy.py", "\"\"\"Backend that does nothing.\"\"\"\n\n" + backend);
+  repo.write("two.py", "\"\"\"Helpers.\"\"\"\n\ndef a():\n    pass\n\ndef b():\n    pass\n");
+  repo.write("own.py", "\"\"\"Module.\"\"\"\n\ndef c():\n    \"\"\"Own words.\"\"\"\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(docs("dummy.EmailBackend"), Docs("NULL", "Backend that does nothing."));
+  EXPECT_EQ(docs("dummy.EmailBackend.send"), Docs("NULL", "NULL"));
+  EXPECT_EQ(docs("two.a"), Docs("NULL", "NULL"));
+  EXPECT_EQ(docs("own.c"), Docs("Own words.", "Own words."));
+
+  repo.write("dummy.py", "\"\"\"Backend that does nothing.\"\"\"\n\n" + backend +
+                                  "\ndef helper():\n    pass\n");
+  repo.write("two.py", "\"\"\"Helpers.\"\"\"\n\ndef a():\n    pass\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(docs("dummy.EmailBackend"), Docs("NULL", "NULL"));
+  EXPECT_EQ(docs("two.a"), Docs("NULL", "Helpers."));
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
+  repo.write("dummy.py", "\"\"\"Sends nothing.\"\"\"\n\n" + backend);
+  indexer::update_index(repo.root());
+  EXPECT_EQ(docs("dummy.EmailBackend"), Docs("NULL", "Sends nothing."));
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
+}
+
 // An update relinks only the names an edit may move, yet leaves what a clean build writes: for
 // body edits, members defined on a derived class or a base, bases that change two classes down
 // the names a page uses through a renaming import, files added and deleted, and pages edited.
