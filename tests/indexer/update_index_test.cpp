@@ -48,7 +48,7 @@ std::multiset<std::string> dump(const fs::path& root) {
   for (const char* sql :
        {"SELECT 'text ' || coalesce(s.fqn, 'orphan') || ' ' || t.name || ' ' || t.fqn || ' ' || "
         "coalesce(t.signature, '') || ' ' || coalesce(t.docstring, '') || ' ' || t.path || ' ' || "
-        "coalesce(t.reference, '') "
+        "coalesce(t.reference, '') || ' ' || coalesce(t.words, '') "
         "FROM symbol_text t LEFT JOIN symbols s ON s.id = t.rowid",
         "SELECT 'gram ' || coalesce(s.fqn, 'orphan') || ' ' || g.name "
         "FROM name_grams g LEFT JOIN symbols s ON s.id = g.rowid"}) {
@@ -60,7 +60,7 @@ std::multiset<std::string> dump(const fs::path& root) {
   const std::vector<std::pair<std::vector<std::string>, std::string>> rows = {
       {{"'row'", "s.fqn", "s.name", "s.name_folded", "s.kind", "s.start_line", "s.end_line",
         "s.signature", "s.docstring", "s.is_test", "p.fqn", "s.parent_fqn", "s.bases", "f.path",
-        "s.type_of", "s.fields"},
+        "s.type_of", "s.fields", "s.words"},
        "symbols s JOIN files f ON f.id = s.file_id LEFT JOIN symbols p ON p.id = s.parent_id"},
       {{"'site'", "f.path", "c.line", "r.fqn", "c.evidence", "c.target_fqn", "e.fqn",
         "(SELECT group_concat(b.rank || ':' || b.fqn) FROM call_fallbacks b "
@@ -672,7 +672,7 @@ TEST(UpdateIndex, AModulesLoneDefinitionIsSearchedWithTheModuleDocstring) {
   EXPECT_EQ(docs("own.c"), Docs("Own words.", "Own words."));
 
   repo.write("dummy.py", "\"\"\"Backend that does nothing.\"\"\"\n\n" + backend +
-                                  "\ndef helper():\n    pass\n");
+                             "\ndef helper():\n    pass\n");
   repo.write("two.py", "\"\"\"Helpers.\"\"\"\n\ndef a():\n    pass\n");
   indexer::update_index(repo.root());
   EXPECT_EQ(docs("dummy.EmailBackend"), Docs("NULL", "NULL"));
@@ -681,6 +681,22 @@ TEST(UpdateIndex, AModulesLoneDefinitionIsSearchedWithTheModuleDocstring) {
   repo.write("dummy.py", "\"\"\"Sends nothing.\"\"\"\n\n" + backend);
   indexer::update_index(repo.root());
   EXPECT_EQ(docs("dummy.EmailBackend"), Docs("NULL", "Sends nothing."));
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
+
+  // So are the words of a definition's own strings, when only they change.
+  auto words = [&](const std::string& fqn) {
+    index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
+    auto st = db.prepare(
+        "SELECT t.words FROM symbols s JOIN symbol_text t ON t.rowid = s.id WHERE s.fqn = ?");
+    st.bind(1, fqn);
+    return st.step() ? st.text(0) : "";
+  };
+  repo.write("two.py", "def a():\n    raise ValueError('no messages')\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(words("two.a"), "no messages");
+  repo.write("two.py", "def a():\n    raise ValueError('nothing to send')\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(words("two.a"), "nothing to send");
   EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
 }
 

@@ -10,7 +10,7 @@
 namespace orvane_tamsel::index {
 
 // Bump on every change to the tables below: an index of another version is rebuilt.
-inline constexpr int SCHEMA_VERSION = 16;
+inline constexpr int SCHEMA_VERSION = 17;
 
 // Bump whenever extraction stores something else for the same source (new kinds, fqn rules,
 // call evidence): an index of another extractor version is rebuilt, so unchanged files do not

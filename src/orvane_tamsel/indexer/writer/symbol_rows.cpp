@@ -98,7 +98,7 @@ void BatchWriter::write_symbols(FileWrite& w) {
     if (old) {
       same_text = old->kind != "module" && s.kind != "module" && old->name == s.name &&
                   old->signature == s.signature && old->docstring == s.docstring &&
-                  lone_rewritten.count(s.fqn) == 0;
+                  old->words == s.words && lone_rewritten.count(s.fqn) == 0;
       if (!same_text) delete_text_rows(*id);
       w.old_by_id.erase(*id);
     }
@@ -147,10 +147,10 @@ void BatchWriter::update_symbol_row(const StoredSymbol& old, const ParsedSymbol&
   if (old.kind != s.kind || old.start_line != s.start_line || old.end_line != s.end_line ||
       old.signature != s.signature || old.docstring != s.docstring || old.is_test != is_test ||
       old.parent_id != parent || old.parent_fqn != s.parent_fqn || old.bases != bases ||
-      old.type_of != s.type_of || old.fields != fields) {
+      old.type_of != s.type_of || old.fields != fields || old.words != s.words) {
     update_symbol
         .bind_all(s.kind, s.start_line, s.end_line, s.signature, s.docstring, is_test, parent,
-                  s.parent_fqn, bases, s.type_of, fields, old.id)
+                  s.parent_fqn, bases, s.type_of, fields, s.words, old.id)
         .run();
   }
 }
@@ -161,7 +161,7 @@ std::int64_t BatchWriter::insert_symbol_row(std::int64_t file_id, const ParsedSy
   insert_symbol
       .bind_all(std::optional<std::int64_t>{}, file_id, s.fqn, s.name, utils::lower(s.name), s.kind,
                 s.start_line, s.end_line, s.signature, s.docstring, is_test, parent, s.parent_fqn,
-                bases, s.type_of, types::encode_fields(s.fields))
+                bases, s.type_of, types::encode_fields(s.fields), s.words)
       .run();
   auto id = db.last_insert_id();
   affect(s.fqn);
@@ -171,13 +171,14 @@ std::int64_t BatchWriter::insert_symbol_row(std::int64_t file_id, const ParsedSy
 void BatchWriter::insert_text_rows(std::int64_t id, const std::string& name, const std::string& fqn,
                                    const std::optional<std::string>& signature,
                                    const std::optional<std::string>& docstring,
-                                   const std::string& path) {
+                                   const std::string& path, const std::string& words) {
   insert_text.bind(1, id)
       .bind(2, index::name_text(name, &name_splitter()))
       .bind(3, fqn)
       .bind(4, signature)
       .bind(5, docstring)
       .bind(6, path)
+      .bind(7, words)
       .run();
   insert_name_gram.bind(1, id).bind(2, name).run();
 }
@@ -205,11 +206,11 @@ void BatchWriter::insert_all_text() {
       std::make_unique<index::EnglishWords>(index::EnglishWords::default_dictionary(), true);
   splitter = std::make_unique<index::NameSplitter>(words, *dictionary);
   auto st = db.prepare(std::string("SELECT s.id, s.name, s.fqn, s.signature, ") + TEXT_DOCSTRING +
-                       ", f.path FROM symbols s CROSS JOIN files f ON f.id = s.file_id "
+                       ", f.path, s.words FROM symbols s CROSS JOIN files f ON f.id = s.file_id "
                        "WHERE s.kind <> 'module' ORDER BY s.id");
   while (st.step()) {
     insert_text_rows(st.integer(0), st.text(1), st.text(2), st.optional_text(3),
-                     st.optional_text(4), st.text(5));
+                     st.optional_text(4), st.text(5), st.text(6));
   }
   splitter.reset();
   dictionary.reset();
@@ -219,11 +220,11 @@ void BatchWriter::insert_all_text() {
 // declarations it re-extracted: those would be written, deleted and merged in again.
 void BatchWriter::insert_new_text() {
   auto st = db.prepare(std::string("SELECT s.id, s.name, s.fqn, s.signature, ") + TEXT_DOCSTRING +
-                       ", f.path FROM new_text n CROSS JOIN symbols s ON s.id = n.id "
+                       ", f.path, s.words FROM new_text n CROSS JOIN symbols s ON s.id = n.id "
                        "CROSS JOIN files f ON f.id = s.file_id WHERE s.kind <> 'module'");
   while (st.step()) {
     insert_text_rows(st.integer(0), st.text(1), st.text(2), st.optional_text(3),
-                     st.optional_text(4), st.text(5));
+                     st.optional_text(4), st.text(5), st.text(6));
   }
 }
 
