@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "orvane_tamsel/indexer/extract.h"
@@ -38,10 +39,9 @@ def plain():
   const auto* python = utils::language_for_path("m.py");
   auto file = indexer::extract(*python, "m.py", "m", source);
   auto words = [&](const std::string& fqn) {
-    for (const auto& s : file.symbols) {
-      if (s.fqn == fqn) return s.words;
-    }
-    return std::string("missing");
+    auto s = std::find_if(file.symbols.begin(), file.symbols.end(),
+                          [&](const auto& s) { return s.fqn == fqn; });
+    return s == file.symbols.end() ? "missing" : s->words;
   };
   EXPECT_EQ(words("m.Field"), "Universally unique identifier");
   EXPECT_EQ(words("m.Field.check"), "is not valid UUID");
