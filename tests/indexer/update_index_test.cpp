@@ -48,7 +48,7 @@ std::multiset<std::string> dump(const fs::path& root) {
   for (const char* sql :
        {"SELECT 'text ' || coalesce(s.fqn, 'orphan') || ' ' || t.name || ' ' || t.fqn || ' ' || "
         "coalesce(t.signature, '') || ' ' || coalesce(t.docstring, '') || ' ' || t.path || ' ' || "
-        "coalesce(t.reference, '') "
+        "coalesce(t.reference, '') || ' ' || coalesce(t.words, '') "
         "FROM symbol_text t LEFT JOIN symbols s ON s.id = t.rowid",
         "SELECT 'gram ' || coalesce(s.fqn, 'orphan') || ' ' || g.name "
         "FROM name_grams g LEFT JOIN symbols s ON s.id = g.rowid"}) {
@@ -60,7 +60,7 @@ std::multiset<std::string> dump(const fs::path& root) {
   const std::vector<std::pair<std::vector<std::string>, std::string>> rows = {
       {{"'row'", "s.fqn", "s.name", "s.name_folded", "s.kind", "s.start_line", "s.end_line",
         "s.signature", "s.docstring", "s.is_test", "p.fqn", "s.parent_fqn", "s.bases", "f.path",
-        "s.type_of", "s.fields"},
+        "s.type_of", "s.fields", "s.words"},
        "symbols s JOIN files f ON f.id = s.file_id LEFT JOIN symbols p ON p.id = s.parent_id"},
       {{"'site'", "f.path", "c.line", "r.fqn", "c.evidence", "c.target_fqn", "e.fqn",
         "(SELECT group_concat(b.rank || ':' || b.fqn) FROM call_fallbacks b "
@@ -643,6 +643,46 @@ TEST(UpdateIndex, ReferencePagesReachTheSymbolsTheyDocument) {
   fs::remove(repo.root() / "docs/queues.rst");
   EXPECT_EQ(indexer::update_index(repo.root()).documented, 0);
   EXPECT_EQ(texts("pkg.queues.Queue"), Texts("FIFO.", "NULL"));
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
+}
+
+// A module's only class or function, undocumented, is searched with the module's docstring, and
+// keeps its own docstring empty; an edit that adds a second definition or changes the module's
+// docstring rewrites the text an unchanged definition is searched with.
+TEST(UpdateIndex, TextRowsReadTheModuleDocstringAndOwnStringsAsACleanBuildWould) {
+  indexer_test::TempRepo repo;
+  using Docs = std::pair<std::string, std::string>;  // the symbol's and its text row's, "NULL"
+  auto docs = [&](const std::string& fqn) {
+    index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
+    auto st = db.prepare(
+        "SELECT coalesce(s.docstring, 'NULL'), coalesce(t.docstring, 'NULL') FROM symbols s "
+        "JOIN symbol_text t ON t.rowid = s.id WHERE s.fqn = ?");
+    st.bind(1, fqn);
+    return st.step() ? Docs(st.text(0), st.text(1)) : Docs();
+  };
+  auto backend = [](const std::string& said) {
+    return "class EmailBackend:\n    def send(self, messages):\n        return '" + said + "'\n";
+  };
+  repo.write("dummy.py", "\"\"\"Backend that does nothing.\"\"\"\n\n" + backend("sent"));
+  repo.write("two.py", "\"\"\"Helpers.\"\"\"\n\ndef a():\n    pass\n\ndef b():\n    pass\n");
+  repo.write("own.py", "\"\"\"Module.\"\"\"\n\ndef c():\n    \"\"\"Own words.\"\"\"\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(docs("dummy.EmailBackend"), Docs("NULL", "Backend that does nothing."));
+  EXPECT_EQ(docs("dummy.EmailBackend.send"), Docs("NULL", "NULL"));
+  EXPECT_EQ(docs("two.a"), Docs("NULL", "NULL"));
+  EXPECT_EQ(docs("own.c"), Docs("Own words.", "Own words."));
+
+  repo.write("dummy.py", "\"\"\"Backend that does nothing.\"\"\"\n\n" + backend("sent") +
+                             "\ndef helper():\n    pass\n");
+  repo.write("two.py", "\"\"\"Helpers.\"\"\"\n\ndef a():\n    pass\n");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(docs("dummy.EmailBackend"), Docs("NULL", "NULL"));
+  EXPECT_EQ(docs("two.a"), Docs("NULL", "Helpers."));
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
+  // The words of a method's own strings, changed alone, change its text row too.
+  repo.write("dummy.py", "\"\"\"Sends nothing.\"\"\"\n\n" + backend("discarded"));
+  indexer::update_index(repo.root());
+  EXPECT_EQ(docs("dummy.EmailBackend"), Docs("NULL", "Sends nothing."));
   EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
 }
 

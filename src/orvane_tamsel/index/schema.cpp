@@ -52,7 +52,8 @@ CREATE TABLE symbols(
   parent_fqn TEXT NOT NULL,
   bases TEXT NOT NULL,         -- base class fqns separated by blanks
   type_of TEXT NOT NULL DEFAULT '',  -- a type expression: a function's result, a variable's type
-  fields TEXT NOT NULL DEFAULT '');  -- typed members that are no symbols: "name\ttype" lines
+  fields TEXT NOT NULL DEFAULT '',  -- typed members that are no symbols: "name\ttype" lines
+  words TEXT NOT NULL DEFAULT '');  -- what its own strings say (ParsedSymbol::words)
 CREATE INDEX symbols_file ON symbols(file_id, start_line);
 CREATE INDEX symbols_fqn ON symbols(fqn);
 
@@ -206,11 +207,13 @@ CREATE TABLE doc_text(symbol_id INTEGER PRIMARY KEY, text TEXT NOT NULL);
 
 -- Code symbols (no modules) for ranked text search; rowid = symbols.id. reference: what the
 -- reference pages say of the symbol (doc_text), weighed near the name: a page describes public
--- API in the words users ask with.
+-- API in the words users ask with. words: symbols.words, weighed below the docstring: a message
+-- says what code does less squarely than a docstring.
 CREATE VIRTUAL TABLE symbol_text USING fts5(
-  name, fqn, signature, docstring, path, reference,
+  name, fqn, signature, docstring, path, reference, words,
   tokenize = 'porter unicode61 remove_diacritics 2');
-INSERT INTO symbol_text(symbol_text, rank) VALUES('rank', 'bm25(10.0, 4.0, 2.0, 1.0, 2.0, 8.0)');
+INSERT INTO symbol_text(symbol_text, rank)
+  VALUES('rank', 'bm25(10.0, 4.0, 2.0, 1.0, 2.0, 8.0, 0.5)');
 
 -- The words the repository writes as separate parts of its names, set by a full build: names
 -- written as one run of letters are split into them (and English words) in symbol_text.name.

@@ -494,7 +494,7 @@ class SqliteRepository : public Repository {
     if (match.empty()) return rows;
     // The weights are the table's rank weights (schema), so that the shares add up to its bm25.
     auto st = db_->prepare(
-        "SELECT t.rowid, term_scores(symbol_text, 10.0, 4.0, 2.0, 1.0, 2.0, 8.0) "
+        "SELECT t.rowid, term_scores(symbol_text, 10.0, 4.0, 2.0, 1.0, 2.0, 8.0, 0.5) "
         "FROM symbol_text t JOIN symbols s ON s.id = t.rowid "
         "WHERE symbol_text MATCH ?1 AND (?2 OR s.is_test = 0)");
     st.bind(1, match).bind(2, include_tests);

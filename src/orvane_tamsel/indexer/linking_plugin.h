@@ -96,6 +96,7 @@ struct StoredSymbol {
   std::string parent_fqn, bases;  // bases space-separated
   std::int64_t row = 0;           // a merged declaration's row in `declarations`
   std::string type_of, fields;    // fields as stored: "name\ttype" lines
+  std::string words;
 };
 
 // A file just written by put_file.

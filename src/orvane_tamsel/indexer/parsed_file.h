@@ -71,6 +71,9 @@ struct ParsedSymbol {
   // as an attribute (a Python property) of that type; a field holding a class ("S:" of a class),
   // called, gives an instance of it.
   std::vector<std::pair<std::string, TypeExpr>> fields;
+  // What the symbol says in words besides its docstring (the strings it holds itself), searched
+  // as text; "" when nothing does.
+  std::string words;
 };
 
 // The field a function or method defined more than once in its file on branches that exclude

@@ -6,6 +6,7 @@
 
 #include "orvane_tamsel/indexer/languages/python/extraction.h"
 #include "orvane_tamsel/indexer/languages/python/module_names.h"
+#include "orvane_tamsel/indexer/languages/python/string_words.h"
 #include "orvane_tamsel/indexer/languages/skeleton.h"
 
 namespace orvane_tamsel::indexer::python {
@@ -182,6 +183,7 @@ void Extraction::finish() {
   collect_instances();
   collect_type_facts();
   collect_types();
+  add_string_words(root_, src_, out_.symbols);
 }
 
 std::string Extraction::string_body(TSNode s) const {

@@ -139,7 +139,8 @@ struct BatchWriter : Connection, Statements, LinkingContext {
                                  std::optional<std::int64_t> parent, const std::string& bases);
   void insert_text_rows(std::int64_t id, const std::string& name, const std::string& fqn,
                         const std::optional<std::string>& signature,
-                        const std::optional<std::string>& docstring, const std::string& path);
+                        const std::optional<std::string>& docstring, const std::string& path,
+                        const std::string& words);
   void insert_new_text();
   void insert_all_text();
   const index::NameSplitter& name_splitter();

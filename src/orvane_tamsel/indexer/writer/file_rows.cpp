@@ -97,6 +97,7 @@ std::vector<StoredSymbol> BatchWriter::clear_file(std::int64_t file_id, std::set
     if (!old_symbols.is_null(9)) o.parent_id = old_symbols.integer(9);
     o.type_of = old_symbols.text(12);
     o.fields = old_symbols.text(13);
+    o.words = old_symbols.text(14);
   }
   old_symbols.reset();
   if (stored_calls && !keep_rows) {

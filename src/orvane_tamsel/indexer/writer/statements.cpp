@@ -68,22 +68,23 @@ void Statements::prepare_file_rows(index::Database& db) {
   touch = db.prepare("UPDATE files SET mtime_ns = ?, size = ?, hash = ? WHERE path = ?");
   old_symbols = db.prepare(
       "SELECT id, fqn, name, kind, signature, docstring, start_line, end_line, is_test, "
-      "parent_id, parent_fqn, bases, type_of, fields FROM symbols WHERE file_id = ? ORDER BY id");
+      "parent_id, parent_fqn, bases, type_of, fields, words FROM symbols WHERE file_id = ? "
+      "ORDER BY id");
   delete_file = db.prepare("DELETE FROM files WHERE id = ?");
   insert_symbol = db.prepare(
       "INSERT INTO symbols(id, file_id, fqn, name, name_folded, kind, start_line, end_line, "
-      "signature, docstring, is_test, parent_id, parent_fqn, bases, type_of, fields) "
-      "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+      "signature, docstring, is_test, parent_id, parent_fqn, bases, type_of, fields, words) "
+      "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
   // No column of the name indexes: only the file's own index entries move with its lines.
   update_symbol = db.prepare(
       "UPDATE symbols SET kind = ?, start_line = ?, end_line = ?, signature = ?, docstring = ?, "
-      "is_test = ?, parent_id = ?, parent_fqn = ?, bases = ?, type_of = ?, fields = ? "
-      "WHERE id = ?");
+      "is_test = ?, parent_id = ?, parent_fqn = ?, bases = ?, type_of = ?, fields = ?, "
+      "words = ? WHERE id = ?");
   rename_symbol = db.prepare("UPDATE symbols SET name = ?, name_folded = ? WHERE id = ?");
   delete_symbol = db.prepare("DELETE FROM symbols WHERE id = ?");
   insert_text = db.prepare(
-      "INSERT INTO symbol_text(rowid, name, fqn, signature, docstring, path) "
-      "VALUES(?, ?, ?, ?, ?, ?)");
+      "INSERT INTO symbol_text(rowid, name, fqn, signature, docstring, path, words) "
+      "VALUES(?, ?, ?, ?, ?, ?, ?)");
   insert_name_gram = db.prepare("INSERT INTO name_grams(rowid, name) VALUES(?, ?)");
   delete_text = db.prepare("DELETE FROM symbol_text WHERE rowid = ?");
   delete_name_gram = db.prepare("DELETE FROM name_grams WHERE rowid = ?");

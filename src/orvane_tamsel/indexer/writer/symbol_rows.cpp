@@ -1,5 +1,9 @@
 // Writing a file's symbols: rows kept, updated or added, and their text rows.
 
+#include <algorithm>
+#include <set>
+#include <utility>
+
 #include "orvane_tamsel/index/name_split.h"
 #include "orvane_tamsel/index/schema.h"
 #include "orvane_tamsel/indexer/types/sql_type_facts.h"
@@ -8,7 +12,63 @@
 
 namespace orvane_tamsel::indexer::writer {
 
+namespace {
+
+// A Python module's only class or function, undocumented, is searched with the module's
+// docstring: a file holding one backend or one command says at its top what that is. The
+// symbol's own docstring stays as written.
+#define TAMSEL_LONE_KINDS "('class', 'function')"
+constexpr const char* TEXT_DOCSTRING =
+    "CASE WHEN coalesce(s.docstring, '') = '' AND f.language = 'python' AND s.kind "
+    "IN " TAMSEL_LONE_KINDS
+    " THEN coalesce((SELECT m.docstring FROM symbols m WHERE m.id = s.parent_id "
+    "AND m.kind = 'module' AND coalesce(m.docstring, '') <> '' AND (SELECT count(*) FROM (SELECT 1 "
+    "FROM symbols o WHERE o.file_id = s.file_id AND o.parent_id = m.id AND o.kind "
+    "IN " TAMSEL_LONE_KINDS " LIMIT 2)) = 1), s.docstring) ELSE s.docstring END";
+
+bool lone_kind(const std::string& kind) {
+  return kind == "class" || kind == "function";
+}
+
+// What decides the text docstring of a file's lone definition: its fqn ("" when the file holds
+// none) and the module's docstring.
+using Lone = std::pair<std::string, std::optional<std::string>>;
+
+Lone lone_now(const ParsedFile& file) {
+  if (file.language != "python" || file.symbols.empty() || file.symbols[0].kind != "module") {
+    return {};
+  }
+  const auto& module = file.symbols[0];
+  std::string fqn;
+  int count = 0;
+  for (const auto& s : file.symbols) {
+    if (s.parent_fqn == module.fqn && lone_kind(s.kind) && ++count == 1) fqn = s.fqn;
+  }
+  return {count == 1 ? fqn : "", module.docstring};
+}
+
+Lone lone_before(const ParsedFile& file,
+                 const std::unordered_map<std::int64_t, StoredSymbol>& old_by_id) {
+  if (file.language != "python") return {};
+  auto module = std::find_if(old_by_id.begin(), old_by_id.end(),
+                             [](const auto& old) { return old.second.kind == "module"; });
+  if (module == old_by_id.end()) return {};
+  std::string fqn;
+  int count = 0;
+  for (const auto& [id, s] : old_by_id) {
+    if (s.parent_id == module->first && lone_kind(s.kind) && ++count == 1) fqn = s.fqn;
+  }
+  return {count == 1 ? fqn : "", module->second.docstring};
+}
+
+}  // namespace
+
 void BatchWriter::write_symbols(FileWrite& w) {
+  // The lone definitions whose text docstring may change although their own text did not.
+  auto before = lone_before(w.file, w.old_by_id);
+  auto now = lone_now(w.file);
+  std::set<std::string> lone_rewritten;
+  if (before != now) lone_rewritten = {before.first, now.first};
   for (const auto& s : w.file.symbols) {
     std::optional<std::int64_t> id;
     if (auto it = w.reusable.find(s.fqn); it != w.reusable.end() && !it->second.empty()) {
@@ -37,7 +97,8 @@ void BatchWriter::write_symbols(FileWrite& w) {
     bool same_text = false;
     if (old) {
       same_text = old->kind != "module" && s.kind != "module" && old->name == s.name &&
-                  old->signature == s.signature && old->docstring == s.docstring;
+                  old->signature == s.signature && old->docstring == s.docstring &&
+                  old->words == s.words && lone_rewritten.count(s.fqn) == 0;
       if (!same_text) delete_text_rows(*id);
       w.old_by_id.erase(*id);
     }
@@ -86,10 +147,10 @@ void BatchWriter::update_symbol_row(const StoredSymbol& old, const ParsedSymbol&
   if (old.kind != s.kind || old.start_line != s.start_line || old.end_line != s.end_line ||
       old.signature != s.signature || old.docstring != s.docstring || old.is_test != is_test ||
       old.parent_id != parent || old.parent_fqn != s.parent_fqn || old.bases != bases ||
-      old.type_of != s.type_of || old.fields != fields) {
+      old.type_of != s.type_of || old.fields != fields || old.words != s.words) {
     update_symbol
         .bind_all(s.kind, s.start_line, s.end_line, s.signature, s.docstring, is_test, parent,
-                  s.parent_fqn, bases, s.type_of, fields, old.id)
+                  s.parent_fqn, bases, s.type_of, fields, s.words, old.id)
         .run();
   }
 }
@@ -100,7 +161,7 @@ std::int64_t BatchWriter::insert_symbol_row(std::int64_t file_id, const ParsedSy
   insert_symbol
       .bind_all(std::optional<std::int64_t>{}, file_id, s.fqn, s.name, utils::lower(s.name), s.kind,
                 s.start_line, s.end_line, s.signature, s.docstring, is_test, parent, s.parent_fqn,
-                bases, s.type_of, types::encode_fields(s.fields))
+                bases, s.type_of, types::encode_fields(s.fields), s.words)
       .run();
   auto id = db.last_insert_id();
   affect(s.fqn);
@@ -110,13 +171,14 @@ std::int64_t BatchWriter::insert_symbol_row(std::int64_t file_id, const ParsedSy
 void BatchWriter::insert_text_rows(std::int64_t id, const std::string& name, const std::string& fqn,
                                    const std::optional<std::string>& signature,
                                    const std::optional<std::string>& docstring,
-                                   const std::string& path) {
+                                   const std::string& path, const std::string& words) {
   insert_text.bind(1, id)
       .bind(2, index::name_text(name, &name_splitter()))
       .bind(3, fqn)
       .bind(4, signature)
       .bind(5, docstring)
       .bind(6, path)
+      .bind(7, words)
       .run();
   insert_name_gram.bind(1, id).bind(2, name).run();
 }
@@ -143,12 +205,12 @@ void BatchWriter::insert_all_text() {
   dictionary =
       std::make_unique<index::EnglishWords>(index::EnglishWords::default_dictionary(), true);
   splitter = std::make_unique<index::NameSplitter>(words, *dictionary);
-  auto st = db.prepare(
-      "SELECT s.id, s.name, s.fqn, s.signature, s.docstring, f.path FROM symbols s "
-      "CROSS JOIN files f ON f.id = s.file_id WHERE s.kind <> 'module' ORDER BY s.id");
+  auto st = db.prepare(std::string("SELECT s.id, s.name, s.fqn, s.signature, ") + TEXT_DOCSTRING +
+                       ", f.path, s.words FROM symbols s CROSS JOIN files f ON f.id = s.file_id "
+                       "WHERE s.kind <> 'module' ORDER BY s.id");
   while (st.step()) {
     insert_text_rows(st.integer(0), st.text(1), st.text(2), st.optional_text(3),
-                     st.optional_text(4), st.text(5));
+                     st.optional_text(4), st.text(5), st.text(6));
   }
   splitter.reset();
   dictionary.reset();
@@ -157,13 +219,12 @@ void BatchWriter::insert_all_text() {
 // An update writes the text rows of its new symbols once the merge has taken back the
 // declarations it re-extracted: those would be written, deleted and merged in again.
 void BatchWriter::insert_new_text() {
-  auto st = db.prepare(
-      "SELECT s.id, s.name, s.fqn, s.signature, s.docstring, f.path FROM new_text n "
-      "CROSS JOIN symbols s ON s.id = n.id CROSS JOIN files f ON f.id = s.file_id "
-      "WHERE s.kind <> 'module'");
+  auto st = db.prepare(std::string("SELECT s.id, s.name, s.fqn, s.signature, ") + TEXT_DOCSTRING +
+                       ", f.path, s.words FROM new_text n CROSS JOIN symbols s ON s.id = n.id "
+                       "CROSS JOIN files f ON f.id = s.file_id WHERE s.kind <> 'module'");
   while (st.step()) {
     insert_text_rows(st.integer(0), st.text(1), st.text(2), st.optional_text(3),
-                     st.optional_text(4), st.text(5));
+                     st.optional_text(4), st.text(5), st.text(6));
   }
 }
 
