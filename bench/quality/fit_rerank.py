@@ -63,10 +63,13 @@ SETS = [
     ("stdlib_u9", "stdlib", "stdlib", "questions_untouched9_stdlib.tsv", "spent", 9),
     ("django_u9", "django", "django", "questions_untouched9_django.tsv", "spent", 9),
     ("go_u9", "go", "go", "questions_untouched9_go.tsv", "spent", 9),
+    ("stdlib_u10", "stdlib", "stdlib", "questions_untouched10_stdlib.tsv", "spent", 10),
+    ("django_u10", "django", "django", "questions_untouched10_django.tsv", "spent", 10),
+    ("go_u10", "go", "go", "questions_untouched10_go.tsv", "spent", 10),
 ]
 # The newest spent set: every older question fits, it tests (--latest picks an older one, and
 # the sets written after it are left out, as when it was the newest).
-LATEST = 9
+LATEST = 10
 
 
 # The inputs in the order tamsel_quality --dump writes them.
