@@ -585,6 +585,18 @@ TEST(UpdateIndex, AnInterruptedFirstBuildResumesFromItsBatches) {
 // What a reference page says of a name reaches the text row of the symbol it documents, through
 // the package's re-exports, and follows edits of the page and of the code as a clean build would;
 // the symbol's own docstring stays the source's.
+using Texts = std::pair<std::string, std::string>;
+
+// A symbol's own docstring and one column of its text row, "NULL" for none.
+Texts text_row(const fs::path& root, const std::string& fqn, const std::string& column) {
+  index::Database db(root / ".tamsel" / "index.db", index::Database::Mode::read);
+  auto st = db.prepare("SELECT coalesce(s.docstring, 'NULL'), coalesce(t." + column +
+                       ", 'NULL') FROM symbols s JOIN symbol_text t ON t.rowid = s.id "
+                       "WHERE s.fqn = ?");
+  st.bind(1, fqn);
+  return st.step() ? Texts(st.text(0), st.text(1)) : Texts();
+}
+
 TEST(UpdateIndex, ReferencePagesReachTheSymbolsTheyDocument) {
   indexer_test::TempRepo repo("shop");
   repo.write("src/pkg/__init__.py", "from .queues import *\n");
@@ -594,15 +606,7 @@ TEST(UpdateIndex, ReferencePagesReachTheSymbolsTheyDocument) {
              "      Block until every item was processed.\n\n.. function:: missing()\n\n"
              "   Gone.\n");
   // The symbol's docstring and what its text row holds from the pages, "NULL" for none.
-  using Texts = std::pair<std::string, std::string>;
-  auto texts = [&](const std::string& fqn) {
-    index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
-    auto st = db.prepare(
-        "SELECT coalesce(s.docstring, 'NULL'), coalesce(t.reference, 'NULL') FROM symbols s "
-        "JOIN symbol_text t ON t.rowid = s.id WHERE s.fqn = ?");
-    st.bind(1, fqn);
-    return st.step() ? Texts(st.text(0), st.text(1)) : Texts();
-  };
+  auto texts = [&](const std::string& fqn) { return text_row(repo.root(), fqn, "reference"); };
   // A .txt file is read only when its head holds a Python directive.
   repo.write("NOTES.txt", "Release notes.\n\n.. note:: not Python\n");
   repo.write("docs/late.txt", std::string(indexer::reference_docs::TXT_SNIFF_BYTES, 'x') +
@@ -651,15 +655,8 @@ TEST(UpdateIndex, ReferencePagesReachTheSymbolsTheyDocument) {
 // docstring rewrites the text an unchanged definition is searched with.
 TEST(UpdateIndex, TextRowsReadTheModuleDocstringAndOwnStringsAsACleanBuildWould) {
   indexer_test::TempRepo repo;
-  using Docs = std::pair<std::string, std::string>;  // the symbol's and its text row's, "NULL"
-  auto docs = [&](const std::string& fqn) {
-    index::Database db(repo.root() / ".tamsel" / "index.db", index::Database::Mode::read);
-    auto st = db.prepare(
-        "SELECT coalesce(s.docstring, 'NULL'), coalesce(t.docstring, 'NULL') FROM symbols s "
-        "JOIN symbol_text t ON t.rowid = s.id WHERE s.fqn = ?");
-    st.bind(1, fqn);
-    return st.step() ? Docs(st.text(0), st.text(1)) : Docs();
-  };
+  using Docs = Texts;  // the symbol's and its text row's, "NULL"
+  auto docs = [&](const std::string& fqn) { return text_row(repo.root(), fqn, "docstring"); };
   auto backend = [](const std::string& said) {
     return "class EmailBackend:\n    def send(self, messages):\n        return '" + said + "'\n";
   };
