@@ -22,21 +22,29 @@ bool is_letter(char c) {
 }
 
 // The string nodes of the tree with their first line, in source order; a docstring (a string
-// standing first in a module, class or function body) is the symbol's own and left out.
-void collect(TSNode node, std::vector<std::pair<std::int64_t, TSNode>>& strings) {
-  std::uint32_t count = ts_node_named_child_count(node);
-  bool body = is_type(node, "block") || is_type(node, "module");
-  for (std::uint32_t i = 0; i < count; ++i) {
-    TSNode child = ts_node_named_child(node, i);
-    if (is_type(child, "string")) {
-      strings.emplace_back(ts_node_start_point(child).row + 1, child);
+// standing first in a module, class or function body) is the symbol's own and left out. An
+// explicit stack: deeply nested source must not exhaust the thread's.
+void collect(TSNode root, std::vector<std::pair<std::int64_t, TSNode>>& strings) {
+  std::vector<TSNode> stack{root};
+  while (!stack.empty()) {
+    TSNode node = stack.back();
+    stack.pop_back();
+    if (is_type(node, "string")) {
+      strings.emplace_back(ts_node_start_point(node).row + 1, node);
       continue;  // an f-string's interpolations are code
     }
-    if (body && i == 0 && is_type(child, "expression_statement") &&
-        ts_node_named_child_count(child) == 1 && is_type(ts_node_named_child(child, 0), "string")) {
-      continue;
+    std::uint32_t count = ts_node_named_child_count(node);
+    bool body = is_type(node, "block") || is_type(node, "module");
+    // Children pushed last to first, so they come off in source order.
+    for (std::uint32_t i = count; i-- > 0;) {
+      TSNode child = ts_node_named_child(node, i);
+      if (body && i == 0 && is_type(child, "expression_statement") &&
+          ts_node_named_child_count(child) == 1 &&
+          is_type(ts_node_named_child(child, 0), "string")) {
+        continue;
+      }
+      stack.push_back(child);
     }
-    collect(child, strings);
   }
 }
 
