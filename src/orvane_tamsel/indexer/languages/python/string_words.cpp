@@ -93,7 +93,8 @@ void add_string_words(TSNode root, std::string_view src, std::vector<ParsedSymbo
   std::vector<std::size_t> counts(symbols.size());
   std::vector<std::size_t> open;
   std::size_t next = 0;
-  for (const auto& [line, node] : strings) {
+  for (const auto& [first_line, node] : strings) {
+    const auto line = first_line;  // a lambda may not capture a structured binding (clang 14)
     for (; next < holders.size() && symbols[holders[next]].start_line <= line; ++next) {
       open.push_back(holders[next]);
     }
