@@ -302,6 +302,15 @@ TEST(TermMatch, InflectionsAndRunTogetherNamesMeet) {
   EXPECT_EQ(inside_module("shop.carts", "shop/cart.py"), "shop.carts");
   // A Go package is its folder.
   EXPECT_EQ(inside_module("http.Client.Do", "net/http/client.go"), "Client.Do");
+  // A shortened owner name is named by the word it shortens; words under three letters and
+  // functions without an owner say nothing.
+  std::vector<std::string> terms{"add", "two", "rational", "numbers"};
+  EXPECT_EQ(owner_named("Rat.Add", terms), 1.0);
+  EXPECT_EQ(owner_named("Float.Add", terms), 0.0);
+  EXPECT_EQ(owner_named("outer.RatNum.add", terms), 1.0);
+  EXPECT_EQ(owner_named("RWMutex.Unlock", {"release", "write", "lock", "mutex"}), 1.0);
+  EXPECT_EQ(owner_named("WaitGroup.Done", {"wait", "finished"}), 0.5);
+  EXPECT_EQ(owner_named("add", terms), 0.0);
 }
 
 TEST(TermExpansion, TheCodeBasesOwnWordReachesNamesTheQuestionDoesNotSpell) {

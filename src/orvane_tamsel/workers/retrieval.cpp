@@ -172,6 +172,9 @@ constexpr double W_COVERED = 2.0;
 // 2,317 of 3,234 (1,439 and 2,305). Fitted on all of them: 1 and 0.8.
 constexpr double W_PREDICATE = 1.0;
 constexpr double W_ERROR_TYPE = 0.8;
+// The question names a method's owner by the word its shortened name stands for ("add two
+// rational numbers": Rat.Add over Float.Add).
+constexpr double W_OWNER_NAMED = 0.2;
 
 // The question's vector from the embedder that holds the symbols', and the symbols nearest it.
 struct Meaning {
@@ -589,6 +592,7 @@ void read_features(Candidate& c, const Question& q, const std::set<std::string>&
   in.public_name = public_name(inner, *c.path);
   in.predicate = q.form.yes_no && predicate_name(s.name);
   in.error_type = q.form.error && is_thing(s.kind) && error_type_name(s.name);
+  in.owner_named = s.kind == "method" ? owner_named(inner, terms) : 0;
   in.spelled = std::any_of(q.words.begin(), q.words.end(), [&](const std::string& w) {
     return utils::reads_as_code(w) &&
            (w == s.name || (s.fqn.size() > w.size() && s.fqn.ends_with(w) &&
@@ -626,7 +630,7 @@ double model_score(const RerankInputs& in, double spread_fused) {
          W_MEANING_RERANK * in.meaning + W_SENSES * in.senses + W_SPELLED * in.spelled +
          W_PAIRED * in.paired + W_IMPORTERS * in.importers + W_REEXPORTED * in.reexported +
          W_PUBLIC * in.public_name + W_COVERED * in.covered + W_PREDICATE * in.predicate +
-         W_ERROR_TYPE * in.error_type;
+         W_ERROR_TYPE * in.error_type + W_OWNER_NAMED * in.owner_named;
 }
 
 // Reads the decision model's features of the first `count` candidates.

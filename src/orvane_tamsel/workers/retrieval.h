@@ -57,6 +57,7 @@ struct RerankInputs {
   double covered = 0;      // share of the question's terms its text says anywhere
   double predicate = 0;    // a predicate's name, for a yes-or-no question
   double error_type = 0;   // a type named as an error, for a question about an error
+  double owner_named = 0;  // share of a method's owner's name words that begin a question word
 };
 
 // A fused candidate with what the rerank reads of it.

@@ -13,6 +13,7 @@ namespace orvane_tamsel::workers::detail {
 namespace {
 
 constexpr std::size_t MIN_PREFIX = 4;
+constexpr std::size_t MIN_OWNER_WORD = 3;
 
 }  // namespace
 
@@ -107,6 +108,21 @@ std::string inside_module(const std::string& fqn, const std::string& path) {
 
 bool inside_name(const std::string& term, std::string_view lower_name) {
   return term.size() >= MIN_PREFIX && lower_name.find(term) != std::string_view::npos;
+}
+
+double owner_named(std::string_view inner, const std::vector<std::string>& terms) {
+  auto last = inner.rfind('.');
+  if (last == std::string_view::npos) return 0;
+  auto owner = inner.substr(0, last);
+  owner = owner.substr(owner.rfind('.') == std::string_view::npos ? 0 : owner.rfind('.') + 1);
+  int words = 0, named = 0;
+  for (const auto& w : index::subwords(owner)) {
+    if (w.size() < MIN_OWNER_WORD) continue;
+    ++words;
+    named += std::any_of(terms.begin(), terms.end(),
+                         [&](const std::string& t) { return t.starts_with(w); });
+  }
+  return words ? static_cast<double>(named) / words : 0;
 }
 
 }  // namespace orvane_tamsel::workers::detail

@@ -23,6 +23,12 @@ bool meets(const std::string& term, const std::vector<std::string>& stems);
 // several words (urlsplit, copytree, b64decode).
 bool inside_name(const std::string& term, std::string_view lower_name);
 
+// The share of a method's owner's name words (three letters or more) that begin a term of the
+// question: a type name shortened (Int, Rat, Addr, Conn) is named by the word it shortens
+// ("integers", "rational"), which stems do not meet. `inner` is the fqn inside its module
+// (Int.DivMod); 0 without an owner.
+double owner_named(std::string_view inner, const std::vector<std::string>& terms);
+
 // The part of a symbol's fqn inside its file: "Cart.total" for shop.cart.Cart.total in
 // src/shop/cart.py, or inside its folder for a language whose folder is a package ("Client.Do"
 // for http.Client.Do in net/http/client.go); the whole fqn when neither path begins it.
