@@ -314,6 +314,8 @@ FORM = ["predicate", "error_type"]
 # Shipped until a method's owner named by a shortened word was weighed: the question form fitted
 # alone (below).
 FORMED = dict(COVERED, predicate=1.0, error_type=0.8)
+# Shipped with it: the owner's name fitted alone (below).
+OWNED = dict(FORMED, owner_named=0.2)
 
 
 def fused_only():
@@ -387,6 +389,7 @@ def methods():
         "question form shipped": lambda train, sets: dict(FORMED),
         # Shipped: a method's owner named by the word its name shortens, fitted alone.
         "owner named alone": fitted(FORMED, ["owner_named"], True),
+        "owner named shipped": lambda train, sets: dict(OWNED),
     }
 
 
