@@ -178,6 +178,9 @@ constexpr double W_OWNER_NAMED = 0.2;
 // How far a definition is from what a user of the code base calls: a Go package under
 // `internal/` (no other module may import it), a generated file (zsyscall_windows.go's wrappers
 // say every word of a question about the environment), a file built only for another platform.
+// Fitted alone, every weight above held: set 10 from the sets before it, Go top-1 75 of 155 (74
+// without); leaving one generation out, Go 699 and 1,072 of 1,375 (695 and 1,070). Only Go has
+// them, so leaving Go out tests nothing. Fitted on all of them: -1, -1 and -0.4.
 constexpr double W_INTERNAL = -1.0;
 constexpr double W_GENERATED = -1.0;
 constexpr double W_ELSEWHERE = -0.4;
