@@ -76,12 +76,13 @@ LATEST = 10
 INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", "docstring",
           "callers", "function", "test", "thing", "exported", "senses", "spelled", "paired",
           "own_name", "holder", "nearest", "importers", "reexported", "public_name", "covered",
-          "predicate", "error_type", "owner_named"]
+          "predicate", "error_type", "owner_named", "internal", "generated", "elsewhere"]
 IX = {name: i for i, name in enumerate(INPUTS)}
 
 RERANKED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "thing",
             "exported", "meaning", "senses", "paired", "importers", "reexported", "public_name",
-            "covered", "predicate", "error_type", "owner_named"]
+            "covered", "predicate", "error_type", "owner_named", "internal", "generated",
+            "elsewhere"]
 DEPTH = 10  # MRR@10, top-1, top-5 as tamsel_quality counts them
 
 
@@ -315,7 +316,10 @@ FORM = ["predicate", "error_type"]
 # alone (below).
 FORMED = dict(COVERED, predicate=1.0, error_type=0.8)
 # Shipped with it: the owner's name fitted alone (below).
-OWNED = dict(FORMED, owner_named=0.2)
+OWNED = dict(FORMED, owner_named=0.2, internal=0.0, generated=0.0, elsewhere=0.0)
+# How far a definition is from what a user of the repository calls: an internal package, a
+# generated file, a file built only for another platform.
+SCOPE = ["internal", "generated", "elsewhere"]
 
 
 def fused_only():
@@ -390,11 +394,17 @@ def methods():
         # Shipped: a method's owner named by the word its name shortens, fitted alone.
         "owner named alone": fitted(FORMED, ["owner_named"], True),
         "owner named shipped": lambda train, sets: dict(OWNED),
+        # Shipped: the distance from a user's API fitted alone, every other weight held (each of
+        # its three alone too).
+        "scope alone": fitted(OWNED, SCOPE, True),
+        "internal alone": fitted(OWNED, ["internal"], True),
+        "generated alone": fitted(OWNED, ["generated"], True),
+        "elsewhere alone": fitted(OWNED, ["elsewhere"], True),
     }
 
 
-CHOSEN = "owner named alone"
-DEFAULT = ["fused only", "question form shipped", CHOSEN]
+CHOSEN = "scope alone"
+DEFAULT = ["fused only", "owner named shipped", CHOSEN]
 
 
 def main():
@@ -405,6 +415,9 @@ def main():
     parser.add_argument("--only", help="comma-separated methods to compare (default: "
                         + ", ".join(DEFAULT) + ")")
     parser.add_argument("--quick", action="store_true", help="no leave-one-file-out folds")
+    parser.add_argument("--generations", action="store_true",
+                        help="also leave one generation out (an input only one corpus has is "
+                        "fitted on that corpus's other sets)")
     parser.add_argument("--nearest", type=int, help="symbols found by meaning alone kept")
     parser.add_argument("--latest", type=int, default=LATEST,
                         help="the set held out as the newest; later sets are left out "
@@ -462,13 +475,16 @@ def main():
     run(f"written before set {LATEST}, tested on it", [(~later, later)], by_corpus=True)
     run("leave one corpus out, pooled", [(corpora != c, corpora == c)
                                           for c in ["stdlib", "django", "go"]], by_corpus=True)
+    if args.generations:
+        run("leave one generation out, pooled",
+            [(generation != g, generation == g) for g in range(LATEST + 1)], by_corpus=True)
     if not args.quick:
         run(f"leave one file out ({len(SETS)} folds), pooled",
             [(sets != s, sets == s) for s, *_ in SETS])
     final = methods()[CHOSEN](data, sets)
     print(f"\n== {CHOSEN}, fitted on all questions")
     print("  " + json.dumps({k: final[k] for k in FITTED + PUBLIC + ["covered"] + FORM +
-                                ["owner_named"]}))
+                                ["owner_named"] + SCOPE}))
     # In-sample, not a measure of quality: what tamsel_quality should print once retrieval.cpp
     # holds these weights.
     print("  per set with these weights (in-sample; compare tamsel_quality):")

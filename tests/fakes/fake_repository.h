@@ -136,6 +136,10 @@ class FakeRepository : public index::Repository {
       const std::vector<index::SymbolId>&) override {
     return unscripted<std::map<index::SymbolId, index::Importers>>("importers");
   }
+  std::map<index::SymbolId, index::FileOrigin> file_origins(
+      const std::vector<index::SymbolId>&) override {
+    return unscripted<std::map<index::SymbolId, index::FileOrigin>>("file_origins");
+  }
   std::vector<std::string> names_matching_text(const std::string&, int) override {
     return unscripted<std::vector<std::string>>("names_matching_text");
   }

@@ -78,6 +78,7 @@ class FakeIndex : public Repository {
     return {};
   }
   std::map<SymbolId, Importers> importers(const std::vector<SymbolId>&) override { return {}; }
+  std::map<SymbolId, FileOrigin> file_origins(const std::vector<SymbolId>&) override { return {}; }
   std::vector<std::string> names_matching_text(const std::string&, int) override { return {}; }
   std::pair<std::map<std::string, std::int64_t>, std::int64_t> name_word_counts(
       const std::vector<std::string>&) override {

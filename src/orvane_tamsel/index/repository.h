@@ -94,6 +94,13 @@ struct Importers {
   bool by_package = false;
 };
 
+// What a symbol's file says of its distance from the code a user calls (files.generated,
+// files.builds_elsewhere).
+struct FileOrigin {
+  bool generated = false;
+  bool builds_elsewhere = false;
+};
+
 struct ScoredSymbol {
   SymbolId id = 0;
   double score = 0;  // larger is better
@@ -223,6 +230,9 @@ class Repository {
   virtual std::map<SymbolId, std::int64_t> caller_counts(const std::vector<SymbolId>& ids) = 0;
   // Files importing each symbol by name; ids nobody imports are left out.
   virtual std::map<SymbolId, Importers> importers(const std::vector<SymbolId>& ids) = 0;
+  // The origin of each symbol's file; ids whose file is neither generated nor built elsewhere are
+  // left out.
+  virtual std::map<SymbolId, FileOrigin> file_origins(const std::vector<SymbolId>& ids) = 0;
   // The names of the production symbols that match, best first (search_text without the rows).
   virtual std::vector<std::string> names_matching_text(const std::string& match, int limit) = 0;
   // How many symbols have each word in their name (matched as the text table matches it), and how

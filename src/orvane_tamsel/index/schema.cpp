@@ -31,7 +31,9 @@ CREATE TABLE files(
   is_test INTEGER NOT NULL,
   module TEXT NOT NULL,
   component TEXT,
-  line_count INTEGER NOT NULL);
+  line_count INTEGER NOT NULL,
+  generated INTEGER NOT NULL,           -- its header says a program wrote it
+  builds_elsewhere INTEGER NOT NULL);   -- built only for another platform than this machine's
 CREATE INDEX files_base ON files(base);
 CREATE INDEX files_module ON files(module);
 

@@ -541,6 +541,19 @@ class SqliteRepository : public Repository {
     return out;
   }
 
+  std::map<SymbolId, FileOrigin> file_origins(const std::vector<SymbolId>& ids) override {
+    std::lock_guard lock(mutex_);
+    std::map<SymbolId, FileOrigin> out;
+    if (ids.empty()) return out;
+    auto st = db_->prepare(
+        "SELECT j.value, f.generated, f.builds_elsewhere FROM json_each(?) j "
+        "JOIN symbols s ON s.id = j.value JOIN files f ON f.id = s.file_id "
+        "WHERE f.generated OR f.builds_elsewhere");
+    st.bind(1, json_ids(ids));
+    while (st.step()) out[st.integer(0)] = {st.integer(1) != 0, st.integer(2) != 0};
+    return out;
+  }
+
   std::vector<std::string> names_matching_text(const std::string& match, int limit) override {
     std::lock_guard lock(mutex_);
     std::vector<std::string> names;

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "orvane_tamsel/indexer/generated_header.h"
 #include "orvane_tamsel/indexer/languages/c.h"
 #include "orvane_tamsel/indexer/languages/cpp.h"
 #include "orvane_tamsel/indexer/languages/go.h"
@@ -59,7 +60,9 @@ void prepare_extraction(const utils::Language& language) {
 
 ParsedFile extract(const utils::Language& language, std::string_view path, std::string_view module,
                    std::string_view content) {
-  return extractor_for(language).extract(language, path, module, content);
+  auto out = extractor_for(language).extract(language, path, module, content);
+  out.generated = generated_header(content);
+  return out;
 }
 
 }  // namespace orvane_tamsel::indexer

@@ -159,6 +159,10 @@ struct ParsedFile {
   std::string module;  // dotted module path of the file ("" when none)
   bool is_test = false;
   std::int64_t line_count = 0;
+  // Far from what a user of the repository calls: written by a program, or built only for
+  // another platform (Go's `_windows.go`, `//go:build plan9`).
+  bool generated = false;
+  bool builds_elsewhere = false;
   std::vector<ParsedSymbol> symbols;  // the module symbol first
   std::vector<ParsedImport> imports;
   std::vector<ParsedCall> calls;  // unresolved sites included, with an empty target

@@ -58,6 +58,9 @@ struct RerankInputs {
   double predicate = 0;    // a predicate's name, for a yes-or-no question
   double error_type = 0;   // a type named as an error, for a question about an error
   double owner_named = 0;  // share of a method's owner's name words that begin a question word
+  double internal = 0;     // in a package only its own module may import (Go's `internal/`)
+  double generated = 0;    // in a file a program wrote
+  double elsewhere = 0;    // in a file built only for another platform
 };
 
 // A fused candidate with what the rerank reads of it.

@@ -58,7 +58,9 @@ ParsedFile extract(const utils::Language& language, std::string_view path, std::
   Rules rules(language, path, module, content);
   auto out = rules.run();
   // The linker reads a file's build constraint from its module symbol (see BuildVariants).
-  if (auto c = build_constraint(content); !c.empty() && !out.symbols.empty()) {
+  auto c = build_constraint(content);
+  out.builds_elsewhere = builds_elsewhere(path) || (!c.empty() && constraint_excludes(c));
+  if (!c.empty() && !out.symbols.empty()) {
     out.symbols.front().fields.emplace_back(BUILD_FIELD, std::move(c));
   }
   return out;

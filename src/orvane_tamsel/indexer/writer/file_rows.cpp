@@ -173,7 +173,7 @@ void BatchWriter::write_file_row(FileWrite& w, const FileState& state,
     }
     update_file
         .bind_all(file.language, state.size, state.mtime_ns, state.hash, file.is_test, component,
-                  file.line_count, *file_id)
+                  file.line_count, file.generated, file.builds_elsewhere, *file_id)
         .run();
     if (find_file_module != file.module) rename_module.bind(1, file.module).bind(2, *file_id).run();
   } else {
@@ -182,7 +182,7 @@ void BatchWriter::write_file_row(FileWrite& w, const FileState& state,
     insert_file
         .bind_all(file.path, stem, std::string(index::last_component(stem)), file.language,
                   state.size, state.mtime_ns, state.hash, file.is_test, file.module, component,
-                  file.line_count)
+                  file.line_count, file.generated, file.builds_elsewhere)
         .run();
     file_id = db.last_insert_id();
     insert_path_gram.bind(1, *file_id).bind(2, file.path).run();

@@ -58,12 +58,13 @@ void Statements::prepare_file_rows(index::Database& db) {
   find_file = db.prepare("SELECT id, component, is_test, module FROM files WHERE path = ?");
   insert_file = db.prepare(
       "INSERT INTO files(path, stem, base, language, size, mtime_ns, hash, is_test, module, "
-      "component, line_count) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+      "component, line_count, generated, builds_elsewhere) "
+      "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
   // The path, and what is made of it, stay; the module only where it changed: no index entry
   // of the files moves.
   update_file = db.prepare(
       "UPDATE files SET language = ?, size = ?, mtime_ns = ?, hash = ?, is_test = ?, "
-      "component = ?, line_count = ? WHERE id = ?");
+      "component = ?, line_count = ?, generated = ?, builds_elsewhere = ? WHERE id = ?");
   rename_module = db.prepare("UPDATE files SET module = ? WHERE id = ?");
   touch = db.prepare("UPDATE files SET mtime_ns = ?, size = ?, hash = ? WHERE path = ?");
   old_symbols = db.prepare(
