@@ -76,12 +76,12 @@ LATEST = 10
 INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", "docstring",
           "callers", "function", "test", "thing", "exported", "senses", "spelled", "paired",
           "own_name", "holder", "nearest", "importers", "reexported", "public_name", "covered",
-          "predicate", "error_type"]
+          "predicate", "error_type", "siblings"]
 IX = {name: i for i, name in enumerate(INPUTS)}
 
 RERANKED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "thing",
             "exported", "meaning", "senses", "paired", "importers", "reexported", "public_name",
-            "covered", "predicate", "error_type"]
+            "covered", "predicate", "error_type", "siblings"]
 DEPTH = 10  # MRR@10, top-1, top-5 as tamsel_quality counts them
 
 
@@ -311,6 +311,8 @@ CURRENT = dict(SHIPPED, public_name=0.3)
 # Shipped until the question's form was weighed: the coverage fitted alone (below).
 COVERED = dict(CURRENT, covered=2.0)
 FORM = ["predicate", "error_type"]
+# Shipped until what tells a symbol from its siblings was weighed: the question's form fitted alone.
+FORMED = dict(COVERED, predicate=1.0, error_type=0.8)
 
 
 def fused_only():
@@ -381,11 +383,17 @@ def methods():
         "question form alone": fitted(COVERED, FORM, True),
         "question form and the rest per file": fitted(COVERED, FORM + ["covered"] + without +
                                                       ["public_name"], True),
+        "question form shipped": lambda train, sets: dict(FORMED),
+        # Shipped: the terms few siblings in the head say, fitted alone, every other weight held;
+        # and with the question's form refitted beside it (as that was fitted above).
+        "siblings alone": fitted(FORMED, ["siblings"], True),
+        "question form and siblings": fitted(COVERED, FORM + ["siblings"], True),
     }
 
 
-CHOSEN = "question form alone"
-DEFAULT = ["fused only", "coverage shipped", "question form and the rest per file", CHOSEN]
+CHOSEN = "siblings alone"
+DEFAULT = ["fused only", "question form alone", "question form shipped",
+           "question form and siblings", CHOSEN]
 
 
 def main():
@@ -458,7 +466,7 @@ def main():
             [(sets != s, sets == s) for s, *_ in SETS])
     final = methods()[CHOSEN](data, sets)
     print(f"\n== {CHOSEN}, fitted on all questions")
-    print("  " + json.dumps({k: final[k] for k in FITTED + PUBLIC + ["covered"] + FORM}))
+    print("  " + json.dumps({k: final[k] for k in FITTED + PUBLIC + ["covered"] + FORM + ["siblings"]}))
     # In-sample, not a measure of quality: what tamsel_quality should print once retrieval.cpp
     # holds these weights.
     print("  per set with these weights (in-sample; compare tamsel_quality):")

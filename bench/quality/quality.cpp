@@ -76,16 +76,16 @@ void dump_candidates(workers::HybridRetriever& retriever, const Question& q, int
   auto& rows = line["candidates"] = nlohmann::json::array();
   for (const auto& c : retriever.candidates(q.text, false)) {
     const auto& in = c.inputs;
-    rows.push_back(
-        {{"fqn", c.fqn},
-         {"path", c.path},
-         {"kind", c.kind},
-         {"fused", c.fused},
-         {"f", {in.text,       in.widened,     in.named,     in.meaning,   in.in_name,
-                in.whole,      in.in_path,     in.docstring, in.callers,   in.function,
-                in.test,       in.thing,       in.exported,  in.senses,    in.spelled,
-                in.paired,     in.own_name,    in.holder,    in.nearest,   in.importers,
-                in.reexported, in.public_name, in.covered,   in.predicate, in.error_type}}});
+    rows.push_back({{"fqn", c.fqn},
+                    {"path", c.path},
+                    {"kind", c.kind},
+                    {"fused", c.fused},
+                    {"f", {in.text,       in.widened,     in.named,     in.meaning,   in.in_name,
+                           in.whole,      in.in_path,     in.docstring, in.callers,   in.function,
+                           in.test,       in.thing,       in.exported,  in.senses,    in.spelled,
+                           in.paired,     in.own_name,    in.holder,    in.nearest,   in.importers,
+                           in.reexported, in.public_name, in.covered,   in.predicate, in.error_type,
+                           in.siblings}}});
   }
   out << line.dump() << "\n";
 }

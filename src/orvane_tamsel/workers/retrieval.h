@@ -2,6 +2,7 @@
 // The hybrid retriever: BM25 over the symbol text, exact names, and a decision model that reorders
 // the head, with the settings it reads.
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -57,6 +58,9 @@ struct RerankInputs {
   double covered = 0;      // share of the question's terms its text says anywhere
   double predicate = 0;    // a predicate's name, for a yes-or-no question
   double error_type = 0;   // a type named as an error, for a question about an error
+  double siblings = 0;     // the question's terms it says that few of its siblings in the head
+                           // say (sibling_terms.h)
+  std::uint64_t said = 0;  // bit i: its text says the question's i-th term
 };
 
 // A fused candidate with what the rerank reads of it.
