@@ -76,13 +76,14 @@ LATEST = 10
 INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", "docstring",
           "callers", "function", "test", "thing", "exported", "senses", "spelled", "paired",
           "own_name", "holder", "nearest", "importers", "reexported", "public_name", "covered",
-          "predicate", "error_type", "owner_named", "internal", "generated", "elsewhere"]
+          "predicate", "error_type", "owner_named", "internal", "generated", "elsewhere",
+          "siblings"]
 IX = {name: i for i, name in enumerate(INPUTS)}
 
 RERANKED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "thing",
             "exported", "meaning", "senses", "paired", "importers", "reexported", "public_name",
             "covered", "predicate", "error_type", "owner_named", "internal", "generated",
-            "elsewhere"]
+            "elsewhere", "siblings"]
 DEPTH = 10  # MRR@10, top-1, top-5 as tamsel_quality counts them
 
 
@@ -320,6 +321,8 @@ OWNED = dict(FORMED, owner_named=0.2, internal=0.0, generated=0.0, elsewhere=0.0
 # How far a definition is from what a user of the repository calls: an internal package, a
 # generated file, a file built only for another platform.
 SCOPE = ["internal", "generated", "elsewhere"]
+# Shipped with them: the three fitted alone (below).
+SCOPED = dict(OWNED, internal=-1.0, generated=-1.0, elsewhere=-0.4)
 
 
 def fused_only():
@@ -400,11 +403,16 @@ def methods():
         "internal alone": fitted(OWNED, ["internal"], True),
         "generated alone": fitted(OWNED, ["generated"], True),
         "elsewhere alone": fitted(OWNED, ["elsewhere"], True),
+        "scope shipped": lambda train, sets: dict(SCOPED),
+        # Shipped: the terms few siblings in the head say, fitted alone, every other weight held;
+        # and with the question's form refitted beside it (as that was fitted above).
+        "siblings alone": fitted(SCOPED, ["siblings"], True),
+        "question form and siblings": fitted(SCOPED, FORM + ["siblings"], True),
     }
 
 
-CHOSEN = "scope alone"
-DEFAULT = ["fused only", "owner named shipped", CHOSEN]
+CHOSEN = "siblings alone"
+DEFAULT = ["fused only", "scope shipped", "question form and siblings", CHOSEN]
 
 
 def main():
@@ -484,7 +492,7 @@ def main():
     final = methods()[CHOSEN](data, sets)
     print(f"\n== {CHOSEN}, fitted on all questions")
     print("  " + json.dumps({k: final[k] for k in FITTED + PUBLIC + ["covered"] + FORM +
-                                ["owner_named"] + SCOPE}))
+                                ["owner_named"] + SCOPE + ["siblings"]}))
     # In-sample, not a measure of quality: what tamsel_quality should print once retrieval.cpp
     # holds these weights.
     print("  per set with these weights (in-sample; compare tamsel_quality):")

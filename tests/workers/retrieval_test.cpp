@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <fstream>
 
 #include "indexer/temp_repo.h"
@@ -11,6 +12,7 @@
 #include "orvane_tamsel/workers/name_lookup.h"
 #include "orvane_tamsel/workers/question_form.h"
 #include "orvane_tamsel/workers/retrieval.h"
+#include "orvane_tamsel/workers/sibling_terms.h"
 #include "orvane_tamsel/workers/term_expansion.h"
 #include "orvane_tamsel/workers/term_match.h"
 #include "orvane_tamsel/workers/wordnet_embedder.h"
@@ -504,4 +506,42 @@ TEST(HybridRetriever, CodeAUserCannotCallFollowsTheCodeTheyCall) {
   repo.write("src/osenv/zsyscall_windows.go", wrapper.substr(wrapper.find("\n\n") + 2));
   indexer::update_index(repo.root());
   EXPECT_THAT(flags(asked, "osenv.SetEnvironmentVariable"), ElementsAre(0, 0, 1));
+}
+
+TEST(HybridRetriever, AWordFewSiblingsSayTellsTheAnswerFromThem) {
+  // Terms said by every sibling, by two, by one; a name defined twice (one per platform) counts
+  // once; a symbol alone in its home has no sibling to be told from.
+  std::vector<SiblingView> head = {{"q.Q.put", "q.py", 0b011},  {"q.Q.get", "q.py", 0b101},
+                                   {"q.Q.size", "q.py", 0b011}, {"q.Q.empty", "q.py", 0b001},
+                                   {"q.Q.get", "q.py", 0b101},  {"lone.take", "lone.py", 0b111}};
+  auto said = sibling_terms(head, 3);
+  EXPECT_NEAR(said[1], std::log(5.0 / 2) / 3, 1e-9);
+  EXPECT_NEAR(said[0], std::log(5.0 / 3) / 3, 1e-9);
+  EXPECT_THAT(std::vector(said.begin() + 3, said.end()), ElementsAre(0, said[1], 0));
+
+  // Through the retriever: "drone" is a little more common in the repository than "courier", so
+  // the fused order puts first a method saying "courier", which every other method of the depot
+  // says too; the one saying "drone" is told from them.
+  indexer_test::TempRepo repo("shop");
+  std::string depot = "class Depot:\n";
+  for (int i = 0; i < 5; ++i) {
+    depot += "    def " + (i < 4 ? "route_" + std::to_string(i) : std::string("dispatch")) +
+             "(self):\n        \"\"\"Hand the parcel to a " + (i < 4 ? "courier" : "drone") +
+             ".\"\"\"\n";
+  }
+  repo.write("src/shop/depot.py", depot);
+  std::string fleet;
+  for (int i = 0; i < 40; ++i) {
+    fleet += "def unit_" + std::to_string(i) + "():\n    \"\"\"A " + (i < 6 ? "drone" : "van") +
+             ".\"\"\"\n";
+  }
+  repo.write("src/shop/fleet.py", fleet);
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+  HybridRetriever retriever(*index, std::nullopt);
+  auto first = [&](bool rerank) {
+    return fqns(*index, retriever.retrieve("parcel courier drone", 1, false, rerank));
+  };
+  EXPECT_THAT(first(false), ElementsAre("shop.depot.Depot.route_0"));
+  EXPECT_THAT(first(true), ElementsAre("shop.depot.Depot.dispatch"));
 }

@@ -2,6 +2,7 @@
 // The hybrid retriever: BM25 over the symbol text, exact names, and a decision model that reorders
 // the head, with the settings it reads.
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -61,6 +62,9 @@ struct RerankInputs {
   double internal = 0;     // in a package only its own module may import (Go's `internal/`)
   double generated = 0;    // in a file a program wrote
   double elsewhere = 0;    // in a file built only for another platform
+  double siblings = 0;     // the question's terms it says that few of its siblings in the head
+                           // say (sibling_terms.h)
+  std::uint64_t said = 0;  // bit i: its text says the question's i-th term
 };
 
 // A fused candidate with what the rerank reads of it.
