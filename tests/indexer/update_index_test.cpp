@@ -706,7 +706,7 @@ TEST(UpdateIndex, MembersReadWhatTheirPackageAndTypeDocsSay) {
       "big/ops.go",
       "package big\n\n// Add sets z to x+y.\nfunc (z *Rat) Add(x, y *Rat) *Rat { return z }\n"
       "\nfunc (z *Rat) Neg() *Rat { return z }\n");
-  repo.write("shapes.py", circle("A round shape. Call area to measure it."));
+  repo.write("shapes.py", circle("A round shape. Call area() to measure it."));
   indexer::update_index(repo.root());
   EXPECT_EQ(row("big.Rat"), "Rat holds rational numbers. | Package big does arithmetic.");
   EXPECT_EQ(row("big.Rat.Add"),
@@ -715,11 +715,11 @@ TEST(UpdateIndex, MembersReadWhatTheirPackageAndTypeDocsSay) {
   EXPECT_EQ(row("big.Rat.Neg"),
             " | Package big does arithmetic. A Rat is a quotient. Rat holds rational numbers.");
   EXPECT_EQ(row("shapes.Circle.area"),
-            "Call area to measure it. | Shapes on a plane. A round shape.");
+            "Call area() to measure it. | Shapes on a plane. A round shape.");
 
   repo.write("big/doc.go", "// Package big does sums.\n// Neg and Rat are here.\npackage big\n");
   repo.write("big/rat.go", "package big\n\n// A Rat is a ratio.\ntype Rat struct{}\n");
-  repo.write("shapes.py", circle("A round shape. Its area is pi r squared."));
+  repo.write("shapes.py", circle("A round shape. Its area() is pi r squared."));
   indexer::update_index(repo.root());
   EXPECT_EQ(
       row("big.Rat.Neg"),
@@ -727,7 +727,7 @@ TEST(UpdateIndex, MembersReadWhatTheirPackageAndTypeDocsSay) {
   EXPECT_EQ(row("big.Rat.Add"),
             " | Package big does sums. A Rat is a ratio. Neg and Rat are here.");
   EXPECT_EQ(row("shapes.Circle.area"),
-            "Its area is pi r squared. | Shapes on a plane. A round shape.");
+            "Its area() is pi r squared. | Shapes on a plane. A round shape.");
   EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
   // The package's doc goes with its file.
   fs::remove(repo.root() / "big/doc.go");

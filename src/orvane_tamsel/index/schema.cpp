@@ -215,7 +215,7 @@ CREATE VIRTUAL TABLE symbol_text USING fts5(
   name, fqn, signature, docstring, path, reference, words, mentions, context,
   tokenize = 'porter unicode61 remove_diacritics 2');
 INSERT INTO symbol_text(symbol_text, rank)
-  VALUES('rank', 'bm25(10.0, 4.0, 2.0, 1.0, 2.0, 8.0, 0.5, 1.0, 0.25)');
+  VALUES('rank', 'bm25(10.0, 4.0, 2.0, 1.0, 2.0, 8.0, 0.5, 1.0, 0.5)');
 
 -- The words the repository writes as separate parts of its names, set by a full build: names
 -- written as one run of letters are split into them (and English words) in symbol_text.name.
