@@ -48,7 +48,8 @@ std::multiset<std::string> dump(const fs::path& root) {
   for (const char* sql :
        {"SELECT 'text ' || coalesce(s.fqn, 'orphan') || ' ' || t.name || ' ' || t.fqn || ' ' || "
         "coalesce(t.signature, '') || ' ' || coalesce(t.docstring, '') || ' ' || t.path || ' ' || "
-        "coalesce(t.reference, '') || ' ' || coalesce(t.words, '') "
+        "coalesce(t.reference, '') || ' ' || coalesce(t.words, '') || ' ' || t.mentions || ' ' || "
+        "t.context "
         "FROM symbol_text t LEFT JOIN symbols s ON s.id = t.rowid",
         "SELECT 'gram ' || coalesce(s.fqn, 'orphan') || ' ' || g.name "
         "FROM name_grams g LEFT JOIN symbols s ON s.id = g.rowid"}) {
@@ -680,6 +681,58 @@ TEST(UpdateIndex, TextRowsReadTheModuleDocstringAndOwnStringsAsACleanBuildWould)
   repo.write("dummy.py", "\"\"\"Sends nothing.\"\"\"\n\n" + backend("discarded"));
   indexer::update_index(repo.root());
   EXPECT_EQ(docs("dummy.EmailBackend"), Docs("NULL", "Sends nothing."));
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
+}
+
+// What a package's or type's doc says of a member reaches the member's text row, and follows
+// edits of that doc, in the member's file or another, as a clean build would.
+TEST(UpdateIndex, MembersReadWhatTheirPackageAndTypeDocsSay) {
+  indexer_test::TempRepo repo;
+  auto row = [&](const std::string& fqn) {
+    return text_row(repo.root(), fqn, "mentions").second + " | " +
+           text_row(repo.root(), fqn, "context").second;
+  };
+  auto circle = [](const std::string& doc) {
+    return "\"\"\"Shapes on a plane.\"\"\"\n\nclass Circle:\n    \"\"\"" + doc +
+           "\"\"\"\n\n    def area(self):\n        return 1\n";
+  };
+  repo.write("big/doc.go",
+             "// Copyright.\n\n// Package big does arithmetic.\n// Rat holds rational numbers.\n"
+             "package big\n");
+  repo.write("big/rat.go",
+             "package big\n\n// A Rat is a quotient. Call Add to sum two.\n"
+             "type Rat struct{}\n");
+  repo.write(
+      "big/ops.go",
+      "package big\n\n// Add sets z to x+y.\nfunc (z *Rat) Add(x, y *Rat) *Rat { return z }\n"
+      "\nfunc (z *Rat) Neg() *Rat { return z }\n");
+  repo.write("shapes.py", circle("A round shape. Call area() to measure it."));
+  indexer::update_index(repo.root());
+  EXPECT_EQ(row("big.Rat"), "Rat holds rational numbers. | Package big does arithmetic.");
+  EXPECT_EQ(row("big.Rat.Add"),
+            "Call Add to sum two. | Package big does arithmetic. A Rat is a quotient. Rat holds "
+            "rational numbers.");
+  EXPECT_EQ(row("big.Rat.Neg"),
+            " | Package big does arithmetic. A Rat is a quotient. Rat holds rational numbers.");
+  EXPECT_EQ(row("shapes.Circle.area"),
+            "Call area() to measure it. | Shapes on a plane. A round shape.");
+
+  repo.write("big/doc.go", "// Package big does sums.\n// Neg and Rat are here.\npackage big\n");
+  repo.write("big/rat.go", "package big\n\n// A Rat is a ratio.\ntype Rat struct{}\n");
+  repo.write("shapes.py", circle("A round shape. Its area() is pi r squared."));
+  indexer::update_index(repo.root());
+  EXPECT_EQ(
+      row("big.Rat.Neg"),
+      "Neg and Rat are here. | Package big does sums. A Rat is a ratio. Neg and Rat are here.");
+  EXPECT_EQ(row("big.Rat.Add"),
+            " | Package big does sums. A Rat is a ratio. Neg and Rat are here.");
+  EXPECT_EQ(row("shapes.Circle.area"),
+            "Its area() is pi r squared. | Shapes on a plane. A round shape.");
+  EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
+  // The package's doc goes with its file.
+  fs::remove(repo.root() / "big/doc.go");
+  indexer::update_index(repo.root());
+  EXPECT_EQ(row("big.Rat.Neg"), " | A Rat is a ratio.");
   EXPECT_EQ(dump(repo.root()), clean_dump(repo.root()));
 }
 

@@ -210,12 +210,14 @@ CREATE TABLE doc_text(symbol_id INTEGER PRIMARY KEY, text TEXT NOT NULL);
 -- Code symbols (no modules) for ranked text search; rowid = symbols.id. reference: what the
 -- reference pages say of the symbol (doc_text), weighed near the name: a page describes public
 -- API in the words users ask with. words: symbols.words, weighed below the docstring: a message
--- says what code does less squarely than a docstring.
+-- says what code does less squarely than a docstring. mentions: the sentences of the enclosing
+-- package's or module's doc and of the type's or class's doc that name the symbol; context: what
+-- those docs say first, weighed low: every member of the package reads it.
 CREATE VIRTUAL TABLE symbol_text USING fts5(
-  name, fqn, signature, docstring, path, reference, words,
+  name, fqn, signature, docstring, path, reference, words, mentions, context,
   tokenize = 'porter unicode61 remove_diacritics 2');
 INSERT INTO symbol_text(symbol_text, rank)
-  VALUES('rank', 'bm25(10.0, 4.0, 2.0, 1.0, 2.0, 8.0, 0.5)');
+  VALUES('rank', 'bm25(10.0, 4.0, 2.0, 1.0, 2.0, 8.0, 0.5, 1.0, 0.5)');
 
 -- The words the repository writes as separate parts of its names, set by a full build: names
 -- written as one run of letters are split into them (and English words) in symbol_text.name.

@@ -492,11 +492,12 @@ class SqliteRepository : public Repository {
     std::string match;
     for (const auto& t : terms) match += (match.empty() ? "\"" : " OR \"") + t + "\"";
     if (match.empty()) return rows;
-    // The weights are the table's rank weights (schema), so that the shares add up to its bm25.
-    auto st = db_->prepare(
-        "SELECT t.rowid, term_scores(symbol_text, 10.0, 4.0, 2.0, 1.0, 2.0, 8.0, 0.5) "
-        "FROM symbol_text t JOIN symbols s ON s.id = t.rowid "
-        "WHERE symbol_text MATCH ?1 AND (?2 OR s.is_test = 0)");
+    // The weights are the table's rank weights, so that the shares add up to its bm25.
+    auto weights = rank_weights();
+    if (!weights.empty()) weights = ", " + weights;
+    auto st = db_->prepare("SELECT t.rowid, term_scores(symbol_text" + weights +
+                           ") FROM symbol_text t JOIN symbols s ON s.id = t.rowid "
+                           "WHERE symbol_text MATCH ?1 AND (?2 OR s.is_test = 0)");
     st.bind(1, match).bind(2, include_tests);
     while (st.step()) {
       auto bytes = st.blob(1);
@@ -796,6 +797,25 @@ class SqliteRepository : public Repository {
     return st;
   }
 
+  // The column weights of the table's rank, bm25(...) in its config: ", w1, w2, ..." ("" when
+  // it holds none, which weighs every column 1).
+  std::string rank_weights() {
+    keep_current();
+    if (!kept_.rank_weights) {
+      auto st = db_->prepare("SELECT v FROM symbol_text_config WHERE k = 'rank'");
+      std::string rank = st.step() ? st.text(0) : "";
+      auto open = rank.find('('), close = rank.rfind(')');
+      std::string weights;
+      if (rank.starts_with("bm25(") && close != std::string::npos && close > open + 1) {
+        weights = rank.substr(open + 1, close - open - 1);
+      }
+      // Spliced into the query: numbers only.
+      if (weights.find_first_not_of("0123456789.,- ") != std::string::npos) weights.clear();
+      kept_.rank_weights = weights;
+    }
+    return *kept_.rank_weights;
+  }
+
   // Forgets what was kept when another connection changed the index since; bounded, so a
   // long-running server does not grow without end.
   void keep_current() {
@@ -816,6 +836,7 @@ class SqliteRepository : public Repository {
   struct Kept {
     std::int64_t version = -1;
     std::optional<std::int64_t> symbols;
+    std::optional<std::string> rank_weights;
     std::unordered_map<std::string, std::optional<std::int64_t>> name_counts;
     std::unordered_map<std::string, std::optional<std::vector<std::string>>> names_matching;
   } kept_;

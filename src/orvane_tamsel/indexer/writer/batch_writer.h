@@ -18,6 +18,7 @@
 #include "orvane_tamsel/index/sqlite_db.h"
 #include "orvane_tamsel/indexer/index_writer.h"
 #include "orvane_tamsel/indexer/linking_plugin.h"
+#include "orvane_tamsel/indexer/writer/context_rows.h"
 #include "orvane_tamsel/indexer/writer/statements.h"
 
 namespace orvane_tamsel::indexer::writer {
@@ -140,9 +141,19 @@ struct BatchWriter : Connection, Statements, LinkingContext {
   void insert_text_rows(std::int64_t id, const std::string& name, const std::string& fqn,
                         const std::optional<std::string>& signature,
                         const std::optional<std::string>& docstring, const std::string& path,
-                        const std::string& words);
+                        const std::string& words, const DocContext& context);
+  void insert_text_from(index::Statement& st);
   void insert_new_text();
   void insert_all_text();
+
+  // context_rows.cpp: text rows that read a docstring another symbol holds. A doc changed in
+  // a Python file rewrites that file's rows; in Go, the package's rows, or a type's methods'
+  // (module, type fqn; "" for the whole package).
+  std::set<std::int64_t> context_files;
+  std::set<std::pair<std::string, std::string>> context_scopes;
+  void context_changed(const std::string& language, std::int64_t file_id, const std::string& module,
+                       const std::string& kind, const std::string& fqn);
+  void refresh_context();
   const index::NameSplitter& name_splitter();
   std::unique_ptr<index::EnglishWords> dictionary;  // in memory for a first build's text rows
   std::unique_ptr<index::NameSplitter> splitter;    // read from name_words when first needed

@@ -151,6 +151,8 @@ void BatchWriter::begin() {
   db.exec("BEGIN IMMEDIATE");
   in_batch = true;
   db.exec(CLEAR_BATCH_TABLES);
+  context_files.clear();
+  context_scopes.clear();
   bulk = resuming || index_empty();
   if (bulk) index::drop_deferrable_indexes(db);
   stored_calls = bulk ? std::nullopt : read_stored_calls();
@@ -201,6 +203,7 @@ void BatchWriter::link() {
     insert_all_text();
   } else {
     insert_new_text();
+    refresh_context();
   }
   db.exec(LINK_IMPORTS);
   for (auto& p : plugins) p->after_imports(*this);
@@ -283,6 +286,8 @@ void BatchWriter::store_calls() {
 void BatchWriter::rollback() {
   if (!in_batch) return;
   tree_languages.clear();
+  context_files.clear();
+  context_scopes.clear();
   in_batch = false;
   index::rollback_if_open(db);
   end_journal();

@@ -208,7 +208,12 @@ void BatchWriter::remove_file(const std::string& path) {
   if (index::tree_components(language)) tree_languages.insert(language);
   for (auto* p : plugins_for(language)) p->before_remove_file(*this, *file_id, path, module);
   std::set<Binding> bound;
-  for (auto& s : clear_file(*file_id, bound)) affect(s.fqn);
+  for (auto& s : clear_file(*file_id, bound)) {
+    affect(s.fqn);
+    if (holds_context(language, s.kind) && s.docstring) {
+      context_changed(language, *file_id, module, s.kind, s.fqn);
+    }
+  }
   for (const auto& b : bound) affect_binding(b);
   components_changed = true;
   delete_file.bind(1, *file_id).run();

@@ -84,8 +84,8 @@ void Statements::prepare_file_rows(index::Database& db) {
   rename_symbol = db.prepare("UPDATE symbols SET name = ?, name_folded = ? WHERE id = ?");
   delete_symbol = db.prepare("DELETE FROM symbols WHERE id = ?");
   insert_text = db.prepare(
-      "INSERT INTO symbol_text(rowid, name, fqn, signature, docstring, path, words) "
-      "VALUES(?, ?, ?, ?, ?, ?, ?)");
+      "INSERT INTO symbol_text(rowid, name, fqn, signature, docstring, path, words, mentions, "
+      "context) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?)");
   insert_name_gram = db.prepare("INSERT INTO name_grams(rowid, name) VALUES(?, ?)");
   delete_text = db.prepare("DELETE FROM symbol_text WHERE rowid = ?");
   delete_name_gram = db.prepare("DELETE FROM name_grams WHERE rowid = ?");

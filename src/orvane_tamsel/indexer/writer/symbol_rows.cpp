@@ -26,6 +26,11 @@ constexpr const char* TEXT_DOCSTRING =
     "FROM symbols o WHERE o.file_id = s.file_id AND o.parent_id = m.id AND o.kind "
     "IN " TAMSEL_LONE_KINDS " LIMIT 2)) = 1), s.docstring) ELSE s.docstring END";
 
+// What a text row is written from (insert_text_from reads them in this order).
+const std::string TEXT_COLUMNS = std::string("SELECT s.id, s.name, s.fqn, s.signature, ") +
+                                 TEXT_DOCSTRING +
+                                 ", f.path, s.words, f.language, s.file_id, f.module, s.parent_id ";
+
 bool lone_kind(const std::string& kind) {
   return kind == "class" || kind == "function";
 }
@@ -87,8 +92,12 @@ void BatchWriter::write_symbols(FileWrite& w) {
       }
     }
     const StoredSymbol* old = nullptr;
+    if (id) old = &w.old_by_id.find(*id)->second;
+    if (holds_context(w.file.language, s.kind) &&
+        (old ? old->docstring != s.docstring || old->kind != s.kind : s.docstring.has_value())) {
+      context_changed(w.file.language, w.id, w.file.module, s.kind, s.fqn);
+    }
     if (id) {
-      old = &w.old_by_id.find(*id)->second;
       update_symbol_row(*old, s, is_test, parent, bases);
     } else {
       id = insert_symbol_row(w.id, s, is_test, parent, bases);
@@ -113,6 +122,9 @@ void BatchWriter::write_symbols(FileWrite& w) {
     if (!left.empty()) affect(fqn);
   }
   for (const auto& [old_id, old] : w.old_by_id) {
+    if (holds_context(w.file.language, old.kind) && old.docstring) {
+      context_changed(w.file.language, w.id, w.file.module, old.kind, old.fqn);
+    }
     delete_text_rows(old_id);
     delete_symbol.bind(1, old_id).run();
   }
@@ -171,7 +183,8 @@ std::int64_t BatchWriter::insert_symbol_row(std::int64_t file_id, const ParsedSy
 void BatchWriter::insert_text_rows(std::int64_t id, const std::string& name, const std::string& fqn,
                                    const std::optional<std::string>& signature,
                                    const std::optional<std::string>& docstring,
-                                   const std::string& path, const std::string& words) {
+                                   const std::string& path, const std::string& words,
+                                   const DocContext& context) {
   insert_text.bind(1, id)
       .bind(2, index::name_text(name, &name_splitter()))
       .bind(3, fqn)
@@ -179,6 +192,8 @@ void BatchWriter::insert_text_rows(std::int64_t id, const std::string& name, con
       .bind(5, docstring)
       .bind(6, path)
       .bind(7, words)
+      .bind(8, context.mentions)
+      .bind(9, context.context)
       .run();
   insert_name_gram.bind(1, id).bind(2, name).run();
 }
@@ -205,13 +220,10 @@ void BatchWriter::insert_all_text() {
   dictionary =
       std::make_unique<index::EnglishWords>(index::EnglishWords::default_dictionary(), true);
   splitter = std::make_unique<index::NameSplitter>(words, *dictionary);
-  auto st = db.prepare(std::string("SELECT s.id, s.name, s.fqn, s.signature, ") + TEXT_DOCSTRING +
-                       ", f.path, s.words FROM symbols s CROSS JOIN files f ON f.id = s.file_id "
+  auto st = db.prepare(std::string(TEXT_COLUMNS) +
+                       "FROM symbols s CROSS JOIN files f ON f.id = s.file_id "
                        "WHERE s.kind <> 'module' ORDER BY s.id");
-  while (st.step()) {
-    insert_text_rows(st.integer(0), st.text(1), st.text(2), st.optional_text(3),
-                     st.optional_text(4), st.text(5), st.text(6));
-  }
+  insert_text_from(st);
   splitter.reset();
   dictionary.reset();
 }
@@ -219,12 +231,19 @@ void BatchWriter::insert_all_text() {
 // An update writes the text rows of its new symbols once the merge has taken back the
 // declarations it re-extracted: those would be written, deleted and merged in again.
 void BatchWriter::insert_new_text() {
-  auto st = db.prepare(std::string("SELECT s.id, s.name, s.fqn, s.signature, ") + TEXT_DOCSTRING +
-                       ", f.path, s.words FROM new_text n CROSS JOIN symbols s ON s.id = n.id "
+  auto st = db.prepare(std::string(TEXT_COLUMNS) +
+                       "FROM new_text n CROSS JOIN symbols s ON s.id = n.id "
                        "CROSS JOIN files f ON f.id = s.file_id WHERE s.kind <> 'module'");
+  insert_text_from(st);
+}
+
+void BatchWriter::insert_text_from(index::Statement& st) {
+  ContextReader context(db);
   while (st.step()) {
-    insert_text_rows(st.integer(0), st.text(1), st.text(2), st.optional_text(3),
-                     st.optional_text(4), st.text(5), st.text(6));
+    auto name = st.text(1), fqn = st.text(2), language = st.text(7), module = st.text(9);
+    auto doc = context.of({name, fqn, language, st.integer(8), module, st.optional_integer(10)});
+    insert_text_rows(st.integer(0), name, fqn, st.optional_text(3), st.optional_text(4), st.text(5),
+                     st.text(6), doc);
   }
 }
 

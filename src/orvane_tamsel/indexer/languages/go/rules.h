@@ -135,6 +135,8 @@ class Rules : public tagged::Extraction {
       if (ts_node_is_null(ts_node_child_by_field_name(node, "name", 4))) record_embedded(node);
     } else if (type == "package_clause") {
       if (ts_node_named_child_count(node) > 0) package_ = text(ts_node_named_child(node, 0));
+      // The package's doc: its members are searched with what it says of them.
+      out_.symbols.front().docstring = docstring_of(node, frames_.back());
     } else if (type == "import_spec") {
       auto raw = field_text(node, "path");
       if (raw.size() < 2) return;
