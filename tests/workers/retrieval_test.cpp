@@ -310,8 +310,9 @@ TEST(TermMatch, InflectionsAndRunTogetherNamesMeet) {
   EXPECT_EQ(owner_named("Rat.Add", terms), 1.0);
   EXPECT_EQ(owner_named("Float.Add", terms), 0.0);
   EXPECT_EQ(owner_named("outer.RatNum.add", terms), 1.0);
-  EXPECT_EQ(owner_named("RWMutex.Unlock", {"release", "write", "lock", "mutex"}), 1.0);
-  EXPECT_EQ(owner_named("WaitGroup.Done", {"wait", "finished"}), 0.5);
+  EXPECT_EQ(owner_named("RWMutex.Unlock", {"release", "write", "lock", "mutexes"}), 0.0);
+  EXPECT_EQ(owner_named("Addr.Port", {"port", "address"}), 1.0);
+  EXPECT_EQ(owner_named("ConnPool.get", {"connection", "pool"}), 0.5);
   EXPECT_EQ(owner_named("add", terms), 0.0);
 }
 

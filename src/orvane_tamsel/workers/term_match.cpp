@@ -119,8 +119,10 @@ double owner_named(std::string_view inner, const std::vector<std::string>& terms
   for (const auto& w : index::subwords(owner)) {
     if (w.size() < MIN_OWNER_WORD) continue;
     ++words;
-    named += std::any_of(terms.begin(), terms.end(),
-                         [&](const std::string& t) { return t.starts_with(w); });
+    // The same word (log, logs) is no shortening: the name inputs count it already.
+    named += std::any_of(terms.begin(), terms.end(), [&](const std::string& t) {
+      return t.starts_with(w) && stem(t) != stem(w);
+    });
   }
   return words ? static_cast<double>(named) / words : 0;
 }
