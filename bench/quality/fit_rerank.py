@@ -323,6 +323,8 @@ OWNED = dict(FORMED, owner_named=0.2, internal=0.0, generated=0.0, elsewhere=0.0
 SCOPE = ["internal", "generated", "elsewhere"]
 # Shipped with them: the three fitted alone (below).
 SCOPED = dict(OWNED, internal=-1.0, generated=-1.0, elsewhere=-0.4)
+# Shipped with the terms few siblings say (fitted alone, below) and the enclosing docs' columns.
+SIBLED = dict(SCOPED, siblings=0.4)
 
 
 def fused_only():
@@ -408,11 +410,16 @@ def methods():
         # and with the question's form refitted beside it (as that was fitted above).
         "siblings alone": fitted(SCOPED, ["siblings"], True),
         "question form and siblings": fitted(SCOPED, FORM + ["siblings"], True),
+        "siblings shipped": lambda train, sets: dict(SIBLED),
+        # With the enclosing docs in the text: the newer inputs refitted, each alone and together.
+        "owner named refit": fitted(SIBLED, ["owner_named"], True),
+        "siblings refit": fitted(SIBLED, ["siblings"], True),
+        "newer inputs refit": fitted(SIBLED, ["owner_named", "siblings"] + SCOPE + FORM, True),
     }
 
 
-CHOSEN = "siblings alone"
-DEFAULT = ["fused only", "scope shipped", "question form and siblings", CHOSEN]
+CHOSEN = "siblings refit"
+DEFAULT = ["fused only", "siblings shipped", "owner named refit", "siblings refit", CHOSEN]
 
 
 def main():

@@ -71,8 +71,8 @@ std::vector<index::SymbolId> bm25_alone(index::Repository& repo, const std::stri
 }
 
 // BM25 over what plain code text says (name, qualified name, signature, docstring, path), without
-// what the index adds to it (reference pages, the strings a definition holds): the baseline a
-// text search over a symbol table alone would give, the first DEPTH.
+// what the index adds to it (reference pages, the strings a definition holds, what enclosing docs
+// say of it): the baseline a text search over a symbol table alone would give, the first DEPTH.
 std::vector<index::SymbolId> bm25_code_text(index::Database& db, const std::string& question) {
   std::string terms;
   for (const auto& t : utils::query_terms(question)) {
@@ -83,7 +83,7 @@ std::vector<index::SymbolId> bm25_code_text(index::Database& db, const std::stri
   auto st = db.prepare(
       "SELECT t.rowid FROM symbol_text t JOIN symbols s ON s.id = t.rowid "
       "WHERE symbol_text MATCH ?1 AND s.is_test = 0 "
-      "ORDER BY bm25(symbol_text, 10.0, 4.0, 2.0, 1.0, 2.0, 0.0, 0.0) LIMIT ?2");
+      "ORDER BY bm25(symbol_text, 10.0, 4.0, 2.0, 1.0, 2.0, 0.0, 0.0, 0.0, 0.0) LIMIT ?2");
   st.bind(1, "{name fqn signature docstring path} : (" + terms + ")").bind(2, DEPTH);
   while (st.step()) ids.push_back(st.integer(0));
   return ids;
