@@ -66,10 +66,13 @@ SETS = [
     ("stdlib_u10", "stdlib", "stdlib", "questions_untouched10_stdlib.tsv", "spent", 10),
     ("django_u10", "django", "django", "questions_untouched10_django.tsv", "spent", 10),
     ("go_u10", "go", "go", "questions_untouched10_go.tsv", "spent", 10),
+    ("stdlib_u11", "stdlib", "stdlib", "questions_untouched11_stdlib.tsv", "spent", 11),
+    ("django_u11", "django", "django", "questions_untouched11_django.tsv", "spent", 11),
+    ("go_u11", "go", "go", "questions_untouched11_go.tsv", "spent", 11),
 ]
 # The newest spent set: every older question fits, it tests (--latest picks an older one, and
 # the sets written after it are left out, as when it was the newest).
-LATEST = 10
+LATEST = 11
 
 
 # The inputs in the order tamsel_quality --dump writes them.
