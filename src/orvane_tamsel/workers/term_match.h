@@ -25,8 +25,8 @@ bool inside_name(const std::string& term, std::string_view lower_name);
 
 // The share of a method's owner's name words (three letters or more) that begin a term of the
 // question: a type name shortened (Int, Rat, Addr, Conn) is named by the word it shortens
-// ("integers", "rational"), which stems do not meet; the word itself does not count. `inner` is the fqn inside its module
-// (Int.DivMod); 0 without an owner.
+// ("integers", "rational"), which stems do not meet; the word itself does not count. `inner` is the
+// fqn inside its module (Int.DivMod); 0 without an owner.
 double owner_named(std::string_view inner, const std::vector<std::string>& terms);
 
 // The part of a symbol's fqn inside its file: "Cart.total" for shop.cart.Cart.total in
