@@ -60,7 +60,7 @@ bool interrupted_before(const std::filesystem::path& root) {
 void add_index_command(CLI::App& app, Action& action) {
   auto args = std::make_shared<IndexArgs>();
   auto* cmd = app.add_subcommand("index", "Build or bring up to date the index of a repository");
-  cmd->add_option("--repo", args->repo, "Repository folder (default: the current directory)");
+  cmd->add_option("repo,--repo", args->repo, "Repository folder (default: the current directory)");
   cmd->add_option("--max-file-size", args->max_file_size,
                   "Skip files larger than this many bytes (default: 1048576)")
       ->check(CLI::PositiveNumber);
@@ -71,7 +71,7 @@ void add_index_command(CLI::App& app, Action& action) {
       std::filesystem::path root(args->repo);
       if (!std::filesystem::is_directory(root)) {
         std::cerr << "tamsel index: " << args->repo
-                  << " is not a directory; pass an existing repository folder with --repo\n";
+                  << " is not a directory; pass an existing repository folder\n";
         return 1;
       }
       if (args->parse_only) {

@@ -55,7 +55,8 @@ void add_serve_command(CLI::App& app, Action& action) {
   static ServeArgs args;
   auto* cmd = app.add_subcommand(
       "serve", "The MCP server on standard input and output (logs on standard error)");
-  cmd->add_option("--repo", args.repo, "The repository to serve (default: the current folder)");
+  cmd->add_option("repo,--repo", args.repo,
+                  "The repository to serve (default: the current folder)");
   cmd->add_flag("--log-file", args.log_file, "Also write the log to DIR/.tamsel/server.log");
   cmd->callback([&action] { action = [] { return run_serve(args); }; });
 }

@@ -126,7 +126,7 @@ void add_status_command(CLI::App& app, Action& action) {
   auto args = std::make_shared<StatusArgs>();
   auto* cmd = app.add_subcommand(
       "status", "What the index holds: files per language, last update, skipped files, size");
-  cmd->add_option("--repo", args->repo, "Repository folder (default: the current directory)");
+  cmd->add_option("repo,--repo", args->repo, "Repository folder (default: the current directory)");
   cmd->add_flag("--json", args->json, "Print JSON (the default when the output is not a terminal)");
   cmd->callback([&action, args] { action = [args] { return run(*args); }; });
 }
