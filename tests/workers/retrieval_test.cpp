@@ -546,3 +546,26 @@ TEST(HybridRetriever, AWordFewSiblingsSayTellsTheAnswerFromThem) {
   EXPECT_THAT(first(false), ElementsAre("shop.depot.Depot.route_0"));
   EXPECT_THAT(first(true), ElementsAre("shop.depot.Depot.dispatch"));
 }
+
+TEST(HybridRetriever, ANameAndItsFirstSentenceSayWhatASymbolIs) {
+  // Bag.elements' doc says every word of the question past its first sentence; Seq.count_of four
+  // of five, in its name and first sentence. Thirty units saying "value" spread the fused scores.
+  indexer_test::TempRepo repo("shop");
+  std::string code =
+      "class Bag:\n  def elements(self):\n    \"\"\"Iterate over them.\n\n    Each "
+      "appears as many times as its count: a value counted twice appears two "
+      "times.\"\"\"\nclass Seq:\n  def count_of(self, value):\n    \"\"\"The times "
+      "a value appears.\"\"\"\n";
+  for (int i = 0; i < 30; ++i)
+    code += "def unit_" + std::to_string(i) + "():\n  \"\"\"A value.\"\"\"\n";
+  repo.write("src/shop/bag.py", code);
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+  HybridRetriever retriever(*index, std::nullopt);
+  auto first = [&](bool rerank) {
+    return fqns(*index,
+                retriever.retrieve("count how many times a value appears", 1, false, rerank));
+  };
+  EXPECT_THAT(first(false), ElementsAre("shop.bag.Bag.elements"));
+  EXPECT_THAT(first(true), ElementsAre("shop.bag.Seq.count_of"));
+}
