@@ -80,13 +80,13 @@ INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", 
           "callers", "function", "test", "thing", "exported", "senses", "spelled", "paired",
           "own_name", "holder", "nearest", "importers", "reexported", "public_name", "covered",
           "predicate", "error_type", "owner_named", "internal", "generated", "elsewhere",
-          "siblings"]
+          "siblings", "opposite"]
 IX = {name: i for i, name in enumerate(INPUTS)}
 
 RERANKED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "thing",
             "exported", "meaning", "senses", "paired", "importers", "reexported", "public_name",
             "covered", "predicate", "error_type", "owner_named", "internal", "generated",
-            "elsewhere", "siblings"]
+            "elsewhere", "siblings", "opposite"]
 DEPTH = 10  # MRR@10, top-1, top-5 as tamsel_quality counts them
 
 
@@ -328,6 +328,8 @@ SCOPE = ["internal", "generated", "elsewhere"]
 SCOPED = dict(OWNED, internal=-1.0, generated=-1.0, elsewhere=-0.4)
 # Shipped with the terms few siblings say (fitted alone, below) and the enclosing docs' columns.
 SIBLED = dict(SCOPED, siblings=0.4)
+# Shipped with the piece telling a name from a sibling's (fitted alone, below).
+OPPOSED = dict(SIBLED, opposite=0.3)
 
 
 def fused_only():
@@ -418,11 +420,16 @@ def methods():
         "owner named refit": fitted(SIBLED, ["owner_named"], True),
         "siblings refit": fitted(SIBLED, ["siblings"], True),
         "newer inputs refit": fitted(SIBLED, ["owner_named", "siblings"] + SCOPE + FORM, True),
+        # The piece telling a name from a sibling's (name_pieces.h), fitted alone, every other
+        # weight held.
+        "opposite alone": fitted(SIBLED, ["opposite"], True),
+        "opposite shipped": lambda train, sets: dict(OPPOSED),
+        "opposite refit": fitted(OPPOSED, ["opposite"], True),
     }
 
 
-CHOSEN = "siblings refit"
-DEFAULT = ["fused only", "siblings shipped", "owner named refit", "siblings refit", CHOSEN]
+CHOSEN = "opposite refit"
+DEFAULT = ["fused only", "siblings shipped", "opposite alone", "opposite shipped", CHOSEN]
 
 
 def main():
@@ -502,7 +509,7 @@ def main():
     final = methods()[CHOSEN](data, sets)
     print(f"\n== {CHOSEN}, fitted on all questions")
     print("  " + json.dumps({k: final[k] for k in FITTED + PUBLIC + ["covered"] + FORM +
-                                ["owner_named"] + SCOPE + ["siblings"]}))
+                                ["owner_named"] + SCOPE + ["siblings", "opposite"]}))
     # In-sample, not a measure of quality: what tamsel_quality should print once retrieval.cpp
     # holds these weights.
     print("  per set with these weights (in-sample; compare tamsel_quality):")
