@@ -329,7 +329,7 @@ SCOPED = dict(OWNED, internal=-1.0, generated=-1.0, elsewhere=-0.4)
 # Shipped with the terms few siblings say (fitted alone, below) and the enclosing docs' columns.
 SIBLED = dict(SCOPED, siblings=0.4)
 # Shipped with the piece telling a name from a sibling's (fitted alone, below).
-OPPOSED = dict(SIBLED, opposite=0.3)
+OPPOSED = dict(SIBLED, opposite=0.2)
 
 
 def fused_only():

@@ -568,14 +568,24 @@ TEST(HybridRetriever, ThePieceTellingSiblingNamesApart) {
   EXPECT_THAT(telling_pieces(cache, "bump the version up"), ElementsAre(1, -1, -1, 1, -1, 1));
   EXPECT_THAT(telling_pieces(cache, "turn off a receiver when the form is invalid"),
               ElementsAre(-1, 1, 1, -1, 1, -1));
+  // Swapped words weigh the one said against the other where one is a direction word.
+  std::vector<PieceView> files = {
+      {"s.C.copy_file", "s.py"}, {"s.C.link_file", "s.py"}, {"s.C.read_file", "s.py"}};
+  EXPECT_THAT(telling_pieces(files, "symlink a file"), ElementsAre(-1, 1, -1));
+  EXPECT_THAT(telling_pieces(files, "copy a file"), ElementsAre(1, -1, 0));
 
   // Through the retriever: the registering function's name says the question's words too.
   indexer_test::TempRepo repo("shop");
   repo.write("src/shop/formats.py",
              "def register_format(name, codec):\n    \"\"\"Register a format by name.\"\"\"\n\n"
-             "def unregister_format(name):\n    \"\"\"Forget a registered format.\"\"\"\n\n"
+             "def unregister_format(name):\n    \"\"\"Forget a format registered by its registered "
+             "name.\"\"\"\n\n"
              "def format_names():\n    \"\"\"Names of every format.\"\"\"\n\n"
              "def default_format():\n    \"\"\"The format orders use.\"\"\"\n");
+  // A long text saying "remove" once spreads the head: the fused lead shrinks to a few tenths.
+  std::string stock = "def audit():\n    \"\"\"Remove";
+  for (int i = 0; i < 80; ++i) stock += " shelf" + std::to_string(i);
+  repo.write("src/shop/stock.py", stock + ".\"\"\"\n");
   indexer::update_index(repo.root());
   auto index = index::open_repository(repo.root());
   HybridRetriever retriever(*index, std::nullopt);

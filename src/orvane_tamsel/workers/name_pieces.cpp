@@ -79,7 +79,8 @@ Words stems(const Words& words) {
 
 struct Piece {
   std::string piece;
-  std::string word;  // the word of the name bearing it
+  std::string word;     // the word of the name bearing it
+  std::string instead;  // the sibling's word in its place, when the two swap a word
 };
 
 bool cue_said(std::string_view cue, const std::string& text, const Words& asked) {
@@ -103,14 +104,15 @@ bool said(const Piece& p, const std::string& text, const Words& asked) {
          });
 }
 
-// The piece of `a` that `b` lacks when the two names differ by that piece alone.
+// The piece of `a` that `b` lacks when the two names differ by that piece alone, or a's word where
+// the two swap a direction word.
 std::optional<Piece> telling_piece(const Words& a, const Words& b) {
   if (a.size() == b.size() + 1) {
     for (std::size_t i = 0; i < a.size(); ++i) {
       if (std::equal(b.begin(), b.begin() + static_cast<std::ptrdiff_t>(i), a.begin()) &&
           std::equal(b.begin() + static_cast<std::ptrdiff_t>(i), b.end(),
                      a.begin() + static_cast<std::ptrdiff_t>(i) + 1)) {
-        return Piece{a[i], a[i]};
+        return Piece{a[i], a[i], {}};
       }
     }
   }
@@ -122,13 +124,21 @@ std::optional<Piece> telling_piece(const Words& a, const Words& b) {
     differ = i;
   }
   if (differ == a.size()) return std::nullopt;
+  const auto& x = a[differ];
+  const auto& y = b[differ];
   for (auto p : PREFIXES) {
-    const auto& x = a[differ];
-    const auto& y = b[differ];
     if (x.size() > p.size() && x.starts_with(p) && index::stem(x.substr(p.size())) == y) {
-      return Piece{std::string(p), x};
+      return Piece{std::string(p), x, {}};
     }
   }
+  if (y.size() > x.size()) {
+    for (auto p : PREFIXES) {
+      if (y.starts_with(p) && index::stem(y.substr(p.size())) == x) return std::nullopt;
+    }
+  }
+  // Opposite verbs in one place (copy_file / link_file, incr_version / decr_version); any other
+  // swapped word lost held out.
+  if (cues().contains(x) || cues().contains(y)) return Piece{x, x, y};
   return std::nullopt;
 }
 
@@ -158,6 +168,12 @@ std::vector<double> telling_pieces(std::span<const PieceView> head, std::string_
       }
       auto piece = telling_piece(names[j], names[k]);
       if (!piece) continue;
+      if (!piece->instead.empty()) {
+        // Both names are visited in turn: each weighs its own word against the other's.
+        out[j] += static_cast<double>(said(*piece, text, asked)) -
+                  static_cast<double>(said(Piece{piece->instead, piece->instead, {}}, text, asked));
+        continue;
+      }
       double d = said(*piece, text, asked) ? 1.0 : cues().contains(piece->piece) ? -1.0 : 0.0;
       out[j] += d;
       out[k] -= d;

@@ -20,6 +20,8 @@ struct PieceView {
 // from its own by one piece (a word, or un-, dis-, de-, in- before a word): +1 where the question
 // says its piece (or a word the piece stands for: "remove" for un-, "lower" for decr), -1 where
 // it says the sibling's; a direction piece the question does not say counts against its bearer.
+// Names swapping a direction word for another (copy_file / link_file) weigh the one said against
+// the other.
 std::vector<double> telling_pieces(std::span<const PieceView> head, std::string_view question);
 
 }  // namespace orvane_tamsel::workers
