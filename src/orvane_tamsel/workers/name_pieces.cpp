@@ -5,11 +5,12 @@
 #include <cctype>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
+#include <utility>
 
 #include "orvane_tamsel/index/subwords.h"
 #include "orvane_tamsel/index/word_stem.h"
+#include "orvane_tamsel/utils/unicode.h"
 #include "orvane_tamsel/workers/term_match.h"
 
 namespace orvane_tamsel::workers {
@@ -47,12 +48,6 @@ const std::map<std::string, std::vector<std::string>, std::less<>>& cues() {
       {"unquot", {"decod", "unquot", "back"}},
   };
   return table;
-}
-
-std::string lower(std::string_view s) {
-  std::string out(s);
-  for (auto& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return out;
 }
 
 // A name's words, digits apart from letters (Internaldate2tuple: internaldate, 2, tuple).
@@ -142,28 +137,25 @@ std::optional<Piece> telling_piece(const Words& a, const Words& b) {
   return std::nullopt;
 }
 
-std::string_view owner_of(std::string_view fqn) {
+// The owner's fqn and the own name.
+std::pair<std::string_view, std::string_view> split_last(std::string_view fqn) {
   auto dot = fqn.rfind('.');
-  return dot == std::string_view::npos ? std::string_view{} : fqn.substr(0, dot);
-}
-
-std::string_view own_name(std::string_view fqn) {
-  auto dot = fqn.rfind('.');
-  return dot == std::string_view::npos ? fqn : fqn.substr(dot + 1);
+  if (dot == std::string_view::npos) return {{}, fqn};
+  return {fqn.substr(0, dot), fqn.substr(dot + 1)};
 }
 
 }  // namespace
 
 std::vector<double> telling_pieces(std::span<const PieceView> head, std::string_view question) {
   std::vector<double> out(head.size(), 0.0);
-  auto text = lower(question);
+  auto text = utils::lower(question);
   auto asked = detail::text_stems(text);
   std::vector<Words> names;
-  for (const auto& s : head) names.push_back(stems(name_words(own_name(s.fqn))));
+  for (const auto& s : head) names.push_back(stems(name_words(split_last(s.fqn).second)));
   for (std::size_t j = 0; j < head.size(); ++j) {
     for (std::size_t k = 0; k < head.size(); ++k) {
       if (k == j || head[j].home != head[k].home ||
-          owner_of(head[j].fqn) != owner_of(head[k].fqn)) {
+          split_last(head[j].fqn).first != split_last(head[k].fqn).first) {
         continue;
       }
       auto piece = telling_piece(names[j], names[k]);
