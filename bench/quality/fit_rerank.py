@@ -80,13 +80,13 @@ INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", 
           "callers", "function", "test", "thing", "exported", "senses", "spelled", "paired",
           "own_name", "holder", "nearest", "importers", "reexported", "public_name", "covered",
           "predicate", "error_type", "owner_named", "internal", "generated", "elsewhere",
-          "siblings", "lead"]
+          "siblings", "lead", "opposite"]
 IX = {name: i for i, name in enumerate(INPUTS)}
 
 RERANKED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "thing",
             "exported", "meaning", "senses", "paired", "importers", "reexported", "public_name",
             "covered", "predicate", "error_type", "owner_named", "internal", "generated",
-            "elsewhere", "siblings", "lead"]
+            "elsewhere", "siblings", "lead", "opposite"]
 DEPTH = 10  # MRR@10, top-1, top-5 as tamsel_quality counts them
 
 
@@ -331,6 +331,8 @@ SIBLED = dict(SCOPED, siblings=0.4)
 # Shipped with where the question is said: the share of its terms a symbol's own name or its doc's
 # first sentence says, fitted alone (below).
 LED = dict(SIBLED, lead=1.0)
+# Shipped with the piece telling a name from a sibling's (fitted alone on SIBLED, then with lead).
+OPPOSED = dict(LED, opposite=0.2)
 
 
 def fused_only():
@@ -425,12 +427,18 @@ def methods():
         # alone, every other weight held.
         "lead alone": fitted(SIBLED, ["lead"], True),
         "lead shipped": lambda train, sets: dict(LED),
-        "lead refit": fitted(LED, ["lead"], True),
+        # The piece telling a name from a sibling's (name_pieces.h), fitted alone, every other
+        # weight held.
+        "opposite alone": fitted(SIBLED, ["opposite"], True),
+        "opposite after lead": fitted(LED, ["opposite"], True),
+        "both shipped": lambda train, sets: dict(OPPOSED),
+        "both refit": fitted(OPPOSED, ["lead", "opposite"], True),
     }
 
 
-CHOSEN = "lead refit"
-DEFAULT = ["fused only", "siblings shipped", "lead alone", "lead shipped", CHOSEN]
+CHOSEN = "both refit"
+DEFAULT = ["fused only", "siblings shipped", "lead shipped", "opposite after lead", "both shipped",
+           CHOSEN]
 
 
 def main():
@@ -510,7 +518,7 @@ def main():
     final = methods()[CHOSEN](data, sets)
     print(f"\n== {CHOSEN}, fitted on all questions")
     print("  " + json.dumps({k: final[k] for k in FITTED + PUBLIC + ["covered"] + FORM +
-                                ["owner_named"] + SCOPE + ["siblings", "lead"]}))
+                                ["owner_named"] + SCOPE + ["siblings", "lead", "opposite"]}))
     # In-sample, not a measure of quality: what tamsel_quality should print once retrieval.cpp
     # holds these weights.
     print("  per set with these weights (in-sample; compare tamsel_quality):")

@@ -108,7 +108,7 @@ void dump_candidates(workers::HybridRetriever& retriever, const Question& q, int
            in.exported,   in.senses,      in.spelled,    in.paired,      in.own_name,  in.holder,
            in.nearest,    in.importers,   in.reexported, in.public_name, in.covered,   in.predicate,
            in.error_type, in.owner_named, in.internal,   in.generated,   in.elsewhere, in.siblings,
-           in.lead}}});
+           in.lead,       in.opposite}}});
   }
   out << line.dump() << "\n";
 }

@@ -10,6 +10,7 @@
 #include "orvane_tamsel/indexer/indexer.h"
 #include "orvane_tamsel/utils/query_terms.h"
 #include "orvane_tamsel/workers/name_lookup.h"
+#include "orvane_tamsel/workers/name_pieces.h"
 #include "orvane_tamsel/workers/question_form.h"
 #include "orvane_tamsel/workers/retrieval.h"
 #include "orvane_tamsel/workers/sibling_terms.h"
@@ -545,6 +546,54 @@ TEST(HybridRetriever, AWordFewSiblingsSayTellsTheAnswerFromThem) {
   };
   EXPECT_THAT(first(false), ElementsAre("shop.depot.Depot.route_0"));
   EXPECT_THAT(first(true), ElementsAre("shop.depot.Depot.dispatch"));
+}
+
+TEST(HybridRetriever, ThePieceTellingSiblingNamesApart) {
+  // un- said by "remove", or not said at all; a word said; names in two homes or owners, or
+  // differing by more than one piece, are no siblings to tell apart.
+  std::vector<PieceView> head = {{"f.register_format", "f.py"}, {"f.unregister_format", "f.py"},
+                                 {"f.Codec.register", "f.py"},  {"g.register_format_v2", "g.py"},
+                                 {"f.format_names", "f.py"},    {"r.Int63", "r.go"},
+                                 {"r.Int63n", "r.go"}};
+  EXPECT_THAT(telling_pieces(head, "remove a registered format"),
+              ElementsAre(-1, 1, 0, 0, 0, 0, 0));
+  EXPECT_THAT(telling_pieces(head, "Register a format"), ElementsAre(1, -1, 0, 0, 0, 0, 0));
+  EXPECT_THAT(telling_pieces(head, "random int64 below n"), ElementsAre(1, -1, 0, 0, 0, -1, 1));
+  // A cue of a few letters is a whole word ("up" is no update); a cue of two words is said as
+  // both; the negated word itself said counts.
+  std::vector<PieceView> cache = {{"c.C.incr_version", "c.py"}, {"c.C.version", "c.py"},
+                                  {"c.S.disconnect", "c.py"},   {"c.S.connect", "c.py"},
+                                  {"c.F.form_invalid", "c.py"}, {"c.F.form_valid", "c.py"}};
+  EXPECT_THAT(telling_pieces(cache, "update the version"), ElementsAre(-1, 1, -1, 1, -1, 1));
+  EXPECT_THAT(telling_pieces(cache, "bump the version up"), ElementsAre(1, -1, -1, 1, -1, 1));
+  EXPECT_THAT(telling_pieces(cache, "turn off a receiver when the form is invalid"),
+              ElementsAre(-1, 1, 1, -1, 1, -1));
+  // Swapped words weigh the one said against the other where one is a direction word.
+  std::vector<PieceView> files = {
+      {"s.C.copy_file", "s.py"}, {"s.C.link_file", "s.py"}, {"s.C.read_file", "s.py"}};
+  EXPECT_THAT(telling_pieces(files, "symlink a file"), ElementsAre(-1, 1, -1));
+  EXPECT_THAT(telling_pieces(files, "copy a file"), ElementsAre(1, -1, 0));
+
+  // Through the retriever: the registering function's name says the question's words too.
+  indexer_test::TempRepo repo("shop");
+  repo.write("src/shop/formats.py",
+             "def register_format(name, codec):\n    \"\"\"Register a format by name.\"\"\"\n\n"
+             "def unregister_format(name):\n    \"\"\"Forget a format registered by its registered "
+             "name.\"\"\"\n\n"
+             "def format_names():\n    \"\"\"Names of every format.\"\"\"\n\n"
+             "def default_format():\n    \"\"\"The format orders use.\"\"\"\n");
+  // A long text saying "remove" once spreads the head: the fused lead shrinks to a few tenths.
+  std::string stock = "def audit():\n    \"\"\"Remove";
+  for (int i = 0; i < 80; ++i) stock += " shelf" + std::to_string(i);
+  repo.write("src/shop/stock.py", stock + ".\"\"\"\n");
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+  HybridRetriever retriever(*index, std::nullopt);
+  auto first = [&](bool rerank) {
+    return fqns(*index, retriever.retrieve("remove a registered format", 1, false, rerank));
+  };
+  EXPECT_THAT(first(false), ElementsAre("shop.formats.register_format"));
+  EXPECT_THAT(first(true), ElementsAre("shop.formats.unregister_format"));
 }
 
 TEST(HybridRetriever, ANameAndItsFirstSentenceSayWhatASymbolIs) {
