@@ -203,7 +203,8 @@ constexpr double W_LEAD = 1.0;
 // The piece telling a name from a sibling's, said by the question or a direction it does not say
 // (see name_pieces.h). Fitted alone, every weight above held, on the questions written before the
 // eleventh untouched set: that set top-1 259 and top-5 376 of 432 (257 and 372 without); without
-// one corpus, that corpus 2,023 and 3,077 of 4,064 (2,014 and 3,069). Fitted on all of them: 0.2.
+// one corpus, that corpus 2,023 and 3,077 of 4,064 (2,014 and 3,069). Fitted on all of them: 0.2,
+// as after the lead above (with both: that set 270 and 377, without one corpus 2,092 and 3,106).
 constexpr double W_OPPOSITE = 0.2;
 
 // The question's vector from the embedder that holds the symbols', and the symbols nearest it.
