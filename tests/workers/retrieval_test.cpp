@@ -35,6 +35,14 @@ TEST(QueryTerms, KeywordsCodeWordsAndTestQueries) {
   // Negation and "one" say nothing about which code is meant.
   EXPECT_THAT(query_terms("check whether one path is not a symlink"),
               ElementsAre("check", "path", "symlink"));
+  // Verbs that name code stay terms, except where the question's frame says them; with nothing
+  // else to look for, a query still has no terms.
+  EXPECT_THAT(query_terms("let me handle uncaught errors in the loop"),
+              ElementsAre("let", "handle", "uncaught", "errors", "loop"));
+  EXPECT_THAT(query_terms("show me where requests are handled, find out whether it calls close"),
+              ElementsAre("requests", "calls", "close"));
+  EXPECT_THAT(query_terms("what should I use to get the logger"), ElementsAre("get", "logger"));
+  EXPECT_TRUE(query_terms("how does it work? show me").empty());
   for (const char* w : {"apply_discount", "cli_tools", "Offloader", "Cart", "getX", "md5sum"}) {
     EXPECT_TRUE(reads_as_code(w)) << w;
   }

@@ -12,19 +12,27 @@ namespace {
 
 // English function words and question words that carry no meaning for a code search.
 const std::unordered_set<std::string> STOP_WORDS = {
-    "a",      "about",   "all",    "an",          "and",       "any",     "are",     "as",
-    "at",     "be",      "been",   "being",       "but",       "by",      "can",     "could",
-    "do",     "does",    "did",    "done",        "for",       "from",    "get",     "gets",
-    "got",    "has",     "have",   "having",      "how",       "i",       "if",      "in",
-    "into",   "is",      "it",     "its",         "me",        "my",      "of",      "on",
-    "or",     "our",     "should", "so",          "some",      "that",    "the",     "their",
-    "them",   "then",    "there",  "these",       "this",      "those",   "to",      "use",
-    "used",   "uses",    "using",  "was",         "we",        "were",    "what",    "when",
-    "where",  "which",   "while",  "who",         "whom",      "why",     "will",    "with",
-    "would",  "you",     "your",   "find",        "show",      "tell",    "explain", "happens",
-    "work",   "works",   "code",   "implemented", "implement", "defined", "define",  "handled",
-    "handle", "handles", "called", "call",        "calls",     "does",    "way",     "ways",
-    "place",  "places",  "not",    "one",         "whether"};
+    "a",     "about",   "all",     "an",     "and",         "any",     "are",     "as",     "at",
+    "be",    "been",    "being",   "but",    "by",          "can",     "could",   "do",     "does",
+    "did",   "done",    "for",     "from",   "got",         "has",     "have",    "having", "how",
+    "i",     "if",      "in",      "into",   "is",          "it",      "its",     "me",     "my",
+    "of",    "on",      "or",      "our",    "so",          "some",    "that",    "the",    "their",
+    "them",  "then",    "there",   "these",  "this",        "those",   "to",      "use",    "used",
+    "uses",  "using",   "was",     "we",     "were",        "what",    "when",    "where",  "which",
+    "while", "who",     "whom",    "why",    "will",        "with",    "would",   "you",    "your",
+    "tell",  "explain", "happens", "code",   "implemented", "defined", "handled", "called", "does",
+    "way",   "ways",    "place",   "places", "not",         "one",     "whether", "show"};
+
+// Verbs that name code as often as they frame a question (handle_request, reflect.Value.Call,
+// Element.find, get_*, shouldFlush): a term unless the word after them frames it ("find me",
+// "find out whether", "should I"). "show" stays a stop word: questions say it of output far more
+// than names do.
+const std::unordered_set<std::string> FRAME_VERBS = {"handle", "handles", "call",      "calls",
+                                                     "find",   "define",  "implement", "work",
+                                                     "works",  "get",     "gets",      "should"};
+const std::unordered_set<std::string> FRAME_FOLLOWERS = {
+    "me",      "us",  "out",  "where", "how", "what", "which",
+    "whether", "why", "when", "who",   "i",   "we",   "you"};
 
 // Capitalised words that start sentences in plain English; everything else capitalised and
 // identifier-shaped is read as a name in code.
@@ -97,6 +105,19 @@ bool reads_as_code(const std::string& word) {
 }
 
 std::vector<std::string> query_terms(const std::string& query) {
+  // Words are runs of letters, digits, '_' and '$'; "." "::" "#" split qualified names.
+  std::vector<std::string> words;
+  std::string word;
+  for (unsigned char c : query) {
+    if (std::isalnum(c) || c == '_' || c == '$' || c >= 0x80) {
+      word.push_back(static_cast<char>(c));
+    } else if (!word.empty()) {
+      words.push_back(std::move(word));
+      word.clear();
+    }
+  }
+  if (!word.empty()) words.push_back(std::move(word));
+
   std::vector<std::string> terms;
   std::unordered_set<std::string> seen;
   auto add = [&](const std::string& t) {
@@ -104,26 +125,27 @@ std::vector<std::string> query_terms(const std::string& query) {
     if (STOP_WORDS.count(t) != 0) return;
     if (seen.insert(t).second) terms.push_back(t);
   };
-  // Words are runs of letters, digits, '_' and '$'; "." "::" "#" split qualified names.
-  std::string word;
-  auto flush = [&] {
-    if (word.empty()) return;
-    if (reads_as_code(word)) {
-      add(lower(word));
-      for (const auto& s : sub_words(word)) add(s);
-    } else {
-      add(lower(word));
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    const std::string& w = words[i];
+    std::string low = lower(w);
+    if (FRAME_VERBS.count(low) != 0) {
+      bool framed = i + 1 < words.size() && FRAME_FOLLOWERS.count(lower(words[i + 1])) != 0;
+      if (!framed && seen.insert(low).second) terms.push_back(low);
+      if (framed && lower(words[i + 1]) == "out") ++i;  // "find out": the phrase frames
+      continue;
     }
-    word.clear();
-  };
-  for (unsigned char c : query) {
-    if (std::isalnum(c) || c == '_' || c == '$' || c >= 0x80) {
-      word.push_back(static_cast<char>(c));
+    if (reads_as_code(w)) {
+      add(low);
+      for (const auto& s : sub_words(w)) add(s);
     } else {
-      flush();
+      add(low);
     }
   }
-  flush();
+  // Said with nothing else ("how does it work"), a verb names nothing to look for.
+  if (std::all_of(terms.begin(), terms.end(),
+                  [](const std::string& t) { return FRAME_VERBS.count(t) != 0; })) {
+    terms.clear();
+  }
   return terms;
 }
 
