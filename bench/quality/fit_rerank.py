@@ -331,6 +331,7 @@ SIBLED = dict(SCOPED, siblings=0.4)
 # Shipped with where the question is said: the share of its terms a symbol's own name or its doc's
 # first sentence says, fitted alone (below).
 LED = dict(SIBLED, lead=1.0)
+FUSION = ["fuse_widened", "fuse_named", "fuse_meaning", "fuse_paired"]
 # Shipped with the piece telling a name from a sibling's (fitted alone on SIBLED, then with lead).
 OPPOSED = dict(LED, opposite=0.2)
 
@@ -433,6 +434,8 @@ def methods():
         "opposite after lead": fitted(LED, ["opposite"], True),
         "both shipped": lambda train, sets: dict(OPPOSED),
         "both refit": fitted(OPPOSED, ["lead", "opposite"], True),
+        # The fusion's weights, which decide the head and its spread, refitted on today's inputs.
+        "fusion refit": fitted(OPPOSED, FUSION, True),
     }
 
 
