@@ -80,13 +80,13 @@ INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", 
           "callers", "function", "test", "thing", "exported", "senses", "spelled", "paired",
           "own_name", "holder", "nearest", "importers", "reexported", "public_name", "covered",
           "predicate", "error_type", "owner_named", "internal", "generated", "elsewhere",
-          "siblings", "lead", "opposite"]
+          "siblings", "lead", "opposite", "owner_ahead", "spelled_owner"]
 IX = {name: i for i, name in enumerate(INPUTS)}
 
 RERANKED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "thing",
             "exported", "meaning", "senses", "paired", "importers", "reexported", "public_name",
             "covered", "predicate", "error_type", "owner_named", "internal", "generated",
-            "elsewhere", "siblings", "lead", "opposite"]
+            "elsewhere", "siblings", "lead", "opposite", "owner_ahead", "spelled_owner"]
 DEPTH = 10  # MRR@10, top-1, top-5 as tamsel_quality counts them
 
 
@@ -334,6 +334,10 @@ LED = dict(SIBLED, lead=1.0)
 FUSION = ["fuse_widened", "fuse_named", "fuse_meaning", "fuse_paired"]
 # Shipped with the piece telling a name from a sibling's (fitted alone on SIBLED, then with lead).
 OPPOSED = dict(LED, opposite=0.2)
+# Shipped with a member read with its class's name and a class spelled as a member's owner
+# (fitted together on OPPOSED, below).
+OWNER = ["owner_ahead", "spelled_owner"]
+OWNERS = dict(OPPOSED, owner_ahead=1.5, spelled_owner=-1.0)
 
 
 def fused_only():
@@ -436,12 +440,19 @@ def methods():
         "both refit": fitted(OPPOSED, ["lead", "opposite"], True),
         # The fusion's weights, which decide the head and its spread, refitted on today's inputs.
         "fusion refit": fitted(OPPOSED, FUSION, True),
+        # A member read with its class's name when it follows the class and says more, and a class
+        # spelled as a member's owner, fitted together, every other weight held (each alone too).
+        "owner ahead alone": fitted(OPPOSED, ["owner_ahead"], True),
+        "spelled owner alone": fitted(OPPOSED, ["spelled_owner"], True),
+        "owner ahead and spelled owner": fitted(OPPOSED, OWNER, True),
+        "owners shipped": lambda train, sets: dict(OWNERS),
+        "owners refit": fitted(OWNERS, OWNER, True),
     }
 
 
-CHOSEN = "both refit"
-DEFAULT = ["fused only", "siblings shipped", "lead shipped", "opposite after lead", "both shipped",
-           CHOSEN]
+CHOSEN = "owners refit"
+DEFAULT = ["fused only", "both shipped", "owner ahead alone", "spelled owner alone",
+           "owner ahead and spelled owner", "owners shipped", CHOSEN]
 
 
 def main():
@@ -521,7 +532,7 @@ def main():
     final = methods()[CHOSEN](data, sets)
     print(f"\n== {CHOSEN}, fitted on all questions")
     print("  " + json.dumps({k: final[k] for k in FITTED + PUBLIC + ["covered"] + FORM +
-                                ["owner_named"] + SCOPE + ["siblings", "lead", "opposite"]}))
+                                ["owner_named"] + SCOPE + ["siblings", "lead", "opposite"] + OWNER}))
     # In-sample, not a measure of quality: what tamsel_quality should print once retrieval.cpp
     # holds these weights.
     print("  per set with these weights (in-sample; compare tamsel_quality):")

@@ -626,3 +626,24 @@ TEST(HybridRetriever, ANameAndItsFirstSentenceSayWhatASymbolIs) {
   EXPECT_THAT(first(false), ElementsAre("shop.bag.Bag.elements"));
   EXPECT_THAT(first(true), ElementsAre("shop.bag.Seq.count_of"));
 }
+
+TEST(HybridRetriever, AnActionOfAClassIsItsMember) {
+  // The class's name says the question's nouns, its member's name none: the member's first
+  // sentence says the action. Spelled as code, the class is named as the member's owner.
+  indexer_test::TempRepo repo("shop");
+  repo.write("src/shop/group.py",
+             "class WaitGroup:\n  \"\"\"A group of workers to wait for.\n\n  Each worker is "
+             "marked finished when done.\"\"\"\n"
+             "  def done(self):\n    \"\"\"Mark one finished.\"\"\"\n"
+             "class TextBuilder:\n  \"\"\"Builds a text.\"\"\"\n"
+             "  def grow(self, n):\n    \"\"\"Reserve capacity before writing.\"\"\"\n");
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+  HybridRetriever retriever(*index, std::nullopt);
+  for (auto [q, want] : {std::pair{"mark a worker of a wait group finished", "done"},
+                         std::pair{"reserve capacity in a TextBuilder before writing", "grow"}}) {
+    auto listed = fqns(*index, retriever.retrieve(q, 1, false, true));
+    ASSERT_FALSE(listed.empty()) << q;
+    EXPECT_TRUE(listed.front().ends_with(std::string(".") + want)) << q << ": " << listed.front();
+  }
+}

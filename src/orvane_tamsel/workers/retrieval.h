@@ -65,8 +65,11 @@ struct RerankInputs {
   double siblings = 0;     // the question's terms it says that few of its siblings in the head
                            // say (sibling_terms.h)
   double lead = 0;  // share of the question's terms its own name or its doc's first sentence says
-  double opposite = 0;     // the piece telling it from a sibling's name said (name_pieces.h)
-  std::uint64_t said = 0;  // bit i: its text says the question's i-th term
+  double opposite = 0;       // the piece telling it from a sibling's name said (name_pieces.h)
+  double owner_ahead = 0;    // share of the question's terms its class's own name says and its own
+                             // words lack, when it follows the class in the head and says more
+  double spelled_owner = 0;  // a thing spelled by an action question with a member in the head
+  std::uint64_t said = 0;    // bit i: its text says the question's i-th term
 };
 
 // A fused candidate with what the rerank reads of it.
