@@ -69,10 +69,13 @@ SETS = [
     ("stdlib_u11", "stdlib", "stdlib", "questions_untouched11_stdlib.tsv", "spent", 11),
     ("django_u11", "django", "django", "questions_untouched11_django.tsv", "spent", 11),
     ("go_u11", "go", "go", "questions_untouched11_go.tsv", "spent", 11),
+    ("stdlib_u12", "stdlib", "stdlib", "questions_untouched12_stdlib.tsv", "spent", 12),
+    ("django_u12", "django", "django", "questions_untouched12_django.tsv", "spent", 12),
+    ("go_u12", "go", "go", "questions_untouched12_go.tsv", "spent", 12),
 ]
 # The newest spent set: every older question fits, it tests (--latest picks an older one, and
 # the sets written after it are left out, as when it was the newest).
-LATEST = 11
+LATEST = 12
 
 
 # The inputs in the order tamsel_quality --dump writes them.
