@@ -1,0 +1,166 @@
+#!/usr/bin/python3
+"""Tries a rerank input offline, before any code computes it: the input is built here from the
+dumps (and the built indexes, read-only), its weight fitted alone with every other weight held as
+shipped, and the two checks of fit_rerank.py printed against the shipped weights: the newest spent
+set from the older ones, and leave one corpus out. A probe that gains on neither is not worth
+writing into the retriever.
+
+Probes:
+  wide_head     the fused head widened to the first N (default 400) for candidates two signals
+                find (BM25, widened, exact name, paired, the 60 nearest by meaning); no weight
+  callees       share of the question's words said by the names a candidate calls
+  callers       share of them said by the names of the functions calling it
+  same_file     log2(1 + other candidates of the fused first K from its file or Go package) / 5
+
+The question's words here are a rough cut (lower case, a few stop words, common suffixes off),
+not the retriever's terms: a probe that gains is then written in C++ and measured again.
+
+Usage: bench/quality/probe_input.py PROBE [--own] [--undocumented] [--top K] [--width N]
+  --own           callees/callers: leave out words the candidate's own name says
+  --undocumented  callees/callers: only candidates without a docstring
+"""
+import argparse
+import math
+import os
+import re
+import sqlite3
+import sys
+from collections import Counter
+
+import numpy as np
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import fit_rerank as fr  # noqa: E402
+
+STOP = set("a an the of to in on for from by with and or is are be was it its this that what "
+           "which how when where who why do does can should i my me we you your as at into than "
+           "then there their not no yes one two all any each if so but get set".split())
+SUFFIXES = ["ations", "ation", "ings", "ing", "ers", "er", "ies", "es", "ed", "s", "ly"]
+
+
+def stem(word):
+    for suffix in SUFFIXES:
+        if word.endswith(suffix) and len(word) - len(suffix) >= 3:
+            return word[:-len(suffix)]
+    return word
+
+
+def words(text):
+    text = re.sub(r"([a-z0-9])([A-Z])", r"\1 \2", text)
+    return {stem(w) for w in re.findall(r"[a-z0-9]+", text.lower()) if w not in STOP}
+
+
+def call_names(corpus, direction):
+    """(fqn, path) -> the names it calls (callees) or the names of its callers (callers)."""
+    db = sqlite3.connect(f"file:{os.path.join(fr.OUT, corpus, '.tamsel', 'index.db')}?mode=ro",
+                         uri=True)
+    if direction == "callees":
+        rows = db.execute("SELECT s.fqn, f.path, c.target_fqn, c.member FROM call_sites c "
+                          "JOIN symbols s ON s.id = c.caller_id JOIN files f ON f.id = s.file_id")
+        rows = ((fqn, path, (target.rsplit(".", 1)[-1] if target else member))
+                for fqn, path, target, member in rows)
+    else:
+        rows = db.execute("SELECT t.fqn, f.path, s.name FROM call_sites c "
+                          "JOIN symbols s ON s.id = c.caller_id JOIN symbols t ON t.id = c.callee_id "
+                          "JOIN files f ON f.id = t.file_id")
+    out = {}
+    for fqn, path, name in rows:
+        if name:
+            out.setdefault((fqn, path), set()).add(name)
+    return out
+
+
+def call_column(questions, width, args):
+    names = {c: call_names(c, args.probe) for c in ["stdlib", "django", "go"]}
+    col = np.zeros((len(questions), width))
+    for i, q in enumerate(questions):
+        asked = words(q["text"])
+        for j, c in enumerate(q["rows"] if asked else []):
+            said = names[q["corpus"]].get((c["fqn"], c["path"]))
+            if not said or (args.undocumented and c["f"][fr.IX["docstring"]] > 0):
+                continue
+            spoken = set().union(*(words(n) for n in said))
+            if args.own:
+                spoken -= words(c["fqn"].rsplit(".", 1)[-1])
+            col[i, j] = len(asked & spoken) / len(asked)
+    return col
+
+
+def same_file_column(questions, full, args):
+    _, order, _ = fr.fused_order(fr.SHIPPED, full["x"], full["valid"])
+    col = np.zeros(full["valid"].shape)
+    for i, q in enumerate(questions):
+        head = [j for j in order[i, :fr.SHIPPED["depth"]] if full["valid"][i, j]]
+        home = [fr.home(q["rows"][j]["path"], q["corpus"]) for j in head]
+        counted = Counter(home[:args.top])
+        for rank, (j, h) in enumerate(zip(head, home)):
+            col[i, j] = math.log2(1 + counted[h] - (rank < args.top)) / 5
+    return col
+
+
+def widen_head(width):
+    """fit_rerank's model_scores with the head widened for candidates two signals find."""
+    shipped = fr.model_scores
+    x_ = fr.IX
+
+    def model_scores(w, data):
+        model, head, pos = shipped(w, data)
+        x = data["x"]
+        nearest = x[..., x_["nearest"]]
+        signals = sum((x[..., x_[k]] > 0).astype(int) for k in ["text", "widened", "named", "paired"])
+        signals = signals + ((nearest > 0) & (nearest <= 60))
+        return model, head | ((pos < width) & (signals >= 2) & data["valid"]), pos
+    return model_scores
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("probe", choices=["wide_head", "callees", "callers", "same_file"])
+    parser.add_argument("--own", action="store_true")
+    parser.add_argument("--undocumented", action="store_true")
+    parser.add_argument("--top", type=int, default=100)
+    parser.add_argument("--width", type=int, default=400)
+    args = parser.parse_args()
+    fr.DEPTHS = fr.DEPTHS + [args.width]
+    questions, full = fr.load()
+    base = fr.OWNERS
+    if args.probe == "wide_head":
+        fr.model_scores = widen_head(args.width)
+        make = None
+    else:
+        width = full["x"].shape[1]
+        col = (same_file_column(questions, full, args) if args.probe == "same_file" else
+               call_column(questions, width, args))
+        fr.IX["probe"] = len(fr.INPUTS)
+        fr.INPUTS.append("probe")
+        fr.RERANKED.append("probe")
+        full["x"] = np.concatenate([full["x"], col[..., None]], axis=2)
+        make = True
+    data = fr.trim(fr.SHIPPED, full)
+    sets = np.array([q["set"] for q in questions])
+    corpora = np.array([q["corpus"] for q in questions])
+    generation = np.array([q["generation"] for q in questions])
+    for title, folds in [(f"set {fr.LATEST} from the older sets",
+                          [(generation < fr.LATEST, generation == fr.LATEST)]),
+                         ("leave one corpus out", [(corpora != c, corpora == c)
+                                                   for c in ["stdlib", "django", "go"]])]:
+        tried, shipped, tests = [], [], []
+        for train, test in folds:
+            w = base
+            if make:
+                w = fr.fit(base, ["probe"], fr.sub(data, train), fr.per_file(sets[train]))
+                print(f"  weight {w['probe']}", end="")
+            tried.append(fr.places(w, fr.sub(data, test)))
+            shipped.append(fr.places(base, fr.sub(data, test)))
+            tests.append(np.flatnonzero(test))
+        print(f"\n== {title}: probe against shipped, top-1 / top-5 / MRR@10")
+        p, b, t = np.concatenate(tried), np.concatenate(shipped), np.concatenate(tests)
+        for corpus in ["stdlib", "django", "go", None]:
+            m = corpora[t] == corpus if corpus else np.ones(len(t), bool)
+            f, g = fr.figures(p[m]), fr.figures(b[m])
+            print(f"  {corpus or 'all':7s} {f['top1']:4d} / {f['top5']:4d} / {f['mrr']:.3f}   "
+                  f"against {g['top1']:4d} / {g['top5']:4d} / {g['mrr']:.3f}")
+
+
+if __name__ == "__main__":
+    main()
