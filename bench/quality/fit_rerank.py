@@ -542,7 +542,8 @@ def main():
     final = methods()[CHOSEN](data, sets)
     print(f"\n== {CHOSEN}, fitted on all questions")
     print("  " + json.dumps({k: final[k] for k in FITTED + PUBLIC + ["covered"] + FORM +
-                                ["owner_named"] + SCOPE + ["siblings", "lead", "opposite"] + OWNER}))
+                                ["owner_named"] + SCOPE + ["siblings", "lead", "opposite"] + OWNER +
+                                ["sibling_lead"]}))
     # In-sample, not a measure of quality: what tamsel_quality should print once retrieval.cpp
     # holds these weights.
     print("  per set with these weights (in-sample; compare tamsel_quality):")

@@ -218,10 +218,10 @@ constexpr double W_SPELLED_OWNER = -1.0;
 // The question's terms a symbol's own name or its doc's first sentence says that few of its
 // siblings' names or first sentences say (sibling_terms.h over the lead's terms): siblings' long
 // docs share the question's words in passing, their first sentences say what each one does
-// ("release the write lock": RWMutex.Unlock, not Lock). Fitted alone, every weight above held, on
-// the questions written before the twelfth untouched set: that set top-1 223 and top-5 344 of 395
-// (216 and 344 without); without one corpus, that corpus 2,333 and 3,487 of 4,459 (2,323 and
-// 3,467). Fitted on all of them: 0.6.
+// ("function type that cancels a context": CancelFunc, not WithCancel). Fitted alone, every weight
+// above held, on the questions written before the twelfth untouched set: that set top-1 223 and
+// top-5 344 of 395 (216 and 344 without); without one corpus, that corpus 2,333 and 3,487 of 4,459
+// (2,323 and 3,467). Fitted on all of them: 0.6.
 constexpr double W_SIBLING_LEAD = 0.6;
 
 // The question's vector from the embedder that holds the symbols', and the symbols nearest it.
