@@ -604,6 +604,22 @@ TEST(HybridRetriever, ThePieceTellingSiblingNamesApart) {
   EXPECT_THAT(first(true), ElementsAre("shop.formats.unregister_format"));
 }
 
+TEST(HybridRetriever, WhatASiblingsFirstSentenceDoesNotSay) {
+  // Both docs say "release"; only unlock's first sentence does. The class says "mutex" too.
+  indexer_test::TempRepo repo("shop");
+  repo.write(
+      "src/shop/guard.py",
+      "class Mutex:\n  \"\"\"A mutex.\"\"\"\n  def lock(self):\n    \"\"\"Acquire the "
+      "mutex.\n\n    Release it.\"\"\"\n  def unlock(self):\n    \"\"\"Release the mutex.\"\"\"\n");
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+  std::map<std::string, double> lead;
+  for (const auto& c : HybridRetriever(*index, std::nullopt).candidates("release the mutex", false))
+    lead[c.fqn] = c.inputs.sibling_lead;
+  EXPECT_NEAR(lead["shop.guard.Mutex.unlock"], std::log(4.0 / 2) / 2, 1e-9);
+  EXPECT_EQ(lead["shop.guard.Mutex.lock"], 0);  // "mutex" is said by every sibling
+}
+
 TEST(HybridRetriever, ANameAndItsFirstSentenceSayWhatASymbolIs) {
   // Bag.elements' doc says every word of the question past its first sentence; Seq.count_of four
   // of five, in its name and first sentence. Thirty units saying "value" spread the fused scores.

@@ -69,6 +69,8 @@ struct RerankInputs {
   double owner_ahead = 0;    // share of the question's terms its class's own name says and its own
                              // words lack, when it follows the class in the head and says more
   double spelled_owner = 0;  // a thing spelled by an action question with a member in the head
+  double sibling_lead = 0;   // the question's terms its name or first sentence says that few of
+                             // its siblings' names or first sentences say (sibling_terms.h)
   std::uint64_t said = 0;    // bit i: its text says the question's i-th term
 };
 
