@@ -9,24 +9,28 @@ objective or LambdaRank, the same with a few interaction inputs or with weights 
 Go, the extra inputs by coordinate ascent, a small MLP (numpy) and small gradient-boosted trees
 (sklearn, pointwise). Folds: every question written before the newest spent set -> that set, and
 leave one corpus out. All sets here are spent: the figures are cross-validated, not untouched ones.
+L2, Adam's steps and the trees' rounds are chosen, where a model says so, on an inner check: the
+newest generation of the training questions against the older ones, never on the test questions.
+Against the shipped weights each model prints the questions it wins and loses and a sign test.
 
-Usage: bench/quality/rerank_models.py [--build DIR] [--only MODEL,...]
+Usage: bench/quality/rerank_models.py [--build DIR] [--only MODEL,...] (default: DEFAULT below)
 The dumps are fit_rerank.py's (written by it when missing or older than the binary).
 """
 import argparse
 import os
 import sys
+import time
 
 import numpy as np
 from scipy.optimize import minimize
+from scipy.stats import binomtest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import fit_rerank as fr  # noqa: E402
 
 # The inputs a learned model reads, beside the fused score spread over the head (always weight 1,
 # as the linear model has it). `holder` is computed over the head like the retriever does.
-LINEAR = ["in_name", "whole", "in_path", "docstring", "callers", "function", "thing", "exported",
-          "meaning", "senses", "paired", "public_name", "test", "spelled", "holder"]
+LINEAR = fr.RERANKED + ["test", "spelled", "holder"]
 # More inputs the learned models may read: the question's words in the symbol's own name, the
 # fused place (log), and whether the symbol came by meaning alone.
 EXTRA = ["own_name", "place", "meaning_only"]
@@ -59,7 +63,7 @@ def head_inputs(w, data, kinds, go):
                                                (x[..., fr.IX["function"]] == 0))).astype(float)
     inputs["is_thing"] = np.isin(kinds, list(fr.THINGS)).astype(float)
     ask = asks_action(x, kinds)[:, None].astype(float)
-    for k in ASKS:
+    for k in set(ASKS) | set(LINEAR):
         inputs[k + "*asks"] = inputs[k] * ask
     for k in ["in_name", "own_name", "meaning", "docstring", "callers"]:
         inputs[k + "*method"] = inputs[k] * inputs["method"]
@@ -84,10 +88,10 @@ def places_of(score, head, pos, data):
     return np.where(first <= fr.DEPTH, first, 0)
 
 
-# The weights the retriever ships (fit_rerank's SHIPPED with the public name fitted since): the
-# baseline, and the prior every learned linear part starts from and is drawn back to, so that an
-# input one corpus alone has (Go's exported names) keeps its weight when that corpus is held out.
-CURRENT = dict(fr.SHIPPED, public_name=0.3)
+# The weights the retriever ships (fit_rerank's newest): the baseline, and the prior every learned
+# linear part starts from and is drawn back to, so that an input one corpus alone has (Go's
+# exported names) keeps its weight when that corpus is held out.
+CURRENT = dict(fr.OWNERS)
 
 
 def prior(names):
@@ -189,11 +193,13 @@ def lambda_gradient(s, head, hit, qw):
     return 0.0, g
 
 
-def train_adam(scorer, base, X, head, hit, qw, l2, steps=300, rate=0.01):
-    """Adam on a pseudo-gradient (LambdaRank has no loss to hand L-BFGS)."""
+def train_adam(scorer, base, X, head, hit, qw, l2, steps=300, rate=0.01, every=None):
+    """Adam on a pseudo-gradient (LambdaRank has no loss to hand L-BFGS). With `every`, the
+    parameters after every that many steps, by step count (for stopping early)."""
     f, theta = scorer
     qw = qw / qw.sum()
     m, v = np.zeros_like(theta), np.zeros_like(theta)
+    snapshots = {}
     for t in range(1, steps + 1):
         s, back = f(theta, base, X)
         _, g = lambda_gradient(s, head, hit, qw)
@@ -201,12 +207,14 @@ def train_adam(scorer, base, X, head, hit, qw, l2, steps=300, rate=0.01):
         m = 0.9 * m + 0.1 * grad
         v = 0.999 * v + 0.001 * grad * grad
         theta = theta - rate * (m / (1 - 0.9 ** t)) / (np.sqrt(v / (1 - 0.999 ** t)) + 1e-8)
-    return theta
+        if every and t % every == 0:
+            snapshots[t] = theta.copy()
+    return snapshots if every else theta
 
 
-def train(scorer, base, X, head, hit, qw, objective, l2, rate):
+def train(scorer, base, X, head, hit, qw, objective, l2, rate, steps=300, every=None):
     if objective is lambda_gradient:
-        return train_adam(scorer, base, X, head, hit, qw, l2, rate=rate)
+        return train_adam(scorer, base, X, head, hit, qw, l2, steps=steps, rate=rate, every=every)
     f, theta0 = scorer
     qw = qw / qw.sum()
 
@@ -214,24 +222,70 @@ def train(scorer, base, X, head, hit, qw, objective, l2, rate):
         s, back = f(theta, base, X)
         loss, g = objective(s, head, hit, qw)
         return loss + l2 * float(theta @ theta), back(g) + 2 * l2 * theta
-    res = minimize(value, theta0, jac=True, method="L-BFGS-B", options={"maxiter": 300})
+    res = minimize(value, theta0, jac=True, method="L-BFGS-B", options={"maxiter": steps})
     return res.x
+
+
+def narrow(tr, mask):
+    """The part of a training part under a question mask, its files weighing the same again."""
+    out = {k: (v[mask] if isinstance(v, np.ndarray) else {j: u[mask] for j, u in v.items()})
+           for k, v in tr.items() if k != "qw"}
+    out["qw"] = fr.per_file(out["sets"])
+    return out
+
+
+def inner(tr):
+    """The training questions split to choose L2, steps or rounds: the newest generation they hold
+    checks what the older ones fit, as the newest spent set stands to the sets before it (the
+    test questions are never read for it)."""
+    g = tr["generation"]
+    return narrow(tr, g < g.max()), narrow(tr, g == g.max())
+
+
+def check_mrr(score, check):
+    p = places_of(score, check["head"], check["pos"], check["data"])
+    return float((np.where(p > 0, 1.0 / np.maximum(p, 1), 0) * check["qw"]).sum())
+
+
+CHOICES = []  # (model, option chosen on the inner check) per fold, printed with the figures
 
 
 # ---- the models: each (train data, its question weights) -> a scoring function of test data
 
-def learned(names, objective, l2=1e-3, mlp=False, seed=0, rate=0.01):
-    def make(tr):
+def learned(names, objective, l2=1e-3, mlp=False, seed=0, rate=0.01, l2s=None, steps=None):
+    """A model fitted by `objective`. With l2s (L-BFGS) or steps (Adam, a list of step counts),
+    the value that orders the inner check best, then refitted on all the training questions."""
+    def fit_one(tr, l2, n_steps, every=None):
         X = stack(tr["inputs"], names, tr["head"])
         w0 = prior(names)
         scorer = mlp_scorer(len(names), w0, seed=seed) if mlp else linear_scorer(len(names), w0)
-        theta = train(scorer, tr["base"], X, tr["head"], tr["data"]["hit"], tr["qw"], objective,
-                      l2, rate)
+        out = train(scorer, tr["base"], X, tr["head"], tr["data"]["hit"], tr["qw"], objective,
+                    l2, rate, steps=n_steps, every=every)
 
-        def score(te):
-            return scorer[0](theta, te["base"], stack(te["inputs"], names, te["head"]))[0]
-        score.theta, score.names = theta, names
-        return score
+        def scorer_of(theta):
+            def score(te):
+                return scorer[0](theta, te["base"], stack(te["inputs"], names, te["head"]))[0]
+            score.theta, score.names = theta, names
+            return score
+        if every:
+            return {t: scorer_of(theta) for t, theta in out.items()}
+        return scorer_of(out)
+
+    def make(tr):
+        if not l2s and not steps:
+            return fit_one(tr, l2, 300)
+        fit_part, check = inner(tr)
+        if steps:
+            every = min(steps)
+            tried = fit_one(fit_part, l2, max(steps), every)
+            values = {t: check_mrr(tried[t](check), check) for t in steps}
+            best = max(steps, key=lambda t: (values[t], -t))
+            CHOICES.append(("steps", best))
+            return fit_one(tr, l2, best)
+        values = {v: check_mrr(fit_one(fit_part, v, 300)(check), check) for v in l2s}
+        best = max(l2s, key=lambda v: (values[v], v))
+        CHOICES.append(("L2", best))
+        return fit_one(tr, best, 300)
     return make
 
 
@@ -267,24 +321,58 @@ def ascent(names, passes=2):
     return make
 
 
-def trees(names, depth=3, rounds=100):
+def trees(names, depth=3, rounds=100, choose=None):
+    """Pointwise gradient-boosted trees over the shipped linear score and the inputs. With
+    `choose` (most rounds), the round count that orders the inner check best."""
     from sklearn.ensemble import HistGradientBoostingClassifier
 
-    def make(tr):
+    def features(part):
+        h = part["head"]
+        return np.concatenate([part["linear"][..., None], stack(part["inputs"], names, h)], -1)[h]
+
+    def fit_one(tr, n):
         head = tr["head"]
-        X = np.concatenate([tr["linear"][..., None], stack(tr["inputs"], names, head)], -1)[head]
-        y = tr["data"]["hit"][head]
         sw = np.broadcast_to(tr["qw"][:, None], head.shape)[head]
-        model = HistGradientBoostingClassifier(max_depth=depth, max_iter=rounds,
-                                               learning_rate=0.1, random_state=0)
-        model.fit(X, y, sample_weight=sw / sw.mean())
+        model = HistGradientBoostingClassifier(max_depth=depth, max_iter=n, learning_rate=0.1,
+                                               random_state=0, early_stopping=False)
+        model.fit(features(tr), tr["data"]["hit"][head], sample_weight=sw / sw.mean())
+        return model
+
+    def scores(model, te):
+        for d in model.staged_decision_function(features(te)):
+            out = np.zeros(te["head"].shape)
+            out[te["head"]] = d
+            yield out
+
+    def make(tr):
+        n = rounds
+        if choose:
+            fit_part, check = inner(tr)
+            model = fit_one(fit_part, choose)
+            values = [check_mrr(s, check) for s in scores(model, check)]
+            n = int(np.argmax(values)) + 1
+            CHOICES.append(("rounds", n))
+        model = fit_one(tr, n)
 
         def score(te):
-            h = te["head"]
-            Xt = np.concatenate([te["linear"][..., None], stack(te["inputs"], names, h)], -1)
-            out = np.zeros(h.shape)
-            out[h] = model.decision_function(Xt[h])
+            out = np.zeros(te["head"].shape)
+            out[te["head"]] = model.decision_function(features(te))
             return out
+        return score
+    return make
+
+
+def python_only(make_model, all_questions=False):
+    """A model ordering only the Python questions, fitted on them (or on every question); Go keeps
+    the shipped weights (Go's order learned from Python alone lost leaving a corpus out)."""
+    def make(tr):
+        py = tr["corpus"] != "go"
+        if not py.any():
+            return lambda te: te["linear"]
+        model = make_model(tr if all_questions else narrow(tr, py))
+
+        def score(te):
+            return np.where((te["corpus"] == "go")[:, None], te["linear"], model(te))
         return score
     return make
 
@@ -309,6 +397,8 @@ def refit(tr):
 INTER = LINEAR + EXTRA + KINDS + [k + "*asks" for k in ASKS] + \
     [k + "*method" for k in ["in_name", "own_name", "meaning", "docstring", "callers"]]
 PER_GO = LINEAR + [k + "*go" for k in LINEAR]
+STEPS = list(range(25, 301, 25))
+L2S = [1e-3, 1e-2, 1e-1]
 MODELS = {
     "linear shipped": shipped,
     "linear refit (coordinate ascent)": refit,
@@ -339,13 +429,38 @@ MODELS = {
                                    + [k + "*method" for k in ["in_name", "own_name", "meaning",
                                                               "docstring", "callers"]]),
     "ascent: Go weighs apart": ascent([k + "*go" for k in LINEAR]),
+    # With the choice made on the inner check (the newest generation of the training questions):
+    # Adam's step count, L-BFGS's L2, the trees' rounds.
+    "LambdaRank MLP (steps inner)": learned(LINEAR + EXTRA, lambda_gradient, mlp=True,
+                                            steps=STEPS),
+    "LambdaRank MLP (steps inner; seed 1)": learned(LINEAR + EXTRA, lambda_gradient, mlp=True,
+                                                    seed=1, steps=STEPS),
+    "MLP listwise (L2 inner)": learned(LINEAR + EXTRA, listwise_loss, mlp=True, l2s=L2S),
+    "listwise + interactions (L2 inner)": learned(INTER, listwise_loss, l2s=L2S),
+    "trees over the linear score (rounds inner)": trees(LINEAR + EXTRA + KINDS, choose=300),
+    "listwise + interactions; Python only (L2 inner)":
+        python_only(learned(INTER, listwise_loss, l2s=L2S)),
+    "listwise + interactions fitted on all; orders Python only (L2 inner)":
+        python_only(learned(INTER, listwise_loss, l2s=L2S), all_questions=True),
+    "LambdaRank MLP fitted on all; orders Python only (steps inner)":
+        python_only(learned(LINEAR + EXTRA, lambda_gradient, mlp=True, steps=STEPS),
+                    all_questions=True),
+    "MLP listwise; Python only (L2 inner)":
+        python_only(learned(LINEAR + EXTRA, listwise_loss, mlp=True, l2s=L2S)),
+    # Weights of their own, over the shipped ones, when the question asks how.
+    "ascent: asks how weighs apart": ascent([k + "*asks" for k in LINEAR]),
 }
+DEFAULT = ["linear shipped", "LambdaRank MLP (steps inner)", "LambdaRank MLP (steps inner; seed 1)",
+           "MLP listwise (L2 inner)", "listwise + interactions (L2 inner)",
+           "trees over the linear score (rounds inner)", "ascent: interactions",
+           "ascent: asks how weighs apart", "ascent: Go weighs apart"]
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--build", default=os.environ.get("TAMSEL_BUILD", "build"))
     parser.add_argument("--only", help="comma-separated models")
+    parser.add_argument("--fold", choices=["latest", "corpus"], help="only this check")
     args = parser.parse_args()
     fr.dump(args.build, False)
     questions, full = fr.load()
@@ -366,16 +481,22 @@ def main():
         return {"data": fr.sub(data, mask), "base": base[mask], "head": head[mask],
                 "linear": linear[mask],
                 "pos": pos[mask], "inputs": {k: v[mask] for k, v in inputs.items()},
-                "sets": sets[mask], "qw": fr.per_file(sets[mask])}
+                "sets": sets[mask], "generation": generation[mask], "corpus": corpora[mask],
+                "qw": fr.per_file(sets[mask])}
 
     later = generation == fr.LATEST
     folds = {f"written before set {fr.LATEST} -> set {fr.LATEST}": [(~later, later)],
              "leave one corpus out": [(corpora != c, corpora == c)
                                       for c in ["stdlib", "django", "go"]]}
-    chosen = args.only.split(",") if args.only else list(MODELS)
+    if args.fold:
+        folds = dict([list(folds.items())[0 if args.fold == "latest" else 1]])
+    chosen = args.only.split(",") if args.only else DEFAULT
+    shipped_places = {}
     for title, fold in folds.items():
         print(f"\n== {title} (cross-validated on spent sets)", flush=True)
         for name in chosen:
+            start = time.time()
+            CHOICES.clear()
             held, test_ix = [], []
             for tr_mask, te_mask in fold:
                 score = MODELS[name](part(tr_mask))
@@ -389,6 +510,24 @@ def main():
                 f = fr.figures(p if sel is None else p[c == sel])
                 cells.append(f"{f['top1']:3d}/{f['top5']:3d}/{f['mrr']:.3f}")
             print(f"  {name:34s} " + "  ".join(cells), flush=True)
+            # The questions a model changes against the shipped weights: first places (and places
+            # in the first five) won and lost, and how likely so uneven a split is by chance.
+            if name == "linear shipped":
+                shipped_places[title] = p
+            elif title in shipped_places:
+                base_p = shipped_places[title]
+                notes = []
+                for label, good in [("top-1", lambda q: q == 1),
+                                    ("top-5", lambda q: (q >= 1) & (q <= 5))]:
+                    won = int((good(p) & ~good(base_p)).sum())
+                    lost = int((~good(p) & good(base_p)).sum())
+                    pv = binomtest(won, won + lost).pvalue if won + lost else 1.0
+                    notes.append(f"{label} +{won}/-{lost} p={pv:.2f}")
+                print("      " + ", ".join(notes), flush=True)
+            if CHOICES:
+                print("      chosen on the inner check: "
+                      + ", ".join(f"{k} {v}" for k, v in CHOICES))
+            print(f"      ({time.time() - start:.0f} s)", flush=True)
     print("  columns: stdlib, Django, Go, all: top-1/top-5/MRR@10")
 
 
