@@ -72,10 +72,16 @@ SETS = [
     ("stdlib_u12", "stdlib", "stdlib", "questions_untouched12_stdlib.tsv", "spent", 12),
     ("django_u12", "django", "django", "questions_untouched12_django.tsv", "spent", 12),
     ("go_u12", "go", "go", "questions_untouched12_go.tsv", "spent", 12),
+    ("stdlib_u13", "stdlib", "stdlib", "questions_untouched13_stdlib.tsv", "spent", 13),
+    ("django_u13", "django", "django", "questions_untouched13_django.tsv", "spent", 13),
+    ("go_u13", "go", "go", "questions_untouched13_go.tsv", "spent", 13),
+    ("stdlib_u14", "stdlib", "stdlib", "questions_untouched14_stdlib.tsv", "spent", 14),
+    ("django_u14", "django", "django", "questions_untouched14_django.tsv", "spent", 14),
+    ("go_u14", "go", "go", "questions_untouched14_go.tsv", "spent", 14),
 ]
 # The newest spent set: every older question fits, it tests (--latest picks an older one, and
 # the sets written after it are left out, as when it was the newest).
-LATEST = 12
+LATEST = 14
 
 
 # The inputs in the order tamsel_quality --dump writes them.
