@@ -11,6 +11,13 @@ Probes:
   callees       share of the question's words said by the names a candidate calls
   callers       share of them said by the names of the functions calling it
   same_file     log2(1 + other candidates of the fused first K from its file or Go package) / 5
+  head_noun     a name ending on the head of the question's opening noun phrase, rough stems
+                (--variant np: no head for yes-or-no questions or after a determiner; long:
+                one-word names only for things; python: not for Go)
+  head_cxx      the retriever's head_named column from the dumps, off for questions opening
+                with a wh- word (--variant wh) or a word WordNet tags mostly as a verb (verb)
+
+Weights held: those shipped before head_named (fit_rerank.SIBLING_LED).
 
 The question's words here are a rough cut (lower case, a few stop words, common suffixes off),
 not the retriever's terms: a probe that gains is then written in C++ and measured again.
@@ -18,6 +25,7 @@ not the retriever's terms: a probe that gains is then written in C++ and measure
 Usage: bench/quality/probe_input.py PROBE [--own] [--undocumented] [--top K] [--width N]
   --own           callees/callers: leave out words the candidate's own name says
   --undocumented  callees/callers: only candidates without a docstring
+  --variant V     head_noun / head_cxx: comma-separated variants above
 """
 import argparse
 import math
