@@ -89,14 +89,15 @@ INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", 
           "callers", "function", "test", "thing", "exported", "senses", "spelled", "paired",
           "own_name", "holder", "nearest", "importers", "reexported", "public_name", "covered",
           "predicate", "error_type", "owner_named", "internal", "generated", "elsewhere",
-          "siblings", "lead", "opposite", "owner_ahead", "spelled_owner", "sibling_lead"]
+          "siblings", "lead", "opposite", "owner_ahead", "spelled_owner", "sibling_lead",
+          "head_named"]
 IX = {name: i for i, name in enumerate(INPUTS)}
 
 RERANKED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "thing",
             "exported", "meaning", "senses", "paired", "importers", "reexported", "public_name",
             "covered", "predicate", "error_type", "owner_named", "internal", "generated",
             "elsewhere", "siblings", "lead", "opposite", "owner_ahead", "spelled_owner",
-            "sibling_lead"]
+            "sibling_lead", "head_named"]
 DEPTH = 10  # MRR@10, top-1, top-5 as tamsel_quality counts them
 
 
@@ -351,6 +352,9 @@ OWNERS = dict(OPPOSED, owner_ahead=1.5, spelled_owner=-1.0)
 # Shipped with what a name and its first sentence say that its siblings' do not (fitted alone on
 # OWNERS, below).
 SIBLING_LED = dict(OWNERS, sibling_lead=0.6)
+# Shipped with a name ending on the head of the question's opening noun phrase (fitted alone on
+# SIBLING_LED, below).
+HEADED = dict(SIBLING_LED, head_named=0.6)
 
 
 def fused_only():
@@ -464,11 +468,15 @@ def methods():
         # first sentences say (retrieval.cpp), fitted alone, every other weight held.
         "sibling lead alone": fitted(OWNERS, ["sibling_lead"], True),
         "sibling lead shipped": lambda train, sets: dict(SIBLING_LED),
+        # A name ending on the head of the question's opening noun phrase (question_head.h),
+        # fitted alone, every other weight held.
+        "head named alone": fitted(SIBLING_LED, ["head_named"], True),
+        "head named shipped": lambda train, sets: dict(HEADED),
     }
 
 
-CHOSEN = "sibling lead alone"
-DEFAULT = ["fused only", "owners shipped", "owners refit", CHOSEN, "sibling lead shipped"]
+CHOSEN = "head named alone"
+DEFAULT = ["fused only", "sibling lead shipped", CHOSEN, "head named shipped"]
 
 
 def main():
@@ -549,7 +557,7 @@ def main():
     print(f"\n== {CHOSEN}, fitted on all questions")
     print("  " + json.dumps({k: final[k] for k in FITTED + PUBLIC + ["covered"] + FORM +
                                 ["owner_named"] + SCOPE + ["siblings", "lead", "opposite"] + OWNER +
-                                ["sibling_lead"]}))
+                                ["sibling_lead", "head_named"]}))
     # In-sample, not a measure of quality: what tamsel_quality should print once retrieval.cpp
     # holds these weights.
     print("  per set with these weights (in-sample; compare tamsel_quality):")

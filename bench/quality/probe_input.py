@@ -11,6 +11,13 @@ Probes:
   callees       share of the question's words said by the names a candidate calls
   callers       share of them said by the names of the functions calling it
   same_file     log2(1 + other candidates of the fused first K from its file or Go package) / 5
+  head_noun     a name ending on the head of the question's opening noun phrase, rough stems
+                (--variant np: no head for yes-or-no questions or after a determiner; long:
+                one-word names only for things; python: not for Go)
+  head_cxx      the retriever's head_named column from the dumps, off for questions opening
+                with a wh- word (--variant wh) or a word WordNet tags mostly as a verb (verb)
+
+Weights held: those shipped before head_named (fit_rerank.SIBLING_LED).
 
 The question's words here are a rough cut (lower case, a few stop words, common suffixes off),
 not the retriever's terms: a probe that gains is then written in C++ and measured again.
@@ -18,6 +25,7 @@ not the retriever's terms: a probe that gains is then written in C++ and measure
 Usage: bench/quality/probe_input.py PROBE [--own] [--undocumented] [--top K] [--width N]
   --own           callees/callers: leave out words the candidate's own name says
   --undocumented  callees/callers: only candidates without a docstring
+  --variant V     head_noun / head_cxx: comma-separated variants above
 """
 import argparse
 import math
@@ -98,6 +106,82 @@ def same_file_column(questions, full, args):
     return col
 
 
+BOUNDARY = set("of for that which who whose with in into on at from to by as when where so than "
+               "about before after while without".split())
+THINGS = {"class", "struct", "interface", "type"}
+ARTICLES = {"a", "an", "the", "all", "each", "every", "some", "any", "its", "their", "one"}
+
+
+AUXILIARIES = set("is are does do can could has have should was were will may must".split())
+
+
+def head_word(text, phrase_only=False):
+    """The word a question's first noun phrase ends on: the one before the first preposition,
+    relative word or participle ("login form of the admin": form)."""
+    tokens = re.findall(r"[a-z0-9]+", text.lower())
+    if phrase_only and tokens and tokens[0] in AUXILIARIES:
+        return None
+    head = None
+    for k, t in enumerate(tokens):
+        if t in BOUNDARY or (k > 0 and head and (t.endswith("ing") or t.endswith("ed"))):
+            break
+        if t in ARTICLES and k > 0 and phrase_only:
+            return None
+        if t not in ARTICLES:
+            head = t
+    return stem(head) if head else None
+
+
+def name_words(name):
+    name = re.sub(r"([a-z0-9])([A-Z])", r"\1 \2", name)
+    name = re.sub(r"([A-Z]+)([A-Z][a-z])", r"\1 \2", name)
+    return [stem(w) for w in re.findall(r"[a-z0-9]+", name.lower())]
+
+
+def head_column(questions, width, args):
+    col = np.zeros((len(questions), width))
+    for i, q in enumerate(questions):
+        head = head_word(q["text"], "np" in args.variant)
+        if not head:
+            continue
+        for j, c in enumerate(q["rows"]):
+            if "python" in args.variant and q["corpus"] == "go":
+                continue
+            words_ = name_words(c["fqn"].rsplit(".", 1)[-1])
+            if "long" in args.variant and len(words_) < 2 and c["kind"] not in THINGS:
+                continue
+            if words_ and words_[-1] == head:
+                col[i, j] = 1.0
+    return col
+
+
+WH = set("how what why where when which who whose".split())
+
+
+def verb_first():
+    """Words WordNet tags as verbs more often than as nouns (or only as verbs)."""
+    counts = {}
+    for pos in ["noun", "verb"]:
+        with open(f"/usr/share/wordnet/index.{pos}") as f:
+            for line in f:
+                if line.startswith(" "):
+                    continue
+                parts = line.split()
+                counts.setdefault(parts[0], {})[pos] = int(parts[-int(parts[2]) - 1]) + 1
+    return {w for w, c in counts.items() if c.get("verb", 0) > c.get("noun", 0)}
+
+
+def head_cxx_column(questions, full, args):
+    col = full["x"][..., fr.IX["head_named"]].copy()
+    verbs = verb_first() if "verb" in args.variant else set()
+    for i, q in enumerate(questions):
+        words_ = re.findall(r"[a-z0-9]+", q["text"].lower())
+        first = words_[0] if words_ else ""
+        if ("wh" in args.variant and first in WH) or first in verbs:
+            col[i] = 0
+    return col
+
+
 def widen_head(width):
     """fit_rerank's model_scores with the head widened for candidates two signals find."""
     shipped = fr.model_scores
@@ -115,21 +199,24 @@ def widen_head(width):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("probe", choices=["wide_head", "callees", "callers", "same_file"])
+    parser.add_argument("probe", choices=["wide_head", "callees", "callers", "same_file", "head_noun", "head_cxx"])
     parser.add_argument("--own", action="store_true")
     parser.add_argument("--undocumented", action="store_true")
     parser.add_argument("--top", type=int, default=100)
     parser.add_argument("--width", type=int, default=400)
+    parser.add_argument("--variant", default="")
     args = parser.parse_args()
     fr.DEPTHS = fr.DEPTHS + [args.width]
     questions, full = fr.load()
-    base = fr.OWNERS
+    base = fr.SIBLING_LED
     if args.probe == "wide_head":
         fr.model_scores = widen_head(args.width)
         make = None
     else:
         width = full["x"].shape[1]
         col = (same_file_column(questions, full, args) if args.probe == "same_file" else
+               head_column(questions, width, args) if args.probe == "head_noun" else
+               head_cxx_column(questions, full, args) if args.probe == "head_cxx" else
                call_column(questions, width, args))
         fr.IX["probe"] = len(fr.INPUTS)
         fr.INPUTS.append("probe")

@@ -12,6 +12,7 @@
 #include "orvane_tamsel/workers/name_lookup.h"
 #include "orvane_tamsel/workers/name_pieces.h"
 #include "orvane_tamsel/workers/question_form.h"
+#include "orvane_tamsel/workers/question_head.h"
 #include "orvane_tamsel/workers/retrieval.h"
 #include "orvane_tamsel/workers/sibling_terms.h"
 #include "orvane_tamsel/workers/term_expansion.h"
@@ -394,6 +395,9 @@ TEST(WordNetEmbedder, ReadsTheDictionaryFilesFirstLineToLast) {
     EXPECT_GT(cosine(wordnet.embed(a), wordnet.embed(b)), 0.2) << a << " " << b;
   }
   EXPECT_EQ(cosine(wordnet.embed("abide"), wordnet.embed("zoom")), 0.0);
+  EXPECT_TRUE(wordnet.verb_first("abide"));
+  EXPECT_FALSE(wordnet.verb_first("computation"));
+  EXPECT_FALSE(wordnet.verb_first("zeppelin"));  // unknown
 }
 
 TEST(WordNetEmbedder, SharedSensesAndInflections) {
@@ -662,4 +666,46 @@ TEST(HybridRetriever, AnActionOfAClassIsItsMember) {
     ASSERT_FALSE(listed.empty()) << q;
     EXPECT_TRUE(listed.front().ends_with(std::string(".") + want)) << q << ": " << listed.front();
   }
+}
+
+TEST(HybridRetriever, TheQuestionsHeadNounEndsTheAnswersName) {
+  auto head = [](std::string_view q) {
+    return question_head(q, [](const std::string& w) { return w == "convert"; });
+  };
+  // A lone word is its own head, stemmed as the names' words are.
+  EXPECT_EQ(head("login form of the admin"), head("form"));
+  EXPECT_EQ(head("a JOIN clause in a generated query"), head("clause"));
+  EXPECT_EQ(head("template node converting a datetime"), head("node"));
+  EXPECT_EQ(head("groups of users"), head("group"));
+  EXPECT_EQ(head("convert rasters into a format"), "");  // an imperative
+  EXPECT_EQ(head("store a raster"), "");                 // a determiner follows a verb
+  EXPECT_EQ(head("is the queue full"), "");
+  EXPECT_EQ(head("how are rasters stored"), "");
+  EXPECT_TRUE(ends_on_head("AdminAuthenticationForm", true, head("form")));
+  EXPECT_TRUE(ends_on_head("get_format_modules", false, head("modules")));
+  EXPECT_FALSE(ends_on_head("String", false, head("string")));  // says no more than the word
+  EXPECT_TRUE(ends_on_head("Group", true, head("group")));
+  EXPECT_FALSE(ends_on_head("form_login", false, head("form")));
+
+  // Two classes with the same words and doc, listed first by the fusion in the order written:
+  // the one whose name ends on the head leads after the rerank.
+  auto wordnet = word_sense_embedder();
+  if (!wordnet) GTEST_SKIP() << "wordnet-base is not installed";
+  indexer_test::TempRepo repo("shop");
+  repo.write("src/shop/admin.py",
+             "class FormAdminLogin:\n  \"\"\"Login form of the admin.\"\"\"\n"
+             "class AdminLoginForm:\n  \"\"\"Login form of the admin.\"\"\"\n");
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+  HybridRetriever retriever(*index, std::nullopt, nullptr, wordnet);
+  std::map<std::string, double> named;
+  for (const auto& c : retriever.candidates("login form of the admin", false))
+    named[c.fqn] = c.inputs.head_named;
+  EXPECT_EQ(named["shop.admin.AdminLoginForm"], 1);
+  EXPECT_EQ(named["shop.admin.FormAdminLogin"], 0);
+  auto first = [&](bool rerank) {
+    return fqns(*index, retriever.retrieve("login form of the admin", 1, false, rerank));
+  };
+  EXPECT_THAT(first(false), ElementsAre("shop.admin.FormAdminLogin"));
+  EXPECT_THAT(first(true), ElementsAre("shop.admin.AdminLoginForm"));
 }

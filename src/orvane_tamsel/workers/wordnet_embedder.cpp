@@ -150,6 +150,21 @@ bool WordNetEmbedder::available() const {
   return files_->ok;
 }
 
+bool WordNetEmbedder::verb_first(const std::string& word) const {
+  // One more than the tagged senses in a part of speech that has the word, else 0.
+  auto tagged = [&](std::size_t p) -> std::size_t {
+    if (!files_->ok) return 0;
+    auto line = find_line(files_->index[p]->text(), word);
+    if (line.empty()) return 0;
+    // lemma pos synset_cnt p_cnt [ptr_symbol...] sense_cnt tagsense_cnt synset_offset...
+    auto f = fields(line);
+    if (f.size() < 4) return 0;
+    auto at = 4 + number(f[3]) + 1;
+    return at < f.size() ? number(f[at]) + 1 : 0;
+  };
+  return tagged(1) > tagged(0);
+}
+
 std::filesystem::path WordNetEmbedder::default_dictionary() {
   return "/usr/share/wordnet";
 }

@@ -28,6 +28,10 @@ class WordNetEmbedder : public index::Embedder {
   std::vector<double> text_similarities(const std::string& asked,
                                         const std::vector<std::string>& texts) override;
 
+  // Whether the dictionary tags the word (as written, lower case) as a verb more often than as a
+  // noun, or knows it only as a verb: a question opening with it is an imperative.
+  bool verb_first(const std::string& word) const;
+
   static constexpr std::size_t DIMENSIONS = 1024;
   static std::filesystem::path default_dictionary();
 
