@@ -89,14 +89,15 @@ INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", 
           "callers", "function", "test", "thing", "exported", "senses", "spelled", "paired",
           "own_name", "holder", "nearest", "importers", "reexported", "public_name", "covered",
           "predicate", "error_type", "owner_named", "internal", "generated", "elsewhere",
-          "siblings", "lead", "opposite", "owner_ahead", "spelled_owner", "sibling_lead"]
+          "siblings", "lead", "opposite", "owner_ahead", "spelled_owner", "sibling_lead",
+          "letters"]
 IX = {name: i for i, name in enumerate(INPUTS)}
 
 RERANKED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "thing",
             "exported", "meaning", "senses", "paired", "importers", "reexported", "public_name",
             "covered", "predicate", "error_type", "owner_named", "internal", "generated",
             "elsewhere", "siblings", "lead", "opposite", "owner_ahead", "spelled_owner",
-            "sibling_lead"]
+            "sibling_lead", "letters"]
 DEPTH = 10  # MRR@10, top-1, top-5 as tamsel_quality counts them
 
 
@@ -464,11 +465,14 @@ def methods():
         # first sentences say (retrieval.cpp), fitted alone, every other weight held.
         "sibling lead alone": fitted(OWNERS, ["sibling_lead"], True),
         "sibling lead shipped": lambda train, sets: dict(SIBLING_LED),
+        # The share of a name's letters the question spells (name_letters.h), fitted alone, every
+        # other weight held.
+        "letters alone": fitted(SIBLING_LED, ["letters"], True),
     }
 
 
-CHOSEN = "sibling lead alone"
-DEFAULT = ["fused only", "owners shipped", "owners refit", CHOSEN, "sibling lead shipped"]
+CHOSEN = "letters alone"
+DEFAULT = ["fused only", "sibling lead shipped", CHOSEN]
 
 
 def main():
@@ -549,7 +553,7 @@ def main():
     print(f"\n== {CHOSEN}, fitted on all questions")
     print("  " + json.dumps({k: final[k] for k in FITTED + PUBLIC + ["covered"] + FORM +
                                 ["owner_named"] + SCOPE + ["siblings", "lead", "opposite"] + OWNER +
-                                ["sibling_lead"]}))
+                                ["sibling_lead", "letters"]}))
     # In-sample, not a measure of quality: what tamsel_quality should print once retrieval.cpp
     # holds these weights.
     print("  per set with these weights (in-sample; compare tamsel_quality):")
