@@ -89,15 +89,14 @@ INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", 
           "callers", "function", "test", "thing", "exported", "senses", "spelled", "paired",
           "own_name", "holder", "nearest", "importers", "reexported", "public_name", "covered",
           "predicate", "error_type", "owner_named", "internal", "generated", "elsewhere",
-          "siblings", "lead", "opposite", "owner_ahead", "spelled_owner", "sibling_lead",
-          "letters"]
+          "siblings", "lead", "opposite", "owner_ahead", "spelled_owner", "sibling_lead"]
 IX = {name: i for i, name in enumerate(INPUTS)}
 
 RERANKED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "thing",
             "exported", "meaning", "senses", "paired", "importers", "reexported", "public_name",
             "covered", "predicate", "error_type", "owner_named", "internal", "generated",
             "elsewhere", "siblings", "lead", "opposite", "owner_ahead", "spelled_owner",
-            "sibling_lead", "letters"]
+            "sibling_lead"]
 DEPTH = 10  # MRR@10, top-1, top-5 as tamsel_quality counts them
 
 
@@ -465,14 +464,11 @@ def methods():
         # first sentences say (retrieval.cpp), fitted alone, every other weight held.
         "sibling lead alone": fitted(OWNERS, ["sibling_lead"], True),
         "sibling lead shipped": lambda train, sets: dict(SIBLING_LED),
-        # The share of a name's letters the question spells (name_letters.h), fitted alone, every
-        # other weight held.
-        "letters alone": fitted(SIBLING_LED, ["letters"], True),
     }
 
 
-CHOSEN = "letters alone"
-DEFAULT = ["fused only", "sibling lead shipped", CHOSEN]
+CHOSEN = "sibling lead alone"
+DEFAULT = ["fused only", "owners shipped", "owners refit", CHOSEN, "sibling lead shipped"]
 
 
 def main():
@@ -553,7 +549,7 @@ def main():
     print(f"\n== {CHOSEN}, fitted on all questions")
     print("  " + json.dumps({k: final[k] for k in FITTED + PUBLIC + ["covered"] + FORM +
                                 ["owner_named"] + SCOPE + ["siblings", "lead", "opposite"] + OWNER +
-                                ["sibling_lead", "letters"]}))
+                                ["sibling_lead"]}))
     # In-sample, not a measure of quality: what tamsel_quality should print once retrieval.cpp
     # holds these weights.
     print("  per set with these weights (in-sample; compare tamsel_quality):")

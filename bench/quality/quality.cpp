@@ -102,14 +102,14 @@ void dump_candidates(workers::HybridRetriever& retriever, const Question& q, int
          {"path", c.path},
          {"kind", c.kind},
          {"fused", c.fused},
-         {"f", {in.text,        in.widened,     in.named,       in.meaning,       in.in_name,
-                in.whole,       in.in_path,     in.docstring,   in.callers,       in.function,
-                in.test,        in.thing,       in.exported,    in.senses,        in.spelled,
-                in.paired,      in.own_name,    in.holder,      in.nearest,       in.importers,
-                in.reexported,  in.public_name, in.covered,     in.predicate,     in.error_type,
-                in.owner_named, in.internal,    in.generated,   in.elsewhere,     in.siblings,
-                in.lead,        in.opposite,    in.owner_ahead, in.spelled_owner, in.sibling_lead,
-                in.letters}}});
+         {"f",
+          {in.text,        in.widened,     in.named,       in.meaning,       in.in_name,
+           in.whole,       in.in_path,     in.docstring,   in.callers,       in.function,
+           in.test,        in.thing,       in.exported,    in.senses,        in.spelled,
+           in.paired,      in.own_name,    in.holder,      in.nearest,       in.importers,
+           in.reexported,  in.public_name, in.covered,     in.predicate,     in.error_type,
+           in.owner_named, in.internal,    in.generated,   in.elsewhere,     in.siblings,
+           in.lead,        in.opposite,    in.owner_ahead, in.spelled_owner, in.sibling_lead}}});
   }
   out << line.dump() << "\n";
 }

@@ -9,7 +9,6 @@
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
 #include "orvane_tamsel/utils/query_terms.h"
-#include "orvane_tamsel/workers/name_letters.h"
 #include "orvane_tamsel/workers/name_lookup.h"
 #include "orvane_tamsel/workers/name_pieces.h"
 #include "orvane_tamsel/workers/question_form.h"
@@ -663,20 +662,4 @@ TEST(HybridRetriever, AnActionOfAClassIsItsMember) {
     ASSERT_FALSE(listed.empty()) << q;
     EXPECT_TRUE(listed.front().ends_with(std::string(".") + want)) << q << ": " << listed.front();
   }
-}
-
-TEST(HybridRetriever, HowMuchOfANameTheQuestionSpells) {
-  auto encoder = query_terms("look up the encoder function for a named encoding");
-  EXPECT_GT(letters_said("getencoder", encoder), letters_said("getincrementalencoder", encoder));
-  EXPECT_DOUBLE_EQ(letters_said("getencoder", encoder), 0.7);
-  auto missing = query_terms("modules that look missing after scanning a script's imports");
-  EXPECT_GT(letters_said("any_missing", missing), letters_said("any_missing_maybe", missing));
-  // Run together, and a sub-word shortening a question word.
-  EXPECT_DOUBLE_EQ(letters_said("iselement", query_terms("is this an element")), 7.0 / 9.0);
-  auto header = query_terms("header line with the weekday names");
-  EXPECT_DOUBLE_EQ(letters_said("format_week_header", header), 10.0 / 16.0);
-  EXPECT_DOUBLE_EQ(letters_said("formatmonth", header), 0.0);
-  // Two letters meet names by chance; a name without letters says nothing.
-  EXPECT_DOUBLE_EQ(letters_said("io", query_terms("io of a file")), 0.0);
-  EXPECT_DOUBLE_EQ(letters_said("__", encoder), 0.0);
 }

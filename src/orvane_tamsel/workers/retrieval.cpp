@@ -15,7 +15,6 @@
 #include "orvane_tamsel/indexer/doc_sentences.h"
 #include "orvane_tamsel/utils/language_registry.h"
 #include "orvane_tamsel/utils/query_terms.h"
-#include "orvane_tamsel/workers/name_letters.h"
 #include "orvane_tamsel/workers/name_pieces.h"
 #include "orvane_tamsel/workers/question_form.h"
 #include "orvane_tamsel/workers/sibling_terms.h"
@@ -224,10 +223,6 @@ constexpr double W_SPELLED_OWNER = -1.0;
 // top-5 344 of 395 (216 and 344 without); without one corpus, that corpus 2,333 and 3,487 of 4,459
 // (2,323 and 3,467). Fitted on all of them: 0.6.
 constexpr double W_SIBLING_LEAD = 0.6;
-// The share of its own name's letters the question spells (name_letters.h): fitted alone, every
-// weight above held, 0.2, it gains first places and loses first fives (bench/quality/README.md,
-// 2026-11-28): held at 0.
-constexpr double W_LETTERS = 0.0;
 
 // The question's vector from the embedder that holds the symbols', and the symbols nearest it.
 struct Meaning {
@@ -675,7 +670,6 @@ void read_features(Candidate& c, const Question& q, const std::set<std::string>&
   in.predicate = q.form.yes_no && predicate_name(s.name);
   in.error_type = q.form.error && is_thing(s.kind) && error_type_name(s.name);
   in.owner_named = s.kind == "method" ? owner_named(inner, terms) : 0;
-  in.letters = letters_said(s.name, terms);
   in.internal = internal_package(*c.path);
   in.spelled = std::any_of(q.words.begin(), q.words.end(), [&](const std::string& w) {
     return utils::reads_as_code(w) &&
@@ -737,8 +731,7 @@ double model_score(const RerankInputs& in, double spread_fused) {
          W_ERROR_TYPE * in.error_type + W_OWNER_NAMED * in.owner_named + W_INTERNAL * in.internal +
          W_GENERATED * in.generated + W_ELSEWHERE * in.elsewhere + W_SIBLINGS * in.siblings +
          W_LEAD * in.lead + W_OPPOSITE * in.opposite + W_OWNER_AHEAD * in.owner_ahead +
-         W_SPELLED_OWNER * in.spelled_owner + W_SIBLING_LEAD * in.sibling_lead +
-         W_LETTERS * in.letters;
+         W_SPELLED_OWNER * in.spelled_owner + W_SIBLING_LEAD * in.sibling_lead;
 }
 
 // Reads the decision model's features of the first `count` candidates.

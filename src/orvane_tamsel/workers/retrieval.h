@@ -71,7 +71,6 @@ struct RerankInputs {
   double spelled_owner = 0;  // a thing spelled by an action question with a member in the head
   double sibling_lead = 0;   // the question's terms its name or first sentence says that few of
                              // its siblings' names or first sentences say (sibling_terms.h)
-  double letters = 0;        // share of its own name's letters the question spells (name_letters.h)
   std::uint64_t said = 0;    // bit i: its text says the question's i-th term
 };
 
