@@ -16,6 +16,10 @@ Probes:
                 one-word names only for things; python: not for Go)
   head_cxx      the retriever's head_named column from the dumps, off for questions opening
                 with a wh- word (--variant wh) or a word WordNet tags mostly as a verb (verb)
+  letters       share of a candidate's own name's letters the question's words spell (a word or
+                its stem of three letters or more inside the name, or a sub-word of three or more
+                beginning a word); --siblings: less the best of its siblings (same owner and home)
+                in the fused head; --short N: 0 for names of fewer than N letters
 
 Weights held: those shipped before head_named (fit_rerank.SIBLING_LED).
 
@@ -23,6 +27,7 @@ The question's words here are a rough cut (lower case, a few stop words, common 
 not the retriever's terms: a probe that gains is then written in C++ and measured again.
 
 Usage: bench/quality/probe_input.py PROBE [--own] [--undocumented] [--top K] [--width N]
+                                           [--siblings] [--short N]
   --own           callees/callers: leave out words the candidate's own name says
   --undocumented  callees/callers: only candidates without a docstring
   --variant V     head_noun / head_cxx: comma-separated variants above
@@ -179,6 +184,51 @@ def head_cxx_column(questions, full, args):
         first = words_[0] if words_ else ""
         if ("wh" in args.variant and first in WH) or first in verbs:
             col[i] = 0
+def letters_said(name, asked, short):
+    low = name.lower()
+    total = sum(ch.isalpha() for ch in low)
+    if total == 0 or total < short:
+        return 0.0
+    said = [False] * len(low)
+    for w in asked:
+        for form in {w, stem(w)}:
+            at = low.find(form) if len(form) >= 3 else -1
+            while at >= 0:
+                said[at:at + len(form)] = [True] * len(form)
+                at = low.find(form, at + 1)
+    at = 0
+    for piece in re.findall(r"[A-Z]?[a-z]+|[A-Z]+(?![a-z])", name):
+        start = low.find(piece.lower(), at)
+        if start < 0:
+            continue
+        at = start + len(piece)
+        if len(piece) >= 3 and any(w.startswith(piece.lower()) for w in asked):
+            said[start:at] = [True] * len(piece)
+    return sum(1 for k, ch in enumerate(low) if said[k] and ch.isalpha()) / total
+
+
+def letters_column(questions, full, args):
+    _, order, _ = fr.fused_order(fr.SHIPPED, full["x"], full["valid"])
+    col = np.zeros(full["valid"].shape)
+    for i, q in enumerate(questions):
+        asked = [w for w in re.findall(r"[a-z0-9]+", q["text"].lower()) if w not in STOP]
+        said = {j: letters_said(c["fqn"].rsplit(".", 1)[-1], asked, args.short)
+                for j, c in enumerate(q["rows"])}
+        if not args.siblings:
+            for j, v in said.items():
+                col[i, j] = v
+            continue
+        groups = {}
+        for j in order[i, :fr.SHIPPED["depth"]]:
+            if full["valid"][i, j]:
+                c = q["rows"][j]
+                key = (c["fqn"].rpartition(".")[0], fr.home(c["path"], q["corpus"]))
+                groups.setdefault(key, {})[c["fqn"]] = j
+        for members in groups.values():
+            for fqn, j in members.items():
+                others = [said[k] for f, k in members.items() if f != fqn]
+                if others:
+                    col[i, j] = said[j] - max(others)
     return col
 
 
@@ -199,12 +249,15 @@ def widen_head(width):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("probe", choices=["wide_head", "callees", "callers", "same_file", "head_noun", "head_cxx"])
+    parser.add_argument("probe", choices=["wide_head", "callees", "callers", "same_file", "head_noun",
+                                          "head_cxx", "letters"])
     parser.add_argument("--own", action="store_true")
     parser.add_argument("--undocumented", action="store_true")
     parser.add_argument("--top", type=int, default=100)
     parser.add_argument("--width", type=int, default=400)
     parser.add_argument("--variant", default="")
+    parser.add_argument("--siblings", action="store_true")
+    parser.add_argument("--short", type=int, default=0)
     args = parser.parse_args()
     fr.DEPTHS = fr.DEPTHS + [args.width]
     questions, full = fr.load()
@@ -217,6 +270,7 @@ def main():
         col = (same_file_column(questions, full, args) if args.probe == "same_file" else
                head_column(questions, width, args) if args.probe == "head_noun" else
                head_cxx_column(questions, full, args) if args.probe == "head_cxx" else
+               letters_column(questions, full, args) if args.probe == "letters" else
                call_column(questions, width, args))
         fr.IX["probe"] = len(fr.INPUTS)
         fr.INPUTS.append("probe")
