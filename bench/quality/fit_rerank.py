@@ -78,10 +78,13 @@ SETS = [
     ("stdlib_u14", "stdlib", "stdlib", "questions_untouched14_stdlib.tsv", "spent", 14),
     ("django_u14", "django", "django", "questions_untouched14_django.tsv", "spent", 14),
     ("go_u14", "go", "go", "questions_untouched14_go.tsv", "spent", 14),
+    ("stdlib_u15", "stdlib", "stdlib", "questions_untouched15_stdlib.tsv", "spent", 15),
+    ("django_u15", "django", "django", "questions_untouched15_django.tsv", "spent", 15),
+    ("go_u15", "go", "go", "questions_untouched15_go.tsv", "spent", 15),
 ]
 # The newest spent set: every older question fits, it tests (--latest picks an older one, and
 # the sets written after it are left out, as when it was the newest).
-LATEST = 14
+LATEST = 15
 
 
 # The inputs in the order tamsel_quality --dump writes them.
