@@ -211,13 +211,6 @@ TEST(SqliteRepository, TextSearchSubwordsStemmingAndSuggestions) {
   EXPECT_THAT(index::subwords("ApplyDiscount"), ElementsAre("apply", "discount"));
   EXPECT_THAT(index::subwords("apply_discount"), ElementsAre("apply", "discount"));
   EXPECT_THAT(index::subwords("HTTPServer2"), ElementsAre("http", "server2"));
-  EXPECT_THAT(index::digit_pieces("int2byte"), ElementsAre("int", "2", "byte"));
-  EXPECT_THAT(index::digit_pieces("x509"), ElementsAre("x", "509"));
-  EXPECT_THAT(index::digit_pieces("384"), IsEmpty());
-  EXPECT_THAT(index::digit_pieces("sum"), IsEmpty());
-  EXPECT_EQ(index::name_text("Sum384_sum"), "Sum384_sum sum384 sum 384");
-  EXPECT_EQ(index::with_digit_pieces("crypto/ed25519/ed25519.go"),
-            "crypto/ed25519/ed25519.go ed 25519");
 
   auto ids = [&](const std::string& match, bool tests) {
     std::set<std::string> out;
@@ -239,21 +232,6 @@ TEST(SqliteRepository, TextSearchSubwordsStemmingAndSuggestions) {
   ASSERT_FALSE(ranked.empty());
   EXPECT_GE(ranked.front().score, ranked.back().score);
   EXPECT_THROW(index.search_text("name:(", 10, false), std::exception);
-
-  // A digit run is found whole with its word (md5, as a question says it) and apart ("SHA-384"),
-  // and it decides between siblings whose words are the same.
-  auto hashes = file("src/shop/hashes.py", "shop.hashes", false);
-  for (auto name : {"Sum512", "Sum384", "md5"}) {
-    hashes.symbols.push_back(sym(std::string("shop.hashes.") + name, "function", 2, 3, false));
-  }
-  write(shop.writer, {hashes});
-  EXPECT_EQ(ids("name:md5", false), std::set<std::string>{"shop.hashes.md5"});
-  EXPECT_EQ(ids("name:sum384", false), std::set<std::string>{"shop.hashes.Sum384"});
-  EXPECT_EQ(ids("name:384", false), std::set<std::string>{"shop.hashes.Sum384"});
-  EXPECT_EQ(ids("fqn:md AND fqn:5", false), std::set<std::string>{"shop.hashes.md5"});
-  auto sums = index.search_text(R"("sum" OR "384")", 10, false);
-  ASSERT_EQ(sums.size(), 2u);
-  EXPECT_EQ(index.symbols_with_paths({sums[0].id}).begin()->second.first.fqn, "shop.hashes.Sum384");
 
   // One search's term shares rank every subset of the terms exactly as a search of its own.
   std::vector<std::string> terms{"discount", "cart", "price", "test"};

@@ -16,12 +16,10 @@
 #include "orvane_tamsel/workers/sibling_terms.h"
 #include "orvane_tamsel/workers/term_expansion.h"
 #include "orvane_tamsel/workers/term_match.h"
-#include "orvane_tamsel/workers/term_ranking.h"
 #include "orvane_tamsel/workers/wordnet_embedder.h"
 
 using namespace orvane_tamsel;
 using namespace orvane_tamsel::workers;
-using orvane_tamsel::utils::digit_word_pieces;
 using orvane_tamsel::utils::is_test_query;
 using orvane_tamsel::utils::query_terms;
 using orvane_tamsel::utils::reads_as_code;
@@ -45,11 +43,6 @@ TEST(QueryTerms, KeywordsCodeWordsAndTestQueries) {
               ElementsAre("requests", "calls", "close"));
   EXPECT_THAT(query_terms("what should I use to get the logger"), ElementsAre("get", "logger"));
   EXPECT_TRUE(query_terms("how does it work? show me").empty());
-  // Pieces of a word with digits, unless the question also says them as words of their own.
-  EXPECT_THAT(digit_word_pieces("zone of an IPv6 address or IPv4"),
-              ElementsAre("4", "6", "i", "pv"));
-  EXPECT_THAT(digit_word_pieces("sum of a Sum384 or sha384"), ElementsAre("384", "sha"));
-  EXPECT_TRUE(digit_word_pieces("apply_discount in 2024 with SHA 384").empty());
   for (const char* w : {"apply_discount", "cli_tools", "Offloader", "Cart", "getX", "md5sum"}) {
     EXPECT_TRUE(reads_as_code(w)) << w;
   }
@@ -60,19 +53,6 @@ TEST(QueryTerms, KeywordsCodeWordsAndTestQueries) {
   EXPECT_FALSE(is_test_query(query_terms("how is the total computed")));
   EXPECT_TRUE(RETRIEVABLE_KINDS.count("method"));
   EXPECT_FALSE(RETRIEVABLE_KINDS.count("module"));
-}
-
-TEST(TermRanking, PiecesOfAWordWithDigitsWeighLessThanTheWhole) {
-  // Terms: ipv6, 6, zone. One row says the whole word, the other its piece and "zone" more often.
-  std::vector<index::TermShares> rows{{1, {1.0, 0.0, 0.2}}, {2, {0.0, 0.9, 0.5}}};
-  auto order = [&](std::vector<double> weights) {
-    std::vector<index::SymbolId> ids;
-    for (const auto& hit : rank_any(rows, 3, 10, weights)) ids.push_back(hit.id);
-    return ids;
-  };
-  EXPECT_THAT(order({}), ElementsAre(2, 1));
-  EXPECT_THAT(order({1.0, 0.5}), ElementsAre(1, 2));
-  EXPECT_THAT(rank_any(rows, 1, 10, std::vector<double>{1.0, 0.5}), testing::SizeIs(1));
 }
 
 TEST(NameLookup, PathsAndNames) {

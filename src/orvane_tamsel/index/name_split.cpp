@@ -146,10 +146,8 @@ std::vector<std::string> repository_words(const std::vector<std::string>& names)
 
 std::string name_text(std::string_view name, const NameSplitter* splitter) {
   if (!splitter) return index::name_text(name);
-  auto words = splitter->words_of(name);
-  add_digit_pieces(words);
   std::string text(name);
-  for (const auto& w : words) text += " " + w;
+  for (const auto& w : splitter->words_of(name)) text += " " + w;
   return text;
 }
 

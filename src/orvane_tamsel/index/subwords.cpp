@@ -1,8 +1,6 @@
 #include "orvane_tamsel/index/subwords.h"
 
-#include <algorithm>
 #include <cctype>
-#include <set>
 
 namespace orvane_tamsel::index {
 
@@ -14,11 +12,8 @@ bool is_upper(char c) {
 bool is_lower(char c) {
   return (c >= 'a' && c <= 'z') || static_cast<unsigned char>(c) >= 0x80;
 }
-bool is_digit(char c) {
-  return c >= '0' && c <= '9';
-}
 bool is_word(char c) {
-  return is_upper(c) || is_lower(c) || is_digit(c);
+  return is_upper(c) || is_lower(c) || (c >= '0' && c <= '9');
 }
 
 }  // namespace
@@ -49,44 +44,9 @@ std::vector<std::string> subwords(std::string_view name) {
   return words;
 }
 
-std::vector<std::string> digit_pieces(std::string_view word) {
-  std::vector<std::string> pieces;
-  std::size_t start = 0;
-  for (std::size_t i = 1; i <= word.size(); ++i) {
-    if (i == word.size() || is_digit(word[i]) != is_digit(word[i - 1])) {
-      pieces.emplace_back(word.substr(start, i - start));
-      start = i;
-    }
-  }
-  if (pieces.size() < 2) pieces.clear();
-  return pieces;
-}
-
-void add_digit_pieces(std::vector<std::string>& words) {
-  const std::size_t own = words.size();
-  for (std::size_t i = 0; i < own; ++i) {
-    for (auto& p : digit_pieces(words[i])) {
-      if (std::find(words.begin(), words.end(), p) == words.end()) words.push_back(std::move(p));
-    }
-  }
-}
-
-std::string with_digit_pieces(std::string_view text) {
-  std::string out(text);
-  std::set<std::string> added;
-  for (const auto& w : subwords(text)) {
-    for (auto& p : digit_pieces(w)) {
-      if (added.insert(p).second) out += " " + p;
-    }
-  }
-  return out;
-}
-
 std::string name_text(std::string_view name) {
-  auto words = subwords(name);
-  add_digit_pieces(words);
   std::string text(name);
-  for (const auto& w : words) text += " " + w;
+  for (const auto& w : subwords(name)) text += " " + w;
   return text;
 }
 

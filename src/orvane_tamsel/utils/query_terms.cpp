@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <set>
 #include <unordered_set>
 
 #include "orvane_tamsel/utils/unicode.h"
@@ -105,10 +104,8 @@ bool reads_as_code(const std::string& word) {
   return false;
 }
 
-namespace {
-
-// Words are runs of letters, digits, '_' and '$'; "." "::" "#" split qualified names.
-std::vector<std::string> query_words(const std::string& query) {
+std::vector<std::string> query_terms(const std::string& query) {
+  // Words are runs of letters, digits, '_' and '$'; "." "::" "#" split qualified names.
   std::vector<std::string> words;
   std::string word;
   for (unsigned char c : query) {
@@ -120,13 +117,7 @@ std::vector<std::string> query_words(const std::string& query) {
     }
   }
   if (!word.empty()) words.push_back(std::move(word));
-  return words;
-}
 
-}  // namespace
-
-std::vector<std::string> query_terms(const std::string& query) {
-  const auto words = query_words(query);
   std::vector<std::string> terms;
   std::unordered_set<std::string> seen;
   auto add = [&](const std::string& t) {
@@ -156,21 +147,6 @@ std::vector<std::string> query_terms(const std::string& query) {
     terms.clear();
   }
   return terms;
-}
-
-std::set<std::string> digit_word_pieces(const std::string& query) {
-  std::set<std::string> pieces, own;
-  for (const auto& w : query_words(query)) {
-    std::string low = lower(w);
-    own.insert(low);
-    bool digits = std::any_of(w.begin(), w.end(), [](unsigned char c) { return std::isdigit(c); });
-    if (!digits || !reads_as_code(w)) continue;
-    for (auto& s : sub_words(w)) {
-      if (s != low) pieces.insert(std::move(s));
-    }
-  }
-  for (const auto& w : own) pieces.erase(w);
-  return pieces;
 }
 
 bool is_test_query(const std::vector<std::string>& terms) {

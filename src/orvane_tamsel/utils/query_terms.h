@@ -2,7 +2,6 @@
 // The words of a query that a search looks for: stop words dropped, code words kept whole and
 // also split into their parts.
 
-#include <set>
 #include <string>
 #include <vector>
 
@@ -10,9 +9,6 @@ namespace orvane_tamsel::utils {
 
 // The meaningful keywords of a query, lower-cased; code words kept whole and also split.
 std::vector<std::string> query_terms(const std::string& query);
-// The terms a query says only as pieces of a code word holding digits (IPv6: pv, 6; sha384: sha,
-// 384), not as words of their own.
-std::set<std::string> digit_word_pieces(const std::string& query);
 // Whether the terms ask about tests ("tests", "pytest", "coverage", ...).
 bool is_test_query(const std::vector<std::string>& terms);
 // Whether one word is spelled like code (snake_case, camelCase, PascalCase, digits inside, ...).

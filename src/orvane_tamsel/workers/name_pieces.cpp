@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <map>
 #include <optional>
 #include <string>
@@ -52,12 +53,14 @@ const std::map<std::string, std::vector<std::string>, std::less<>>& cues() {
 // A name's words, digits apart from letters (Internaldate2tuple: internaldate, 2, tuple).
 Words name_words(std::string_view name) {
   Words out;
-  for (auto& w : index::subwords(name)) {
-    auto pieces = index::digit_pieces(w);
-    if (pieces.empty()) {
-      out.push_back(std::move(w));
-    } else {
-      out.insert(out.end(), pieces.begin(), pieces.end());
+  for (const auto& w : index::subwords(name)) {
+    std::size_t start = 0;
+    for (std::size_t i = 1; i <= w.size(); ++i) {
+      if (i == w.size() || (std::isdigit(static_cast<unsigned char>(w[i])) != 0) !=
+                               (std::isdigit(static_cast<unsigned char>(w[i - 1])) != 0)) {
+        out.push_back(w.substr(start, i - start));
+        start = i;
+      }
     }
   }
   return out;

@@ -116,11 +116,6 @@ constexpr int CANDIDATES = 100;
 constexpr std::size_t PAIR_TERMS = 4;
 constexpr int PAIR_CANDIDATES = 20;
 constexpr double PAIRED_WEIGHT = 0.25;
-// The index holds a word with digits whole and in its letter and digit runs (ipv6: ipv6, ipv,
-// 6), so a question's "IPv6" would count three times in a name saying it; its pieces weigh this
-// much of the whole in the text signal, still finding "SHA-384" said apart (0.25, 0.5 and 1
-// tried: within two questions of each other).
-constexpr double PIECE_WEIGHT = 0.25;
 constexpr int RERANK_DEPTH = 100;
 
 // Decision-model weights, against the fused score spread over 0..1 across the reordered head
@@ -345,7 +340,6 @@ using detail::MAX_COMPOUND_TERMS;
 struct Question {
   const std::string& query;
   std::vector<std::string> terms;   // query_terms of the query
-  std::vector<double> weights;      // each term's weight in the text signal
   std::vector<std::string> words;   // the terms as written, for names compared case-sensitively
   std::set<std::string> compounds;  // neighbouring terms run together, both orders
   bool include_tests;
@@ -385,10 +379,8 @@ TextHits text_hits(index::Repository& repository, const Question& q) {
   TextHits hits;
   hits.rows = repository.term_shares(searched, q.include_tests);
   const auto& rows = hits.rows;
-  hits.bm25 = rank_any(rows, q.terms.size(), CANDIDATES, q.weights);
-  if (searched.size() > q.terms.size()) {
-    hits.widened = rank_any(rows, searched.size(), CANDIDATES, q.weights);
-  }
+  hits.bm25 = rank_any(rows, q.terms.size(), CANDIDATES);
+  if (searched.size() > q.terms.size()) hits.widened = rank_any(rows, searched.size(), CANDIDATES);
   const std::size_t n = std::min(q.terms.size(), detail::PAIR_TERMS);
   for (std::size_t i = 0; i < n; ++i) {
     for (std::size_t j = i + 1; j < n; ++j) {
@@ -901,12 +893,8 @@ Question question_of(const std::string& query, std::vector<std::string> terms, b
   auto words = query_words(query, terms);
   auto compounds = compounds_of(terms);
   bool action = asks_action(terms, words, query);
-  auto pieces = utils::digit_word_pieces(query);
-  std::vector<double> weights;
-  for (const auto& t : terms) weights.push_back(pieces.count(t) ? detail::PIECE_WEIGHT : 1.0);
-  return {
-      query,         std::move(terms), std::move(weights),  std::move(words), std::move(compounds),
-      include_tests, action,           question_form(query)};
+  return {query,         std::move(terms), std::move(words),    std::move(compounds),
+          include_tests, action,           question_form(query)};
 }
 
 }  // namespace

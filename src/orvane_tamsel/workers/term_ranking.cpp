@@ -20,8 +20,7 @@ std::vector<index::ScoredSymbol> best(std::vector<index::ScoredSymbol> scored, i
 }  // namespace
 
 std::vector<index::ScoredSymbol> rank_any(const std::vector<index::TermShares>& rows,
-                                          std::size_t count, int limit,
-                                          std::span<const double> weights) {
+                                          std::size_t count, int limit) {
   std::vector<index::ScoredSymbol> scored;
   for (const auto& row : rows) {
     const auto n = std::min(count, row.shares.size());
@@ -29,7 +28,7 @@ std::vector<index::ScoredSymbol> rank_any(const std::vector<index::TermShares>& 
     double sum = 0.0;
     bool said = false;
     for (std::size_t i = 0; i < n; ++i) {
-      sum += (i < weights.size() ? weights[i] : 1.0) * row.shares[i];
+      sum += row.shares[i];
       said = said || row.shares[i] > 0;
     }
     if (said) scored.push_back({row.id, sum});

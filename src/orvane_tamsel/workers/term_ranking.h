@@ -3,7 +3,6 @@
 // for those terms would rank, without running it.
 
 #include <cstddef>
-#include <span>
 #include <vector>
 
 #include "orvane_tamsel/index/repository.h"
@@ -11,10 +10,9 @@
 namespace orvane_tamsel::workers {
 
 // The best `limit` symbols that say any of the first `count` terms, by their summed shares (the
-// terms joined with OR), each times its weight (1 past the weights given); ties in id order.
+// terms joined with OR); ties in id order.
 std::vector<index::ScoredSymbol> rank_any(const std::vector<index::TermShares>& rows,
-                                          std::size_t count, int limit,
-                                          std::span<const double> weights = {});
+                                          std::size_t count, int limit);
 // The best `limit` symbols that say both term `a` and term `b` (a < b), by their two shares.
 std::vector<index::ScoredSymbol> rank_both(const std::vector<index::TermShares>& rows,
                                            std::size_t a, std::size_t b, int limit);

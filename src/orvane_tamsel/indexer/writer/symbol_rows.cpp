@@ -6,7 +6,6 @@
 
 #include "orvane_tamsel/index/name_split.h"
 #include "orvane_tamsel/index/schema.h"
-#include "orvane_tamsel/index/subwords.h"
 #include "orvane_tamsel/indexer/types/sql_type_facts.h"
 #include "orvane_tamsel/indexer/writer/batch_writer.h"
 #include "orvane_tamsel/utils/unicode.h"
@@ -188,10 +187,10 @@ void BatchWriter::insert_text_rows(std::int64_t id, const std::string& name, con
                                    const DocContext& context) {
   insert_text.bind(1, id)
       .bind(2, index::name_text(name, &name_splitter()))
-      .bind(3, index::with_digit_pieces(fqn))
+      .bind(3, fqn)
       .bind(4, signature)
       .bind(5, docstring)
-      .bind(6, index::with_digit_pieces(path))
+      .bind(6, path)
       .bind(7, words)
       .bind(8, context.mentions)
       .bind(9, context.context)
