@@ -105,25 +105,11 @@ void NameSplitter::split_into(std::string_view run, int depth,
   }
 }
 
-std::string_view NameSplitter::leading_word(std::string_view run) const {
-  for (std::size_t len = std::min(run.size() - 1, MAX_PART); len >= MIN_ENGLISH_PART; --len) {
-    if (2 * len < run.size()) break;
-    if (english_.knows(run.substr(0, len))) return run.substr(0, len);
-  }
-  return {};
-}
-
 std::vector<std::string> NameSplitter::split(std::string_view run) const {
   std::vector<std::string> out;
   if (run.size() < MIN_RUN || run.size() > MAX_RUN || !letters(run)) return out;
   if (auto it = made_.find(run); it != made_.end()) return it->second;
-  if (!english_.knows(run)) {
-    if (!split_once(run).empty()) {
-      split_into(run, 1, out);
-    } else if (auto lead = leading_word(run); !lead.empty()) {
-      out.emplace_back(lead);
-    }
-  }
+  if (!english_.knows(run) && !split_once(run).empty()) split_into(run, 1, out);
   if (made_.size() >= MAX_MADE) made_.clear();
   made_.emplace(run, out);
   return out;

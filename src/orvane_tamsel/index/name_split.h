@@ -20,9 +20,8 @@ class NameSplitter {
   NameSplitter(const std::vector<std::string>& repository_words, const EnglishWords& english);
 
   // The words a lower-case run joins, in order: the split with the fewest parts, each a known
-  // word, parts that are no English word split again (getaddrinfo: get, addr, info). When no
-  // split covers it, the English word it begins with, if that is most of it (slugify: slug).
-  // Empty when the run is an English word itself or neither is found.
+  // word, parts that are no English word split again (getaddrinfo: get, addr, info). Empty when
+  // the run is an English word itself or no split covers it.
   std::vector<std::string> split(std::string_view run) const;
 
   // A name's sub-words, then the words its runs of letters join, each once.
@@ -38,7 +37,6 @@ class NameSplitter {
   // Splits already made: names repeat across a code base (get, String, __init__).
   mutable std::unordered_map<std::string, std::vector<std::string>, Hash, std::equal_to<>> made_;
   std::vector<std::string> split_once(std::string_view run) const;
-  std::string_view leading_word(std::string_view run) const;
   void split_into(std::string_view run, int depth, std::vector<std::string>& out) const;
 };
 

@@ -15,7 +15,7 @@ inline constexpr int SCHEMA_VERSION = 20;
 // Bump whenever extraction stores something else for the same source (new kinds, fqn rules,
 // call evidence): an index of another extractor version is rebuilt, so unchanged files do not
 // keep what an older tamsel extracted.
-inline constexpr int EXTRACTOR_VERSION = 25;
+inline constexpr int EXTRACTOR_VERSION = 22;
 
 // DIR/.tamsel/index.db
 std::filesystem::path index_file(const std::filesystem::path& repository_root);
