@@ -39,6 +39,11 @@ class Embedder {
                                            const std::vector<SymbolId>& ids) {
     return std::vector<double>(ids.size(), 0.0);
   }
+  // Whether the embedder reads parts of speech: only then can verb_first tell an imperative
+  // from a noun phrase.
+  virtual bool knows_parts_of_speech() const { return false; }
+  // Whether the word (lower case) is a verb before it is a noun.
+  virtual bool verb_first(const std::string& /*word*/) const { return false; }
 };
 
 // 0 when either vector is all zeros.

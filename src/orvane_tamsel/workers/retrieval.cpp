@@ -22,7 +22,6 @@
 #include "orvane_tamsel/workers/term_expansion.h"
 #include "orvane_tamsel/workers/term_match.h"
 #include "orvane_tamsel/workers/term_ranking.h"
-#include "orvane_tamsel/workers/wordnet_embedder.h"
 
 namespace orvane_tamsel::workers {
 
@@ -903,20 +902,20 @@ std::vector<Candidate> gather(index::Repository& repository, index::Embedder* em
 // Without the dictionary an imperative cannot be told from a noun phrase: no head.
 Question question_of(const std::string& query, std::vector<std::string> terms, bool include_tests,
                      const index::Embedder* word_senses) {
-  const auto* dictionary = dynamic_cast<const WordNetEmbedder*>(word_senses);
   auto words = query_words(query, terms);
   auto compounds = compounds_of(terms);
   bool action = asks_action(terms, words, query);
-  return {query,
-          std::move(terms),
-          std::move(words),
-          std::move(compounds),
-          include_tests,
-          action,
-          question_form(query),
-          dictionary == nullptr ? std::string() : question_head(query, [&](const std::string& w) {
-            return dictionary->verb_first(w);
-          })};
+  return {
+      query,
+      std::move(terms),
+      std::move(words),
+      std::move(compounds),
+      include_tests,
+      action,
+      question_form(query),
+      word_senses == nullptr || !word_senses->knows_parts_of_speech()
+          ? std::string()
+          : question_head(query, [&](const std::string& w) { return word_senses->verb_first(w); })};
 }
 
 }  // namespace

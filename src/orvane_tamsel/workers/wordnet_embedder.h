@@ -30,7 +30,8 @@ class WordNetEmbedder : public index::Embedder {
 
   // Whether the dictionary tags the word (as written, lower case) as a verb more often than as a
   // noun, or knows it only as a verb: a question opening with it is an imperative.
-  bool verb_first(const std::string& word) const;
+  bool verb_first(const std::string& word) const override;
+  bool knows_parts_of_speech() const override { return true; }
 
   static constexpr std::size_t DIMENSIONS = 1024;
   static std::filesystem::path default_dictionary();
