@@ -20,8 +20,14 @@ Probes:
                 its stem of three letters or more inside the name, or a sub-word of three or more
                 beginning a word); --siblings: less the best of its siblings (same owner and home)
                 in the fused head; --short N: 0 for names of fewer than N letters
+  bm25_rank     the candidate's place in BM25 alone's list (the dump's text share, 1 first):
+                --variant log 1 / log2(1 + place), inv 1 / place, top the first only, lead the
+                first's share less the second's (how far BM25 alone's top stands out), rrf
+                K / (K + place) plus the same of its place by meaning (--top K), meaning that
+                half alone
 
-Weights held: those shipped before head_named (fit_rerank.SIBLING_LED).
+Weights held: those shipped before head_named (fit_rerank.SIBLING_LED); --held headed: those
+shipped with it (fit_rerank.HEADED). --refit NAME,... fits those weights beside the probe's.
 
 The question's words here are a rough cut (lower case, a few stop words, common suffixes off),
 not the retriever's terms: a probe that gains is then written in C++ and measured again.
@@ -232,6 +238,32 @@ def letters_column(questions, full, args):
     return col
 
 
+def bm25_rank_column(full, args):
+    """Places by BM25 alone and by meaning among the dump's candidates (0 where not listed)."""
+    x, valid = full["x"], full["valid"]
+    n, width = valid.shape
+    text = np.where(valid, x[..., fr.IX["text"]], 0.0)
+    order = np.argsort(-text, axis=1, kind="stable")
+    place = np.empty_like(order)
+    place[np.arange(n)[:, None], order] = np.arange(width)[None, :] + 1
+    listed = text > 0
+    by_meaning = x[..., fr.IX["nearest"]]
+    k = args.top
+    if "rrf" in args.variant or "meaning" in args.variant:
+        col = np.where(by_meaning > 0, k / (k + by_meaning), 0.0)
+        if "rrf" in args.variant:
+            col += np.where(listed, k / (k + place), 0.0)
+        return np.where(valid, col, 0.0)
+    if "lead" in args.variant:
+        ranked = -np.sort(-text, axis=1)
+        return np.where(listed & (place == 1), (ranked[:, 0] - ranked[:, 1])[:, None], 0.0)
+    if "inv" in args.variant:
+        return np.where(listed, 1.0 / place, 0.0)
+    if "top" in args.variant:
+        return (listed & (place == 1)).astype(float)
+    return np.where(listed, 1.0 / np.log2(1 + place), 0.0)
+
+
 def widen_head(width):
     """fit_rerank's model_scores with the head widened for candidates two signals find."""
     shipped = fr.model_scores
@@ -250,7 +282,7 @@ def widen_head(width):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("probe", choices=["wide_head", "callees", "callers", "same_file", "head_noun",
-                                          "head_cxx", "letters"])
+                                          "head_cxx", "letters", "bm25_rank"])
     parser.add_argument("--own", action="store_true")
     parser.add_argument("--undocumented", action="store_true")
     parser.add_argument("--top", type=int, default=100)
@@ -258,10 +290,13 @@ def main():
     parser.add_argument("--variant", default="")
     parser.add_argument("--siblings", action="store_true")
     parser.add_argument("--short", type=int, default=0)
+    parser.add_argument("--held", choices=["sibling_led", "headed"], default="sibling_led")
+    parser.add_argument("--refit", default="")
     args = parser.parse_args()
     fr.DEPTHS = fr.DEPTHS + [args.width]
     questions, full = fr.load()
-    base = fr.SIBLING_LED
+    base = fr.HEADED if args.held == "headed" else fr.SIBLING_LED
+    refit = [k for k in args.refit.split(",") if k]
     if args.probe == "wide_head":
         fr.model_scores = widen_head(args.width)
         make = None
@@ -271,6 +306,7 @@ def main():
                head_column(questions, width, args) if args.probe == "head_noun" else
                head_cxx_column(questions, full, args) if args.probe == "head_cxx" else
                letters_column(questions, full, args) if args.probe == "letters" else
+               bm25_rank_column(full, args) if args.probe == "bm25_rank" else
                call_column(questions, width, args))
         fr.IX["probe"] = len(fr.INPUTS)
         fr.INPUTS.append("probe")
@@ -289,8 +325,10 @@ def main():
         for train, test in folds:
             w = base
             if make:
-                w = fr.fit(base, ["probe"], fr.sub(data, train), fr.per_file(sets[train]))
-                print(f"  weight {w['probe']}", end="")
+                w = fr.fit(base, ["probe"] + refit, fr.sub(data, train),
+                           fr.per_file(sets[train]))
+                held = "".join(f" {k} {w.get(k, 0)}" for k in refit)
+                print(f"  weight {w.get('probe', 0)}{held}", end="")
             tried.append(fr.places(w, fr.sub(data, test)))
             shipped.append(fr.places(base, fr.sub(data, test)))
             tests.append(np.flatnonzero(test))
