@@ -93,14 +93,14 @@ INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", 
           "own_name", "holder", "nearest", "importers", "reexported", "public_name", "covered",
           "predicate", "error_type", "owner_named", "internal", "generated", "elsewhere",
           "siblings", "lead", "opposite", "owner_ahead", "spelled_owner", "sibling_lead",
-          "head_named"]
+          "head_named", "failure_type"]
 IX = {name: i for i, name in enumerate(INPUTS)}
 
 RERANKED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "thing",
             "exported", "meaning", "senses", "paired", "importers", "reexported", "public_name",
             "covered", "predicate", "error_type", "owner_named", "internal", "generated",
             "elsewhere", "siblings", "lead", "opposite", "owner_ahead", "spelled_owner",
-            "sibling_lead", "head_named"]
+            "sibling_lead", "head_named", "failure_type"]
 DEPTH = 10  # MRR@10, top-1, top-5 as tamsel_quality counts them
 
 
@@ -358,6 +358,10 @@ SIBLING_LED = dict(OWNERS, sibling_lead=0.6)
 # Shipped with a name ending on the head of the question's opening noun phrase (fitted alone on
 # SIBLING_LED, below).
 HEADED = dict(SIBLING_LED, head_named=0.6)
+# Shipped with an error type for a question saying what failed without the word error (fitted
+# alone on HEADED, below; since then the error type and the head's name also read from a class's
+# bases).
+FAILED = dict(HEADED, failure_type=0.8)
 
 
 def fused_only():
@@ -475,11 +479,15 @@ def methods():
         # fitted alone, every other weight held.
         "head named alone": fitted(SIBLING_LED, ["head_named"], True),
         "head named shipped": lambda train, sets: dict(HEADED),
+        # An error type for a question saying what failed without the word error
+        # (question_form.h), fitted alone, every other weight held.
+        "failure type alone": fitted(HEADED, ["failure_type"], True),
+        "failure type shipped": lambda train, sets: dict(FAILED),
     }
 
 
-CHOSEN = "head named alone"
-DEFAULT = ["fused only", "sibling lead shipped", CHOSEN, "head named shipped"]
+CHOSEN = "failure type alone"
+DEFAULT = ["fused only", "head named shipped", CHOSEN, "failure type shipped"]
 
 
 def main():
@@ -560,7 +568,7 @@ def main():
     print(f"\n== {CHOSEN}, fitted on all questions")
     print("  " + json.dumps({k: final[k] for k in FITTED + PUBLIC + ["covered"] + FORM +
                                 ["owner_named"] + SCOPE + ["siblings", "lead", "opposite"] + OWNER +
-                                ["sibling_lead", "head_named"]}))
+                                ["sibling_lead", "head_named", "failure_type"]}))
     # In-sample, not a measure of quality: what tamsel_quality should print once retrieval.cpp
     # holds these weights.
     print("  per set with these weights (in-sample; compare tamsel_quality):")

@@ -25,9 +25,13 @@ Probes:
                 first's share less the second's (how far BM25 alone's top stands out), rrf
                 K / (K + place) plus the same of its place by meaning (--top K), meaning that
                 half alone
+  unsaid        share of a name's words (no digits) the question's words do not begin or extend,
+                less the least share among its siblings in the fused head (same owner and home);
+                --variant neg: only below the best sibling (a name saying less unsaid gains)
 
 Weights held: those shipped before head_named (fit_rerank.SIBLING_LED); --held headed: those
-shipped with it (fit_rerank.HEADED). --refit NAME,... fits those weights beside the probe's.
+shipped with it (fit_rerank.HEADED); --held NAME: any weights dict of fit_rerank.py (FAILED).
+--refit NAME,... fits those weights beside the probe's.
 
 The question's words here are a rough cut (lower case, a few stop words, common suffixes off),
 not the retriever's terms: a probe that gains is then written in C++ and measured again.
@@ -264,6 +268,34 @@ def bm25_rank_column(full, args):
     return np.where(listed, 1.0 / np.log2(1 + place), 0.0)
 
 
+def unsaid_column(questions, full, args):
+    _, order, _ = fr.fused_order(fr.SHIPPED, full["x"], full["valid"])
+    col = np.zeros(full["valid"].shape)
+
+    def said(w, asked):
+        if len(w) < 3:
+            return w in asked
+        return any(a.startswith(w) or w.startswith(a) for a in asked if len(a) >= 3)
+    for i, q in enumerate(questions):
+        asked = {stem(w) for w in re.findall(r"[a-z0-9]+", q["text"].lower()) if w not in STOP}
+        share, groups = {}, {}
+        for j in order[i, :fr.SHIPPED["depth"]]:
+            if not full["valid"][i, j]:
+                continue
+            c = q["rows"][j]
+            words_ = [w for w in name_words(c["fqn"].rsplit(".", 1)[-1]) if not w.isdigit()]
+            share[j] = sum(not said(w, asked) for w in words_) / max(1, len(words_))
+            key = (c["fqn"].rpartition(".")[0], fr.home(c["path"], q["corpus"]))
+            groups.setdefault(key, []).append(j)
+        for members in groups.values():
+            for j in members:
+                others = [share[k] for k in members if k != j]
+                if others:
+                    v = share[j] - min(others)
+                    col[i, j] = min(v, 0) if "neg" in args.variant else v
+    return col
+
+
 def widen_head(width):
     """fit_rerank's model_scores with the head widened for candidates two signals find."""
     shipped = fr.model_scores
@@ -282,7 +314,7 @@ def widen_head(width):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("probe", choices=["wide_head", "callees", "callers", "same_file", "head_noun",
-                                          "head_cxx", "letters", "bm25_rank"])
+                                          "head_cxx", "letters", "bm25_rank", "unsaid"])
     parser.add_argument("--own", action="store_true")
     parser.add_argument("--undocumented", action="store_true")
     parser.add_argument("--top", type=int, default=100)
@@ -290,12 +322,12 @@ def main():
     parser.add_argument("--variant", default="")
     parser.add_argument("--siblings", action="store_true")
     parser.add_argument("--short", type=int, default=0)
-    parser.add_argument("--held", choices=["sibling_led", "headed"], default="sibling_led")
+    parser.add_argument("--held", default="sibling_led")
     parser.add_argument("--refit", default="")
     args = parser.parse_args()
     fr.DEPTHS = fr.DEPTHS + [args.width]
     questions, full = fr.load()
-    base = fr.HEADED if args.held == "headed" else fr.SIBLING_LED
+    base = {"headed": fr.HEADED, "sibling_led": fr.SIBLING_LED}.get(args.held) or getattr(fr, args.held)
     refit = [k for k in args.refit.split(",") if k]
     if args.probe == "wide_head":
         fr.model_scores = widen_head(args.width)
@@ -307,6 +339,7 @@ def main():
                head_cxx_column(questions, full, args) if args.probe == "head_cxx" else
                letters_column(questions, full, args) if args.probe == "letters" else
                bm25_rank_column(full, args) if args.probe == "bm25_rank" else
+               unsaid_column(questions, full, args) if args.probe == "unsaid" else
                call_column(questions, width, args))
         fr.IX["probe"] = len(fr.INPUTS)
         fr.INPUTS.append("probe")

@@ -9,6 +9,7 @@
 #include "orvane_tamsel/index/sqlite_repository.h"
 #include "orvane_tamsel/indexer/indexer.h"
 #include "orvane_tamsel/utils/query_terms.h"
+#include "orvane_tamsel/workers/class_bases.h"
 #include "orvane_tamsel/workers/name_lookup.h"
 #include "orvane_tamsel/workers/name_pieces.h"
 #include "orvane_tamsel/workers/question_form.h"
@@ -480,6 +481,39 @@ TEST(HybridRetriever, AQuestionsFormAsksForAPredicateOrAnErrorType) {
   EXPECT_EQ(inputs("password too short")["shop.auth.PasswordTooShortError"].error_type, 0);
 }
 
+TEST(HybridRetriever, AnExceptionNamedForWhatWentWrongAnswersAFailure) {
+  EXPECT_THAT(class_bases("class Error( errors.MessageError, Generic[T], metaclass=Meta)"),
+              ElementsAre("MessageError", "Generic"));
+  EXPECT_THAT(class_bases("type Handler func(err LinkError)"), ElementsAre());
+  EXPECT_TRUE(error_type("ShelfEmpty", "class ShelfEmpty(Exception)"));
+  EXPECT_TRUE(error_type("InvalidDateDefect", "class InvalidDateDefect(errors.HeaderError)"));
+  EXPECT_TRUE(error_type("Gone", "class Gone(Base, UserWarning, metaclass=Meta)"));
+  EXPECT_TRUE(error_type("PathError", "type PathError struct{}"));
+  EXPECT_FALSE(error_type("Shelf", "class Shelf(Generic[T], metaclass=MetaError)"));
+  EXPECT_FALSE(error_type("Handler", "type Handler func(err LinkError)"));  // no class
+  EXPECT_TRUE(question_form("email header whose date cannot be parsed").failure);
+  EXPECT_FALSE(question_form("error when a key is missing").failure);  // says error
+
+  // Two classes with the same words and doc, listed first by the fusion in the order written:
+  // the exception leads after the rerank, asked with or without the word error.
+  indexer_test::TempRepo repo("shop");
+  repo.write("src/shop/stock.py",
+             "class EmptyShelf:\n  \"\"\"Taking from an empty shelf.\"\"\"\n"
+             "class ShelfEmpty(Exception):\n  \"\"\"Taking from an empty shelf.\"\"\"\n"
+             "def restock(shelf):\n  \"\"\"Fill a shelf.\"\"\"\n");
+  indexer::update_index(repo.root());
+  auto index = index::open_repository(repo.root());
+  HybridRetriever retriever(*index, std::nullopt);
+  auto first = [&](const std::string& question, bool rerank) {
+    return fqns(*index, retriever.retrieve(question, 1, false, rerank));
+  };
+  for (const char* question :
+       {"taking from an empty shelf failed", "error when taking from an empty shelf"}) {
+    EXPECT_THAT(first(question, false), ElementsAre("shop.stock.EmptyShelf")) << question;
+    EXPECT_THAT(first(question, true), ElementsAre("shop.stock.ShelfEmpty")) << question;
+  }
+}
+
 TEST(HybridRetriever, CodeAUserCannotCallFollowsTheCodeTheyCall) {
   indexer_test::TempRepo repo;
   // The generated Windows wrapper and the internal helper say more of the question than the
@@ -686,6 +720,9 @@ TEST(HybridRetriever, TheQuestionsHeadNounEndsTheAnswersName) {
   EXPECT_FALSE(ends_on_head("String", false, head("string")));  // says no more than the word
   EXPECT_TRUE(ends_on_head("Group", true, head("group")));
   EXPECT_FALSE(ends_on_head("form_login", false, head("form")));
+  // Or a base its class header lists ends on it.
+  EXPECT_TRUE(ends_on_head("SupportsInt", true, head("protocol"), "class SupportsInt(Protocol)"));
+  EXPECT_FALSE(ends_on_head("SupportsInt", true, head("protocol"), "class SupportsInt(Sized)"));
 
   // Two classes with the same words and doc, listed first by the fusion in the order written:
   // the one whose name ends on the head leads after the rerank.

@@ -4,6 +4,8 @@
 #include <array>
 #include <cctype>
 
+#include "orvane_tamsel/workers/class_bases.h"
+
 namespace orvane_tamsel::workers {
 
 namespace {
@@ -30,14 +32,20 @@ QuestionForm question_form(std::string_view query) {
       "have", "should", "was",  "were", "will", "may",   "must"};
   static constexpr std::array<std::string_view, 7> error_words = {
       "error", "errors", "exception", "exceptions", "raise", "raises", "raised"};
+  static constexpr std::array<std::string_view, 15> failure_words = {
+      "fail",      "fails", "failed", "failure", "invalid", "missing",  "cannot",     "unknown",
+      "malformed", "bad",   "wrong",  "refused", "rejects", "rejected", "unsupported"};
   QuestionForm form;
+  bool failure = false;
   std::size_t at = 0;
   for (bool first = true; at < query.size(); first = false) {
     auto word = lower_word(query, at);
     if (word.empty()) break;
     if (first) form.yes_no = one_of(word, auxiliaries);
     form.error = form.error || one_of(word, error_words);
+    failure = failure || one_of(word, failure_words);
   }
+  form.failure = failure && !form.error;
   return form;
 }
 
@@ -60,7 +68,14 @@ bool predicate_name(std::string_view name) {
 }
 
 bool error_type_name(std::string_view name) {
-  return name.ends_with("Error") || name.ends_with("Exception") || name.ends_with("Err");
+  return name.ends_with("Error") || name.ends_with("Exception") || name.ends_with("Err") ||
+         name.ends_with("Warning");
+}
+
+bool error_type(std::string_view name, std::string_view signature) {
+  if (error_type_name(name)) return true;
+  auto bases = class_bases(signature);
+  return std::any_of(bases.begin(), bases.end(), error_type_name);
 }
 
 }  // namespace orvane_tamsel::workers

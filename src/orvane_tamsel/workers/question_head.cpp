@@ -6,6 +6,7 @@
 
 #include "orvane_tamsel/index/subwords.h"
 #include "orvane_tamsel/index/word_stem.h"
+#include "orvane_tamsel/workers/class_bases.h"
 
 namespace orvane_tamsel::workers {
 
@@ -50,11 +51,19 @@ std::string question_head(std::string_view query,
   return head.empty() ? head : index::stem(head);
 }
 
-bool ends_on_head(std::string_view name, bool thing, const std::string& head) {
+bool ends_on_head(std::string_view name, bool thing, const std::string& head,
+                  std::string_view signature) {
   if (head.empty()) return false;
   auto words = index::subwords(name);
   if (words.empty() || (words.size() < 2 && !thing)) return false;
-  return index::stem(words.back()) == head;
+  if (index::stem(words.back()) == head) return true;
+  // A class named for what it holds, of the kind the head names: a protocol SupportsInt, an
+  // exception QueueEmpty.
+  for (auto base : class_bases(signature)) {
+    auto said = index::subwords(base);
+    if (!said.empty() && index::stem(said.back()) == head) return true;
+  }
+  return false;
 }
 
 }  // namespace orvane_tamsel::workers

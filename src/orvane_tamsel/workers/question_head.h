@@ -17,7 +17,10 @@ std::string question_head(std::string_view query,
                           const std::function<bool(const std::string&)>& verb);
 
 // Whether a name ends on the head: its last sub-word has the head's stem, and the name says more
-// than that word alone unless it names a thing (`String` methods say "string" and nothing else).
-bool ends_on_head(std::string_view name, bool thing, const std::string& head);
+// than that word alone unless it names a thing (`String` methods say "string" and nothing else);
+// or a base its class header lists does ("protocol for objects that can be converted to int":
+// SupportsInt(Protocol)).
+bool ends_on_head(std::string_view name, bool thing, const std::string& head,
+                  std::string_view signature = {});
 
 }  // namespace orvane_tamsel::workers

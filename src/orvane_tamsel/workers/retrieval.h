@@ -57,7 +57,7 @@ struct RerankInputs {
                            // for names whose visibility is not their case
   double covered = 0;      // share of the question's terms its text says anywhere
   double predicate = 0;    // a predicate's name, for a yes-or-no question
-  double error_type = 0;   // a type named as an error, for a question about an error
+  double error_type = 0;   // an error type (question_form.h), for a question about an error
   double owner_named = 0;  // share of a method's owner's name words that begin a question word
   double internal = 0;     // in a package only its own module may import (Go's `internal/`)
   double generated = 0;    // in a file a program wrote
@@ -72,6 +72,7 @@ struct RerankInputs {
   double sibling_lead = 0;   // the question's terms its name or first sentence says that few of
                              // its siblings' names or first sentences say (sibling_terms.h)
   double head_named = 0;     // its name ends on the question's head noun (question_head.h)
+  double failure_type = 0;   // an error type, for a question saying what failed without "error"
   std::uint64_t said = 0;    // bit i: its text says the question's i-th term
 };
 
