@@ -93,7 +93,7 @@ INPUTS = ["text", "widened", "named", "meaning", "in_name", "whole", "in_path", 
           "own_name", "holder", "nearest", "importers", "reexported", "public_name", "covered",
           "predicate", "error_type", "owner_named", "internal", "generated", "elsewhere",
           "siblings", "lead", "opposite", "owner_ahead", "spelled_owner", "sibling_lead",
-          "head_named", "text_beyond"]
+          "head_named"]
 IX = {name: i for i, name in enumerate(INPUTS)}
 
 RERANKED = ["in_name", "whole", "in_path", "docstring", "callers", "function", "thing",
@@ -200,8 +200,8 @@ def fused_order(w, x, valid):
     """The fused scores under w's fusion (-inf where no candidate), their order and each
     candidate's place in it."""
     paired = w["fuse_paired"] * x[..., IX["paired"]]
-    text = np.maximum(x[..., IX["text"]], w.get("fuse_beyond", 0.0) * x[..., IX["text_beyond"]])
-    fused = (np.maximum(np.maximum(text, w["fuse_widened"] * x[..., IX["widened"]]), paired)
+    fused = (np.maximum(np.maximum(x[..., IX["text"]], w["fuse_widened"] * x[..., IX["widened"]]),
+                        paired)
              + w["fuse_named"] * x[..., IX["named"]]
              + w["fuse_meaning"] * np.maximum(0.0, x[..., IX["meaning"]]))
     fused = np.where(valid, fused, -np.inf)
@@ -277,20 +277,16 @@ GRID = [-1.0, -0.6, -0.4, -0.2, -0.1, -0.05, 0.0, 0.05, 0.1, 0.2, 0.3, 0.4, 0.6,
 DEPTHS = [10, 20, 30, 60, 100]
 
 
-# Kept past the deepest head: a fusion weight fitted lifts candidates from below it.
-WIDTH = 300
-
-
 def trim(w, data):
-    """The candidates in w's fused order, cut below the deepest head tried: with the fusion held,
-    nothing past it can reach the first ten, and the fits run on a fraction of the width."""
+    """The candidates in w's fused order, cut to the deepest head tried: with the fusion held,
+    nothing past it can reach the first ten, and the fits run on a third of the width."""
     _, order, pos = fused_order(w, data["x"], data["valid"])
-    order = order[:, :WIDTH]
+    order = order[:, :max(DEPTHS)]
     out = {k: np.take_along_axis(data[k], order[..., None] if data[k].ndim == 3 else order, 1)
            for k in ["x", "valid", "hit"]}
     pj = np.take_along_axis(pos, data["pj"], 1)
     pk = np.take_along_axis(pos, data["pk"], 1)
-    kept = data["pvalid"] & (pj < WIDTH) & (pk < WIDTH)
+    kept = data["pvalid"] & (pj < max(DEPTHS)) & (pk < max(DEPTHS))
     out.update(pj=np.where(kept, pj, 0), pk=np.where(kept, pk, 0), pown=data["pown"],
                pvalid=kept)
     return out
@@ -479,14 +475,11 @@ def methods():
         # fitted alone, every other weight held.
         "head named alone": fitted(SIBLING_LED, ["head_named"], True),
         "head named shipped": lambda train, sets: dict(HEADED),
-        # The BM25 share of a candidate found by another signal below the text signal's first
-        # hits, in the fusion, fitted alone, every other weight held.
-        "text beyond alone": fitted(HEADED, ["fuse_beyond"], True),
     }
 
 
-CHOSEN = "text beyond alone"
-DEFAULT = ["fused only", "head named shipped", CHOSEN]
+CHOSEN = "head named alone"
+DEFAULT = ["fused only", "sibling lead shipped", CHOSEN, "head named shipped"]
 
 
 def main():
@@ -567,8 +560,7 @@ def main():
     print(f"\n== {CHOSEN}, fitted on all questions")
     print("  " + json.dumps({k: final[k] for k in FITTED + PUBLIC + ["covered"] + FORM +
                                 ["owner_named"] + SCOPE + ["siblings", "lead", "opposite"] + OWNER +
-                                ["sibling_lead", "head_named"]} |
-                            {"fuse_beyond": final.get("fuse_beyond", 0.0)}))
+                                ["sibling_lead", "head_named"]}))
     # In-sample, not a measure of quality: what tamsel_quality should print once retrieval.cpp
     # holds these weights.
     print("  per set with these weights (in-sample; compare tamsel_quality):")

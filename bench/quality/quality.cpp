@@ -109,7 +109,7 @@ void dump_candidates(workers::HybridRetriever& retriever, const Question& q, int
                 in.reexported,  in.public_name, in.covered,     in.predicate,     in.error_type,
                 in.owner_named, in.internal,    in.generated,   in.elsewhere,     in.siblings,
                 in.lead,        in.opposite,    in.owner_ahead, in.spelled_owner, in.sibling_lead,
-                in.head_named,  in.text_beyond}}});
+                in.head_named}}});
   }
   out << line.dump() << "\n";
 }

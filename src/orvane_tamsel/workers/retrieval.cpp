@@ -100,7 +100,6 @@ namespace detail {
 // name, and with a fitted 0.25 a question naming a test or a class no longer listed it first.
 constexpr double NAME_BOOST = 1.0;
 constexpr double WIDENED_WEIGHT = 0.25;
-constexpr double BEYOND_WEIGHT = 0.0;
 constexpr double MEANING_WEIGHT = 1.0;
 constexpr int MEANING_CANDIDATES = 60;
 // Run-together names are tried from the first terms only, neighbouring pairs in both orders.
@@ -276,8 +275,7 @@ std::map<index::SymbolId, RerankInputs> fuse(
 }
 
 double fused_score(const RerankInputs& p) {
-  return std::max({p.text, BEYOND_WEIGHT * p.text_beyond, WIDENED_WEIGHT * p.widened,
-                   PAIRED_WEIGHT * p.paired}) +
+  return std::max({p.text, WIDENED_WEIGHT * p.widened, PAIRED_WEIGHT * p.paired}) +
          NAME_BOOST * p.named + MEANING_WEIGHT * std::max(0.0, p.meaning);
 }
 
@@ -863,25 +861,19 @@ std::vector<std::string> unmatched_terms(index::Repository& repository, const Qu
 // anywhere (name, docstring, reference page, ...). BM25 sums what each term scores, so one word
 // said strongly can outrank a text that says most of the question once each. Every term counts
 // the same: weighing each by its idf was tried and fitted worse (see bench/quality/README.md).
-// A candidate another signal found below the text signal's first CANDIDATES keeps its BM25 share
-// too (text_beyond): the search ranked it already, and the meaning signal's finds differ in it.
-void mark_covered(const Question& q, const TextHits& text,
+void mark_covered(const Question& q, const std::vector<index::TermShares>& rows,
                   std::map<index::SymbolId, RerankInputs>& fused) {
   const std::size_t n = q.terms.size();
-  const double top = text.bm25.empty() ? 0.0 : text.bm25.front().score;
-  for (const auto& row : text.rows) {
+  for (const auto& row : rows) {
     auto it = fused.find(row.id);
     if (it == fused.end()) continue;
     std::size_t said = 0;
-    double sum = 0;
     for (std::size_t i = 0; i < n && i < row.shares.size(); ++i) {
-      sum += row.shares[i];
       if (row.shares[i] <= 0) continue;
       ++said;
       if (i < 64) it->second.said |= std::uint64_t{1} << i;
     }
     it->second.covered = static_cast<double>(said) / static_cast<double>(n);
-    if (it->second.text == 0 && said > 0 && top > 0) it->second.text_beyond = sum / top;
   }
 }
 
@@ -901,7 +893,7 @@ std::vector<Candidate> gather(index::Repository& repository, index::Embedder* em
   auto exact = exact_names(repository, q);
   auto fused = detail::fuse(text.bm25, text.widened, named_symbols(repository, q, exact),
                             text.paired, meaning);
-  mark_covered(q, text, fused);
+  mark_covered(q, text.rows, fused);
   std::vector<index::SymbolId> ids;
   for (const auto& [id, parts] : fused) ids.push_back(id);
   found = repository.symbols_with_paths(ids);

@@ -72,7 +72,6 @@ struct RerankInputs {
   double sibling_lead = 0;   // the question's terms its name or first sentence says that few of
                              // its siblings' names or first sentences say (sibling_terms.h)
   double head_named = 0;     // its name ends on the question's head noun (question_head.h)
-  double text_beyond = 0;    // as text, for one found by another signal below text's first hits
   std::uint64_t said = 0;    // bit i: its text says the question's i-th term
 };
 
