@@ -81,10 +81,13 @@ SETS = [
     ("stdlib_u15", "stdlib", "stdlib", "questions_untouched15_stdlib.tsv", "spent", 15),
     ("django_u15", "django", "django", "questions_untouched15_django.tsv", "spent", 15),
     ("go_u15", "go", "go", "questions_untouched15_go.tsv", "spent", 15),
+    ("stdlib_u16", "stdlib", "stdlib", "questions_untouched16_stdlib.tsv", "spent", 16),
+    ("django_u16", "django", "django", "questions_untouched16_django.tsv", "spent", 16),
+    ("go_u16", "go", "go", "questions_untouched16_go.tsv", "spent", 16),
 ]
 # The newest spent set: every older question fits, it tests (--latest picks an older one, and
 # the sets written after it are left out, as when it was the newest).
-LATEST = 15
+LATEST = 16
 
 
 # The inputs in the order tamsel_quality --dump writes them.
